@@ -1,0 +1,116 @@
+#include "util/kutio.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace {
+
+constexpr long kFifoPauseNs = 5'000'000;  // between two looks for a reader
+
+// Runs `step(offset, left)` until all of `size` is done, it says 0 or fails.
+// The bytes done, or -1.
+template <typename Step>
+ssize_t MoveAll(size_t size, Step step) {
+  size_t done = 0;
+  while (done < size) {
+    const ssize_t n = step(done, size - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return -1;
+    if (n == 0) break;
+    done += static_cast<size_t>(n);
+  }
+  return static_cast<ssize_t>(done);
+}
+
+int AllWritten(ssize_t done, size_t size) {
+  if (done == static_cast<ssize_t>(size)) return 0;
+  if (done >= 0) errno = EIO;  // a write that moves nothing and says no error
+  return -1;
+}
+
+}  // namespace
+
+void UniqueFd::reset(int fd) {
+  if (fd_ >= 0) {
+    const int saved = errno;
+    close(fd_);
+    errno = saved;
+  }
+  fd_ = fd;
+}
+
+int Kut_open_at(int dirfd, const char* path, int flags, mode_t mode) {
+  int fd;
+  do {
+    fd = openat(dirfd, path, flags | O_CLOEXEC, mode);
+  } while (fd < 0 && errno == EINTR);
+  return fd;
+}
+
+int Kut_open(const char* path, int flags, mode_t mode) {
+  return Kut_open_at(AT_FDCWD, path, flags, mode);
+}
+
+ssize_t Kut_read_full(int fd, void* buf, size_t size) {
+  return MoveAll(size, [=](size_t done, size_t left) {
+    return read(fd, static_cast<char*>(buf) + done, left);
+  });
+}
+
+ssize_t Kut_pread_full(int fd, void* buf, size_t size, off_t offset) {
+  return MoveAll(size, [=](size_t done, size_t left) {
+    return pread(fd, static_cast<char*>(buf) + done, left,
+                 offset + static_cast<off_t>(done));
+  });
+}
+
+int Kut_write_full(int fd, const void* buf, size_t size) {
+  return AllWritten(
+      MoveAll(size,
+              [=](size_t done, size_t left) {
+                return write(fd, static_cast<const char*>(buf) + done, left);
+              }),
+      size);
+}
+
+int Kut_pwrite_full(int fd, const void* buf, size_t size, off_t offset) {
+  return AllWritten(MoveAll(size,
+                            [=](size_t done, size_t left) {
+                              return pwrite(
+                                  fd, static_cast<const char*>(buf) + done,
+                                  left, offset + static_cast<off_t>(done));
+                            }),
+                    size);
+}
+
+int Kut_open_fifo_writer(const char* path, int seconds) {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  const time_t deadline = now.tv_sec + seconds;
+  for (;;) {
+    // Without O_NONBLOCK the open would wait for a reader for ever.
+    UniqueFd fd(Kut_open(path, O_WRONLY | O_NONBLOCK | O_NOFOLLOW));
+    if (fd.valid()) {
+      struct stat st;
+      if (fstat(fd.get(), &st) != 0) return -1;
+      if (!S_ISFIFO(st.st_mode)) {
+        errno = EINVAL;
+        return -1;
+      }
+      if (fcntl(fd.get(), F_SETFL, O_WRONLY) != 0) return -1;
+      return fd.release();
+    }
+    if (errno != ENXIO) return -1;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    if (now.tv_sec >= deadline) {
+      errno = ENXIO;
+      return -1;
+    }
+    const timespec pause = {0, kFifoPauseNs};
+    nanosleep(&pause, nullptr);
+  }
+}

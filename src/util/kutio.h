@@ -1,0 +1,61 @@
+// System calls that move bytes, and the owner of a descriptor.
+//
+// - Every call here repeats what a signal interrupted, goes on after a short
+//   read or write, opens close-on-exec, and keeps errno as the failing call
+//   left it.
+// - None allocates, except where a std::string is returned.
+#ifndef UTIL_KUTIO_H_
+#define UTIL_KUTIO_H_
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <utility>
+
+// Owns one file descriptor and closes it when it goes out of scope.
+class UniqueFd {
+ public:
+  UniqueFd() = default;
+  explicit UniqueFd(int fd) : fd_(fd) {}
+  UniqueFd(UniqueFd&& other) noexcept : fd_(other.release()) {}
+  UniqueFd& operator=(UniqueFd&& other) noexcept {
+    reset(other.release());
+    return *this;
+  }
+  UniqueFd(const UniqueFd&) = delete;
+  UniqueFd& operator=(const UniqueFd&) = delete;
+  ~UniqueFd() { reset(); }
+
+  int get() const { return fd_; }
+  bool valid() const { return fd_ >= 0; }
+  // Gives the descriptor up; the caller closes it.
+  [[nodiscard]] int release() { return std::exchange(fd_, -1); }
+  // Closes the present descriptor, errno kept, and takes `fd`.
+  void reset(int fd = -1);
+
+ private:
+  int fd_ = -1;
+};
+
+// open(2) with O_CLOEXEC added, relative to `dirfd` (AT_FDCWD for a path of its
+// own). A descriptor, or -1 with errno.
+int Kut_open_at(int dirfd, const char* path, int flags, mode_t mode = 0);
+int Kut_open(const char* path, int flags, mode_t mode = 0);
+
+// Reads up to `size` bytes, fewer only at the end of the file. The bytes read,
+// or -1 with errno.
+ssize_t Kut_read_full(int fd, void* buf, size_t size);
+ssize_t Kut_pread_full(int fd, void* buf, size_t size, off_t offset);
+
+// Writes all of `size` bytes. 0, or -1 with errno, after which any part of the
+// bytes may have been written.
+int Kut_write_full(int fd, const void* buf, size_t size);
+int Kut_pwrite_full(int fd, const void* buf, size_t size, off_t offset);
+
+// Opens the fifo `path` for writing and waits at most `seconds` for a reader,
+// looking again every few milliseconds. The descriptor is in blocking mode.
+// -1 with errno: ENXIO when no reader came, EINVAL when the path is not a fifo,
+// otherwise what open(2) said.
+int Kut_open_fifo_writer(const char* path, int seconds);
+
+#endif  // UTIL_KUTIO_H_

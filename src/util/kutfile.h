@@ -4,8 +4,8 @@
 // - In a name, "/" and "\" both end a directory part, as in names that come
 // from
 //   clients. The system calls know "/" alone.
-// - chmod(2) and utime(2) follow a symbolic link: where others can write, use
-//   fchmod and futimens on an open descriptor instead.
+// - Permissions and times are set through a symbolic link: where others can
+//   write, use fchmod and futimens on an open descriptor instead.
 #ifndef UTIL_KUTFILE_H_
 #define UTIL_KUTFILE_H_
 
@@ -95,7 +95,8 @@ class FileReplacer {
   FILE* stream();
 
   // Puts the new file in place. 0, or -1 with errno, also when an earlier write
-  // to the stream failed; either way the object can be opened again.
+  // to the stream failed; either way the object can be opened again. When only
+  // the directory could not be synced, the new file is in place all the same.
   [[nodiscard]] int Commit(Sync sync = Sync::kNone);
   // Removes the new file; errno is kept. Does nothing when none is open.
   void Abandon();

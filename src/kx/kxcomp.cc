@@ -1,6 +1,7 @@
 // Composing: from a reader's pairs to an object. One composer serves a whole
 // stream; it goes one level deeper for each nested object or list.
 #include <cstring>
+#include <utility>
 
 #include "kx/kxtext.h"
 #include "kx/kxtype.h"
@@ -64,8 +65,8 @@ kx_object* Composer::Compose(const kx_objdef& type) {
     return nullptr;
   }
   ++level_;
-  kx_object* obj = &type == &kx_objdef_list ? ComposeList()
-                                            : ComposeObject(type);
+  kx_object* obj =
+      &type == &kx_objdef_list ? ComposeList() : ComposeObject(type);
   --level_;
   return obj;
 }
@@ -113,8 +114,7 @@ bool Composer::ReadFields(const kx_objdef& type, kx_object* obj) {
 
 bool Composer::ReadField(kx_object* obj, const kx_fielddef& field) {
   if (field.type == kx_typ_obj || field.type == kx_typ_list) {
-    const char* type =
-        field.type == kx_typ_list ? kx_objdef_list.name : value_;
+    const char* type = field.type == kx_typ_list ? kx_objdef_list.name : value_;
     kx_object* child = ComposeNamed(type);
     if (child == nullptr) return Fail(kx_err_callback);
     // A field that comes twice must not leak its first object.
@@ -123,8 +123,8 @@ bool Composer::ReadField(kx_object* obj, const kx_fielddef& field) {
   }
   if (field.type == kx_typ_data) return true;  // never part of the text form
   if (SetField(obj, field, value_) != 0) {
-    const bool waived = level_ == 1 && refused_ != nullptr &&
-                        refused_(&field, value_) == 0;
+    const bool waived =
+        level_ == 1 && refused_ != nullptr && refused_(&field, value_) == 0;
     if (!waived) return Fail(kx_err_data);
     return SetField(obj, field, nullptr) == 0;
   }

@@ -42,8 +42,8 @@ const char* Decimal(char (&buffer)[kNumberSize], int value) {
 int LeadingNumber(const char* text) {
   if (text == nullptr) return -1;
   const long value = std::strtol(text, nullptr, 10);
-  return static_cast<int>(
-      std::clamp(value, static_cast<long>(INT_MIN), static_cast<long>(INT_MAX)));
+  return static_cast<int>(std::clamp(value, static_cast<long>(INT_MIN),
+                                     static_cast<long>(INT_MAX)));
 }
 
 }  // namespace

@@ -155,8 +155,7 @@ void* GetField(kx_object* obj, const kx_fielddef& field) {
 int SetField(kx_object* obj, const kx_fielddef& field, const void* value) {
   kx_errno = kx_err_none;
   if (IsReference(field.type, field.length)) {
-    Reference(obj, field) =
-        static_cast<kx_object*>(const_cast<void*>(value));
+    Reference(obj, field) = static_cast<kx_object*>(const_cast<void*>(value));
     return 0;
   }
   if (IsNumber(field.type)) {

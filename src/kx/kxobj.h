@@ -83,8 +83,7 @@ const kx_objdef* kx_obj_by_type(const char* type);
 // The descriptor of an object, or null with 21 for a null object.
 const kx_objdef* kx_obj_info(kx_object* obj);
 // The row of a field in a table, or null with 20.
-const kx_fielddef* kx_field_list(const char* field,
-                                 const kx_fielddef* table);
+const kx_fielddef* kx_field_list(const char* field, const kx_fielddef* table);
 // The row of an object's field, or null with 20, or 21 for a null object.
 const kx_fielddef* kx_field(const char* field, kx_object* obj);
 

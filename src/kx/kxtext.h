@@ -18,7 +18,8 @@ kx_object* kx_comp_object_lenient(const char* type, kx_reader reader,
                                   kx_refused refused);
 
 // Gives one pair to the writer, newlines in the value as blanks, so that a
-// value (a file's name, say) cannot pass for further lines. The writer's result.
+// value (a file's name, say) cannot pass for further lines. The writer's
+// result.
 int kx_put_pair(kx_writer writer, void* context, const char* name,
                 const char* value, int code);
 

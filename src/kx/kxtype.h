@@ -68,7 +68,11 @@ consteval std::array<kx_fielddef, N + 1> MakeTable(const Row (&rows)[N]) {
     end = offset + size;
   }
   const int align = static_cast<int>(alignof(kx_object));
-  table[N] = {nullptr, 0, 0, 0, (end + align - 1) / align * align,
+  table[N] = {nullptr,
+              0,
+              0,
+              0,
+              (end + align - 1) / align * align,
               kx_carries::kNothing};
   return table;
 }
@@ -113,33 +117,33 @@ bool CarriesFile(kx_object* obj, const kx_fielddef& field);
 
 // Defines the descriptor and the seven named operations of type "obj-<t>" over
 // its rows; OPS says which functions get and set a field.
-#define KX_DEFINE_TYPE_OPS(t, rows, set_op, get_op)                           \
-  namespace {                                                                 \
-  constinit const auto kTable = kx::MakeTable(rows);                          \
-  }                                                                           \
-  constinit const kx_objdef kx_objdef_##t = {                                 \
-      "obj-" #t,    kx_create_##t, kx_delete_##t, kx_copy_##t,   kx_set_##t,  \
-      kx_get_##t,   kx_comp_##t,   kx_decomp_##t, kTable.data()};             \
-  kx_object* kx_create_##t() { return kx::engine::Create(kx_objdef_##t); }    \
-  int kx_delete_##t(kx_object* obj) {                                         \
-    return kx::engine::Delete(kx_objdef_##t, obj);                            \
-  }                                                                           \
-  kx_object* kx_copy_##t(kx_object* obj) {                                    \
-    return kx::engine::Copy(kx_objdef_##t, obj);                              \
-  }                                                                           \
-  int kx_set_##t(kx_object* obj, const char* field, const void* value) {      \
-    return set_op(kx_objdef_##t, obj, field, value);                          \
-  }                                                                           \
-  void* kx_get_##t(kx_object* obj, const char* field) {                       \
-    return get_op(kx_objdef_##t, obj, field);                                 \
-  }                                                                           \
-  kx_object* kx_comp_##t(kx_reader reader, void* context,                     \
-                         const char* directory) {                             \
-    return kx::engine::Comp(kx_objdef_##t, reader, context, directory);       \
-  }                                                                           \
-  int kx_decomp_##t(kx_object* obj, kx_writer writer, void* context,          \
-                    int embed) {                                              \
-    return kx::engine::Decomp(kx_objdef_##t, obj, writer, context, embed);    \
+#define KX_DEFINE_TYPE_OPS(t, rows, set_op, get_op)                        \
+  namespace {                                                              \
+  constexpr auto kTable = kx::MakeTable(rows);                       \
+  }                                                                        \
+  constinit const kx_objdef kx_objdef_##t = {                              \
+      "obj-" #t,  kx_create_##t, kx_delete_##t, kx_copy_##t,  kx_set_##t,  \
+      kx_get_##t, kx_comp_##t,   kx_decomp_##t, kTable.data()};            \
+  kx_object* kx_create_##t() { return kx::engine::Create(kx_objdef_##t); } \
+  int kx_delete_##t(kx_object* obj) {                                      \
+    return kx::engine::Delete(kx_objdef_##t, obj);                         \
+  }                                                                        \
+  kx_object* kx_copy_##t(kx_object* obj) {                                 \
+    return kx::engine::Copy(kx_objdef_##t, obj);                           \
+  }                                                                        \
+  int kx_set_##t(kx_object* obj, const char* field, const void* value) {   \
+    return set_op(kx_objdef_##t, obj, field, value);                       \
+  }                                                                        \
+  void* kx_get_##t(kx_object* obj, const char* field) {                    \
+    return get_op(kx_objdef_##t, obj, field);                              \
+  }                                                                        \
+  kx_object* kx_comp_##t(kx_reader reader, void* context,                  \
+                         const char* directory) {                          \
+    return kx::engine::Comp(kx_objdef_##t, reader, context, directory);    \
+  }                                                                        \
+  int kx_decomp_##t(kx_object* obj, kx_writer writer, void* context,       \
+                    int embed) {                                           \
+    return kx::engine::Decomp(kx_objdef_##t, obj, writer, context, embed); \
   }
 
 #define KX_DEFINE_TYPE(t, rows) \

@@ -4,18 +4,12 @@
 namespace {
 
 constexpr kx::Row kRows[] = {
-    {"clientid", kx_typ_str, 16},
-    {"hostname", kx_typ_str, 64},
-    {"hostaddr", kx_typ_data, 64},
-    {"sessionid", kx_typ_long},
-    {"reference", kx_typ_word},
-    {"clntport", kx_typ_word},
-    {"cmdtype", kx_typ_enum},
-    {"iscmd", kx_typ_bool},
-    {"respond", kx_typ_bool},
-    {"result", kx_typ_word},
-    {"errmsg", kx_typ_str, 256},
-    {"objptr", kx_typ_obj},
+    {"clientid", kx_typ_str, 16},  {"hostname", kx_typ_str, 64},
+    {"hostaddr", kx_typ_data, 64}, {"sessionid", kx_typ_long},
+    {"reference", kx_typ_word},    {"clntport", kx_typ_word},
+    {"cmdtype", kx_typ_enum},      {"iscmd", kx_typ_bool},
+    {"respond", kx_typ_bool},      {"result", kx_typ_word},
+    {"errmsg", kx_typ_str, 256},   {"objptr", kx_typ_obj},
 };
 
 }  // namespace

@@ -4,12 +4,9 @@
 namespace {
 
 constexpr kx::Row kRows[] = {
-    {"tagname", kx_typ_str, 16},
-    {"tagtype", kx_typ_enum},
-    {"fonttype", kx_typ_enum},
-    {"fontname", kx_typ_str, 24},
-    {"maxlen", kx_typ_word},
-    {"tagdesc", kx_typ_str, 64},
+    {"tagname", kx_typ_str, 16}, {"tagtype", kx_typ_enum},
+    {"fonttype", kx_typ_enum},   {"fontname", kx_typ_str, 24},
+    {"maxlen", kx_typ_word},     {"tagdesc", kx_typ_str, 64},
 };
 
 }  // namespace

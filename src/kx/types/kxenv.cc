@@ -15,8 +15,8 @@ constexpr kx::Row kRows[] = {
 };
 
 struct Part {
-  const char* field;       // of the envelope
-  const kx_objdef* type;   // of the part, or of the list's first element
+  const char* field;      // of the envelope
+  const kx_objdef* type;  // of the part, or of the list's first element
 };
 
 // In the order in which a name is looked up.

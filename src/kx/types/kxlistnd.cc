@@ -6,12 +6,12 @@
 namespace {
 
 constexpr kx::Row kRows[] = {{"objptr", kx_typ_obj}};
-constinit const auto kTable = kx::MakeTable(kRows);
+constexpr auto kTable = kx::MakeTable(kRows);
 
 }  // namespace
 
 constinit const kx_objdef kx_objdef_list = {
-    "obj-list",  kx_create_list, kx_delete_list, kx_copy_list,  kx_set_list,
+    "obj-list",  kx_create_list, kx_delete_list, kx_copy_list, kx_set_list,
     kx_get_list, kx_comp_list,   kx_decomp_list, kTable.data()};
 
 // The empty list is the null list.

@@ -4,10 +4,8 @@
 namespace {
 
 constexpr kx::Row kRows[] = {
-    {"seqno", kx_typ_long},
-    {"reqtype", kx_typ_enum},
-    {"attempt", kx_typ_word},
-    {"stattype", kx_typ_word},
+    {"seqno", kx_typ_long},       {"reqtype", kx_typ_enum},
+    {"attempt", kx_typ_word},     {"stattype", kx_typ_word},
     {"clientid", kx_typ_str, 16},
 };
 

@@ -4,10 +4,8 @@
 namespace {
 
 constexpr kx::Row kRows[] = {
-    {"schedup", kx_typ_bool},
-    {"defq", kx_typ_str, 16},
-    {"devlist", kx_typ_list},
-    {"queuelist", kx_typ_list},
+    {"schedup", kx_typ_bool},  {"defq", kx_typ_str, 16},
+    {"devlist", kx_typ_list},  {"queuelist", kx_typ_list},
     {"freqlist", kx_typ_list},
 };
 

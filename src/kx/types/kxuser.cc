@@ -4,12 +4,9 @@
 namespace {
 
 constexpr kx::Row kRows[] = {
-    {"clientid", kx_typ_str, 16},
-    {"passwd", kx_typ_str, 16},
-    {"username", kx_typ_str, 64},
-    {"usertype", kx_typ_enum},
-    {"lastlgn", kx_typ_time},
-    {"didext", kx_typ_str, 8},
+    {"clientid", kx_typ_str, 16}, {"passwd", kx_typ_str, 16},
+    {"username", kx_typ_str, 64}, {"usertype", kx_typ_enum},
+    {"lastlgn", kx_typ_time},     {"didext", kx_typ_str, 8},
 };
 
 }  // namespace

@@ -151,6 +151,18 @@ int FileReplacer::Open(const char* path, mode_t mode, int dirfd) {
   return -1;
 }
 
+int FileReplacer::KeepAttributes() {
+  struct stat st;
+  if (fstatat(dirfd_, target_, &st, AT_SYMLINK_NOFOLLOW) != 0) {
+    return errno == ENOENT ? 0 : -1;
+  }
+  if (!S_ISREG(st.st_mode)) return 0;
+  // The owner first, since giving a file away takes permission bits off. Only
+  // root may; to others the old permissions matter all the more.
+  if (fchown(fd_.get(), st.st_uid, st.st_gid) != 0 && errno != EPERM) return -1;
+  return fchmod(fd_.get(), st.st_mode & 07777);
+}
+
 FILE* FileReplacer::stream() {
   if (stream_ == nullptr && fd_.valid()) stream_ = fdopen(fd_.get(), "w");
   return stream_;

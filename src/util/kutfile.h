@@ -88,6 +88,11 @@ class FileReplacer {
   // -1 with errno. A replacement still open is abandoned.
   [[nodiscard]] int Open(const char* path, mode_t mode, int dirfd = AT_FDCWD);
 
+  // Gives the new file the owner, group and permissions of the regular file
+  // that it replaces, as far as this process may; without one it stays as it
+  // was made. 0, or -1 with errno when the target cannot be looked at.
+  [[nodiscard]] int KeepAttributes();
+
   // The descriptor of the new file; owned by this object.
   int fd() const { return fd_.get(); }
   // A stream on it, made at the first call and owned by this object; null with

@@ -23,7 +23,7 @@ enum class kx_carries : unsigned char {
 
 // One row of a type's field table; the row that ends a table has no name, and
 // as its offset the size of the whole record.
-struct kx_field {
+struct kx_fielddef {
   const char* name;
   int type;    // kx_typ_str to kx_typ_obj
   int length;  // declared bytes of a text or data field, else 0
@@ -42,7 +42,7 @@ struct kx_objdef {
   void* (*get)(kx_object* obj, const char* field);
   kx_object* (*comp)(kx_reader reader, void* context, const char* directory);
   int (*decomp)(kx_object* obj, kx_writer writer, void* context, int embed);
-  const kx_field* fields;
+  const kx_fielddef* fields;
 };
 
 // The beginning of every object.
@@ -83,9 +83,9 @@ const kx_objdef* kx_obj_by_type(const char* type);
 // The descriptor of an object, or null with 21 for a null object.
 const kx_objdef* kx_obj_info(kx_object* obj);
 // The row of a field in a table, or null with 20.
-const kx_field* kx_field_list(const char* field, const kx_field* table);
+const kx_fielddef* kx_field_list(const char* field, const kx_fielddef* table);
 // The row of an object's field, or null with 20, or 21 for a null object.
-const kx_field* kx_field_of(const char* field, kx_object* obj);
+const kx_fielddef* kx_field(const char* field, kx_object* obj);
 
 kx_object* kx_create_object(const char* type);
 int kx_delete_object(kx_object* obj);

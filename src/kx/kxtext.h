@@ -9,13 +9,19 @@
 
 // Called when a field of the outermost object refuses a value. 0: the field is
 // left unset and the composing goes on; any other value fails it with 19.
-using kx_refused = int (*)(const kx_field* field, const char* value);
+using kx_refused = int (*)(const kx_fielddef* field, const char* value);
 
 // Kfx_Comp_Obj, with `refused` (null for none) asked before a value fails the
 // outermost object.
 kx_object* kx_comp_object_lenient(const char* type, kx_reader reader,
                                   void* context, const char* directory,
                                   kx_refused refused);
+
+// Gives one pair to the writer, newlines in the value as blanks, so that a
+// value (a file's name, say) cannot pass for further lines. The writer's
+// result.
+int kx_put_pair(kx_writer writer, void* context, const char* name,
+                const char* value, int code);
 
 // Gives the file at `path` to the writer, encoded. 0, or -1 with 3 (it cannot
 // be read) or 6 (the writer failed).

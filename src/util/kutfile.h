@@ -4,8 +4,8 @@
 // - In a name, "/" and "\" both end a directory part, as in names that come
 // from
 //   clients. The system calls know "/" alone.
-// - chmod(2) and utime(2) follow a symbolic link: where others can write, use
-//   fchmod and futimens on an open descriptor instead.
+// - Permissions and times are set through a symbolic link: where others can
+//   write, use fchmod and futimens on an open descriptor instead.
 #ifndef UTIL_KUTFILE_H_
 #define UTIL_KUTFILE_H_
 
@@ -88,6 +88,11 @@ class FileReplacer {
   // -1 with errno. A replacement still open is abandoned.
   [[nodiscard]] int Open(const char* path, mode_t mode, int dirfd = AT_FDCWD);
 
+  // Gives the new file the owner, group and permissions of the regular file
+  // that it replaces, as far as this process may; without one it stays as it
+  // was made. 0, or -1 with errno when the target cannot be looked at.
+  [[nodiscard]] int KeepAttributes();
+
   // The descriptor of the new file; owned by this object.
   int fd() const { return fd_.get(); }
   // A stream on it, made at the first call and owned by this object; null with
@@ -95,7 +100,8 @@ class FileReplacer {
   FILE* stream();
 
   // Puts the new file in place. 0, or -1 with errno, also when an earlier write
-  // to the stream failed; either way the object can be opened again.
+  // to the stream failed; either way the object can be opened again. When only
+  // the directory could not be synced, the new file is in place all the same.
   [[nodiscard]] int Commit(Sync sync = Sync::kNone);
   // Removes the new file; errno is kept. Does nothing when none is open.
   void Abandon();

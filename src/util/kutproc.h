@@ -50,7 +50,8 @@ struct kut_spawn {
   int exec_status = 0;
 };
 
-// Starts a child. Its pid once the program runs, or -1 with errno.
+// Starts a child. Its pid once the program runs, or -1 with errno (EINVAL:
+// neither a program nor a command line).
 [[nodiscard]] pid_t Kut_spawn(const kut_spawn* what);
 
 // Waits for the end of child `pid`, whatever signals arrive; `status`, as of

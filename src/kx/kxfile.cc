@@ -1,0 +1,139 @@
+// Object files: one "name=value" line a pair.
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "kx/kxtext.h"
+#include "util/kutfile.h"
+#include "util/kutstr.h"
+
+namespace {
+
+constinit kx_pair_slot g_slot = {};
+
+bool IsStandardStream(const char* path) { return std::strcmp(path, "-") == 0; }
+
+int Fail(int error) {
+  kx_errno = error;
+  return -1;
+}
+
+// Opens an object file for reading. A link is not followed and only a regular
+// file is taken: many of these files lie where users can write, and a fifo
+// would hold the reader for ever.
+FILE* OpenObjectFile(const char* path) {
+  UniqueFd fd(Kut_open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
+  struct stat st;
+  if (!fd.valid() || fstat(fd.get(), &st) != 0) return nullptr;
+  if (!S_ISREG(st.st_mode)) {
+    errno = EINVAL;
+    return nullptr;
+  }
+  FILE* file = fdopen(fd.get(), "r");
+  if (file != nullptr) static_cast<void>(fd.release());
+  return file;
+}
+
+// The type that an object file names in its first pair, into `type`, with the
+// pair pushed back for the composer.
+bool PeekType(FILE* file, char (&type)[KX_PAIR_SIZE]) {
+  char name[KX_PAIR_SIZE];
+  if (kx_read_pair_fp(file, name, type, kx_read_next) != 0) {
+    kx_errno = kx_err_system;
+    return false;
+  }
+  if (std::strcmp(name, kx_obj_kwrds[0]) != 0) {
+    kx_errno = kx_err_object;
+    return false;
+  }
+  kx_read_pair_fp(file, name, type, kx_read_push);
+  return true;
+}
+
+kx_object* LoadFrom(FILE* file, const char* type) {
+  char named[KX_PAIR_SIZE];
+  g_slot.full = false;  // whatever an earlier load that failed left behind
+  if (type == nullptr || *type == '\0') {
+    if (!PeekType(file, named)) return nullptr;
+    type = named;
+  }
+  return Kfx_Comp_Obj(type, kx_read_pair_fp, file, ".");
+}
+
+}  // namespace
+
+int kx_read_line(FILE* file, kx_pair_slot* slot, char* name, char* value,
+                 int mode) {
+  if (mode == kx_read_push) {
+    Kut_strcpyz(slot->name, name, sizeof slot->name);
+    Kut_strcpyz(slot->value, value, sizeof slot->value);
+    slot->full = true;
+    return 0;
+  }
+  if (slot->full) {
+    std::strcpy(name, slot->name);
+    std::strcpy(value, slot->value);
+    slot->full = false;
+    return 0;
+  }
+  char line[KX_PAIR_SIZE];
+  if (fgets_unlocked(line, sizeof line, file) == nullptr) return -1;
+  Kut_strip_nl(line);
+  char* equals = std::strchr(line, '=');
+  if (equals == nullptr) return -1;
+  *equals = '\0';
+  std::strcpy(name, line);
+  std::strcpy(value, equals + 1);
+  return 0;
+}
+
+int kx_write_line(FILE* file, const char* name, const char* value) {
+  fputs_unlocked(name, file);
+  putc_unlocked('=', file);
+  fputs_unlocked(value, file);
+  putc_unlocked('\n', file);
+  return 0;
+}
+
+int kx_read_pair_fp(void* file, char* name, char* value, int mode) {
+  return kx_read_line(static_cast<FILE*>(file), &g_slot, name, value, mode);
+}
+
+int kx_write_pair_fp(void* file, const char* name, const char* value,
+                     int code) {
+  if (code == kx_write_start || code == kx_write_stop) return 0;
+  return kx_write_line(static_cast<FILE*>(file), name, value);
+}
+
+int Kfx_Save_Obj(kx_object* obj, const char* path) {
+  if (IsStandardStream(path)) {
+    const int result = Kfx_Decomp_Obj(obj, kx_write_pair_fp, stdout, 0);
+    if (result == 0 && std::fflush(stdout) != 0) return Fail(kx_err_system);
+    return result;
+  }
+  FileReplacer file;
+  if (file.Open(path, 0666) != 0 || file.KeepAttributes() != 0 ||
+      file.stream() == nullptr) {
+    return Fail(kx_err_system);
+  }
+  const int result = Kfx_Decomp_Obj(obj, kx_write_pair_fp, file.stream(), 0);
+  if (result != 0) return result;
+  if (file.Commit() != 0) return Fail(kx_err_system);
+  return 0;
+}
+
+kx_object* Kfx_Load_Obj(const char* type, const char* path) {
+  if (IsStandardStream(path)) return LoadFrom(stdin, type);
+  FILE* file = OpenObjectFile(path);
+  if (file == nullptr) {
+    kx_errno = kx_err_system;
+    return nullptr;
+  }
+  kx_object* obj = LoadFrom(file, type);
+  const int saved = errno;
+  std::fclose(file);
+  errno = saved;
+  return obj;
+}

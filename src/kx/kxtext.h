@@ -1,0 +1,62 @@
+// The text form: composing, embedded files, and pairs as lines of a file.
+//
+// - Readers fill two buffers of KX_PAIR_SIZE bytes each.
+// - One stream is composed or decomposed at a time.
+#ifndef KX_KXTEXT_H_
+#define KX_KXTEXT_H_
+
+#include "kx/kxobj.h"
+
+// Called when a field of the outermost object refuses a value. 0: the field is
+// left unset and the composing goes on; any other value fails it with 19.
+using kx_refused = int (*)(const kx_fielddef* field, const char* value);
+
+// Kfx_Comp_Obj, with `refused` (null for none) asked before a value fails the
+// outermost object.
+kx_object* kx_comp_object_lenient(const char* type, kx_reader reader,
+                                  void* context, const char* directory,
+                                  kx_refused refused);
+
+// Gives one pair to the writer, newlines in the value as blanks, so that a
+// value (a file's name, say) cannot pass for further lines. The writer's
+// result.
+int kx_put_pair(kx_writer writer, void* context, const char* name,
+                const char* value, int code);
+
+// Gives the file at `path` to the writer, encoded. 0, or -1 with 3 (it cannot
+// be read) or 6 (the writer failed).
+int kx_encode(kx_writer writer, void* context, const char* path);
+// Encodes `count` bytes, 0 to 45, into one line. `input` has room for two more
+// bytes, whose values do not matter; `output` takes up to 62 bytes with its
+// terminator. 0.
+int kx_inpbuf(const char* input, char* output, int count);
+// Unpacks the embedded file that the reader delivers next into a folder, under
+// the base name of the name it carries; an earlier file of that name is
+// overwritten. Its path in a static buffer, or null: 3 (it cannot be written),
+// 6 (the reader failed), 19 (malformed).
+const char* kx_decode(kx_reader reader, void* context, const char* directory);
+// Decodes one line onto a file. The number of bytes that the line declares, 0
+// to 63; bytes that a short line lacks are written as zeros.
+int kx_outbuf(const char* line, FILE* file);
+
+// One pair that a reader took back.
+struct kx_pair_slot {
+  bool full;
+  char name[KX_PAIR_SIZE];
+  char value[KX_PAIR_SIZE];
+};
+
+// A reader over lines of a file, with the slot that holds its pushed-back pair:
+// mode kx_read_push fills the slot, any other reads. 0, or -1 at the end of the
+// file and at a line without "=".
+int kx_read_line(FILE* file, kx_pair_slot* slot, char* name, char* value,
+                 int mode);
+// Writes one "name=value" line. 0.
+int kx_write_line(FILE* file, const char* name, const char* value);
+
+// The reader and the writer of object files; `file` is the FILE*. The reader
+// has one slot for the process.
+int kx_read_pair_fp(void* file, char* name, char* value, int mode);
+int kx_write_pair_fp(void* file, const char* name, const char* value, int code);
+
+#endif  // KX_KXTEXT_H_

@@ -1,0 +1,24 @@
+// Users and groups by name and id, and what belongs to the running user.
+//
+// - Ids are `int` as everywhere in this system; -1 is no id.
+// - Failure is -1 or null, with errno ENOENT when there is no such user or
+// group
+//   and otherwise what the lookup said. A null or empty name is unknown.
+// - Returned texts are in the function's own static buffer.
+#ifndef UTIL_KUTUSER_H_
+#define UTIL_KUTUSER_H_
+
+int Kut_uname_to_uid(const char* name);
+const char* Kut_uid_to_uname(int uid);
+int Kut_gname_to_gid(const char* name);
+const char* Kut_gid_to_gname(int gid);
+
+// The name of the user whose real uid the process has.
+const char* Kut_get_usrname();
+// That user's home directory, as the user database tells it; the environment is
+// not asked.
+const char* Kut_get_homedir();
+// The current directory.
+const char* Kut_get_workdir();
+
+#endif  // UTIL_KUTUSER_H_

@@ -178,6 +178,11 @@ TEST_F(TextForm, NewlineCannotInjectAField) {
   EXPECT_EQ(Slurp("object"),
             "objbeg=obj-faxinfo\nfilename=a seqno=1  objend=\n"
             "objend=obj-faxinfo\n");
+  // Nor can the name of a file on disk.
+  Stream stream;
+  Spill("a\nseqno=1", "");
+  ASSERT_EQ(kx_encode(Stream::Write, &stream, "a\nseqno=1"), 0);
+  EXPECT_EQ(stream.pairs[0], (Pair{"filebeg", "a seqno=1", 4}));
 }
 
 TEST_F(TextForm, ObjectFileThatCannotBe) {

@@ -45,8 +45,8 @@ ssize_t HookRead(int fd, void* buf, size_t size, off_t offset) {
 
 int HookWrite(int fd, const void* buf, size_t size, off_t offset) {
   ++g_writes;
-  // A signal ends a write at a page boundary of the file at best.
-  const auto half = [&] { g_real.write(fd, buf, size / 2, offset); };
+  // Death ends a write at a page boundary at best, never within a sector.
+  const auto half = [&] { g_real.write(fd, buf, size / 1024 * 512, offset); };
   if (Strikes(half)) return -1;
   struct stat st;
   fstat(fd, &st);

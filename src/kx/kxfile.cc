@@ -36,6 +36,19 @@ FILE* OpenObjectFile(const char* path) {
   return file;
 }
 
+// Reads a line, without its newline. The tail of a line that is too long is
+// skipped: taken for a line of its own, it could set a field.
+bool ReadLine(FILE* file, char (&line)[KX_PAIR_SIZE]) {
+  char& last = line[KX_PAIR_SIZE - 1];
+  last = '\n';  // zeroed only when the line fills the buffer, NULs or not
+  if (fgets_unlocked(line, sizeof line, file) == nullptr) return false;
+  if (last == '\0' && line[KX_PAIR_SIZE - 2] != '\n') {
+    for (int c = 0; c != '\n' && c != EOF;) c = getc_unlocked(file);
+  }
+  Kut_strip_nl(line);
+  return true;
+}
+
 // The type that an object file names in its first pair, into `type`, with the
 // pair pushed back for the composer.
 bool PeekType(FILE* file, char (&type)[KX_PAIR_SIZE]) {
@@ -79,8 +92,7 @@ int kx_read_line(FILE* file, kx_pair_slot* slot, char* name, char* value,
     return 0;
   }
   char line[KX_PAIR_SIZE];
-  if (fgets_unlocked(line, sizeof line, file) == nullptr) return -1;
-  Kut_strip_nl(line);
+  if (!ReadLine(file, line)) return -1;
   char* equals = std::strchr(line, '=');
   if (equals == nullptr) return -1;
   *equals = '\0';
@@ -112,6 +124,11 @@ int Kfx_Save_Obj(kx_object* obj, const char* path) {
     const int result = Kfx_Decomp_Obj(obj, kx_write_pair_fp, stdout, 0);
     if (result == 0 && std::fflush(stdout) != 0) return Fail(kx_err_system);
     return result;
+  }
+  struct stat st;
+  if (lstat(path, &st) == 0 && !S_ISREG(st.st_mode) && !S_ISLNK(st.st_mode)) {
+    errno = EINVAL;  // a device, say, would be replaced by a file
+    return Fail(kx_err_system);
   }
   FileReplacer file;
   if (file.Open(path, 0666) != 0 || file.KeepAttributes() != 0 ||

@@ -119,7 +119,7 @@ bool CarriesFile(kx_object* obj, const kx_fielddef& field);
 // its rows; OPS says which functions get and set a field.
 #define KX_DEFINE_TYPE_OPS(t, rows, set_op, get_op)                        \
   namespace {                                                              \
-  constexpr auto kTable = kx::MakeTable(rows);                       \
+  constexpr auto kTable = kx::MakeTable(rows);                             \
   }                                                                        \
   constinit const kx_objdef kx_objdef_##t = {                              \
       "obj-" #t,  kx_create_##t, kx_delete_##t, kx_copy_##t,  kx_set_##t,  \

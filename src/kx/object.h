@@ -21,8 +21,14 @@ extern char kx_servmsg[256];
 
 namespace kx {
 
+// Keeps the error number: what goes out of scope on the way out of a failed
+// function must not turn its failure into success.
 struct Free {
-  void operator()(kx_object* obj) const { Kfx_Free_Obj(obj); }
+  void operator()(kx_object* obj) const {
+    const int error = kx_errno;
+    Kfx_Free_Obj(obj);
+    kx_errno = error;
+  }
 };
 
 // An object or a whole list, freed with its owner.

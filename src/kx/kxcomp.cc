@@ -14,10 +14,6 @@ constexpr int kLevelsMax = 64;
 constexpr char kSpoolPrefix[] = "$NETSPOOL";
 constexpr char kEmbedded[] = "*";
 
-bool Is(const char* text, const char* other) {
-  return std::strcmp(text, other) == 0;
-}
-
 class Composer {
  public:
   Composer(kx_reader reader, void* context, const char* directory,
@@ -94,13 +90,13 @@ bool Composer::ReadFields(const kx_objdef& type, kx_object* obj) {
   const kx_fielddef* expected = type.fields;
   for (;;) {
     if (!Next()) return false;
-    if (Is(name_, kx_obj_kwrds[0])) {
-      if (!Is(value_, type.name)) return Fail(kx_err_object);
+    if (Same(name_, kx_obj_kwrds[0])) {
+      if (!Same(value_, type.name)) return Fail(kx_err_object);
       continue;
     }
-    if (Is(name_, kx_obj_kwrds[1])) return true;
+    if (Same(name_, kx_obj_kwrds[1])) return true;
     const kx_fielddef* field =
-        expected->name != nullptr && Is(name_, expected->name)
+        expected->name != nullptr && Same(name_, expected->name)
             ? expected
             : kx_field_list(name_, type.fields);
     if (field == nullptr) continue;  // a newer writer's field
@@ -126,8 +122,8 @@ bool Composer::ReadField(kx_object* obj, const kx_fielddef& field) {
     return SetField(obj, field, nullptr) == 0;
   }
   if (directory_ == nullptr || !CarriesFile(obj, field)) return true;
-  return Is(value_, kEmbedded) ? StoreFile(obj, field)
-                               : StoreSpoolPath(obj, field);
+  return Same(value_, kEmbedded) ? StoreFile(obj, field)
+                                 : StoreSpoolPath(obj, field);
 }
 
 bool Composer::StoreFile(kx_object* obj, const kx_fielddef& field) {
@@ -146,7 +142,7 @@ bool Composer::StoreSpoolPath(kx_object* obj, const kx_fielddef& field) {
       std::strncmp(value_, kSpoolPrefix, kPrefix) != 0) {
     return true;
   }
-  if (*base == '\0' || Is(base, ".") || Is(base, "..")) {
+  if (*base == '\0' || Same(base, ".") || Same(base, "..")) {
     return Fail(kx_err_data);
   }
   char path[2 * KX_PAIR_SIZE];
@@ -169,12 +165,12 @@ kx_object* Composer::ComposeList() {
 bool Composer::ReadElements(ListBuilder* list) {
   for (;;) {
     if (!Next()) return false;
-    if (Is(name_, kx_obj_kwrds[1])) return true;
-    if (Is(name_, kx_obj_kwrds[0])) {
-      if (!Is(value_, kx_objdef_list.name)) return Fail(kx_err_object);
+    if (Same(name_, kx_obj_kwrds[1])) return true;
+    if (Same(name_, kx_obj_kwrds[0])) {
+      if (!Same(value_, kx_objdef_list.name)) return Fail(kx_err_object);
       continue;
     }
-    if (!Is(name_, "objptr")) continue;
+    if (!Same(name_, "objptr")) continue;
     Object element(ComposeNamed(value_));
     if (element == nullptr || !list->Append(std::move(element))) {
       return Fail(kx_err_callback);

@@ -36,16 +36,15 @@ FILE* OpenObjectFile(const char* path) {
   return file;
 }
 
-// Reads a line, without its newline. The tail of a line that is too long is
+// Reads a line into KX_PAIR_SIZE bytes. The tail of a line that is too long is
 // skipped: taken for a line of its own, it could set a field.
-bool ReadLine(FILE* file, char (&line)[KX_PAIR_SIZE]) {
+bool ReadLine(FILE* file, char* line) {
   char& last = line[KX_PAIR_SIZE - 1];
   last = '\n';  // zeroed only when the line fills the buffer, NULs or not
-  if (fgets_unlocked(line, sizeof line, file) == nullptr) return false;
+  if (fgets_unlocked(line, KX_PAIR_SIZE, file) == nullptr) return false;
   if (last == '\0' && line[KX_PAIR_SIZE - 2] != '\n') {
     for (int c = 0; c != '\n' && c != EOF;) c = getc_unlocked(file);
   }
-  Kut_strip_nl(line);
   return true;
 }
 
@@ -91,13 +90,13 @@ int kx_read_line(FILE* file, kx_pair_slot* slot, char* name, char* value,
     slot->full = false;
     return 0;
   }
-  char line[KX_PAIR_SIZE];
-  if (!ReadLine(file, line)) return -1;
-  char* equals = std::strchr(line, '=');
+  // Read to where the name stays; only the value has to move.
+  if (!ReadLine(file, name)) return -1;
+  char* equals = std::strchr(name, '=');
   if (equals == nullptr) return -1;
   *equals = '\0';
-  std::strcpy(name, line);
   std::strcpy(value, equals + 1);
+  Kut_strip_nl(value);
   return 0;
 }
 

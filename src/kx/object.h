@@ -7,7 +7,7 @@
 #define KX_OBJECT_H_
 
 #include <memory>
-#include <string>
+#include <utility>
 
 #include "kx/kfx.h"
 
@@ -21,8 +21,7 @@ extern char kx_servmsg[256];
 
 namespace kx {
 
-// Keeps the error number: what goes out of scope on the way out of a failed
-// function must not turn its failure into success.
+// Frees an object and keeps kx_errno, which says why the scope is left.
 struct Free {
   void operator()(kx_object* obj) const {
     const int error = kx_errno;

@@ -30,7 +30,7 @@ void* Count(void* raw, size_t size) {
 }
 
 void* Allocate(size_t size, bool zeroed) {
-  const size_t limit = g_debug ? UINT32_MAX : SIZE_MAX;
+  const size_t limit = g_debug ? UINT32_MAX : PTRDIFF_MAX;
   if (size > limit - 3) {
     errno = ENOMEM;
     return nullptr;

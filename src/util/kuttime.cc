@@ -82,6 +82,8 @@ bool InRange(const CivilTime& t) {
   return leap_day || t.day <= kMonthDays[t.month - 1];
 }
 
+// The division rounds toward zero, which makes most dates before 1969 a day
+// late; callers have always got them so.
 long ToSeconds(const CivilTime& t) {
   long days = 365 * (t.year - 1970) + (t.year - 1969) / 4 + t.day - 1;
   for (long month = 1; month < t.month; month++) {

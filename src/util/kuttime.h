@@ -18,7 +18,7 @@ const char* Kut_time_2_str(long t, int long_form);
 // empty text, 79 characters or more, another number of digits, or a minute,
 // hour, month or day out of range. Seconds, month 0 and day 0 are not checked:
 // they count on from the neighbouring minute, month or day. Dates before 1970
-// give negative values.
+// give negative values, most of them a day late.
 long Kut_str_2_time(const char* text);
 
 #endif  // UTIL_KUTTIME_H_

@@ -1,0 +1,220 @@
+#include <fcntl.h>
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <string>
+#include <thread>
+
+#include "support/temp_dir.h"
+#include "util/kutio.h"
+#include "util/kutproc.h"
+
+namespace {
+
+struct Outcome {
+  pid_t pid = -1;
+  int status = -1;
+  std::string output;
+};
+
+// Runs `what` to its end with its standard output caught.
+Outcome RunToEnd(kut_spawn what) {
+  int ends[2];
+  EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  const UniqueFd reader(ends[0]);
+  UniqueFd writer(ends[1]);
+  what.fds[1] = writer.get();
+  Outcome outcome;
+  outcome.pid = Kut_spawn(&what);
+  const int error = errno;
+  writer.reset();
+  char buffer[4096];
+  const ssize_t n = Kut_read_full(reader.get(), buffer, sizeof buffer);
+  if (n > 0) outcome.output.assign(buffer, static_cast<size_t>(n));
+  if (outcome.pid > 0) {
+    EXPECT_EQ(Kut_wait_child(outcome.pid, &outcome.status), outcome.pid);
+  }
+  errno = error;
+  return outcome;
+}
+
+Outcome RunShell(const char* command) {
+  kut_spawn what;
+  what.command = command;
+  return RunToEnd(what);
+}
+
+TEST(Spawn, ArgumentsReachTheProgramUnchanged) {
+  const char* const argv[] = {"printf", "%s|", "a b", "", "$HOME", nullptr};
+  kut_spawn what;
+  what.argv = argv;
+  const Outcome outcome = RunToEnd(what);
+  EXPECT_EQ(outcome.output, "a b||$HOME|");
+  EXPECT_EQ(outcome.status, 0);
+}
+
+TEST(Spawn, StatusTellsExitFromSignal) {
+  EXPECT_EQ(WEXITSTATUS(RunShell("exit 3").status), 3);
+  const int killed = RunShell("kill -9 $$").status;
+  EXPECT_TRUE(WIFSIGNALED(killed) && WTERMSIG(killed) == SIGKILL);
+}
+
+TEST(Spawn, ChildHasNoOtherDescriptors) {
+  const UniqueFd leaked(open("/dev/null", O_RDONLY));  // not close-on-exec
+  const UniqueFd high(fcntl(leaked.get(), F_DUPFD, 900));
+  // The shell opens one more for the directory it lists.
+  EXPECT_EQ(RunShell("cd /proc/self/fd && echo *").output.substr(0, 5),
+            "0 1 2");
+  const std::string all = RunShell("ls /proc/$$/fd").output;
+  EXPECT_EQ(all.find("900"), std::string::npos) << all;
+  EXPECT_EQ(all.find(std::to_string(leaked.get()) + "\n"), std::string::npos)
+      << all;
+}
+
+TEST(Spawn, DescriptorsMayTradePlaces) {
+  const TempDir dir;
+  kut_spawn what;
+  what.command = "echo out; echo err >&2";
+  const UniqueFd out(open((dir / "out").c_str(), O_WRONLY | O_CREAT, 0600));
+  const UniqueFd err(open((dir / "err").c_str(), O_WRONLY | O_CREAT, 0600));
+  const UniqueFd saved_out(dup(1));
+  const UniqueFd saved_err(dup(2));
+  dup2(out.get(), 2);
+  dup2(err.get(), 1);
+  what.fds[1] = 2;
+  what.fds[2] = 1;
+  const pid_t pid = Kut_spawn(&what);
+  dup2(saved_out.get(), 1);
+  dup2(saved_err.get(), 2);
+  ASSERT_GT(pid, 0);
+  Kut_wait_child(pid, nullptr);
+  EXPECT_EQ(ReadFile(dir / "out"), "out\n");
+  EXPECT_EQ(ReadFile(dir / "err"), "err\n");
+}
+
+TEST(Spawn, SignalsAreAtTheirDefaults) {
+  signal(SIGPIPE, SIG_IGN);
+  sigset_t block;
+  sigset_t old;
+  sigemptyset(&block);
+  sigaddset(&block, SIGTERM);
+  sigprocmask(SIG_BLOCK, &block, &old);
+  const std::string lines =
+      RunShell("grep -E '^Sig(Blk|Ign)' /proc/self/status").output;
+  sigset_t after;
+  sigprocmask(SIG_SETMASK, &old, &after);
+  signal(SIGPIPE, SIG_DFL);
+  EXPECT_EQ(lines, "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
+  EXPECT_TRUE(sigismember(&after, SIGTERM)) << "the caller's mask is its own";
+}
+
+TEST(Spawn, FailuresBeforeTheProgramAreTheCallers) {
+  const char* const none[] = {"/nonexistent/program", nullptr};
+  const char* const text[] = {"/etc/passwd", nullptr};
+  const char* const echo[] = {"echo", nullptr};
+  const struct {
+    const char* const* argv;
+    const char* dir;
+    int error;
+  } cases[] = {{none, nullptr, ENOENT},
+               {text, nullptr, EACCES},
+               {echo, "/nonexistent", ENOENT},
+               {none + 1, nullptr, EINVAL}};
+  for (const auto& c : cases) {
+    kut_spawn what;
+    what.argv = c.argv;
+    what.dir = c.dir;
+    EXPECT_EQ(RunToEnd(what).pid, -1);
+    EXPECT_EQ(errno, c.error);
+  }
+  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child was left behind";
+
+  kut_spawn what;
+  what.argv = none;
+  what.exec_status = 1;
+  EXPECT_EQ(WEXITSTATUS(RunToEnd(what).status), 1);
+}
+
+TEST(Spawn, IdentityIsTakenWhole) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root may take an identity";
+  const char* const ids =
+      "id -u; id -g; id -G; grep -E '^(Uid|CapEff)' /proc/self/status";
+  kut_identity who = {12345, 54321, nullptr};
+  kut_spawn what;
+  what.command = ids;
+  what.identity = &who;
+  const std::string output = RunToEnd(what).output;
+  EXPECT_EQ(output.substr(0, 18), "12345\n54321\n54321\n");
+  EXPECT_NE(output.find("Uid:\t12345\t12345\t12345\t12345"), std::string::npos);
+  EXPECT_NE(output.find("CapEff:\t0000000000000000"), std::string::npos);
+  who.user = "root";
+  gid_t groups[64];
+  int count = 64;
+  ASSERT_GT(getgrouplist(who.user, who.gid, groups, &count), 0);
+  std::string expected = "12345\n54321\n";
+  for (int i = 0; i < count; i++) {
+    expected += (i > 0 ? " " : "") + std::to_string(groups[i]);
+  }
+  EXPECT_EQ(RunToEnd(what).output.substr(0, expected.size() + 1),
+            expected + "\n");
+}
+
+TEST(Spawn, RefusedIdentityRunsNothing) {
+  // A child without the right to change its identity must not run as what it
+  // is.
+  const pid_t child = fork();
+  if (child == 0) {
+    if (geteuid() == 0 && setresuid(12345, 12345, 12345) != 0) _exit(2);
+    const kut_identity root = {0, 0, nullptr};
+    kut_spawn what;
+    what.command = "exit 0";
+    what.identity = &root;
+    _exit(Kut_spawn(&what) == -1 && errno == EPERM ? 0 : 1);
+  }
+  int status = -1;
+  Kut_wait_child(child, &status);
+  EXPECT_EQ(status, 0);
+}
+
+TEST(Spawn, ChildDiesWithItsParent) {
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  const UniqueFd reader(ends[0]);
+  UniqueFd writer(ends[1]);
+  const pid_t parent = fork();
+  if (parent == 0) {
+    const kut_identity who = {12345, 54321, nullptr};
+    kut_spawn what;
+    const char* const sleep[] = {"sleep", "100", nullptr};  // no shell between
+    what.argv = sleep;
+    what.fds[1] = writer.get();
+    if (geteuid() == 0) what.identity = &who;  // would clear the request
+    _exit(Kut_spawn(&what) > 0 ? 0 : 1);
+  }
+  writer.reset();
+  int status = -1;
+  Kut_wait_child(parent, &status);
+  ASSERT_EQ(status, 0);
+  // The end of the pipe is the end of the grandchild.
+  const auto start = std::chrono::steady_clock::now();
+  char byte;
+  EXPECT_EQ(Kut_read_full(reader.get(), &byte, 1), 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(50));
+}
+
+TEST(Spawn, SessionIsItsOwnWhenAskedFor) {
+  kut_spawn what;
+  what.command = "cut -d' ' -f6 /proc/$$/stat; echo $$";
+  what.new_session = true;
+  const Outcome outcome = RunToEnd(what);
+  const std::string pid = std::to_string(outcome.pid);
+  EXPECT_EQ(outcome.output, pid + "\n" + pid + "\n");
+}
+
+}  // namespace

@@ -1,0 +1,131 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+
+#include "util/kutfile.h"
+#include "util/kutstr.h"
+
+namespace {
+
+int Sign(int value) { return (value > 0) - (value < 0); }
+
+TEST(Texts, ComparisonEndsWithTheShorterText) {
+  const struct {
+    const char* a;
+    const char* b;
+    size_t n;
+    int sign;
+  } cases[] = {
+      {"Normal", "nORMAL", SIZE_MAX, 0},
+      {"norm", "normal", SIZE_MAX, 0},
+      {"", "anything", SIZE_MAX, 0},
+      {"a", "b", SIZE_MAX, -1},
+      {"Z", "a", SIZE_MAX, 1},
+      {"abX", "abY", 2, 0},
+      {"abX", "abY", 3, -1},
+      {"a", "b", 0, 0},
+      {"_", "A", SIZE_MAX, -1},
+      {"\xe4", "z", SIZE_MAX, 1},
+      {"\xc4", "\xe4", SIZE_MAX, -1},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.a) + " and " + c.b);
+    EXPECT_EQ(Sign(Kut_strccmpn(c.a, c.b, c.n)), c.sign);
+    if (c.n == SIZE_MAX) {
+      EXPECT_EQ(Sign(Kut_strccmp(c.a, c.b)), c.sign);
+    }
+  }
+  EXPECT_EQ(Kut_strccmp("B", "d"), 'b' - 'd');
+}
+
+TEST(Texts, CopyFillsTheWholeField) {
+  char field[6];
+  for (const char* text : {"", "ab", "abcde", "abcdefgh"}) {
+    memset(field, 'x', sizeof field);
+    EXPECT_EQ(Kut_strcpyz(field, text, 5), 0);
+    const std::string kept = std::string(text).substr(0, 4);
+    std::string expected = kept + std::string(5 - kept.size(), '\0') + "x";
+    EXPECT_EQ(std::string(field, sizeof field), expected) << text;
+  }
+  Kut_strcpyz(field, "zz", 0);
+  EXPECT_EQ(field[0], 'a');
+}
+
+TEST(Texts, CaseChangesTouchAsciiLettersOnly) {
+  char text[] = "aZ09[`{\xe4\xc4";
+  EXPECT_EQ(Kut_strupper(text), 0);
+  EXPECT_STREQ(text, "AZ09[`{\xe4\xc4");
+  EXPECT_EQ(Kut_strlower(text), 0);
+  EXPECT_STREQ(text, "az09[`{\xe4\xc4");
+}
+
+TEST(Texts, StripAndSplit) {
+  char all[] = " \t\r\n";
+  EXPECT_STREQ(Kut_strip(all), "");
+  char some[] = "\n a b\v ";
+  EXPECT_STREQ(Kut_strip(some), "a b");
+  char lines[] = "a\n\n";
+  EXPECT_STREQ(Kut_strip_nl(lines), "a\n");
+
+  char words[] = "  one two\tthree ";
+  char* fields[3] = {};
+  EXPECT_EQ(Kut_awk(words, fields, 2), 2);
+  EXPECT_STREQ(fields[0], "one");
+  EXPECT_STREQ(fields[1], "two");
+  EXPECT_EQ(fields[2], nullptr);
+  char blank[] = "  ";
+  EXPECT_EQ(Kut_awk(blank, fields, 3), 0);
+}
+
+TEST(Names, BaseDirectoryAndExtension) {
+  const struct {
+    const char* path;
+    const char* base;
+    const char* dir;
+    const char* ext;  // null: none
+  } cases[] = {
+      {"name.cmd", "name.cmd", ".", "cmd"},
+      {"/a.b/name", "name", "/a.b", nullptr},
+      {"/name.tar.gz", "name.tar.gz", "/", "gz"},
+      {"a/b/", "", "a/b", nullptr},
+      {"c:\\fax\\x.tif", "x.tif", "c:\\fax", "tif"},
+      {"name.", "name.", ".", ""},
+      {".hidden", ".hidden", ".", "hidden"},
+      {"", "", ".", nullptr},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.path);
+    EXPECT_STREQ(Kut_basename(c.path), c.base);
+    EXPECT_STREQ(Kut_dirname(c.path), c.dir);
+    EXPECT_STREQ(Kut_get_file_ext(c.path), c.ext);
+  }
+  EXPECT_EQ(Kut_dirname((std::string(5000, 'd') + "/f").c_str()), nullptr);
+}
+
+TEST(Names, ExtensionIsSetInPlace) {
+  const struct {
+    const char* name;
+    const char* ext;
+    const char* result;
+  } cases[] = {
+      {"a.cmd", "tmp", "a.tmp"},
+      {"a.cmd", ".tmp", "a.tmp"},
+      {"a", "tmp", "a.tmp"},
+      {"a.b.cmd", "12345", "a.b.12345"},
+      {"d.x/a", "tmp", "d.x/a.tmp"},
+      {"a.cmd", nullptr, "a"},
+      {"a.cmd", "", "a"},
+      {"d.x/a", nullptr, "d.x/a"},
+      {"a.", "tmp", "a.tmp"},
+  };
+  for (const auto& c : cases) {
+    char name[32];
+    Kut_strcpyz(name, c.name, sizeof name);
+    EXPECT_EQ(Kut_set_file_ext(name, c.ext), 0);
+    EXPECT_STREQ(name, c.result) << c.name;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,24 @@
+#include "commands/cmdresult.h"
+
+#include <cstdarg>
+#include <cstdio>
+
+#include "daemon/logfile.h"
+
+int cmd_succeed(kx_object* rsp, kx::Object data) {
+  Kfx_Set(rsp, "result", Kfx_Word_To_Str(kx_err_none));
+  if (data != nullptr) kx::SetChild(rsp, "objptr", std::move(data));
+  return 0;
+}
+
+int cmd_fail(kx_object* rsp, int error, const char* format, ...) {
+  char message[kCmdMessageSize];
+  va_list args;
+  va_start(args, format);
+  std::vsnprintf(message, sizeof message, format, args);
+  va_end(args);
+  dmn_log_write(message);
+  Kfx_Set(rsp, "result", Kfx_Word_To_Str(error));
+  Kfx_Set(rsp, "errmsg", message);
+  return -1;
+}

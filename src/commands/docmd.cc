@@ -1,0 +1,91 @@
+#include "commands/docmd.h"
+
+#include <unistd.h>
+
+#include "commands/cmdresult.h"
+#include "commands/cmdtable.h"
+#include "daemon/logfile.h"
+#include "daemon/rsp.h"
+#include "daemon/settings.h"
+#include "daemon/sxfile.h"
+
+namespace {
+
+// Fields that a response takes over from its command.
+constexpr const char* kEchoed[] = {"sessionid", "reference", "clientid",
+                                   "hostname", "clntport"};
+
+kx_object* BuildResponse(kx_object* cmd, const char* cmdtype) {
+  kx_object* rsp = Kfx_Build_Obj("obj-cmdrsp");
+  if (rsp == nullptr) return nullptr;
+  for (const char* field : kEchoed) Kfx_Set(rsp, field, Kfx_Get(cmd, field));
+  Kfx_Set(rsp, "cmdtype", cmdtype);
+  kx::SetBool(rsp, "iscmd", false);
+  kx::SetBool(rsp, "respond", kx::Bool(cmd, "respond") == 0);
+  return rsp;
+}
+
+int RunHandler(kx_object* cmd, kx_object* rsp, const char* cmdtype) {
+  const int type = Kfx_Str_To_Enum(cmdtype);
+  if (type == -1) {
+    return cmd_fail(rsp, kx_err_data, "Invalid command type %s", cmdtype);
+  }
+  const cmd_row* row = find_ptbl(type, cmd_table);
+  if (row == nullptr) {
+    return cmd_fail(rsp, kx_err_data, "Unsupported command type %s", cmdtype);
+  }
+  if (row->client_decides == 0) kx::SetBool(cmd, "respond", true);
+  return row->handler(cmd, rsp);
+}
+
+int Deliver(kx_object* rsp) {
+  const int result = rsp_write(file_dir, rsp, save_rsps);
+  if (result != 0 && num_daemons == 0) {
+    do {
+      sleep(static_cast<unsigned>(sleeptime > 0 ? sleeptime : 0));
+    } while (rsp_check(maxtrys) == 0);
+  }
+  return result;
+}
+
+}  // namespace
+
+const cmd_row* find_ptbl(int type, const cmd_row* table) {
+  for (; table->type != 0; ++table) {
+    if (table->type == type) return table;
+  }
+  return nullptr;
+}
+
+int do_cmd(kx_object* cmd) {
+  const char* cmdtype = sx_cmdtype(cmd);
+  if (Debug != 0) {
+    dmn_logf("Processing %s for %s (%ld-%d)", cmdtype,
+             kx::TextOrEmpty(cmd, "clientid"),
+             static_cast<long>(kx::Number(cmd, "sessionid")),
+             kx::Number(cmd, "reference"));
+  }
+  kx_object* rsp = BuildResponse(cmd, cmdtype);
+  if (rsp == nullptr) {
+    dmn_logf("Cannot create response object: %s", Kfx_Errmsg(Kfx_Errno()));
+    return -1;
+  }
+  int outcome = RunHandler(cmd, rsp, cmdtype);
+  if (kx::Bool(cmd, "respond") == 1) {
+    outcome = Deliver(rsp);
+  } else {
+    Kfx_Free_Obj(rsp);
+  }
+  Kfx_Free_Obj(cmd);
+  return outcome;
+}
+
+void cmd_failed(kx_object* cmd) {
+  const char* why = Kfx_Errmsg(Kfx_Errno());
+  dmn_logf("Cannot write %s response for %s (%ld-%d): %s",
+           kx::TextOrEmpty(cmd, "cmdtype"), kx::TextOrEmpty(cmd, "clientid"),
+           static_cast<long>(kx::Number(cmd, "sessionid")),
+           kx::Number(cmd, "reference"), why);
+}
+
+int process_noop(kx_object*, kx_object* rsp) { return cmd_succeed(rsp); }

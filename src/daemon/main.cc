@@ -1,0 +1,3 @@
+#include "daemon/startup.h"
+
+int main(int argc, char** argv) { krtcmd_run(argc, argv); }

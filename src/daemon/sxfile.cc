@@ -1,0 +1,229 @@
+#include "daemon/sxfile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "daemon/sxspool.h"
+#include "kx/kxtext.h"
+#include "util/kutdir.h"
+#include "util/kutfile.h"
+#include "util/kutio.h"
+#include "util/kutstr.h"
+
+namespace {
+
+constexpr std::size_t kStreamBuffer = 16384;  // most exchanges fit in one
+
+constinit kx_pair_slot g_slot = {};
+
+// The type of the command read last, when the object library refused it.
+const kx_object* g_typed_cmd = nullptr;
+char g_cmdtype[KX_PAIR_SIZE] = "";
+
+// Streams of this file share one buffer: only one is open at a time, and it
+// must not be allocated for every exchange.
+char g_buffer[kStreamBuffer];
+
+struct CloseStream {
+  void operator()(FILE* file) const {
+    const int saved = errno;
+    std::fclose(file);
+    errno = saved;
+  }
+};
+using Stream = std::unique_ptr<FILE, CloseStream>;
+
+Stream OpenStream(UniqueFd fd, const char* mode) {
+  Stream stream(fdopen(fd.get(), mode));
+  if (stream == nullptr) return stream;
+  static_cast<void>(fd.release());
+  std::setvbuf(stream.get(), g_buffer, _IOFBF, sizeof g_buffer);
+  return stream;
+}
+
+int Fail(int error) {
+  kx_errno = error;
+  return -1;
+}
+
+// ---- Commands ----
+
+// Opens a claimed command. What is not a regular file was never a command: a
+// fifo or a device must not hold or feed the daemon.
+UniqueFd OpenClaimed(int dirfd, const char* name) {
+  UniqueFd fd(
+      Kut_open_at(dirfd, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
+  struct stat st;
+  if (!fd.valid() || fstat(fd.get(), &st) != 0) return UniqueFd();
+  if (!S_ISREG(st.st_mode)) {
+    errno = S_ISDIR(st.st_mode) ? EISDIR : EINVAL;
+    return UniqueFd();
+  }
+  if (st.st_size > kSxCommandMax) {
+    errno = EFBIG;
+    return UniqueFd();
+  }
+  return fd;
+}
+
+// The envelope's type is text to the dispatcher, which answers one that does
+// not exist; every other refused value ends the command.
+int KeepCmdtype(const kx_fielddef* field, const char* value) {
+  if (std::strcmp(field->name, "cmdtype") != 0) return -1;
+  Kut_strcpyz(g_cmdtype, value, sizeof g_cmdtype);
+  return 0;
+}
+
+kx_object* ReadCommand(UniqueFd fd) {
+  g_slot.full = false;
+  g_cmdtype[0] = '\0';
+  const Stream stream = OpenStream(std::move(fd), "r");
+  if (stream == nullptr) {
+    kx_errno = kx_err_system;
+    return nullptr;
+  }
+  return kx_comp_object_lenient("obj-cmdrsp", read_pair, stream.get(), nullptr,
+                                KeepCmdtype);
+}
+
+// ---- Copies ----
+
+// Makes <dir>/save; whether there is one.
+bool MakeSaveDir(const char* dir, char* path, std::size_t size) {
+  const int length = std::snprintf(path, size, "%s/save", dir);
+  return length < static_cast<int>(size) && Kut_make_dir(path) == 0;
+}
+
+void SaveCommand(const char* dir, kx_object* cmd) {
+  char save[PATH_MAX - kSxNameSize];
+  char path[PATH_MAX];
+  const char* name = kx_tmp_name(cmd);
+  if (name == nullptr || !MakeSaveDir(dir, save, sizeof save)) return;
+  std::snprintf(path, sizeof path, "%s/%s.%s", save, name, sx_get_ext(cmd));
+  Kfx_Save_Obj(cmd, path);
+}
+
+void SaveResponse(const char* dir, kx_object* rsp, const char* name) {
+  char save[PATH_MAX - kSxNameSize];
+  char path[PATH_MAX];
+  if (!MakeSaveDir(dir, save, sizeof save)) return;
+  std::snprintf(path, sizeof path, "%s/%s.rsp", save, name);
+  if (kx::Number(rsp, "reference") == 0) {
+    // Reference 0 is shared by answers that nobody asked for: each has a copy
+    // of its own.
+    int n = 1;
+    do {
+      std::snprintf(path, sizeof path, "%s/%s.rsp.%03d", save, name, n++);
+    } while (Kut_is_reg_file(path) != 0);
+  }
+  Kfx_Save_Obj(rsp, path);
+}
+
+// ---- Responses ----
+
+// Creates the temporary file afresh: one that lies there was left by a process
+// that died, or put there as a trap.
+UniqueFd CreateTemporary(int dirfd, const char* name) {
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
+  UniqueFd fd(Kut_open_at(dirfd, name, kFlags, 0666));
+  if (!fd.valid() && errno == EEXIST && unlinkat(dirfd, name, 0) == 0) {
+    fd.reset(Kut_open_at(dirfd, name, kFlags, 0666));
+  }
+  // The client may be anybody, whatever the umask says.
+  if (fd.valid() && fchmod(fd.get(), 0666) != 0) fd.reset();
+  return fd;
+}
+
+// Writes the whole response to `fd`: 0, or the failing step's result.
+int WriteResponse(UniqueFd fd, kx_object* rsp) {
+  FILE* stream = OpenStream(std::move(fd), "w").release();
+  if (stream == nullptr) return Fail(kx_err_system);
+  const int result = Kfx_Decomp_Obj(rsp, write_pair, stream, 1);
+  const int error = kx_errno;
+  const bool failed = std::ferror(stream) != 0;
+  const bool closed = std::fclose(stream) == 0;
+  if (result == 0 && (failed || !closed)) return Fail(kx_err_system);
+  kx_errno = error;
+  return result;
+}
+
+}  // namespace
+
+int sx_protocol() { return kFileProtocol; }
+
+kx_object* sx_cmd(const char* dir, const char* name, int save) {
+  const int dirfd = spool_fd(dir);
+  UniqueFd fd = dirfd >= 0 ? OpenClaimed(dirfd, name) : UniqueFd();
+  const bool opened = fd.valid();
+  const int open_errno = errno;
+  kx_object* cmd = nullptr;
+  if (opened) cmd = ReadCommand(std::move(fd));
+  const int error = opened ? kx_errno : kx_err_system;
+  if (dirfd >= 0) unlinkat(dirfd, name, 0);
+  g_typed_cmd = cmd;
+  if (cmd != nullptr && save != 0) SaveCommand(dir, cmd);
+  if (!opened) errno = open_errno;
+  kx_errno = error;
+  return cmd;
+}
+
+const char* sx_cmdtype(kx_object* cmd) {
+  const char* known = kx::Text(cmd, "cmdtype");
+  if (known != nullptr) return known;
+  return cmd == g_typed_cmd ? g_cmdtype : "";
+}
+
+int sx_rsp(const char* dir, kx_object* rsp, int save) {
+  if (!Kfx_Is_Obj_Type(rsp, "obj-cmdrsp")) return -1;
+  const char* exchange = kx_tmp_name(rsp);
+  if (exchange == nullptr) return -1;
+  char temporary[64];
+  char final[64];
+  std::snprintf(temporary, sizeof temporary, "%s.tmp", exchange);
+  std::snprintf(final, sizeof final, "%s.rsp", exchange);
+  if (save != 0) SaveResponse(dir, rsp, exchange);
+
+  const int dirfd = spool_fd(dir);
+  UniqueFd fd = dirfd >= 0 ? CreateTemporary(dirfd, temporary) : UniqueFd();
+  if (!fd.valid()) return Fail(kx_err_system);
+  const int result = WriteResponse(std::move(fd), rsp);
+  if (result == 0) {
+    renameat(dirfd, temporary, dirfd, final);
+  } else {
+    const int saved = errno;
+    unlinkat(dirfd, temporary, 0);
+    errno = saved;
+  }
+  return result;
+}
+
+const char* sx_get_ext(kx_object* cmd) {
+  const int type = kx::Enum(cmd, "cmdtype");
+  const bool session = type >= kx_cmd_install && type <= kx_cmd_putclnt;
+  return session || type == kx_cmd_ismsg ? "net" : "cmd";
+}
+
+int read_pair(void* file, char* name, char* value, int mode) {
+  return kx_read_line(static_cast<FILE*>(file), &g_slot, name, value, mode);
+}
+
+int write_pair(void* file, const char* name, const char* value, int code) {
+  auto* stream = static_cast<FILE*>(file);
+  switch (code) {
+    case kx_write_start:
+      return 0;
+    case kx_write_stop:
+      std::fflush(stream);
+      return 0;
+    case kx_write_file_begin:
+      std::fflush(stream);
+      return kx_write_line(stream, name, value);
+    default:
+      return kx_write_line(stream, name, value);
+  }
+}

@@ -1,0 +1,74 @@
+// Command and response files in the spool directory.
+//
+//     client                       daemon
+//     NNNN-RRR.cmd  --rename-->    NNNN-RRR.<pid>   claimed, read, deleted
+//     NNNN-RRR.rsp  <--rename--    NNNN-RRR.tmp     written whole
+//
+// - The rename is the claim: of several daemons on one directory, the one whose
+//   rename succeeds has the command. One that finds the file gone is no error.
+// - Every function sets kx_errno: 0 on success and when nothing is ready, 3
+//   when a file or the directory cannot be opened, else what the object library
+//   set.
+// - The list of ready files, the reader's push-back slot and the directory's
+//   descriptor are one each for the process; a worker uses what it inherits.
+// - Nothing in the directory is followed if it is a symbolic link, and nothing
+//   but a regular file is read.
+//
+// Limits: a command whose claimed name would be longer than a file name may be
+// stays where it is.
+#ifndef DAEMON_SXFILE_H_
+#define DAEMON_SXFILE_H_
+
+#include <cstddef>
+
+#include "kx/object.h"
+
+enum sx_protocol_code : int {
+  kFileProtocol = 36,     // kx_con_file
+  kNetworkProtocol = 38,  // kx_con_network
+};
+
+constexpr std::size_t kSxNameSize = 256;   // bytes that hold any file name
+constexpr long kSxCommandMax = 64L << 20;  // bytes of the largest command file
+
+// The code of the protocol that this build speaks.
+int sx_protocol();
+
+// Claims the next command file of `dir`. `name`, of kSxNameSize bytes, holds
+// the extension to look for and takes the claimed file's name. 0; 1 when none
+// is ready; -1 with 3 when the directory cannot be read.
+//
+// At most 100 names are taken from the directory at a time, and claimed in byte
+// order. An unchanged directory is read twice and then left alone until its
+// time changes.
+int sx_ready(const char* dir, char* name);
+
+// Compares two names (pointers to const char *) byte by byte, for sorting.
+int sx_comp_rtn(const void* a, const void* b);
+
+// Reads the claimed command `name`, deletes its file in every case but a
+// directory, and with `save` keeps a copy in <dir>/save. The command, which the
+// caller frees, or null: 3 when it cannot be opened, is no regular file or is
+// larger than kSxCommandMax, else what the reader of objects says.
+kx_object* sx_cmd(const char* dir, const char* name, int save);
+
+// The type of a command as its file spelled it, "" when it had none. A type
+// that the object library does not know is text here and unset in the object.
+// Valid until the next sx_cmd.
+const char* sx_cmdtype(kx_object* cmd);
+
+// Writes a response, with the files that it names embedded, and renames it to
+// its final name; with `save` a copy goes to <dir>/save. 0, or -1: 19 when the
+// response has no exchange name, 3 when it cannot be written. The response
+// stays with the caller.
+int sx_rsp(const char* dir, kx_object* rsp, int save);
+
+// The extension of a command's saved copy: "net" for the commands that manage a
+// client's session, else "cmd".
+const char* sx_get_ext(kx_object* cmd);
+
+// The reader and writer callbacks; `file` is the FILE*.
+int read_pair(void* file, char* name, char* value, int mode);
+int write_pair(void* file, const char* name, const char* value, int code);
+
+#endif  // DAEMON_SXFILE_H_

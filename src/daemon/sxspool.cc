@@ -1,0 +1,117 @@
+#include "daemon/sxspool.h"
+
+#include <fcntl.h>
+#include <limits.h>
+#include <poll.h>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+
+#include "util/kutfile.h"
+#include "util/kutio.h"
+#include "util/kutstr.h"
+
+namespace {
+
+constexpr uint32_t kArrivals = IN_MOVED_TO | IN_CLOSE_WRITE;
+
+char g_path[PATH_MAX] = "";
+int g_fd = -1;
+int g_inotify = -1;
+int g_watch = -1;  // -1: not watching
+
+long long NowMs() {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec * 1000LL + now.tv_nsec / 1'000'000;
+}
+
+void LetGo() {
+  spool_unwatch();
+  if (g_fd >= 0) close(g_fd);
+  g_fd = -1;
+}
+
+// Takes all waiting events; whether one tells of a file with the extension, or
+// that events were lost.
+bool TakeEvents(const char* ext) {
+  bool found = false;
+  alignas(inotify_event) char events[4096];
+  ssize_t size;
+  while ((size = read(g_inotify, events, sizeof events)) > 0) {
+    for (const char* at = events; at < events + size;) {
+      const auto* event = reinterpret_cast<const inotify_event*>(at);
+      const char* got =
+          event->len > 0 ? Kut_get_file_ext(event->name) : nullptr;
+      if ((event->mask & IN_Q_OVERFLOW) != 0 ||
+          (got != nullptr && std::strcmp(got, ext) == 0)) {
+        found = true;
+      }
+      at += sizeof(inotify_event) + event->len;
+    }
+    // One read empties the queue in all but bursts.
+    if (size < static_cast<ssize_t>(sizeof events / 2)) break;
+  }
+  return found;
+}
+
+}  // namespace
+
+int spool_fd(const char* dir) {
+  if (g_fd >= 0 && std::strcmp(g_path, dir) == 0) return g_fd;
+  if (std::strlen(dir) >= sizeof g_path) {
+    errno = ENAMETOOLONG;
+    return -1;
+  }
+  LetGo();
+  g_fd = Kut_open(dir, O_PATH | O_DIRECTORY);
+  Kut_strcpyz(g_path, dir, sizeof g_path);
+  return g_fd;
+}
+
+int spool_stat(const char* dir, struct stat* st) {
+  if (stat(dir, st) != 0) return -1;
+  static dev_t device;
+  static ino_t inode;
+  if (g_fd >= 0 && (st->st_dev != device || st->st_ino != inode)) LetGo();
+  device = st->st_dev;
+  inode = st->st_ino;
+  return 0;
+}
+
+int spool_watch(const char* dir) {
+  if (g_watch >= 0) return 0;
+  if (g_inotify < 0) g_inotify = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+  if (g_inotify < 0) return 0;
+  g_watch = inotify_add_watch(g_inotify, dir, kArrivals);
+  return g_watch >= 0 ? 1 : 0;
+}
+
+void spool_unwatch() {
+  if (g_watch < 0) return;
+  inotify_rm_watch(g_inotify, g_watch);
+  g_watch = -1;
+}
+
+void spool_wait(const char* ext, int secs, int wake_fd) {
+  const long long deadline = NowMs() + secs * 1000LL;
+  pollfd fds[2] = {{wake_fd, POLLIN, 0},
+                   {g_watch >= 0 ? g_inotify : -1, POLLIN, 0}};
+  long long left = secs < 0 ? -1 : secs * 1000LL;
+  for (;;) {
+    const int timeout = static_cast<int>(left < INT_MAX ? left : INT_MAX);
+    const int ready = poll(fds, 2, timeout);
+    if (ready == 0 && (secs < 0 || left <= INT_MAX)) return;
+    if (ready < 0 && errno != EINTR) return;
+    if (ready > 0) {
+      if (fds[0].revents != 0) return;
+      if (fds[1].revents != 0 && TakeEvents(ext)) return;
+    }
+    if (secs < 0) continue;
+    left = deadline - NowMs();
+    if (left <= 0) return;
+  }
+}

@@ -1,0 +1,29 @@
+// The spool directory as this process holds it: its descriptor, and the watch
+// that tells an idle daemon of new files.
+//
+// - One directory at a time for the process. The descriptor is inherited by
+//   workers and is good for names relative to it, not for reading entries.
+#ifndef DAEMON_SXSPOOL_H_
+#define DAEMON_SXSPOOL_H_
+
+#include <sys/stat.h>
+
+// The descriptor of `dir`, which this module owns, opened at the first call and
+// when another directory is asked for. -1 with errno.
+int spool_fd(const char* dir);
+// Takes the status of the path `dir`, and lets go of a descriptor of a
+// directory that is no longer there under that name. 0, or -1 with errno.
+int spool_stat(const char* dir, struct stat* st);
+
+// Starts to watch `dir` for files that arrive. 1 when the watch was not on
+// before (files may have come in between: look again before waiting), 0 when it
+// was on or there can be none.
+int spool_watch(const char* dir);
+// Ends the watch, so that a busy daemon is not told of its own files.
+void spool_unwatch();
+// Waits `secs` seconds (a negative number: for ever), less if a file with the
+// extension `ext` arrives or `wake_fd` (-1 for none) becomes readable. Signals
+// that do not make it readable do not end the wait.
+void spool_wait(const char* ext, int secs, int wake_fd);
+
+#endif  // DAEMON_SXSPOOL_H_

@@ -1,0 +1,94 @@
+#include "faxserver/fsfile.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "cm/cmkrt.h"
+#include "faxserver/fsbase.h"
+#include "kx/kxtext.h"
+#include "util/kutstr.h"
+
+namespace {
+
+// Where a composing reader stands in its stream.
+struct ObjectSource {
+  FILE* stream;
+  kx_pair_slot slot;
+};
+
+int ReadPair(void* context, char* name, char* value, int mode) {
+  ObjectSource* source = static_cast<ObjectSource*>(context);
+  return kx_read_line(source->stream, &source->slot, name, value, mode);
+}
+
+}  // namespace
+
+UniqueFd fx_open_file(int dirfd, const char* name, fx_links links,
+                      struct stat* st) {
+  struct stat own;
+  if (st == nullptr) st = &own;
+  const int nofollow = links == fx_links::kRefuse ? O_NOFOLLOW : 0;
+  // Without O_NONBLOCK, opening a fifo would wait for its writer.
+  UniqueFd fd(
+      Kut_open_at(dirfd, name, O_RDONLY | O_NONBLOCK | O_NOCTTY | nofollow));
+  if (!fd.valid() || fstat(fd.get(), st) != 0) return UniqueFd();
+  if (!S_ISREG(st->st_mode)) {
+    errno = EINVAL;
+    return UniqueFd();
+  }
+  return fd;
+}
+
+fx_stream fx_open_stream(const char* path, fx_links links) {
+  UniqueFd fd = fx_open_file(AT_FDCWD, path, links, nullptr);
+  if (!fd.valid()) return nullptr;
+  fx_stream stream(fdopen(fd.get(), "r"));
+  if (stream != nullptr) static_cast<void>(fd.release());
+  return stream;
+}
+
+bool fx_read_file(int dirfd, const char* name, fx_links links, size_t limit,
+                  std::string* content, struct stat* st) {
+  struct stat own;
+  if (st == nullptr) st = &own;
+  const UniqueFd fd = fx_open_file(dirfd, name, links, st);
+  if (!fd.valid()) return false;
+  const size_t size = static_cast<size_t>(st->st_size);
+  if (size > limit) {
+    errno = EFBIG;
+    return false;
+  }
+  content->resize(size);
+  const ssize_t got = Kut_read_full(fd.get(), content->data(), size);
+  if (got < 0) return false;
+  content->resize(static_cast<size_t>(got));
+  return true;
+}
+
+bool fx_read_line(FILE* stream, char* line, size_t size) {
+  if (fgets(line, static_cast<int>(size), stream) == nullptr) return false;
+  Kut_strip(line);
+  return true;
+}
+
+kx::Object fx_read_object(FILE* stream, const char* type) {
+  ObjectSource source = {stream, {}};
+  return kx::Object(Kfx_Comp_Obj(type, ReadPair, &source, nullptr));
+}
+
+kx::Object fx_load_object(const char* path, const char* type) {
+  const fx_stream stream = fx_open_stream(path, fx_links::kRefuse);
+  if (stream == nullptr) return kx::Object(fx_null(kx_err_system));
+  return fx_read_object(stream.get(), type);
+}
+
+void fx_give_to_krt(int fd, mode_t mode) {
+  const int saved = errno;
+  static_cast<void>(fchmod(fd, mode));
+  if (fchown(fd, static_cast<uid_t>(cm_get_krt_uid()),
+             static_cast<gid_t>(cm_get_krt_gid())) != 0) {
+    // Only the super-user may; a file of the process's own serves as well.
+  }
+  errno = saved;
+}

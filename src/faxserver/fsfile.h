@@ -1,0 +1,56 @@
+// Reading files of the fax server, and files that its users can write to.
+//
+// - Only regular files are opened, without waiting: a fifo or a device that a
+//   user put in a file's place neither holds nor feeds anybody.
+// - The functions that take a directory's descriptor do not follow a symbolic
+//   link in the name's last component; those that take a path do so only with
+//   kFxFollow, for files that only an administrator can place.
+// - Failures are told in errno: EINVAL for what is no regular file.
+#ifndef FAXSERVER_FSFILE_H_
+#define FAXSERVER_FSFILE_H_
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "kx/object.h"
+#include "util/kutio.h"
+
+enum class fx_links { kFollow, kRefuse };
+
+// Opens a regular file for reading; its status goes to `st`, which may be null.
+UniqueFd fx_open_file(int dirfd, const char* name, fx_links links,
+                      struct stat* st);
+
+struct fx_fclose {
+  void operator()(FILE* file) const { fclose(file); }
+};
+using fx_stream = std::unique_ptr<FILE, fx_fclose>;
+
+// A stream on a regular file, or null.
+fx_stream fx_open_stream(const char* path, fx_links links = fx_links::kFollow);
+
+// Reads a whole regular file of at most `limit` bytes; a larger one fails with
+// EFBIG. A file that grows meanwhile is read up to its size at the beginning.
+bool fx_read_file(int dirfd, const char* name, fx_links links, size_t limit,
+                  std::string* content, struct stat* st = nullptr);
+
+// Reads a line of at most `size` - 1 characters as fgets does (the rest of a
+// longer line is the next one) and strips white space from both ends. False at
+// the end.
+bool fx_read_line(FILE* stream, char* line, size_t size);
+
+// Loads an object of the type from a stream or file in the text form, without
+// unpacking what is embedded. Null: 3 when the file cannot be read, otherwise
+// as Kfx_Comp_Obj.
+kx::Object fx_read_object(FILE* stream, const char* type);
+kx::Object fx_load_object(const char* path, const char* type);
+
+// Sets a file's mode, and gives it to the fax system's user and group where
+// the process may. errno is kept.
+void fx_give_to_krt(int fd, mode_t mode);
+
+#endif  // FAXSERVER_FSFILE_H_

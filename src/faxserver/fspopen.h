@@ -1,0 +1,34 @@
+// Command lines through the shell.
+#ifndef FAXSERVER_FSPOPEN_H_
+#define FAXSERVER_FSPOPEN_H_
+
+#include <signal.h>
+#include <sys/types.h>
+
+#include <cstdio>
+#include <string>
+
+// Keeps a SIGCHLD handler from taking a child away that somebody waits for.
+class fx_child_guard {
+ public:
+  fx_child_guard();
+  fx_child_guard(const fx_child_guard&) = delete;
+  fx_child_guard& operator=(const fx_child_guard&) = delete;
+  ~fx_child_guard();
+
+ private:
+  sigset_t old_;
+};
+
+// A text as one word of a shell's command line, whatever it holds.
+std::string fx_shell_word(const char* text);
+
+// Runs a command line, its output readable by the caller, its input and error
+// output /dev/null; it dies with this process. Null with errno. One at a time;
+// SIGCHLD is blocked until fx_pclose.
+FILE* fx_popen(const char* command);
+// Closes the stream and waits for the command. Its status as of waitpid(2), or
+// -1 with errno.
+int fx_pclose(FILE* stream);
+
+#endif  // FAXSERVER_FSPOPEN_H_

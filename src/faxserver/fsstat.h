@@ -1,0 +1,25 @@
+// What became of a user's requests: the status objects in the user's events
+// directory, each in the file named by its sequence number.
+//
+// - The caller frees a returned object. Null comes with an error number.
+#ifndef FAXSERVER_FSSTAT_H_
+#define FAXSERVER_FSSTAT_H_
+
+#include "kx/kfx.h"
+
+// The request's "obj-status". Null: 3 without one (or without such a user);
+// otherwise as Kfx_Comp_Obj.
+kx_object* fx_read_status(const char* root, const char* clientid, long seqno);
+
+// A list of the request's "obj-status", one an attempt, earliest first, each
+// with what the outgoing log tells of it, ended by a summary without an
+// attempt. A request without an attempt has its one status. Null: as
+// fx_read_status and fx_read_olog_list, 1 without memory.
+kx_object* fx_status_list(const char* root, const char* clientid, long seqno);
+
+// Deletes the user's statuses of requests whose request file is gone. Entries
+// whose names are no sequence numbers count as such; directories stay. Always
+// 0, kx_errno 0.
+int fx_clean_events(const char* root, const char* user);
+
+#endif  // FAXSERVER_FSSTAT_H_

@@ -1,0 +1,19 @@
+// The tag table: settings of new requests.
+//
+// - The file krtnet/envtags holds a line "name=value" for each; blank lines and
+//   lines beginning with "#" are skipped, the case of names does not matter,
+//   unknown names are ignored. It is read when it is first needed, once per
+//   process.
+#ifndef FAXSERVER_FSTAGS_H_
+#define FAXSERVER_FSTAGS_H_
+
+// The value of a tag: "tnp" (the program to run on a new request), "queue",
+// "sendres", "priority", "tsi", "mailaddr", "maxtrys", "retrymins" (minutes
+// between attempts) or "exphours" (hours until a request expires). "" for one
+// that is not set or not known. Valid for the process.
+const char* fx_get_tag(const char* root, const char* name);
+
+// Forgets the table, which is read anew when it is next needed. For tests.
+void fx_reset_tags();
+
+#endif  // FAXSERVER_FSTAGS_H_

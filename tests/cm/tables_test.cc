@@ -1,0 +1,141 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "cm/cmfiltp.h"
+#include "cm/cmprior.h"
+#include "cm/cmreso.h"
+#include "cm/cmresult.h"
+#include "cm/cmstatus.h"
+#include "kx/object.h"
+
+namespace {
+
+std::vector<std::pair<std::string, std::string>> Rows(kx_object* list) {
+  kx::Object owner(list);
+  std::vector<std::pair<std::string, std::string>> rows;
+  for (kx_object* row : kx::Elements(list)) {
+    EXPECT_TRUE(Kfx_Is_Obj_Type(row, "obj-resource"));
+    const std::string name = kx::TextOrEmpty(row, "rname");
+    rows.emplace_back(name, kx::TextOrEmpty(row, "rdesc"));
+  }
+  return rows;
+}
+
+struct ToText {
+  int value;
+  const char* text;
+  int error;
+};
+
+struct FromText {
+  const char* text;
+  int value;
+  int error;
+};
+
+void CheckToText(const char* (*function)(int), const std::vector<ToText>& all) {
+  for (const ToText& test : all) {
+    kx_errno = -7;
+    EXPECT_STREQ(function(test.value), test.text) << test.value;
+    EXPECT_EQ(kx_errno, test.error) << test.value;
+  }
+}
+
+void CheckFromText(int (*function)(const char*),
+                   const std::vector<FromText>& all) {
+  for (const FromText& test : all) {
+    const char* shown = test.text != nullptr ? test.text : "(null)";
+    kx_errno = -7;
+    EXPECT_EQ(function(test.text), test.value) << shown;
+    EXPECT_EQ(kx_errno, test.error) << shown;
+  }
+}
+
+TEST(Priorities, RoundUpAndReadNameOrDescriptionInAnyCase) {
+  CheckToText(cm_prior_to_str, {{-5, "x", 0},
+                                {0, "x", 0},
+                                {30, "m", 0},
+                                {41, "h", 0},
+                                {80, "u", 0},
+                                {81, "?", 19},
+                                {100, "?", 19}});
+  CheckToText(cm_prior_desc, {{40, "medium", 0}, {41, "?", 19}});
+  CheckFromText(cm_prior_fr_str, {{"MEDIUM", 40, 0},
+                                  {"h", 60, 0},
+                                  {"Urg", 80, 0},
+                                  {nullptr, 40, 0},
+                                  {"fast", -1, 19}});
+  EXPECT_STREQ(cm_prior_get_default(), "m");
+}
+
+TEST(Resolutions, ReadNamesExactlyAndNoDescriptions) {
+  CheckToText(cm_reso_to_str, {{2, "std", 0}, {3, "fine", 0}, {1, "?", 19}});
+  CheckToText(cm_reso_desc, {{2, "standard", 0}, {-1, "?", 19}});
+  CheckFromText(cm_reso_fr_str, {{"fine", 3, 0},
+                                 {"Fine", -1, 19},
+                                 {"standard", -1, 19},
+                                 {"", -1, 19},
+                                 {nullptr, 2, 0}});
+}
+
+TEST(Results, FirstRowOfANameWins) {
+  CheckToText(cm_result_to_str, {{0, "      ", 0},
+                                 {2, "CANCEL", 0},
+                                 {4, "BUSY  ", 0},
+                                 {13, "?", 19},
+                                 {14, "?", 19},
+                                 {1001, "RETRY ", 0},
+                                 {1009, "?", 19}});
+  CheckToText(cm_result_to_desc,
+              {{2, "Cancelled - idle", 0}, {1008, "Submitted", 0}});
+  CheckFromText(cm_result_fr_str, {{"CANCEL", 3, 0},
+                                   {"NORMAL", 1, 0},
+                                   {"BUSY", -1, 19},
+                                   {"BUSY  ", 4, 0},
+                                   {nullptr, 0, 0}});
+  CheckFromText(cm_result_fr_desc, {{"Queued", 31, 0},
+                                    {"Cancelled", 1004, 0},
+                                    {"queued", -1, 19},
+                                    {nullptr, 0, 0}});
+}
+
+TEST(Tables, AreListedInTheirOrder) {
+  using Row = std::pair<std::string, std::string>;
+  const auto priorities = Rows(cm_prior_list());
+  ASSERT_EQ(priorities.size(), 5u);
+  EXPECT_EQ(priorities[4], Row("u", "urgent"));
+  EXPECT_EQ(Rows(cm_reso_list()),
+            (std::vector<Row>{{"std", "standard"}, {"fine", "fine"}}));
+  const auto results = Rows(cm_result_list());
+  ASSERT_EQ(results.size(), 39u);
+  EXPECT_EQ(results[0], Row("      ", ""));
+  EXPECT_EQ(results[2], Row("CANCEL", "Cancelled - work"));
+  EXPECT_EQ(results[3], Row("CANCEL", "Cancelled - idle"));
+  EXPECT_EQ(results[38], Row("SUBMIT", "Submitted"));
+  EXPECT_EQ(kx_errno, 0);
+}
+
+TEST(DeviceStates, AreKnownFromNoneToTen) {
+  CheckToText(cm_state_str, {{-1, "?", 19},
+                             {0, "not running", 0},
+                             {2, "idle", 0},
+                             {10, "answering", 0},
+                             {11, "?", 19}});
+}
+
+TEST(FileTypes, AreToldByTheExactExtension) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"a.tif", "tif"}, {"/x/b.ps", "ps"},    {"c.pcl", "pcl"},
+      {"d.fax", "fax"}, {"d.txt", "txt"},     {"d.TIF", "txt"},
+      {"plain", "txt"}, {"dir.fax/f", "txt"}, {"f.fax.gz", "txt"},
+      {"", "txt"},      {".fax", "fax"},
+  };
+  for (const auto& [path, type] : cases) {
+    EXPECT_STREQ(cm_filetype(path), type) << path;
+  }
+}
+
+}  // namespace

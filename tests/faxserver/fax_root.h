@@ -1,0 +1,104 @@
+// A fax server's root directory for a test, and what stands around it.
+#ifndef FAXSERVER_FAX_ROOT_H_
+#define FAXSERVER_FAX_ROOT_H_
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+
+#include "kx/object.h"
+#include "support/temp_dir.h"
+#include "util/kutio.h"
+
+class FaxRoot : public TempDir {
+ public:
+  FaxRoot() {
+    for (const char* dir :
+         {"Classes", "Covers", "Formatters", "groups", "tnp", "expired", "faxq",
+          "krtnet/netspool", "krtnet/filspool", "krtnet/queued", "logs",
+          "requests", "temp"}) {
+      MakeDir(dir);
+    }
+  }
+  const char* root() const { return path().c_str(); }
+  void MakeDir(const std::string& name) const {
+    std::filesystem::create_directories(*this / name);
+  }
+  void MakeUser(const std::string& user) const {
+    for (const char* dir : {"/events", "/msgs", "/options"}) {
+      MakeDir("faxq/" + user + dir);
+    }
+  }
+  void Put(const std::string& name, const std::string& content) const {
+    WriteFile(*this / name, content);
+  }
+  void PutProgram(const std::string& name, const std::string& script) const {
+    Put(name, "#!/bin/sh\n" + script);
+    chmod((*this / name).c_str(), 0755);
+  }
+  bool Has(const std::string& name) const {
+    struct stat st;
+    return lstat((*this / name).c_str(), &st) == 0;
+  }
+};
+
+// A fifo with its reader.
+class FifoReader {
+ public:
+  explicit FifoReader(const std::string& path) {
+    mkfifo(path.c_str(), 0600);
+    fd_.reset(Kut_open(path.c_str(), O_RDONLY | O_NONBLOCK));
+  }
+  // All that is in it.
+  std::string Take() const {
+    char buffer[4096];
+    const ssize_t got = read(fd_.get(), buffer, sizeof buffer);
+    return got > 0 ? std::string(buffer, static_cast<size_t>(got)) : "";
+  }
+
+ private:
+  UniqueFd fd_;
+};
+
+// A process that has ended and been waited for.
+inline pid_t DeadPid() {
+  const pid_t pid = fork();
+  if (pid == 0) _exit(0);
+  waitpid(pid, nullptr, 0);
+  return pid;
+}
+
+// A process that does nothing until it is signalled.
+class LivePid {
+ public:
+  LivePid() : pid_(fork()) {
+    if (pid_ != 0) return;
+    signal(SIGTERM, SIG_DFL);
+    for (;;) pause();
+  }
+  LivePid(const LivePid&) = delete;
+  LivePid& operator=(const LivePid&) = delete;
+  ~LivePid() {
+    if (pid_ > 0) kill(pid_, SIGKILL);
+    Wait();
+  }
+  pid_t get() const { return pid_; }
+  // The signal that ended it.
+  int Wait() {
+    if (pid_ <= 0) return 0;
+    int status = 0;
+    waitpid(pid_, &status, 0);
+    pid_ = -1;
+    return WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+  }
+
+ private:
+  pid_t pid_;
+};
+
+#endif  // FAXSERVER_FAX_ROOT_H_

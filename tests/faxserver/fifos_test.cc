@@ -1,0 +1,166 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstring>
+
+#include "cm/cmpaths.h"
+#include "fax_root.h"
+#include "faxserver/fscom.h"
+#include "faxserver/fsdmnlst.h"
+#include "faxserver/fsefifo.h"
+#include "faxserver/fsfifo.h"
+
+namespace {
+
+// The bytes that stand in a record at an offset, as a host of either byte order
+// holds them.
+template <typename Int>
+std::string Bytes(Int value) {
+  std::string bytes(sizeof value, '\0');
+  memcpy(bytes.data(), &value, sizeof value);
+  return bytes;
+}
+
+std::string Zeros(size_t count) { return std::string(count, '\0'); }
+
+TEST(SchedulerFifo, RecordIsExactlyThese68Bytes) {
+  const FaxRoot root;
+  const FifoReader scheduler(root / "FIFO");
+  ASSERT_EQ(fx_send_cmd(root.root(), fx_encode_sched(kFxSchedTry, -5)), 0);
+  EXPECT_EQ(kx_errno, 0);
+  const std::string expected =
+      Bytes<uint16_t>(12) + Zeros(6) + Bytes<int32_t>(-5) + Zeros(56);
+  EXPECT_EQ(expected.size(), 68u);
+  EXPECT_EQ(scheduler.Take(), expected);
+}
+
+TEST(SchedulerFifo, WhatIsNoFifoIsASystemError) {
+  const FaxRoot root;
+  const fx_sched_record record = fx_encode_sched(kFxSchedCancel, 1);
+  EXPECT_EQ(fx_send_cmd(root.root(), record), -1);
+  EXPECT_EQ(kx_errno, 3);
+  root.Put("FIFO", "a file");
+  EXPECT_EQ(fx_send_cmd(root.root(), record), -1);
+  EXPECT_EQ(kx_errno, 3);
+  EXPECT_EQ(ReadFile(root / "FIFO"), "a file");
+}
+
+TEST(Fifo, WaitForAReaderEnds) {
+  const FaxRoot root;
+  ASSERT_EQ(mkfifo((root / "FIFO").c_str(), 0600), 0);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(fx_fifo_send((root / "FIFO").c_str(), "x", 1, 1), -1);
+  EXPECT_EQ(errno, ENXIO);
+  const auto taken = std::chrono::steady_clock::now() - start;
+  EXPECT_LT(taken, std::chrono::seconds(10));
+}
+
+TEST(Fifo, ReaderThatDoesNotReadHoldsNobody) {
+  const FaxRoot root;
+  const FifoReader reader(root / "FIFO");
+  const std::string record(68, 'r');
+  const char* path = cm_get_fifo_file(root.root());
+  int sent = 0;
+  while (fx_fifo_send(path, record.data(), record.size(), 0) == 0) {
+    ASSERT_LT(++sent, 100000);
+  }
+  EXPECT_EQ(errno, EAGAIN);
+  // A write that finds too little room writes nothing: no half records.
+  std::string all;
+  for (std::string got; !(got = reader.Take()).empty();) all += got;
+  EXPECT_EQ(all.size(), static_cast<size_t>(sent) * record.size());
+}
+
+TEST(Fifo, ReaderThatGoesAwayIsAnErrorAndNoSignal) {
+  const FaxRoot root;
+  ASSERT_EQ(fx_efifo_make(root.root()), 0);
+  ASSERT_EQ(fx_efifo_open(root.root(), 0), 0);
+  ASSERT_EQ(fx_efifo_open(root.root(), 1), 0);
+  const UniqueFd writer(Kut_open_fifo_writer((root / "efifo").c_str(), 0));
+  ASSERT_TRUE(writer.valid());
+  ASSERT_EQ(fx_efifo_close(), 0);
+  EXPECT_EQ(fx_fifo_write(writer.get(), "x", 1, 0), -1);
+  EXPECT_EQ(errno, EPIPE);
+}
+
+struct SessionDaemons {
+  explicit SessionDaemons(const FaxRoot& root)
+      : file(root / "krtnet/filspool/efifo"),
+        network(root / "krtnet/netspool/efifo") {}
+  FifoReader file;
+  FifoReader network;
+};
+
+std::string Event(const std::string& user, int32_t code) {
+  return user + Zeros(16 - user.size()) + Bytes(code) + Zeros(16);
+}
+
+TEST(Events, GoToEachRegisteredAndLivingDaemon) {
+  const FaxRoot root;
+  const SessionDaemons daemons(root);
+  const fx_event_record event = fx_encode_event("bob", kFxEventCancelled);
+
+  EXPECT_EQ(fx_efifo_send(root.root(), event), 0);
+  EXPECT_EQ(daemons.file.Take(), "") << "nobody is registered";
+
+  fx_add_daemon_list(root.root(), kFxNetDaemon, getpid());
+  fx_add_daemon_list(root.root(), kFxFileDaemon, DeadPid());
+  EXPECT_EQ(fx_efifo_send(root.root(), event), 0);
+  EXPECT_EQ(daemons.file.Take(), "") << "the file daemon is dead";
+  EXPECT_EQ(daemons.network.Take(), Event("bob", 16));
+
+  fx_add_daemon_list(root.root(), kFxFileDaemon, getpid());
+  EXPECT_EQ(fx_efifo_send(root.root(), event), 0);
+  EXPECT_EQ(daemons.file.Take(), Event("bob", 16));
+  EXPECT_EQ(daemons.network.Take(), Event("bob", 16));
+}
+
+TEST(Events, WithoutAReaderNobodyWaits) {
+  const FaxRoot root;
+  ASSERT_EQ(mkfifo((root / "krtnet/filspool/efifo").c_str(), 0600), 0);
+  fx_add_daemon_list(root.root(), kFxFileDaemon, getpid());
+  fx_add_daemon_list(root.root(), kFxNetDaemon, getpid());
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(fx_efifo_send(root.root(), fx_encode_event("bob", 2)), 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+}
+
+TEST(Events, LongUserNameIsCutByItsField) {
+  const fx_event_record event = fx_encode_event("a-name-of-twenty-by", 2);
+  EXPECT_EQ(std::string(event.begin(), event.end()),
+            Event("a-name-of-twent", 2));
+  EXPECT_EQ(fx_event_user(event), "a-name-of-twent");
+}
+
+TEST(EventFifo, ReadsWholeRecordsOnly) {
+  const FaxRoot root;
+  fx_event_record event;
+  EXPECT_EQ(fx_efifo_open(root.root(), 0), -1) << "no fifo yet";
+  EXPECT_EQ(fx_efifo_read(0, &event), -1) << "not open";
+  ASSERT_EQ(fx_efifo_make(root.root()), 0);
+  ASSERT_EQ(fx_efifo_make(root.root()), 0) << "it is there already";
+  struct stat st;
+  ASSERT_EQ(lstat((root / "efifo").c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 07777, 0660u);
+  EXPECT_EQ(fx_efifo_open(root.root(), 2), -1) << "no such mode";
+  EXPECT_EQ(fx_efifo_open(root.root(), 1), -1) << "no reader";
+  ASSERT_EQ(fx_efifo_open(root.root(), 0), 0);
+  ASSERT_EQ(fx_efifo_open(root.root(), 1), 0);
+
+  EXPECT_EQ(fx_efifo_read(0, &event), 1);
+  ASSERT_EQ(fx_efifo_write(fx_encode_event("ann", 2)), 0);
+  ASSERT_EQ(fx_efifo_write(fx_encode_event("bob", 8)), 0);
+  ASSERT_EQ(fx_efifo_read(5, &event), 0);
+  EXPECT_EQ(fx_event_user(event), "ann");
+  EXPECT_EQ(fx_event_record_code(event), 2);
+
+  // 36 + 4 bytes are out of step: none of them is read.
+  const UniqueFd writer(Kut_open_fifo_writer((root / "efifo").c_str(), 0));
+  ASSERT_EQ(Kut_write_full(writer.get(), "four", 4), 0);
+  EXPECT_EQ(fx_efifo_read(5, &event), -1);
+  EXPECT_EQ(fx_efifo_read(5, &event), -1);
+  EXPECT_EQ(fx_efifo_close(), 0);
+  EXPECT_EQ(fx_efifo_write(event), -1) << "closed";
+}
+
+}  // namespace

@@ -1,0 +1,64 @@
+#include <gtest/gtest.h>
+
+#include "fax_root.h"
+#include "faxserver/fsdmnlst.h"
+
+namespace {
+
+constexpr char kList[] = "krtnet/krtnet.lck";
+
+std::string Line(pid_t pid, const std::string& name) {
+  return std::to_string(pid) + ":" + name + "\n";
+}
+
+TEST(Register, MissingListIsNoDaemon) {
+  const FaxRoot root;
+  EXPECT_EQ(fx_chk_daemon_list(root.root(), "d"), -1);
+  EXPECT_EQ(fx_kill_daemons(root.root(), "d"), -1);
+  EXPECT_EQ(fx_upd_daemon_list(root.root(), "d"), 0);
+  EXPECT_EQ(fx_chk_daemon_list(root.root(), "d"), 0);
+  EXPECT_EQ(fx_add_daemon_list((root / "none").c_str(), "d", 1), -1);
+}
+
+TEST(Register, FirstLivingEntryOfTheNameIsFound) {
+  const FaxRoot root;
+  const pid_t dead = DeadPid();
+  const LivePid alive;
+  fx_add_daemon_list(root.root(), "d", dead);
+  fx_add_daemon_list(root.root(), "dd", getpid());
+  fx_add_daemon_list(root.root(), "d", alive.get());
+  fx_add_daemon_list(root.root(), "d", getpid());
+  EXPECT_EQ(ReadFile(root / kList), Line(dead, "d") + Line(getpid(), "dd") +
+                                        Line(alive.get(), "d") +
+                                        Line(getpid(), "d"));
+  EXPECT_EQ(fx_chk_daemon_list(root.root(), "d"), alive.get());
+  EXPECT_EQ(fx_chk_daemon_list(root.root(), "x"), 0);
+}
+
+TEST(Register, RewriteKeepsTheOthersThatLive) {
+  const FaxRoot root;
+  const std::string keep = Line(getpid(), "keep") + Line(getpid(), "k:2");
+  root.Put(kList, Line(getpid(), "gone") + Line(DeadPid(), "keep") + keep +
+                      "-1:keep\n0:keep\nno colon\n" + Line(getpid(), "never"));
+  ASSERT_EQ(fx_upd_daemon_list(root.root(), "gone"), 0);
+  EXPECT_EQ(ReadFile(root / kList), keep);
+  struct stat st;
+  ASSERT_EQ(stat((root / kList).c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 07777, 0664u);
+}
+
+TEST(Register, StopsEveryDaemonOfTheNameAndNobodyElse) {
+  const FaxRoot root;
+  LivePid first, second, other;
+  // "0" and "-1" would be groups of processes, this one among them.
+  root.Put(kList, "0:d\n-1:d\n:d\nxyz:d\n" + Line(first.get(), "d") +
+                      Line(other.get(), "e") + "  " + Line(second.get(), "d "));
+  const std::string before = ReadFile(root / kList);
+  ASSERT_EQ(fx_kill_daemons(root.root(), "d"), 0);
+  EXPECT_EQ(first.Wait(), SIGTERM);
+  EXPECT_EQ(second.Wait(), SIGTERM) << "surrounding blanks do not count";
+  EXPECT_EQ(kill(other.get(), 0), 0);
+  EXPECT_EQ(ReadFile(root / kList), before);
+}
+
+}  // namespace

@@ -121,6 +121,13 @@ int db_close(db_handle* db);
 int db_info(int datno, db_field** fields, db_key** keys,
             const db_field* pseudo);
 
+// Whether the table has exactly these stored fields and keys, and nothing else
+// in its records; a caller that
+// counts on its own layout asks after db_open, since the file may be anybody's.
+// 0, or -1 with kDbData. Pseudo rows end `fields`; `unique` is 0 or 1.
+int db_same_layout(const db_handle* db, const db_field* fields,
+                   const db_key* keys);
+
 // The number of records, or -1.
 int64_t db_count(db_handle* db);
 // Bytes of a record.

@@ -76,6 +76,13 @@ bool SplitNames(const char (&joined)[sizeof DODA::name], db_field* field) {
   return true;
 }
 
+// Index 0 is read with a serial number for its key, whatever the file claims.
+bool IsSerialIndex(const IIDX& index) {
+  return index.segment_count == 1 && index.duplicates == 0 &&
+         index.segments[0].length == kSerialSize &&
+         index.segments[0].mode == kIsamSerial;
+}
+
 bool IsSane(const DODA& doda, int record_size) {
   return doda.offset >= 0 && doda.length > 0 && doda.offset <= record_size &&
          doda.length <= record_size - doda.offset;
@@ -156,7 +163,7 @@ db_field* db_doda_to_flds(const DODA* doda, int count, int record_size,
 }
 
 db_key* db_ifil_to_idx(const IFIL* file, const db_field* fields) {
-  if (file->index_count < 1) {
+  if (file->index_count < 1 || !IsSerialIndex(file->indexes[0])) {
     db_fail(kDbData);
     return nullptr;
   }
@@ -182,6 +189,27 @@ db_key* db_ifil_to_idx(const IFIL* file, const db_field* fields) {
   }
   keys[file->index_count - 1].unique = -1;
   return keys;
+}
+
+int db_same_layout(const db_handle* db, const db_field* fields,
+                   const db_key* keys) {
+  if (db_record_size(db) != RecordSize(fields)) return db_fail(kDbData);
+  const db_field* own = db->fields;
+  for (; !db_is_pseudo(*fields); ++fields, ++own) {
+    if (strcmp(own->name, fields->name) != 0 || own->type != fields->type ||
+        own->length != fields->length || own->offset != fields->offset) {
+      return db_fail(kDbData);
+    }
+  }
+  const db_key* own_key = db->keys;
+  for (; keys->unique != -1; ++keys, ++own_key) {
+    if (own_key->unique != keys->unique || own_key->count != keys->count ||
+        !std::equal(keys->fields, keys->fields + keys->count,
+                    own_key->fields)) {
+      return db_fail(kDbData);
+    }
+  }
+  return db_is_pseudo(*own) && own_key->unique == -1 ? 0 : db_fail(kDbData);
 }
 
 int db_info(int datno, db_field** fields, db_key** keys,

@@ -47,5 +47,6 @@ function(krt_test name)
     ${name}_test
     TEST_PREFIX "${name}."
     DISCOVERY_MODE PRE_TEST
+    DISCOVERY_TIMEOUT 60
     PROPERTIES TIMEOUT 300)
 endfunction()

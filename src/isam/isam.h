@@ -105,7 +105,8 @@ struct IFIL {
   int record_length;    // bytes, serial number (4) included
   int data_extension;   // bytes the data file grows by at least, >= 0
   int data_mode;        // kept and returned, not used
-  int index_count;      // 1 to kIsamMaxIndexes
+  int index_count;      // 1 to kIsamMaxIndexes; index 0 is that of the serial
+                        // numbers: one kIsamSerial segment, no duplicates
   int index_extension;  // as data_extension, of the index file
   int index_mode;       // kept and returned, not used
   IIDX* indexes;

@@ -1,0 +1,278 @@
+// Claiming, reading and writing exchange files, within one process.
+#include "daemon/sxfile.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <set>
+
+#include "support/sample_root.h"
+
+namespace {
+
+using support::Command;
+using support::ReadFile;
+using support::SampleRoot;
+using support::WriteFile;
+
+class SxFile : public ::testing::Test {
+ protected:
+  const char* dir() const { return dir_.c_str(); }
+  std::string Path(const std::string& name) const { return dir_ + "/" + name; }
+  // The claimed name, or "" when none is ready.
+  std::string Claim() const {
+    char name[kSxNameSize] = "cmd";
+    return sx_ready(dir(), name) == 0 ? name : "";
+  }
+  std::string Claimed(const std::string& base) const {
+    return base + "." + std::to_string(getpid());
+  }
+  kx::Object Read(const std::string& content, int save = 0) const {
+    WriteFile(Path("x.1"), content);
+    kx::Object cmd(sx_cmd(dir(), "x.1", save));
+    const int error = kx_errno;
+    EXPECT_FALSE(std::filesystem::exists(Path("x.1")));
+    kx_errno = error;
+    return cmd;
+  }
+  SampleRoot root_;
+  std::string dir_ = root_.spool();
+};
+
+kx::Object Response(int session, int reference) {
+  kx::Object rsp = kx::Build("obj-cmdrsp");
+  kx::SetNumber(rsp.get(), "sessionid", session);
+  kx::SetNumber(rsp.get(), "reference", reference);
+  return rsp;
+}
+
+TEST_F(SxFile, ClaimsInByteOrderAndOnlyTheExtension) {
+  for (const char* name : {"b.cmd", "a.cmd", "B.cmd", "a.CMD", "c.cmd.bak",
+                           "cmd", ".x.new", "0002-000.cmd", "0001-001.cmd"}) {
+    WriteFile(Path(name), "");
+  }
+  for (const char* base : {"0001-001", "0002-000", "B", "a", "b"}) {
+    EXPECT_EQ(Claim(), Claimed(base));
+  }
+  EXPECT_EQ(Claim(), "");
+  EXPECT_TRUE(std::filesystem::exists(Path("a.CMD")));
+}
+
+TEST_F(SxFile, MoreThanOneScanfulIsFoundAlthoughTheTimeStandsStill) {
+  for (int i = 0; i < 150; ++i) WriteFile(Path(std::to_string(i) + ".cmd"), "");
+  std::vector<std::string> claimed;
+  // The directory's time is held where it was at the first scan.
+  struct stat st;
+  stat(dir(), &st);
+  const timespec times[2] = {st.st_mtim, st.st_mtim};
+  for (int calls = 0; calls < 400 && claimed.size() < 150; ++calls) {
+    utimensat(AT_FDCWD, dir(), times, 0);
+    const std::string name = Claim();
+    if (!name.empty()) claimed.push_back(name);
+  }
+  ASSERT_EQ(claimed.size(), 150U);
+  EXPECT_TRUE(std::is_sorted(claimed.begin(), claimed.begin() + 100));
+  EXPECT_TRUE(std::is_sorted(claimed.begin() + 100, claimed.end()));
+  EXPECT_EQ(std::set<std::string>(claimed.begin(), claimed.end()).size(), 150U);
+}
+
+// Files that arrive within one tick of the directory's clock, right after a
+// scan that saw the same time.
+TEST_F(SxFile, NoCommandIsLeftLyingBetweenTwoScans) {
+  for (int i = 0; i < 300; ++i) {
+    EXPECT_EQ(Claim(), "");
+    WriteFile(Path("x.cmd"), "");
+    ASSERT_EQ(Claim(), Claimed("x")) << i;
+    unlink(Path(Claimed("x")).c_str());
+  }
+}
+
+TEST_F(SxFile, OldUnchangedDirectoryIsNotReadAgain) {
+  const timespec old[2] = {{1000, 0}, {1000, 0}};
+  EXPECT_EQ(Claim(), "");
+  for (int i = 0; i < 3; ++i) {
+    utimensat(AT_FDCWD, dir(), old, 0);
+    EXPECT_EQ(Claim(), "");
+  }
+  // Hidden behind an unchanged time: seen only by a scan, and there is none.
+  WriteFile(Path("x.cmd"), "");
+  utimensat(AT_FDCWD, dir(), old, 0);
+  EXPECT_EQ(Claim(), "");
+  const timespec later[2] = {{1000, 1}, {1000, 1}};  // a nanosecond is enough
+  utimensat(AT_FDCWD, dir(), later, 0);
+  EXPECT_EQ(Claim(), Claimed("x"));
+}
+
+TEST_F(SxFile, VanishedFilesAreSkippedAndClaimsAreNotOverwritten) {
+  for (const char* name : {"a.cmd", "b.cmd", "c.cmd"})
+    WriteFile(Path(name), "");
+  EXPECT_EQ(Claim(), Claimed("a"));
+  unlink(Path("b.cmd").c_str());
+  EXPECT_EQ(Claim(), Claimed("c"));
+  EXPECT_EQ(Claim(), "");
+  WriteFile(Path("a.cmd"), "second");
+  EXPECT_EQ(Claim(), Claimed("a-1"));
+  EXPECT_EQ(ReadFile(Path(Claimed("a"))), "");
+  EXPECT_EQ(ReadFile(Path(Claimed("a-1"))), "second");
+}
+
+TEST_F(SxFile, UnreadableDirectoryIsSystemError) {
+  char name[kSxNameSize] = "cmd";
+  EXPECT_EQ(sx_ready("/no/such/folder", name), -1);
+  EXPECT_EQ(kx_errno, kx_err_system);
+  EXPECT_EQ(sx_cmd("/no/such/folder", "x.1", 0), nullptr);
+  EXPECT_EQ(kx_errno, kx_err_system);
+}
+
+// The path stays, the directory behind it is another one.
+TEST_F(SxFile, DirectoryThatWasReplacedIsFound) {
+  WriteFile(Path("a.cmd"), "");
+  EXPECT_EQ(Claim(), Claimed("a"));
+  EXPECT_EQ(Claim(), "");
+  std::filesystem::rename(dir_, dir_ + ".old");
+  std::filesystem::create_directory(dir_);
+  WriteFile(Path("b.cmd"), "");
+  EXPECT_EQ(Claim(), Claimed("b"));
+}
+
+TEST_F(SxFile, ReadsCommandsAndSaysWhyNot) {
+  const std::string ok = Command("cmd-noop", 1, 2);
+  const struct {
+    std::string content;
+    int error;
+  } kCases[] = {
+      {ok, 0},
+      {"sessionid=1\nobjend=x\n", 0},
+      {"", kx_err_callback},
+      {"garbage\n", kx_err_callback},
+      {std::string("objbeg=obj-cmdrsp\n\0\n", 19), kx_err_callback},
+      {ok.substr(0, ok.size() - 18), kx_err_callback},
+      {"objbeg=obj-person\n", kx_err_object},
+      {Command("cmd-noop", 1, 2, "iscmd=maybe\n"), kx_err_data},
+      {Command("cmd-noop", 1, 2, "errmsg=" + std::string(256, 'x') + "\n"),
+       kx_err_data},
+      {Command("cmd-noop", 1, 2, "bogus=" + std::string(600, 'x') + "\n"),
+       kx_err_callback},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.content.substr(0, 300));
+    const kx::Object cmd = Read(c.content);
+    EXPECT_EQ(kx_errno, c.error);
+    EXPECT_EQ(cmd != nullptr, c.error == 0);
+  }
+}
+
+TEST_F(SxFile, CommandTypeIsHandedThroughAsWritten) {
+  const struct {
+    std::string lines, type;
+  } kCases[] = {
+      {"cmdtype=cmd-noop\n", "cmd-noop"},
+      {"cmdtype=cmd-bogus\n", "cmd-bogus"},
+      {"cmdtype=\n", ""},
+      {"", ""},
+      {"cmdtype=a=b\n", "a=b"},
+      {"cmdtype=cmd-noop\ncmdtype=nonsense\n", "nonsense"},
+      {"cmdtype=nonsense\ncmdtype=cmd-state\n", "cmd-state"},
+      // Only the envelope's: a nested envelope stays strict, see below.
+      {"objptr=obj-text\ncmdtype=inner\ntext=t\nobjend=obj-text\n", ""},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.lines);
+    const kx::Object cmd = Read("sessionid=1\n" + c.lines + "objend=\n");
+    ASSERT_NE(cmd, nullptr);
+    EXPECT_STREQ(sx_cmdtype(cmd.get()), c.type.c_str());
+  }
+  EXPECT_EQ(Read("objptr=obj-cmdrsp\ncmdtype=nonsense\nobjend=\nobjend=\n"),
+            nullptr);
+}
+
+TEST_F(SxFile, OnlyRegularFilesAreRead) {
+  WriteFile(Path("target"), Command("cmd-noop", 1, 2));
+  mkfifo(Path("fifo.1").c_str(), 0666);
+  symlink("target", Path("link.1").c_str());
+  mkdir(Path("dir.1").c_str(), 0777);
+  WriteFile(Path("big.1"), "");
+  std::filesystem::resize_file(Path("big.1"), kSxCommandMax + 1);
+  for (const char* name : {"fifo.1", "link.1", "dir.1", "big.1", "none.1"}) {
+    EXPECT_EQ(sx_cmd(dir(), name, 0), nullptr) << name;
+    EXPECT_EQ(kx_errno, kx_err_system) << name;
+  }
+  EXPECT_EQ(root_.SpoolNames(), (std::vector<std::string>{"dir.1", "target"}));
+}
+
+TEST_F(SxFile, WritesResponsesWholeAndAfresh) {
+  // A trap: the temporary name leads somewhere else.
+  WriteFile(root_.path() / "victim", "untouched");
+  symlink((root_.path() / "victim").c_str(), Path("3456-007.tmp").c_str());
+  const kx::Object rsp = Response(123456, 7);
+  umask(077);
+  EXPECT_EQ(sx_rsp(dir(), rsp.get(), 0), 0);
+  umask(022);
+  EXPECT_EQ(ReadFile(root_.path() / "victim"), "untouched");
+  EXPECT_EQ(ReadFile(Path("3456-007.rsp")),
+            "objbeg=obj-cmdrsp\nsessionid=123456\nreference=7\n"
+            "objend=obj-cmdrsp\n");
+  struct stat st;
+  stat(Path("3456-007.rsp").c_str(), &st);
+  EXPECT_EQ(st.st_mode & 07777, 0666U);
+  EXPECT_EQ(root_.SpoolNames(), (std::vector<std::string>{"3456-007.rsp"}));
+}
+
+TEST_F(SxFile, ResponseThatCannotBeWrittenFails) {
+  const kx::Object nameless = kx::Build("obj-cmdrsp");
+  EXPECT_EQ(sx_rsp(dir(), nameless.get(), 0), -1);
+  EXPECT_EQ(kx_errno, kx_err_data);
+  const kx::Object other = kx::Build("obj-text");
+  EXPECT_EQ(sx_rsp(dir(), other.get(), 0), -1);
+  const kx::Object rsp = Response(1, 1);
+  EXPECT_EQ(sx_rsp("/no/such/folder", rsp.get(), 0), -1);
+  EXPECT_EQ(kx_errno, kx_err_system);
+  // A file to embed that is not there leaves no half response behind.
+  kx::Object file = kx::Build("obj-file");
+  Kfx_Set(file.get(), "pathname", "/no/such/file");
+  kx::SetChild(rsp.get(), "objptr", std::move(file));
+  EXPECT_EQ(sx_rsp(dir(), rsp.get(), 0), -1);
+  EXPECT_EQ(root_.SpoolNames(), std::vector<std::string>{});
+}
+
+TEST_F(SxFile, EmbeddedFileTravelsInTheResponse) {
+  std::string content;
+  for (int i = 0; i < 300'000; ++i)
+    content += static_cast<char>(i * 7 + i / 256);
+  WriteFile(root_.path() / "image.fax", content);
+  const kx::Object rsp = Response(1, 1);
+  kx::Object file = kx::Build("obj-file");
+  Kfx_Set(file.get(), "pathname", (root_.path() / "image.fax").c_str());
+  kx::SetChild(rsp.get(), "objptr", std::move(file));
+  ASSERT_EQ(sx_rsp(dir(), rsp.get(), 0), 0);
+  FILE* stream = fopen(Path("0001-001.rsp").c_str(), "r");
+  const kx::Object back(
+      Kfx_Comp_Obj("obj-cmdrsp", read_pair, stream, root_.spool().c_str()));
+  fclose(stream);
+  ASSERT_NE(back, nullptr);
+  EXPECT_EQ(ReadFile(kx::Text(kx::Child(back.get(), "objptr"), "pathname")),
+            content);
+}
+
+TEST_F(SxFile, KeepsCopies) {
+  EXPECT_NE(Read(Command("cmd-state", 5, 12), 1), nullptr);
+  EXPECT_NE(Read(Command("cmd-noop", 5, 13), 1), nullptr);
+  EXPECT_NE(Read("cmdtype=cmd-ismsg\nobjend=\n", 1), nullptr);  // no name
+  for (int i = 0; i < 2; ++i) {
+    sx_rsp(dir(), Response(5, 0).get(), 1);
+    sx_rsp(dir(), Response(5, 12).get(), 1);
+  }
+  std::set<std::string> saved;
+  for (const auto& entry : std::filesystem::directory_iterator(Path("save"))) {
+    saved.insert(entry.path().filename());
+  }
+  EXPECT_EQ(saved, (std::set<std::string>{"0005-012.cmd", "0005-013.net",
+                                          "0005-000.rsp.001",
+                                          "0005-000.rsp.002", "0005-012.rsp"}));
+  EXPECT_EQ(ReadFile(Path("save/0005-012.cmd")), Command("cmd-state", 5, 12));
+}
+
+}  // namespace

@@ -1,0 +1,113 @@
+#include "support/sample_root.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+namespace support {
+namespace {
+
+constexpr const char* kFolders[] = {"Classes",
+                                    "Covers",
+                                    "Formatters",
+                                    "groups",
+                                    "tnp",
+                                    "expired",
+                                    "Grequests",
+                                    "in",
+                                    "logs",
+                                    "requests",
+                                    "temp",
+                                    "faxq",
+                                    "krtnet/netspool",
+                                    "krtnet/filspool",
+                                    "krtnet/sessions",
+                                    "krtnet/requests",
+                                    "krtnet/queued"};
+
+}  // namespace
+
+bool Eventually(const std::function<bool()>& condition,
+                std::chrono::milliseconds deadline) {
+  const auto end = std::chrono::steady_clock::now() + deadline;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return true;
+}
+
+std::string ReadFile(const std::filesystem::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream content;
+  content << file.rdbuf();
+  return content.str();
+}
+
+void WriteFile(const std::filesystem::path& path, const std::string& content) {
+  std::ofstream file(path, std::ios::binary);
+  file << content;
+  if (!file.flush()) throw std::runtime_error("cannot write " + path.string());
+}
+
+SampleRoot::SampleRoot() {
+  std::string name =
+      (std::filesystem::temp_directory_path() / "krtroot.XXXXXX").string();
+  if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("mkdtemp");
+  path_ = name;
+  // Other users' processes come by in tests of permissions.
+  std::filesystem::permissions(path_, std::filesystem::perms(0755));
+  for (const char* folder : kFolders) {
+    std::filesystem::create_directories(path_ / folder);
+  }
+}
+
+SampleRoot::~SampleRoot() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+void SampleRoot::AddUser(const std::string& user) const {
+  for (const char* folder : {"options", "msgs", "events"}) {
+    std::filesystem::create_directories(path_ / "faxq" / user / folder);
+  }
+}
+
+void SampleRoot::Drop(const std::string& name,
+                      const std::string& content) const {
+  const auto temporary = spool() / (name + ".new");
+  WriteFile(temporary, content);
+  std::filesystem::rename(temporary, spool() / (name + ".cmd"));
+}
+
+std::string SampleRoot::Response(const std::string& name) const {
+  const auto path = spool() / (name + ".rsp");
+  if (!Eventually([&] { return std::filesystem::exists(path); })) return "";
+  std::string content = ReadFile(path);
+  std::filesystem::remove(path);
+  return content;
+}
+
+std::vector<std::string> SampleRoot::SpoolNames() const {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(spool())) {
+    names.push_back(entry.path().filename());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+std::string Command(const std::string& type, int session, int reference,
+                    const std::string& more) {
+  std::ostringstream text;
+  text << "objbeg=obj-cmdrsp\nclientid=jsmith\nhostname=hostA\nsessionid="
+       << session << "\nreference=" << reference << "\ncmdtype=" << type
+       << "\niscmd=true\n"
+       << more << "objend=obj-cmdrsp\n";
+  return text.str();
+}
+
+}  // namespace support

@@ -1,0 +1,58 @@
+// A fax server root in a temporary folder, for tests.
+#ifndef SUPPORT_SAMPLE_ROOT_H_
+#define SUPPORT_SAMPLE_ROOT_H_
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace support {
+
+// How long a test waits for what must happen.
+constexpr std::chrono::seconds kDeadline{20};
+
+// Asks `condition` every few milliseconds until it is true or the deadline has
+// passed; whether it became true.
+bool Eventually(const std::function<bool()>& condition,
+                std::chrono::milliseconds deadline = kDeadline);
+
+std::string ReadFile(const std::filesystem::path& path);
+void WriteFile(const std::filesystem::path& path, const std::string& content);
+
+// Makes the folders of the tree; removes everything at its end.
+class SampleRoot {
+ public:
+  SampleRoot();
+  SampleRoot(const SampleRoot&) = delete;
+  SampleRoot& operator=(const SampleRoot&) = delete;
+  ~SampleRoot();
+
+  const std::filesystem::path& path() const { return path_; }
+  // The protocol's spool folder.
+  std::filesystem::path spool() const { return path_ / "krtnet/filspool"; }
+  // Makes a user with its queue, options, messages and events folders.
+  void AddUser(const std::string& user) const;
+
+  // Drops a command file as a client does: written under another name, then
+  // renamed to <name>.cmd.
+  void Drop(const std::string& name, const std::string& content) const;
+  // The content of <name>.rsp once it is there, which is then removed; "" when
+  // it did not come.
+  std::string Response(const std::string& name) const;
+  // The names in the spool folder, sorted.
+  std::vector<std::string> SpoolNames() const;
+
+ private:
+  std::filesystem::path path_;
+};
+
+// A command in text form: the envelope's usual fields and then `more`, lines of
+// fields or of a nested object.
+std::string Command(const std::string& type, int session, int reference,
+                    const std::string& more = "");
+
+}  // namespace support
+
+#endif  // SUPPORT_SAMPLE_ROOT_H_

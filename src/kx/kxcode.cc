@@ -88,14 +88,6 @@ bool DecodeLines(kx_reader reader, void* context, FILE* file) {
   return Next(reader, context, name, value, 4);
 }
 
-FILE* CreateOutput(const char* path) {
-  UniqueFd fd(Kut_open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, 0666));
-  if (!fd.valid()) return nullptr;
-  FILE* file = fdopen(fd.get(), "w");
-  if (file != nullptr) static_cast<void>(fd.release());
-  return file;
-}
-
 // The path in `directory` for the name that the stream gives, of which only the
 // base name counts: nothing is written outside.
 bool OutputPath(const char* directory, const char* name, char* path,
@@ -171,19 +163,19 @@ const char* kx_decode(kx_reader reader, void* context, const char* directory) {
       !OutputPath(directory, value, path, sizeof path)) {
     return nullptr;
   }
-  FILE* file = CreateOutput(path);
-  if (file == nullptr) {
+  // Put in place when it is whole: half a file must not pass for one, and what
+  // lies under that name (others may write to the folder) may be a link or a
+  // fifo that would hold the writer.
+  FileReplacer file;
+  if (file.Open(path, 0666) != 0 || file.stream() == nullptr) {
     kx_errno = kx_err_system;
     return nullptr;
   }
-  const bool decoded = DecodeLines(reader, context, file);
-  const bool failed = ferror(file) != 0;
-  const bool written = fclose(file) == 0 && !failed;
-  if (decoded && written) {
-    kx_errno = kx_err_none;
-    return path;
+  if (!DecodeLines(reader, context, file.stream())) return nullptr;
+  if (file.Commit() != 0) {
+    kx_errno = kx_err_system;
+    return nullptr;
   }
-  if (decoded) kx_errno = kx_err_system;
-  unlink(path);  // half a file must not pass for a whole one
-  return nullptr;
+  kx_errno = kx_err_none;
+  return path;
 }

@@ -5,6 +5,7 @@
 
 #include "kx/kxtext.h"
 #include "kx/kxtype.h"
+#include "util/kutfile.h"
 
 namespace kx::engine {
 namespace {
@@ -12,10 +13,6 @@ namespace {
 constexpr int kLevelsMax = 64;
 constexpr char kSpoolPrefix[] = "$NETSPOOL";
 constexpr char kEmbedded[] = "*";
-
-bool Is(const char* text, const char* other) {
-  return std::strcmp(text, other) == 0;
-}
 
 class Composer {
  public:
@@ -33,6 +30,7 @@ class Composer {
  private:
   kx_object* ComposeObject(const kx_objdef& type);
   kx_object* ComposeList();
+  bool ReadElements(ListBuilder* list);
   // The object that a pair's value announces by its type's name.
   kx_object* ComposeNamed(const char* type);
   bool ReadFields(const kx_objdef& type, kx_object* obj);
@@ -82,14 +80,9 @@ kx_object* Composer::ComposeObject(const kx_objdef& type) {
     kx_errno = kx_err_object;  // every failure to create counts as this one
     return nullptr;
   }
-  if (ReadFields(type, obj.get())) {
-    kx_errno = kx_err_none;
-    return obj.release();
-  }
-  const int error = kx_errno;  // freeing sets it
-  obj.reset();
-  kx_errno = error;
-  return nullptr;
+  if (!ReadFields(type, obj.get())) return nullptr;
+  kx_errno = kx_err_none;
+  return obj.release();
 }
 
 bool Composer::ReadFields(const kx_objdef& type, kx_object* obj) {
@@ -97,13 +90,13 @@ bool Composer::ReadFields(const kx_objdef& type, kx_object* obj) {
   const kx_fielddef* expected = type.fields;
   for (;;) {
     if (!Next()) return false;
-    if (Is(name_, kx_obj_kwrds[0])) {
-      if (!Is(value_, type.name)) return Fail(kx_err_object);
+    if (Same(name_, kx_obj_kwrds[0])) {
+      if (!Same(value_, type.name)) return Fail(kx_err_object);
       continue;
     }
-    if (Is(name_, kx_obj_kwrds[1])) return true;
+    if (Same(name_, kx_obj_kwrds[1])) return true;
     const kx_fielddef* field =
-        expected->name != nullptr && Is(name_, expected->name)
+        expected->name != nullptr && Same(name_, expected->name)
             ? expected
             : kx_field_list(name_, type.fields);
     if (field == nullptr) continue;  // a newer writer's field
@@ -129,8 +122,8 @@ bool Composer::ReadField(kx_object* obj, const kx_fielddef& field) {
     return SetField(obj, field, nullptr) == 0;
   }
   if (directory_ == nullptr || !CarriesFile(obj, field)) return true;
-  return Is(value_, kEmbedded) ? StoreFile(obj, field)
-                               : StoreSpoolPath(obj, field);
+  return Same(value_, kEmbedded) ? StoreFile(obj, field)
+                                 : StoreSpoolPath(obj, field);
 }
 
 bool Composer::StoreFile(kx_object* obj, const kx_fielddef& field) {
@@ -144,13 +137,12 @@ bool Composer::StoreFile(kx_object* obj, const kx_fielddef& field) {
 // "$NETSPOOL/name" names a file in the reader's own folder.
 bool Composer::StoreSpoolPath(kx_object* obj, const kx_fielddef& field) {
   constexpr std::size_t kPrefix = sizeof kSpoolPrefix - 1;
-  const char* base = std::strrchr(value_, '/');
-  if (base != value_ + kPrefix ||
+  const char* base = Kut_basename(value_);
+  if (base != value_ + kPrefix + 1 ||
       std::strncmp(value_, kSpoolPrefix, kPrefix) != 0) {
     return true;
   }
-  ++base;
-  if (*base == '\0' || Is(base, ".") || Is(base, "..")) {
+  if (*base == '\0' || Same(base, ".") || Same(base, "..")) {
     return Fail(kx_err_data);
   }
   char path[2 * KX_PAIR_SIZE];
@@ -165,29 +157,25 @@ bool Composer::StoreSpoolPath(kx_object* obj, const kx_fielddef& field) {
 
 kx_object* Composer::ComposeList() {
   ListBuilder list;
-  int error = kx_err_none;
+  if (!ReadElements(&list)) return nullptr;
+  kx_errno = kx_err_none;
+  return list.Take().release();
+}
+
+bool Composer::ReadElements(ListBuilder* list) {
   for (;;) {
-    if (!Next()) {
-      error = kx_err_callback;
-      break;
+    if (!Next()) return false;
+    if (Same(name_, kx_obj_kwrds[1])) return true;
+    if (Same(name_, kx_obj_kwrds[0])) {
+      if (!Same(value_, kx_objdef_list.name)) return Fail(kx_err_object);
+      continue;
     }
-    if (Is(name_, kx_obj_kwrds[1])) break;
-    if (Is(name_, kx_obj_kwrds[0])) {
-      if (Is(value_, kx_objdef_list.name)) continue;
-      error = kx_err_object;
-      break;
-    }
-    if (!Is(name_, "objptr")) continue;
+    if (!Same(name_, "objptr")) continue;
     Object element(ComposeNamed(value_));
-    if (element == nullptr || !list.Append(std::move(element))) {
-      error = kx_err_callback;
-      break;
+    if (element == nullptr || !list->Append(std::move(element))) {
+      return Fail(kx_err_callback);
     }
   }
-  Object head = list.Take();
-  if (error != kx_err_none) head.reset();
-  kx_errno = error;
-  return head.release();
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 #include <algorithm>
 #include <array>
-#include <cerrno>
+#include <charconv>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -34,7 +34,7 @@ constexpr auto kEnumsByName = [] {
 }();
 
 const char* Decimal(char (&buffer)[kNumberSize], int value) {
-  std::snprintf(buffer, sizeof buffer, "%d", value);
+  *std::to_chars(buffer, buffer + sizeof buffer, value).ptr = '\0';
   return buffer;
 }
 

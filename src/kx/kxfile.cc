@@ -78,14 +78,13 @@ int kx_read_line(FILE* file, kx_pair_slot* slot, char* name, char* value,
     slot->full = false;
     return 0;
   }
-  char line[KX_PAIR_SIZE];
-  if (fgets_unlocked(line, sizeof line, file) == nullptr) return -1;
-  Kut_strip_nl(line);
-  char* equals = std::strchr(line, '=');
+  // Read to where the name stays; only the value has to move.
+  if (fgets_unlocked(name, KX_PAIR_SIZE, file) == nullptr) return -1;
+  char* equals = std::strchr(name, '=');
   if (equals == nullptr) return -1;
   *equals = '\0';
-  std::strcpy(name, line);
   std::strcpy(value, equals + 1);
+  Kut_strip_nl(value);
   return 0;
 }
 
@@ -112,6 +111,11 @@ int Kfx_Save_Obj(kx_object* obj, const char* path) {
     const int result = Kfx_Decomp_Obj(obj, kx_write_pair_fp, stdout, 0);
     if (result == 0 && std::fflush(stdout) != 0) return Fail(kx_err_system);
     return result;
+  }
+  struct stat st;
+  if (lstat(path, &st) == 0 && !S_ISREG(st.st_mode) && !S_ISLNK(st.st_mode)) {
+    errno = EINVAL;  // a device, say, would be replaced by a file
+    return Fail(kx_err_system);
   }
   FileReplacer file;
   if (file.Open(path, 0666) != 0 || file.KeepAttributes() != 0 ||

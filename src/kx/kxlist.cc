@@ -100,18 +100,18 @@ kx_object* Kfx_Bfind(kx_object* list, void* element) {
   return node;
 }
 
-kx_object* Kfx_Bremove(kx_object* list, kx_object* obj) {
-  if (list == nullptr || obj == nullptr) return list;
-  kx_node* node = Node(obj);
+kx_object* Kfx_Bremove(kx_object* list, kx_object* node) {
+  if (list == nullptr || node == nullptr) return list;
+  kx_node* gone = Node(node);
   kx_object* head = list;
-  if (list == obj) {
-    head = node->next;
-    if (node->next != nullptr) node->next->prev = nullptr;
-  } else if (kx_node* before = Predecessor(list, node); before != nullptr) {
-    Link(before, node->next);
+  if (list == node) {
+    head = gone->next;
+    if (gone->next != nullptr) gone->next->prev = nullptr;
+  } else if (kx_node* before = Predecessor(list, gone); before != nullptr) {
+    Link(before, gone->next);
   }
-  node->next = nullptr;
-  node->prev = nullptr;
+  gone->next = nullptr;
+  gone->prev = nullptr;
   return head;
 }
 

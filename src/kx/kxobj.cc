@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "kx/kxtype.h"
+
 const kx_objdef* const kx_objs[] = {
 #define KX_TYPE(t) &kx_objdef_##t,
 #include "kx/kxtypes.def"
@@ -20,9 +22,12 @@ const kx_objdef* TypeOf(const char* name) { return kx_obj_by_type(name); }
 }  // namespace
 
 const kx_objdef* kx_obj_by_type(const char* type) {
+  constexpr std::size_t kPrefix = 4;  // all names begin with "obj-"
   kx_errno = kx_err_none;
-  for (const kx_objdef* const* def = kx_objs; *def != nullptr; ++def) {
-    if (type != nullptr && std::strcmp((*def)->name, type) == 0) return *def;
+  if (type != nullptr && std::strncmp(type, "obj-", kPrefix) == 0) {
+    for (const kx_objdef* const* def = kx_objs; *def != nullptr; ++def) {
+      if (kx::Same((*def)->name + kPrefix, type + kPrefix)) return *def;
+    }
   }
   kx_errno = kx_err_object;
   return nullptr;
@@ -36,7 +41,7 @@ const kx_objdef* kx_obj_info(kx_object* obj) {
 const kx_fielddef* kx_field_list(const char* field, const kx_fielddef* table) {
   kx_errno = kx_err_none;
   for (; table->name != nullptr; ++table) {
-    if (field != nullptr && std::strcmp(table->name, field) == 0) return table;
+    if (field != nullptr && kx::Same(table->name, field)) return table;
   }
   kx_errno = kx_err_field;
   return nullptr;

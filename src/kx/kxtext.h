@@ -32,8 +32,8 @@ int kx_encode(kx_writer writer, void* context, const char* path);
 int kx_inpbuf(const char* input, char* output, int count);
 // Unpacks the embedded file that the reader delivers next into a folder, under
 // the base name of the name it carries; an earlier file of that name is
-// overwritten. Its path in a static buffer, or null: 3 (it cannot be written),
-// 6 (the reader failed), 19 (malformed).
+// replaced in one step. Its path in a static buffer, or null, the earlier file
+// untouched: 3 (it cannot be written), 6 (the reader failed), 19 (malformed).
 const char* kx_decode(kx_reader reader, void* context, const char* directory);
 // Decodes one line onto a file. The number of bytes that the line declares, 0
 // to 63; bytes that a short line lacks are written as zeros.
@@ -47,8 +47,10 @@ struct kx_pair_slot {
 };
 
 // A reader over lines of a file, with the slot that holds its pushed-back pair:
-// mode kx_read_push fills the slot, any other reads. 0, or -1 at the end of the
-// file and at a line without "=".
+// mode kx_read_push fills the slot, any other reads. What a line holds beyond
+// KX_PAIR_SIZE - 1 characters is read as a line of its own, which mostly ends
+// the object for want of a "=". 0, or -1 at the end of the file and at a line
+// without "=".
 int kx_read_line(FILE* file, kx_pair_slot* slot, char* name, char* value,
                  int mode);
 // Writes one "name=value" line. 0.

@@ -10,6 +10,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 
 #include "kx/kxobj.h"
@@ -35,6 +36,12 @@ constexpr bool IsNumber(int type) {
 constexpr bool IsReference(int type, int length) {
   return type == kx_typ_list || type == kx_typ_obj ||
          (type == kx_typ_data && length == 0);
+}
+
+// Whether two names are the same. Most differ in their first letter, and the
+// call is what a look-up by name costs.
+inline bool Same(const char* a, const char* b) {
+  return *a == *b && std::strcmp(a, b) == 0;
 }
 
 constexpr std::size_t kFieldNameMax = 10;
@@ -119,7 +126,7 @@ bool CarriesFile(kx_object* obj, const kx_fielddef& field);
 // its rows; OPS says which functions get and set a field.
 #define KX_DEFINE_TYPE_OPS(t, rows, set_op, get_op)                        \
   namespace {                                                              \
-  constexpr auto kTable = kx::MakeTable(rows);                       \
+  constexpr auto kTable = kx::MakeTable(rows);                             \
   }                                                                        \
   constinit const kx_objdef kx_objdef_##t = {                              \
       "obj-" #t,  kx_create_##t, kx_delete_##t, kx_copy_##t,  kx_set_##t,  \

@@ -7,7 +7,7 @@
 #define KX_OBJECT_H_
 
 #include <memory>
-#include <string>
+#include <utility>
 
 #include "kx/kfx.h"
 
@@ -21,8 +21,13 @@ extern char kx_servmsg[256];
 
 namespace kx {
 
+// Frees an object and keeps kx_errno, which says why the scope is left.
 struct Free {
-  void operator()(kx_object* obj) const { Kfx_Free_Obj(obj); }
+  void operator()(kx_object* obj) const {
+    const int error = kx_errno;
+    Kfx_Free_Obj(obj);
+    kx_errno = error;
+  }
 };
 
 // An object or a whole list, freed with its owner.

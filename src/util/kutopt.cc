@@ -21,7 +21,9 @@ int NextArgument(int result) {
   return result;
 }
 
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+int Byte(char c) { return static_cast<unsigned char>(c); }
+
+bool IsDigit(int c) { return c >= '0' && c <= '9'; }
 
 // The option's argument: the rest of this argument or all of the next one.
 int TakeArgument(int argc, const char* const* argv, int letter) {
@@ -50,11 +52,11 @@ int Kut_optget(int argc, const char* const* argv, const char* optstring) {
         arg[1] == '\0') {
       return kEnd;
     }
-    Kut_optsw = arg[0];
+    Kut_optsw = Byte(arg[0]);
     g_pos = 1;
   }
 
-  const char letter = arg[g_pos];
+  const int letter = Byte(arg[g_pos]);
   Kut_optopt = letter;
   if (letter == Kut_optsw) return NextArgument(kEnd);
   if (IsDigit(letter) && strchr(optstring, '#') != nullptr) {

@@ -45,10 +45,14 @@ kx_object* Find(kx_object* env, const kx_fielddef& row) {
 kx_object* Make(kx_object* env, const kx_fielddef& row, const Part& part) {
   kx::Object made(part.type->create());
   if (made == nullptr) return nullptr;
-  kx_object* held = made.get();
-  if (row.type == kx_typ_list) held = Kfx_Bnew(held);
-  if (held == nullptr) return nullptr;
-  kx::engine::Reference(env, row) = held;
+  kx_object*& held = kx::engine::Reference(env, row);
+  if (row.type == kx_typ_list) {
+    if (held == nullptr) held = Kfx_Bnew(nullptr);
+    if (held == nullptr) return nullptr;
+    static_cast<kx_node*>(held)->element = made.get();
+  } else {
+    held = made.get();
+  }
   return made.release();
 }
 

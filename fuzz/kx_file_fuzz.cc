@@ -1,0 +1,87 @@
+// Any bytes as an object file that may carry embedded files, unpacked into a
+// folder of its own. Nothing may be written outside, nothing be left when the
+// compose fails half way through a file, and what was unpacked must come back
+// byte by byte from its own encoding.
+#include <stdio.h>
+#include <stdlib.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "fuzz/check.h"
+#include "kx/kxtext.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+int Read(void* lines, char* name, char* value, int mode) {
+  static kx_pair_slot slot;
+  return kx_read_line(static_cast<FILE*>(lines), &slot, name, value, mode);
+}
+
+std::string Slurp(const fs::path& path) {
+  std::ostringstream bytes;
+  bytes << std::ifstream(path, std::ios::binary).rdbuf();
+  return bytes.str();
+}
+
+// A folder with the folder "in", for as long as the process lives.
+const fs::path& Folder() {
+  static const fs::path folder = [] {
+    std::string name =
+        std::string(fs::exists("/dev/shm") ? "/dev/shm" : "/tmp") +
+        "/kx_file_fuzz-XXXXXX";
+    CHECK(mkdtemp(name.data()) != nullptr);
+    atexit([] { fs::remove_all(Folder()); });
+    return fs::path(name);
+  }();
+  return folder;
+}
+
+kx::Object ObjectOf(std::string bytes, const fs::path& directory) {
+  FILE* lines = fmemopen(bytes.data(), bytes.size(), "r");
+  if (lines == nullptr) return nullptr;
+  kx::Object obj(Kfx_Comp_Obj("obj-file", Read, lines, directory.c_str()));
+  fclose(lines);
+  return obj;
+}
+
+void EncodeAgain(const fs::path& file, const fs::path& copies) {
+  char* bytes = nullptr;
+  std::size_t size = 0;
+  FILE* lines = open_memstream(&bytes, &size);
+  CHECK(kx_encode(kx_write_pair_fp, lines, file.c_str()) == 0);
+  fclose(lines);
+  lines = fmemopen(bytes, size, "r");
+  const char* path = kx_decode(Read, lines, copies.c_str());
+  CHECK(path != nullptr && Slurp(path) == Slurp(file));
+  fclose(lines);
+  free(bytes);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+  const fs::path in = Folder() / "in";
+  const fs::path copies = Folder() / "copies";
+  fs::create_directory(in);
+  const kx::Object obj =
+      ObjectOf(std::string(reinterpret_cast<const char*>(data), size), in);
+  for (const auto& entry : fs::directory_iterator(Folder())) {
+    CHECK(entry.path() == in);
+  }
+  fs::create_directory(copies);
+  for (const auto& entry : fs::directory_iterator(in)) {
+    CHECK(entry.is_regular_file() && !entry.is_symlink());
+    // Temporary files begin like this; a stream may name one so, too.
+    if (entry.path().filename().string().starts_with(".new-")) continue;
+    EncodeAgain(entry.path(), copies);
+  }
+  fs::remove_all(in);
+  fs::remove_all(copies);
+  return 0;
+}

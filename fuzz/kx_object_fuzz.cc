@@ -1,0 +1,68 @@
+// Any bytes as an object file of the type that it names. What composes must
+// come back from its own text form, and from that of its copy, just the same.
+#include <stdio.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+#include "fuzz/check.h"
+#include "kx/kxtext.h"
+
+namespace {
+
+struct Lines {
+  FILE* file;
+  kx_pair_slot slot;
+
+  static int Read(void* context, char* name, char* value, int mode) {
+    auto* self = static_cast<Lines*>(context);
+    return kx_read_line(self->file, &self->slot, name, value, mode);
+  }
+};
+
+// The type that the first line names, else that of commands.
+std::string TypeOf(Lines* lines) {
+  char name[KX_PAIR_SIZE];
+  char value[KX_PAIR_SIZE];
+  if (Lines::Read(lines, name, value, kx_read_next) != 0) return "obj-cmdrsp";
+  Lines::Read(lines, name, value, kx_read_push);
+  return kx_obj_by_type(value) != nullptr ? value : "obj-cmdrsp";
+}
+
+kx::Object ObjectOf(const std::string& text) {
+  std::string bytes = text;
+  Lines lines = {fmemopen(bytes.data(), bytes.size(), "r"), {}};
+  if (lines.file == nullptr) return nullptr;
+  kx::Object obj(
+      Kfx_Comp_Obj(TypeOf(&lines).c_str(), Lines::Read, &lines, nullptr));
+  CHECK(obj == nullptr || kx_errno == 0);
+  fclose(lines.file);
+  return obj;
+}
+
+std::string TextOf(kx_object* obj) {
+  char* bytes = nullptr;
+  std::size_t size = 0;
+  FILE* file = open_memstream(&bytes, &size);
+  CHECK(Kfx_Decomp_Obj(obj, kx_write_pair_fp, file, 0) == 0);
+  fclose(file);
+  std::string text(bytes, size);
+  std::free(bytes);
+  return text;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+  const kx::Object obj =
+      ObjectOf(std::string(reinterpret_cast<const char*>(data), size));
+  if (obj == nullptr) return 0;
+  const std::string text = TextOf(obj.get());
+  const kx::Object back = ObjectOf(text);
+  CHECK(back != nullptr);
+  CHECK(TextOf(back.get()) == text);
+  const kx::Object copy(Kfx_Copy_Obj(obj.get()));
+  CHECK(TextOf(copy.get()) == text);
+  return 0;
+}

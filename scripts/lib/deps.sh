@@ -1,0 +1,59 @@
+# shellcheck shell=bash
+# Sourced by the scripts: installs the packages that a purpose needs.
+#
+#   need build            what the program and its tests need
+#   need lint bench fuzz  further purposes, as many as wanted
+#
+# Prints nothing and asks for nothing when all is there. Elsewhere than on a
+# Debian-like system nothing is installed, and what is missing shows in the
+# build.
+
+packages_for() {
+  case $1 in
+    build) echo g++ cmake ninja-build libgtest-dev libgmock-dev ;;
+    lint) echo clang-format clang-tidy ;;
+    bench) echo libbenchmark-dev libsqlite3-dev liblmdb-dev libdb-dev ;;
+    fuzz) echo clang libclang-rt-14-dev ;;
+    *) echo "deps.sh: no such purpose: $1" >&2; return 1 ;;
+  esac
+}
+
+is_installed() {
+  [[ $(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null) == installed ]]
+}
+
+as_root() {
+  if ((EUID == 0)); then "$@"; else sudo "$@"; fi
+}
+
+apt_install() {
+  as_root env DEBIAN_FRONTEND=noninteractive \
+    apt-get install -y -q --no-install-recommends "$@"
+}
+
+need() {
+  command -v apt-get >/dev/null || return 0
+  local purpose package log missing=()
+  for purpose in "$@"; do
+    for package in $(packages_for "$purpose"); do
+      is_installed "$package" || missing+=("$package")
+    done
+  done
+  ((${#missing[@]})) || return 0
+
+  if ((EUID != 0)) && ! command -v sudo >/dev/null; then
+    echo "Missing: ${missing[*]}. Install them as root." >&2
+    return 1
+  fi
+  echo "Installing with apt-get: ${missing[*]}" >&2
+  log=$(mktemp)
+  # The list of packages may be missing or older than the archive.
+  if ! { apt_install "${missing[@]}" ||
+    { as_root apt-get update -q && apt_install "${missing[@]}"; }; } \
+    >"$log" 2>&1; then
+    cat "$log" >&2
+    rm -f "$log"
+    return 1
+  fi
+  rm -f "$log"
+}

@@ -1,0 +1,293 @@
+// What holds for every type: one set of properties over the whole registry,
+// with random values of every kind.
+#include <algorithm>
+#include <climits>
+#include <map>
+#include <random>
+
+#include "pairs.h"
+
+namespace {
+
+using Values = std::map<std::string, std::string>;
+
+class Random {
+ public:
+  int Number(int from, int to) {
+    return std::uniform_int_distribution<int>(from, to)(engine_);
+  }
+  // Any bytes that a line can hold, "=" among them.
+  std::string Text(int length) {
+    std::string text;
+    while (static_cast<int>(text.size()) < length) {
+      const char c = static_cast<char>(Number(1, 255));
+      text += c == '\n' ? '=' : c;
+    }
+    return text;
+  }
+  template <typename T>
+  void Shuffle(std::vector<T>& items) {
+    std::shuffle(items.begin(), items.end(), engine_);
+  }
+
+ private:
+  std::mt19937 engine_{20240607};
+};
+
+Random g_random;
+
+// The bytes that a text field holds; one type does not declare them.
+int TextSize(kx_object* obj, const char* field) {
+  const int declared = Kfx_Field_Length(obj, field);
+  return declared != 0 ? declared : 16;
+}
+
+bool IsText(int type) { return type >= kx_typ_str && type <= kx_typ_dir; }
+
+// A random value as Kfx_Get gives it back.
+std::string RandomValue(kx_object* obj, const char* field, int type) {
+  switch (type) {
+    case kx_typ_enum: {
+      const int value = g_random.Number(1, 157);
+      return Kfx_Enum_To_Str(value == 129 ? 128 : value);
+    }
+    case kx_typ_word:
+    case kx_typ_long: {
+      const int edges[] = {0, 1, -2, INT_MAX, INT_MIN};
+      const int n = g_random.Number(0, 9);
+      const int any = g_random.Number(INT_MIN, INT_MAX);
+      return std::to_string(n < 5 ? edges[n] : any == -1 ? 0 : any);
+    }
+    case kx_typ_bool:
+      return g_random.Number(0, 1) != 0 ? "true" : "false";
+    case kx_typ_time:
+      return Kfx_Time_To_Str(g_random.Number(0, INT_MAX));
+    case kx_typ_data:
+      return g_random.Text(Kfx_Field_Length(obj, field));
+    default:
+      return g_random.Text(g_random.Number(1, TextSize(obj, field) - 1));
+  }
+}
+
+kx::Object RandomObject(const kx_objdef& type, int depth, Values* values);
+
+// An object of any type, or a list, to be owned by another object.
+kx::Object RandomChild(int type, int depth) {
+  const kx_objdef* def = nullptr;
+  while (def == nullptr || def == &kx_objdef_list) {
+    def = kx_objs[g_random.Number(0, 43)];
+  }
+  if (type == kx_typ_obj) return RandomObject(*def, depth - 1, nullptr);
+  kx::ListBuilder list;
+  for (int i = g_random.Number(1, 3); i > 0; --i) {
+    list.Append(RandomObject(*def, depth - 1, nullptr));
+  }
+  return list.Take();
+}
+
+// A full object; below `depth` levels the nested ones are left out. What a get
+// of its plain fields must give goes to `values`.
+kx::Object RandomObject(const kx_objdef& type, int depth, Values* values) {
+  kx::Object obj(type.create());
+  for (const kx_fielddef* f = type.fields; f->name != nullptr; ++f) {
+    if (f->type == kx_typ_obj || f->type == kx_typ_list) {
+      if (depth == 0) continue;
+      kx::Object child = RandomChild(f->type, depth);
+      kx_object* stored = child.get();
+      EXPECT_EQ(kx::SetChild(obj.get(), f->name, std::move(child)), 0);
+      EXPECT_EQ(Kfx_Get(obj.get(), f->name), stored) << f->name;
+    } else if (f->type != kx_typ_data || f->length != 0) {
+      const std::string value = RandomValue(obj.get(), f->name, f->type);
+      EXPECT_EQ(Kfx_Set(obj.get(), f->name, value.c_str()), 0)
+          << f->name << '=' << value;
+      if (values != nullptr) (*values)[f->name] = value;
+    }
+  }
+  return obj;
+}
+
+// What gets give for the fields in `values`.
+Values Got(kx_object* obj, const Values& values) {
+  Values got;
+  for (const auto& [field, value] : values) {
+    const char* text = kx::Text(obj, field.c_str());
+    if (text == nullptr) continue;
+    const bool data = Kfx_Field_Type(obj, field.c_str()) == kx_typ_data;
+    got[field] = data ? std::string(text, value.size()) : text;
+  }
+  return got;
+}
+
+// The pairs of one object, a group for each of its fields, so that they can be
+// brought into another order.
+Pairs Reordered(const Pairs& pairs) {
+  std::vector<Pairs> groups;
+  int level = 0;
+  for (std::size_t i = 1; i + 1 < pairs.size(); ++i) {
+    const bool begins = pairs[i].code == kx_write_obj_begin;
+    if (level == 0 && !begins) groups.emplace_back();
+    if (begins) ++level;
+    if (pairs[i].code == kx_write_obj_end) --level;
+    groups.back().push_back(pairs[i]);
+  }
+  g_random.Shuffle(groups);
+  Pairs result = {pairs.front()};
+  for (const Pairs& group : groups) {
+    result.insert(result.end(), group.begin(), group.end());
+  }
+  result.push_back(pairs.back());
+  return result;
+}
+
+// Every type but that of the list nodes, which has tests of its own.
+class EveryType : public FolderTest,
+                  public testing::WithParamInterface<const kx_objdef*> {
+ protected:
+  const kx_objdef& type_ = *GetParam();
+  Values values_;
+  kx::Object obj_ = RandomObject(type_, 2, &values_);
+};
+
+TEST_P(EveryType, GivesBackWhatWasSet) {
+  EXPECT_STREQ(Kfx_Object_Type(obj_.get()), type_.name);
+  EXPECT_EQ(Got(obj_.get(), values_), values_);
+  const kx::Object fresh = kx::Build(type_.name);
+  EXPECT_EQ(Decomposed(fresh.get()),
+            (Pairs{{"objbeg", type_.name, kx_write_obj_begin},
+                   {"objend", type_.name, kx_write_obj_end}}));
+}
+
+TEST_P(EveryType, CopyIsIndependent) {
+  const Pairs pairs = Decomposed(obj_.get());
+  const kx::Object copy(Kfx_Copy_Obj(obj_.get()));
+  ASSERT_NE(copy, nullptr);
+  for (const kx_fielddef* f = type_.fields; f->name != nullptr; ++f) {
+    if (f->type == kx_typ_obj || f->type == kx_typ_list) {
+      EXPECT_EQ(kx::SetChild(obj_.get(), f->name, nullptr), 0);
+    } else {
+      EXPECT_EQ(Kfx_Set(obj_.get(), f->name, nullptr), 0);
+    }
+  }
+  EXPECT_EQ(Decomposed(obj_.get()).size(), 2U) << "all fields reset";
+  obj_.reset();
+  EXPECT_EQ(Decomposed(copy.get()), pairs);
+  EXPECT_EQ(Got(copy.get(), values_), values_);
+}
+
+TEST_P(EveryType, TextFormComesBackInAnyOrder) {
+  const Pairs pairs = Decomposed(obj_.get());
+  for (const Pairs& stream : {pairs, Reordered(pairs)}) {
+    const kx::Object back = Composed(type_.name, stream);
+    ASSERT_NE(back, nullptr) << testing::PrintToString(stream);
+    EXPECT_EQ(kx_errno, 0);
+    EXPECT_EQ(Decomposed(back.get()), pairs);
+  }
+}
+
+TEST_P(EveryType, FileComesBack) {
+  const Pairs pairs = Decomposed(obj_.get());
+  ASSERT_EQ(Kfx_Save_Obj(obj_.get(), "object"), 0);
+  for (const char* type : {type_.name, "", static_cast<const char*>(nullptr)}) {
+    const kx::Object back(Kfx_Load_Obj(type, "object"));
+    ASSERT_NE(back, nullptr) << Kfx_Errmsg(kx_errno);
+    EXPECT_EQ(Decomposed(back.get()), pairs);
+  }
+  const bool is_text = &type_ == &kx_objdef_text;
+  EXPECT_EQ(Kfx_Load_Obj(is_text ? "obj-arg" : "obj-text", "object"), nullptr);
+  EXPECT_EQ(kx_errno, kx_err_object);
+}
+
+// A stream that breaks off anywhere gives no object and loses no memory.
+TEST_P(EveryType, BreaksOffCleanly) {
+  obj_ = RandomObject(type_, 1, nullptr);
+  const Pairs pairs = Decomposed(obj_.get());
+  for (std::size_t n = 0; n < pairs.size(); ++n) {
+    Stream stream{.pairs = pairs, .limit = n};
+    EXPECT_EQ(Kfx_Comp_Obj(type_.name, Stream::Read, &stream, nullptr), nullptr)
+        << n;
+    EXPECT_EQ(kx_errno, kx_err_callback) << n;
+  }
+  for (std::size_t n = 0; n < pairs.size() + 2; ++n) {
+    Stream stream{.fail_at = n};
+    EXPECT_NE(Kfx_Decomp_Obj(obj_.get(), Stream::Write, &stream, 0), 0) << n;
+    EXPECT_EQ(kx_errno, kx_err_callback) << n;
+    EXPECT_EQ(stream.calls, n + 1) << "went on after a failure";
+  }
+}
+
+TEST_P(EveryType, RefusedValueLeavesTheField) {
+  for (const auto& [field, value] : values_) {
+    const int kind = Kfx_Field_Type(obj_.get(), field.c_str());
+    if (kind == kx_typ_data) continue;
+    std::string bad = "-1";
+    if (kind == kx_typ_bool) bad = "TRUE";
+    if (kind == kx_typ_time) bad = "noon";
+    const int size = IsText(kind) ? TextSize(obj_.get(), field.c_str()) : 0;
+    if (IsText(kind)) bad.assign(static_cast<std::size_t>(size), 'x');
+    EXPECT_EQ(Kfx_Set(obj_.get(), field.c_str(), bad.c_str()), -1) << field;
+    EXPECT_EQ(kx_errno, IsText(kind) ? kx_err_too_long : kx_err_data) << field;
+    EXPECT_STREQ(kx::Text(obj_.get(), field.c_str()), value.c_str());
+    if (IsText(kind)) {
+      bad.pop_back();
+      EXPECT_EQ(Kfx_Set(obj_.get(), field.c_str(), bad.c_str()), 0) << field;
+      EXPECT_EQ(kx_errno, 0);
+    }
+    EXPECT_EQ(Kfx_Set(obj_.get(), field.c_str(), ""), 0);
+    EXPECT_EQ(Kfx_Get(obj_.get(), field.c_str()), nullptr);
+    EXPECT_EQ(kx_errno, 0) << "unset is no error";
+  }
+}
+
+TEST_P(EveryType, UnknownFieldAndWrongObject) {
+  EXPECT_EQ(Kfx_Set(obj_.get(), "no-such", "1"), 0)
+      << "deliberately no failure";
+  EXPECT_EQ(kx_errno, kx_err_field);
+  EXPECT_EQ(Kfx_Get(obj_.get(), "no-such"), nullptr);
+  EXPECT_EQ(kx_errno, kx_err_field);
+  EXPECT_EQ(Kfx_Field_Length(obj_.get(), "no-such"), -1);
+  EXPECT_EQ(kx_errno, kx_err_field);
+  const bool is_text = &type_ == &kx_objdef_text;
+  const kx::Object other = kx::Build(is_text ? "obj-arg" : "obj-text");
+  for (kx_object* wrong : {other.get(), static_cast<kx_object*>(nullptr)}) {
+    const char* field = type_.fields->name;
+    const auto failed = [] {
+      return std::exchange(kx_errno, 0) == kx_err_object;
+    };
+    Stream stream;
+    EXPECT_TRUE(type_.get(wrong, field) == nullptr && failed());
+    EXPECT_TRUE(type_.set(wrong, field, "1") == -1 && failed());
+    EXPECT_TRUE(type_.copy(wrong) == nullptr && failed());
+    EXPECT_TRUE(type_.del(wrong) == -1 && failed());
+    EXPECT_TRUE(type_.decomp(wrong, Stream::Write, &stream, 0) == -1 &&
+                failed());
+    EXPECT_TRUE(Kfx_Is_Obj_Type(wrong, type_.name) == 0 && failed());
+  }
+}
+
+std::vector<const kx_objdef*> FieldTypes() {
+  std::vector<const kx_objdef*> types;
+  for (const kx_objdef* const* def = kx_objs; *def != nullptr; ++def) {
+    if (*def != &kx_objdef_list) types.push_back(*def);
+  }
+  return types;
+}
+
+INSTANTIATE_TEST_SUITE_P(Registry, EveryType, testing::ValuesIn(FieldTypes()),
+                         [](const auto& test) {
+                           return std::string(test.param->name + 4);
+                         });
+
+TEST(Registry, HoldsFortyFourTypesInTheirOrder) {
+  EXPECT_EQ(FieldTypes().size(), 43U);
+  EXPECT_STREQ(kx_objs[0]->name, "obj-arg");
+  EXPECT_EQ(kx_objs[12], &kx_objdef_freq);
+  EXPECT_EQ(kx_objs[15], &kx_objdef_list);
+  EXPECT_STREQ(kx_objs[43]->name, "obj-route");
+  for (const char* name : {"obj-nothing", "OBJ-ARG", "obj-ar", ""}) {
+    EXPECT_EQ(Kfx_Build_Obj(name), nullptr) << name;
+    EXPECT_EQ(kx_errno, kx_err_object) << name;
+  }
+  EXPECT_EQ(Kfx_Build_Obj(nullptr), nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,126 @@
+// The types that are more than their fields.
+#include "pairs.h"
+
+extern "C" const char* client_exchange(void);  // c_client.c
+
+namespace {
+
+TEST(Envelope, PassesNamesThroughToItsParts) {
+  const kx::Object env = kx::Build("obj-env");
+  for (const char* field : {"toname", "pathname", "subject", "priority"}) {
+    EXPECT_EQ(Kfx_Get(env.get(), field), nullptr);
+    EXPECT_EQ(kx_errno, kx_err_object) << field << ": the part is missing";
+    EXPECT_EQ(Kfx_Set(env.get(), field, field), 0);
+    EXPECT_STREQ(kx::Text(env.get(), field), field);
+  }
+  kx_object* dest = kx::Child(env.get(), "destptr");
+  EXPECT_EQ(Kfx_Bcount(dest), 1);
+  EXPECT_STREQ(kx::Text(static_cast<kx_object*>(Kfx_Bdata(dest)), "toname"),
+               "toname");
+  EXPECT_EQ(Kfx_Bcount(kx::Child(env.get(), "fileptr")), 1);
+  EXPECT_STREQ(kx::Text(kx::Child(env.get(), "coverptr"), "subject"),
+               "subject");
+  EXPECT_STREQ(kx::Text(kx::Child(env.get(), "paramptr"), "priority"),
+               "priority");
+
+  EXPECT_EQ(Kfx_Set(env.get(), "notify", "not-a-name"), -1);
+  EXPECT_EQ(kx_errno, kx_err_data) << "the part's own error";
+  EXPECT_EQ(Kfx_Set(env.get(), "no-such", "1"), 0);
+  EXPECT_EQ(kx_errno, kx_err_field);
+  EXPECT_EQ(Kfx_Get(env.get(), "no-such"), nullptr);
+  EXPECT_EQ(kx_errno, kx_err_field);
+  // Only its own fields are in its table, and so in its text form.
+  EXPECT_EQ(Kfx_Field_Type(env.get(), "toname"), -1);
+  EXPECT_EQ(Kfx_Field_Type(env.get(), "destptr"), kx_typ_list);
+  EXPECT_NE(Composed("obj-env", {{"toname", "x", 3}, {"objend", "", 2}}),
+            nullptr);
+}
+
+TEST(Envelope, UsesTheFirstOfEachList) {
+  const kx::Object env = kx::Build("obj-env");
+  kx_object* empty_node = Kfx_Bnew(nullptr);
+  Kfx_Set(env.get(), "destptr", empty_node);
+  EXPECT_EQ(Kfx_Get(env.get(), "toname"), nullptr);
+  EXPECT_EQ(kx_errno, kx_err_object);
+  EXPECT_EQ(Kfx_Set(env.get(), "toname", "first"), 0);
+  EXPECT_EQ(kx::Child(env.get(), "destptr"), empty_node) << "filled, not lost";
+  Kfx_Bappend(empty_node, Kfx_Bnew(Kfx_Build_Obj("obj-dest")));
+  EXPECT_STREQ(kx::Text(env.get(), "toname"), "first");
+  // Clients may have put anything in there.
+  Kfx_Set(env.get(), "coverptr", Kfx_Build_Obj("obj-text"));
+  EXPECT_EQ(Kfx_Set(env.get(), "subject", "x"), -1);
+  EXPECT_EQ(kx_errno, kx_err_object);
+}
+
+TEST(Member, DeclaresNoLengthButHasOne) {
+  const kx::Object member = kx::Build("obj-member");
+  EXPECT_EQ(Kfx_Field_Length(member.get(), "galias"), 0);
+  EXPECT_EQ(Kfx_Field_Type(member.get(), "palias"), kx_typ_str);
+  EXPECT_EQ(Kfx_Set(member.get(), "galias", "123456789012345"), 0);
+  EXPECT_EQ(Kfx_Set(member.get(), "galias", "1234567890123456"), -1);
+  EXPECT_EQ(kx_errno, kx_err_too_long);
+  EXPECT_STREQ(kx::Text(member.get(), "galias"), "123456789012345");
+}
+
+TEST(Connection, HoldsReferencesAsTheyAre) {
+  const kx::Object connection = kx::Build("obj-connect");
+  int anything = 0;
+  for (const char* field : {"callback", "cbdata", "portdata"}) {
+    EXPECT_EQ(Kfx_Get(connection.get(), field), nullptr) << field;
+    EXPECT_EQ(Kfx_Set(connection.get(), field, &anything), 0) << field;
+    EXPECT_EQ(Kfx_Get(connection.get(), field), &anything) << field;
+  }
+  EXPECT_EQ(Kfx_Get(kx::Object(Kfx_Copy_Obj(connection.get())).get(), "cbdata"),
+            &anything);
+  EXPECT_EQ(Decomposed(connection.get()).size(), 2U);
+  // An address is never null, and always all of its bytes.
+  char address[64];
+  std::fill_n(address, 64, 'a');
+  EXPECT_EQ(Kfx_Set(connection.get(), "servaddr", address), 0);
+  EXPECT_EQ(std::memcmp(Kfx_Get(connection.get(), "servaddr"), address, 64), 0);
+  EXPECT_EQ(Kfx_Set(connection.get(), "servaddr", nullptr), 0);
+  ASSERT_NE(Kfx_Get(connection.get(), "servaddr"), nullptr);
+  EXPECT_EQ(*static_cast<char*>(Kfx_Get(connection.get(), "servaddr")), 0);
+}
+
+TEST(Connection, CountsItsReferences) {
+  const kx::Object connection = kx::Build("obj-connect");
+  EXPECT_EQ(kx_get_nextref(connection.get()), 0);
+  EXPECT_EQ(kx_get_nextref(connection.get()), 1);
+  EXPECT_EQ(kx::Number(connection.get(), "reference"), 2);
+  kx::SetNumber(connection.get(), "reference", 2147483647);
+  EXPECT_EQ(kx_get_nextref(connection.get()), 2147483647);
+  EXPECT_EQ(kx_get_nextref(kx::Build("obj-cmdrsp").get()), -1);
+  EXPECT_EQ(kx_errno, kx_err_object);
+  EXPECT_EQ(kx_get_nextref(nullptr), -1);
+}
+
+TEST(ExchangeName, IsSessionAndReference) {
+  const struct {
+    int session, reference;
+    const char* name;  // null: error 19
+  } rows[] = {
+      {5, 12, "0005-012"},      {123456, 7, "3456-007"}, {0, 0, "0000-000"},
+      {10000, 999, "0000-999"}, {1, 1000, "0001-1000"},  {-1, 1, nullptr},
+      {1, -1, nullptr},         {-1, -1, nullptr},
+  };
+  for (const auto& row : rows) {
+    for (const char* type : {"obj-cmdrsp", "obj-connect"}) {
+      const kx::Object obj = kx::Build(type);
+      kx::SetNumber(obj.get(), "sessionid", row.session);
+      kx::SetNumber(obj.get(), "reference", row.reference);
+      EXPECT_STREQ(kx_tmp_name(obj.get()), row.name) << row.session;
+      EXPECT_EQ(kx_errno, row.name != nullptr ? 0 : kx_err_data) << row.session;
+    }
+  }
+  EXPECT_EQ(kx_tmp_name(kx::Build("obj-text").get()), nullptr);
+  EXPECT_EQ(kx_errno, kx_err_data);
+  EXPECT_EQ(kx_tmp_name(nullptr), nullptr);
+}
+
+TEST(Client, WrittenInC) {
+  EXPECT_STREQ(client_exchange(),
+               "7: 1:objbeg=obj-text 3:text=hello 2:objend=obj-text 8: ");
+}
+
+}  // namespace

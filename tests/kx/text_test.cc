@@ -1,0 +1,253 @@
+// What a file of pairs may hold without doing harm.
+#include <sys/stat.h>
+
+#include <climits>
+
+#include "pairs.h"
+
+namespace {
+
+using TextForm = FolderTest;
+
+std::string Repeated(const std::string& text, int times) {
+  std::string result;
+  for (int i = 0; i < times; ++i) result += text;
+  return result;
+}
+
+TEST_F(TextForm, IsTheseVeryLines) {
+  const std::string lines =
+      "objbeg=obj-cmdrsp\nclientid=jsmith\nhostname=hostA\nsessionid=1234\n"
+      "reference=7\ncmdtype=cmd-status\niscmd=true\nobjptr=obj-reqid\n"
+      "objbeg=obj-reqid\nseqno=42\nreqtype=req-regular\nobjend=obj-reqid\n"
+      "objend=obj-cmdrsp\n";
+  const kx::Object obj = Loaded("", lines);
+  ASSERT_NE(obj, nullptr);
+  char address[64] = "10.0.0.1";
+  Kfx_Set(obj.get(), "hostaddr", address);  // data: never in the text form
+  ASSERT_EQ(Kfx_Save_Obj(obj.get(), "again"), 0);
+  EXPECT_EQ(Slurp("again"), lines);
+}
+
+struct Input {
+  std::string lines;
+  int error;
+  const char* text;  // what `text` of the "obj-text" is then; null for unset
+};
+
+TEST_F(TextForm, EveryLineHasOneMeaning) {
+  const Input inputs[] = {
+      {"text=a\nobjend=obj-text\n", 0, "a"},  // "objbeg" is no requirement
+      {"text=a=b==\nobjend=\n", 0, "a=b=="},
+      {"text=a\nobjend=obj-arg\n", 0, "a"},  // nor does "objend" need the name
+      {"text=a\nobjend=", 0, "a"},           // nor the last line its newline
+      {"text= \t\x01\x1b\x7f\xff\r\nobjend=\n", 0, " \t\x01\x1b\x7f\xff\r"},
+      {"objbeg=obj-text\nobjbeg=obj-text\nobjend=\n", 0, nullptr},
+      {"text=a\ntext=\nobjend=\n", 0, nullptr},
+      {"text=a\ntext=b\nobjend=\n", 0, "b"},
+      {"=a\nTEXT=a\n text=a\ntext =a\nobjend=\n", 0, nullptr},
+      {"filebeg=x\nfiledata=!\nfileend=x\nobjptr=obj-arg\nobjend=\n", 0,
+       nullptr},
+      // What follows a NUL is lost, but it is no line of its own.
+      {std::string("text=a\0\nz=1\nobjend=\n", 20), 0, "a"},
+      {std::string("x=\0text=a\nobjend=\n", 18), 0, nullptr},
+      {std::string("\0text=a\nobjend=\n", 16), kx_err_callback, nullptr},
+      {"", kx_err_callback, nullptr},
+      {"text=a\n", kx_err_callback, nullptr},
+      {"text=a\n\nobjend=\n", kx_err_callback, nullptr},
+      {"text\nobjend=\n", kx_err_callback, nullptr},
+      {"objend\n", kx_err_callback, nullptr},
+      {"objbeg=obj-arg\nobjend=\n", kx_err_object, nullptr},
+      {"objbeg=obj-textual\nobjend=\n", kx_err_object, nullptr},
+      {"objbeg=\nobjend=\n", kx_err_object, nullptr},
+  };
+  for (const Input& input : inputs) {
+    const kx::Object obj = Loaded("obj-text", input.lines);
+    ASSERT_EQ(kx_errno, input.error) << input.lines;
+    ASSERT_EQ(obj != nullptr, input.error == 0) << input.lines;
+    if (obj != nullptr) {
+      EXPECT_STREQ(kx::Text(obj.get(), "text"), input.text) << input.lines;
+    }
+  }
+}
+
+// Around every size of a buffer. A line that fills it is read in pieces, and a
+// piece without "=" ends the object.
+TEST_F(TextForm, LinesOfEveryLength) {
+  constexpr std::size_t kPiece = KX_PAIR_SIZE - 1;
+  for (std::size_t n = 0; n <= 2000; ++n) {
+    const std::string run(n, 'x');
+    const std::string tail = "\ntext=next\nobjend=obj-text\n";
+    kx::Object obj = Loaded("obj-text", "text=" + run + tail);
+    ASSERT_EQ(obj != nullptr, n <= 255) << n;
+    ASSERT_EQ(kx_errno, n <= 255 ? 0 : kx_err_data) << n;
+    const std::string unknown = "unknown=" + run;
+    obj = Loaded("obj-text", unknown + tail);
+    ASSERT_EQ(obj != nullptr, unknown.size() < kPiece) << n;
+    obj = Loaded("obj-text", run.substr(0, 500) + "=value" + tail);
+    ASSERT_NE(obj, nullptr) << n;
+    ASSERT_STREQ(kx::Text(obj.get(), "text"), "next") << n;
+  }
+}
+
+TEST_F(TextForm, NumbersAreClamped) {
+  const struct {
+    const char* text;
+    int value;
+  } rows[] = {
+      {"2147483647", INT_MAX},
+      {"2147483648", INT_MAX},
+      {"4294967295", INT_MAX},
+      {"99999999999999999999999", INT_MAX},
+      {"-2147483649", INT_MIN},
+      {"-99999999999999999999999", INT_MIN},
+      {" 12 monkeys", 12},
+      {"abc", 0},
+      {"+", 0},
+  };
+  for (const auto& row : rows) {
+    const std::string line = std::string("seqno=") + row.text;
+    const kx::Object obj = Loaded("obj-reqid", line + "\nobjend=\n");
+    ASSERT_NE(obj, nullptr) << row.text;
+    EXPECT_EQ(kx::Number(obj.get(), "seqno"), row.value) << row.text;
+  }
+  for (const char* line : {"seqno=-1", "seqno=-1x", "reqtype=req-none",
+                           "reqtype=40", "reqtype=REQ-EXP"}) {
+    EXPECT_EQ(Loaded("obj-reqid", std::string(line) + "\n"), nullptr) << line;
+    EXPECT_EQ(kx_errno, kx_err_data) << line;
+  }
+}
+
+TEST_F(TextForm, NestsSixtyFourLevels) {
+  for (const int levels : {1, 63, 64, 65, 66, 100000}) {
+    const kx::Object obj =
+        Loaded("obj-pbcom", Repeated("objptr=obj-pbcom\n", levels - 1) +
+                                Repeated("objend=obj-pbcom\n", levels));
+    EXPECT_EQ(obj != nullptr, levels <= 64) << levels;
+    EXPECT_EQ(kx_errno, levels <= 64 ? 0 : kx_err_callback) << levels;
+  }
+  // Lists in lists go just as deep.
+  for (const int lists : {63, 64, 100000}) {
+    const kx::Object obj =
+        Loaded("obj-dest",
+               "ltags=obj-list\n" + Repeated("objptr=obj-list\n", lists - 1) +
+                   "objptr=obj-text\nobjend=\n" +
+                   Repeated("objend=obj-list\n", lists) + "objend=\n");
+    EXPECT_EQ(obj != nullptr, lists + 2 <= 64) << lists;
+    EXPECT_EQ(kx_errno, lists + 2 <= 64 ? 0 : kx_err_callback) << lists;
+  }
+}
+
+TEST_F(TextForm, NestedFailureIsOneOfTheHolder) {
+  for (const char* lines : {
+           "ltags=obj-list\nobjbeg=obj-list\nobjend=obj-list\nobjend=\n",
+           "ltags=obj-list\nobjend=\nobjend=\n",  // no writer emits it empty
+           "ltags=obj-list\nobjbeg=obj-text\nobjend=\nobjend=\n",
+           "ltags=obj-list\nobjptr=obj-none\nobjend=\nobjend=\n",
+           "ltags=obj-list\nobjptr=obj-localtag\nobjend=\nobjend=\n",
+           "ltags=obj-list\nobjptr=obj-localtag\ntagname=12345678901234567\n",
+       }) {
+    EXPECT_EQ(Loaded("obj-dest", lines), nullptr) << lines;
+    EXPECT_EQ(kx_errno, kx_err_callback) << lines;
+  }
+  EXPECT_EQ(Loaded("obj-list", "objbeg=obj-list\nobjend=\n"), nullptr);
+  EXPECT_EQ(kx_errno, 0);
+  EXPECT_EQ(Loaded("obj-list", "objptr=obj-text\nobjend=\nobjbeg=x\n"),
+            nullptr);
+  EXPECT_EQ(kx_errno, kx_err_object);
+}
+
+// The last one counts and the others are freed, as the sanitizer build sees.
+TEST_F(TextForm, DoubledFieldsDoNotLeak) {
+  const std::string list =
+      "ltags=\nobjptr=obj-localtag\ntagname=a\nobjend=\nobjend=\n";
+  const kx::Object dest = Loaded("obj-dest", Repeated(list, 3) + "objend=\n");
+  EXPECT_EQ(Kfx_Bcount(kx::Child(dest.get(), "ltags")), 1);
+  const std::string part = "reqidptr=obj-text\ntext=a\nobjend=\n";
+  const kx::Object modify = Loaded("obj-modify", Repeated(part, 3) + "objend=");
+  EXPECT_STREQ(kx::Text(kx::Child(modify.get(), "reqidptr"), "text"), "a");
+}
+
+TEST_F(TextForm, NewlineCannotInjectAField) {
+  const kx::Object obj = kx::Build("obj-faxinfo");
+  kx::SetText(obj.get(), "filename", "a\nseqno=1\n\nobjend=");
+  ASSERT_EQ(Kfx_Save_Obj(obj.get(), "object"), 0);
+  EXPECT_EQ(Slurp("object"),
+            "objbeg=obj-faxinfo\nfilename=a seqno=1  objend=\n"
+            "objend=obj-faxinfo\n");
+  // Nor can the name of a file on disk.
+  Stream stream;
+  Spill("a\nseqno=1", "");
+  ASSERT_EQ(kx_encode(Stream::Write, &stream, "a\nseqno=1"), 0);
+  EXPECT_EQ(stream.pairs[0], (Pair{"filebeg", "a seqno=1", 4}));
+}
+
+TEST_F(TextForm, ObjectFileThatCannotBe) {
+  const kx::Object obj = kx::Build("obj-text");
+  EXPECT_EQ(Kfx_Save_Obj(obj.get(), "no/such/folder"), -1);
+  EXPECT_EQ(kx_errno, kx_err_system);
+  EXPECT_EQ(Kfx_Load_Obj("obj-text", "no-such-file"), nullptr);
+  EXPECT_EQ(kx_errno, kx_err_system);
+  for (const char* lines : {"", "\nobjbeg=obj-text\n", "objbeg\n"}) {
+    EXPECT_EQ(Loaded(nullptr, lines), nullptr) << lines;
+    EXPECT_EQ(kx_errno, kx_err_system) << lines;
+  }
+  for (const char* lines :
+       {"text=a\nobjend=\n", "objbeg=obj-none\nobjend=\n"}) {
+    EXPECT_EQ(Loaded("", lines), nullptr) << lines;
+    EXPECT_EQ(kx_errno, kx_err_object) << lines;
+  }
+  EXPECT_EQ(Loaded("obj-none", "objend=\n"), nullptr);
+  EXPECT_EQ(kx_errno, kx_err_object);
+  // A fifo without a writer must not hold the reader, nor a link lead it away.
+  ASSERT_EQ(mkfifo("fifo", 0600), 0);
+  std::filesystem::create_symlink("object", "link");
+  for (const char* path : {"fifo", "link", "."}) {
+    EXPECT_EQ(Kfx_Load_Obj("obj-text", path), nullptr) << path;
+    EXPECT_EQ(kx_errno, kx_err_system) << path;
+  }
+  // Nor is anything but a file replaced by one.
+  for (const char* path : {"fifo", "."}) {
+    EXPECT_EQ(Kfx_Save_Obj(obj.get(), path), -1) << path;
+    EXPECT_EQ(kx_errno, kx_err_system) << path;
+  }
+  EXPECT_TRUE(std::filesystem::is_fifo("fifo"));
+}
+
+// A composer that hears of every refused value of the outermost object.
+TEST_F(TextForm, LenientComposerMayWaiveARefusal) {
+  static std::string g_heard;
+  const kx_refused waive_cmdtype = [](const kx_fielddef* field,
+                                      const char* value) {
+    g_heard += std::string(field->name) + '=' + value + ' ';
+    return std::strcmp(field->name, "cmdtype") == 0 ? 0 : -1;
+  };
+  const auto compose = [&](const std::string& lines) {
+    g_heard.clear();
+    Stream stream;
+    std::istringstream in(lines);
+    for (std::string line; std::getline(in, line);) {
+      const std::size_t at = line.find('=');
+      stream.pairs.push_back({line.substr(0, at), line.substr(at + 1), 3});
+    }
+    return kx::Object(kx_comp_object_lenient("obj-cmdrsp", Stream::Read,
+                                             &stream, nullptr, waive_cmdtype));
+  };
+  kx::Object obj = compose("cmdtype=cmd-bogus\nclientid=me\nobjend=\n");
+  ASSERT_NE(obj, nullptr);
+  EXPECT_EQ(g_heard, "cmdtype=cmd-bogus ");
+  EXPECT_EQ(Kfx_Get(obj.get(), "cmdtype"), nullptr);
+  EXPECT_STREQ(kx::Text(obj.get(), "clientid"), "me");
+  // A refused value does not leave an earlier one standing.
+  obj = compose("cmdtype=cmd-noop\ncmdtype=cmd-bogus\nobjend=\n");
+  ASSERT_NE(obj, nullptr);
+  EXPECT_EQ(Kfx_Get(obj.get(), "cmdtype"), nullptr);
+  EXPECT_EQ(compose("result=-1\nobjend=\n"), nullptr);
+  EXPECT_EQ(kx_errno, kx_err_data);
+  EXPECT_EQ(g_heard, "result=-1 ");
+  EXPECT_EQ(compose("objptr=obj-cmdrsp\ncmdtype=x\nobjend=\nobjend=\n"),
+            nullptr);
+  EXPECT_EQ(g_heard, "") << "a nested object is as strict as ever";
+}
+
+}  // namespace

@@ -1,5 +1,7 @@
 #include "commands/cmdtable.h"
 
+#include "commands/cmdpcmd.h"
+
 namespace {
 
 constexpr int kAlways = 0;
@@ -8,5 +10,6 @@ constexpr int kAlways = 0;
 
 const cmd_row cmd_table[] = {
     {kx_cmd_noop, process_noop, kAlways},
+    {kx_cmd_pbcmd, process_pbcmd, kAlways},
     {0, nullptr, 0},
 };

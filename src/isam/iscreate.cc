@@ -112,7 +112,7 @@ isam_code WriteEmptyIndex(int fd, const Layout& layout) {
   memset(bytes.data(), 0, 8);
   State state = {};
   state.phase = Phase::kApplied;
-  state.base = 1;
+  state.half_first = 1;
   memcpy(state.boot_id, g_sys.boot_id(), sizeof state.boot_id);
   EncodeState(state, layout.salt, bytes.data() + kStateOffset);
   Root root = {};

@@ -32,7 +32,8 @@
 //   16  8 commit number           24  8 change counter
 //   32 16 boot id of the kernel under which it was written; zeros: not trusted
 //   48  4 ring offset of that commit's entry         52 4 its length
-//   56  8 base: the commits before it are on disk, in place, in both files
+//   56  8 number of the first commit whose entry is in the same half of the
+//   ring
 //
 // Root page (192 bytes)
 //    0  8 checksum of 8 to 191     8  8 commit number    16 8 records
@@ -62,7 +63,9 @@
 //
 // Ring entry, at a multiple of 512
 //    0  8 magic "KRTREDO1"        8  8 checksum of 16 to the end
-//   16  8 salt   24 8 commit number   32 8 base   40 4 length   44 4 images
+//   16  8 salt   24 8 commit number
+//   32  8 base: the commits before it are on disk, in place, in both files
+//   40  4 length 44 4 images
 //   48    images: 4 kind, 4 number, 4 length, then the bytes as they are to
 //   stand
 //         in place
@@ -144,7 +147,7 @@ struct State {
   uint8_t boot_id[16];
   uint32_t entry_offset;
   uint32_t entry_length;
-  uint64_t base;
+  uint64_t half_first;
 };
 
 struct Tree {

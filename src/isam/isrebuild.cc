@@ -101,7 +101,7 @@ class Rebuilder {
     state.phase = phase;
     state.commit = commit_ + 1;
     state.changes = ++changes_;
-    state.base = state.commit;
+    state.half_first = state.commit;
     state.entry_length = entry_length_;
     memcpy(state.boot_id, g_sys.boot_id(), sizeof state.boot_id);
     uint8_t bytes[kStateSize];

@@ -30,18 +30,6 @@ FILE* OpenObjectFile(const char* path) {
   return file;
 }
 
-// Reads a line into KX_PAIR_SIZE bytes. The tail of a line that is too long is
-// skipped: taken for a line of its own, it could set a field.
-bool ReadLine(FILE* file, char* line) {
-  char& last = line[KX_PAIR_SIZE - 1];
-  last = '\n';  // zeroed only when the line fills the buffer, NULs or not
-  if (fgets_unlocked(line, KX_PAIR_SIZE, file) == nullptr) return false;
-  if (last == '\0' && line[KX_PAIR_SIZE - 2] != '\n') {
-    for (int c = 0; c != '\n' && c != EOF;) c = getc_unlocked(file);
-  }
-  return true;
-}
-
 // The type that an object file names in its first pair, into `type`, with the
 // pair pushed back for the composer.
 bool PeekType(FILE* file, char (&type)[KX_PAIR_SIZE]) {
@@ -85,7 +73,7 @@ int kx_read_line(FILE* file, kx_pair_slot* slot, char* name, char* value,
     return 0;
   }
   // Read to where the name stays; only the value has to move.
-  if (!ReadLine(file, name)) return -1;
+  if (fgets_unlocked(name, KX_PAIR_SIZE, file) == nullptr) return -1;
   char* equals = std::strchr(name, '=');
   if (equals == nullptr) return -1;
   *equals = '\0';

@@ -48,8 +48,9 @@ struct kx_pair_slot {
 
 // A reader over lines of a file, with the slot that holds its pushed-back pair:
 // mode kx_read_push fills the slot, any other reads. What a line holds beyond
-// KX_PAIR_SIZE - 1 characters is dropped. 0, or -1 at the end of the file and
-// at a line without "=".
+// KX_PAIR_SIZE - 1 characters is read as a line of its own, which mostly ends
+// the object for want of a "=". 0, or -1 at the end of the file and at a line
+// without "=".
 int kx_read_line(FILE* file, kx_pair_slot* slot, char* name, char* value,
                  int mode);
 // Writes one "name=value" line. 0.

@@ -2,9 +2,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <regex>
-#include <thread>
-#include <vector>
+#include <algorithm>
+#include <cctype>
 
 #include "daemon/logfile.h"
 #include "support/sample_root.h"
@@ -51,12 +50,13 @@ TEST_F(Log, LinesCarryTimeAndInDebugThePid) {
   }
   EXPECT_TRUE(first == expected[0] || first == expected[1]) << first;
 
-  const std::string pid = std::to_string(getpid());
-  const std::string stamp = pid + R"(:\d{3}/\d\d/\d\d \d\d:\d\d:\d\d: )";
-  EXPECT_TRUE(
-      std::regex_match(ReadFile(path() + "2"),
-                       std::regex(stamp + "two lines\n" + stamp + "three 3\n")))
-      << ReadFile(path() + "2");
+  // Every digit as a 9: what is left is the form.
+  std::string second = ReadFile(path() + "2");
+  std::replace_if(
+      second.begin(), second.end(), [](char c) { return isdigit(c); }, '9');
+  const std::string pid(std::to_string(getpid()).size(), '9');
+  EXPECT_EQ(second, pid + ":999/99/99 99:99:99: two lines\n" + pid +
+                        ":999/99/99 99:99:99: three 9\n");
 }
 
 TEST_F(Log, LongMessageIsCutAndNothingIsWrittenWithoutALog) {

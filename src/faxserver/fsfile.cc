@@ -3,9 +3,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 
 #include "cm/cmkrt.h"
 #include "faxserver/fsbase.h"
+#include "kx/kxobj.h"
 #include "kx/kxtext.h"
 #include "util/kutstr.h"
 
@@ -74,6 +76,17 @@ bool fx_read_line(FILE* stream, char* line, size_t size) {
 
 kx::Object fx_read_object(FILE* stream, const char* type) {
   ObjectSource source = {stream, {}};
+  char name[KX_PAIR_SIZE];
+  char found[KX_PAIR_SIZE];
+  if (type == nullptr) {
+    if (ReadPair(&source, name, found, kx_read_next) != 0) {
+      return kx::Object(fx_null(kx_err_callback));
+    }
+    if (strcmp(name, kx_obj_kwrds[0]) != 0) {
+      return kx::Object(fx_null(kx_err_object));
+    }
+    type = found;
+  }
   return kx::Object(Kfx_Comp_Obj(type, ReadPair, &source, nullptr));
 }
 

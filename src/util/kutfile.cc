@@ -8,7 +8,6 @@
 
 namespace {
 
-constexpr size_t kCopyBuffer = size_t{64} * 1024;
 constexpr int kNameTries = 1000;  // leftovers of killed processes with this pid
 
 bool IsSeparator(char c) { return c == '/' || c == '\\'; }
@@ -29,16 +28,6 @@ mode_t ModeOf(const char* path) {
 size_t DirectoryLength(const char* path) {
   const char* slash = strrchr(path, '/');
   return slash == nullptr ? 0 : static_cast<size_t>(slash - path) + 1;
-}
-
-int CopyBytes(int from, int to) {
-  char buffer[kCopyBuffer];
-  for (;;) {
-    const ssize_t n = Kut_read_full(from, buffer, sizeof buffer);
-    if (n < 0) return -1;
-    if (n == 0) return 0;
-    if (Kut_write_full(to, buffer, static_cast<size_t>(n)) != 0) return -1;
-  }
 }
 
 }  // namespace
@@ -113,7 +102,7 @@ int Kut_copy_file(const char* from, const char* to) {
   if (!S_ISREG(st.st_mode)) return Fail(EINVAL);
   FileReplacer copy;
   if (copy.Open(to, st.st_mode & 0777) != 0) return -1;
-  if (CopyBytes(source.get(), copy.fd()) != 0) return -1;
+  if (Kut_copy_bytes(source.get(), copy.fd()) != 0) return -1;
   return copy.Commit();
 }
 

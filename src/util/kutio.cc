@@ -9,6 +9,7 @@
 
 namespace {
 
+constexpr size_t kCopyBuffer = size_t{64} * 1024;
 constexpr long kFifoPauseNs = 5'000'000;  // between two looks for a reader
 
 // Runs `step(offset, left)` until all of `size` is done, it says 0 or fails.
@@ -85,6 +86,16 @@ int Kut_pwrite_full(int fd, const void* buf, size_t size, off_t offset) {
                                   left, offset + static_cast<off_t>(done));
                             }),
                     size);
+}
+
+int Kut_copy_bytes(int from, int to) {
+  char buffer[kCopyBuffer];
+  for (;;) {
+    const ssize_t n = Kut_read_full(from, buffer, sizeof buffer);
+    if (n < 0) return -1;
+    if (n == 0) return 0;
+    if (Kut_write_full(to, buffer, static_cast<size_t>(n)) != 0) return -1;
+  }
 }
 
 int Kut_open_fifo_writer(const char* path, int seconds) {

@@ -52,6 +52,10 @@ ssize_t Kut_pread_full(int fd, void* buf, size_t size, off_t offset);
 int Kut_write_full(int fd, const void* buf, size_t size);
 int Kut_pwrite_full(int fd, const void* buf, size_t size, off_t offset);
 
+// Copies all that is left of `from` to `to`, in constant memory. 0, or -1 with
+// errno, after which any part may have been written.
+int Kut_copy_bytes(int from, int to);
+
 // Opens the fifo `path` for writing and waits at most `seconds` for a reader,
 // looking again every few milliseconds. The descriptor is in blocking mode.
 // -1 with errno: ENXIO when no reader came, EINVAL when the path is not a fifo,

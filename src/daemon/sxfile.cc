@@ -4,9 +4,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 #include "daemon/sxspool.h"
 #include "kx/kxtext.h"
@@ -139,11 +141,23 @@ UniqueFd CreateTemporary(int dirfd, const char* name) {
   return fd;
 }
 
+// Commands whose answers hand on an object that somebody else wrote: the output
+// of a user's program, a file in a user's directory, the command's own
+// argument. A file name in there must not make the daemon, which may read
+// everything, read that file for a client: it stays a name.
+constexpr int kHandedOn[] = {kx_cmd_extcmd, kx_cmd_pbcmd, kx_cmd_status,
+                             kx_cmd_statatt, kx_cmd_msglist};
+
+int Embeds(kx_object* rsp) {
+  const int type = kx::Enum(rsp, "cmdtype");
+  return std::ranges::find(kHandedOn, type) == std::end(kHandedOn) ? 1 : 0;
+}
+
 // Writes the whole response to `fd`: 0, or the failing step's result.
 int WriteResponse(UniqueFd fd, kx_object* rsp) {
   FILE* stream = OpenStream(std::move(fd), "w").release();
   if (stream == nullptr) return Fail(kx_err_system);
-  const int result = Kfx_Decomp_Obj(rsp, write_pair, stream, 1);
+  const int result = Kfx_Decomp_Obj(rsp, write_pair, stream, Embeds(rsp));
   const int error = kx_errno;
   const bool failed = std::ferror(stream) != 0;
   const bool closed = std::fclose(stream) == 0;

@@ -1,6 +1,7 @@
 #include "commands/cmdtable.h"
 
 #include "commands/handlers.h"
+#include "commands/cmdpcmd.h"
 
 namespace {
 
@@ -39,5 +40,6 @@ const cmd_row cmd_table[] = {
     {kx_cmd_status, process_status, kAlways},
     {kx_cmd_statatt, process_statlist, kAlways},
     {kx_cmd_imgstore, process_imgstore, kAlways},
+    {kx_cmd_pbcmd, process_pbcmd, kAlways},
     {0, nullptr, 0},
 };

@@ -1,7 +1,7 @@
 #include "commands/cmdtable.h"
 
-#include "commands/handlers.h"
 #include "commands/cmdpcmd.h"
+#include "commands/handlers.h"
 
 namespace {
 

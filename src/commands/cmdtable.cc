@@ -1,6 +1,5 @@
 #include "commands/cmdtable.h"
 
-#include "commands/cmdpcmd.h"
 #include "commands/handlers.h"
 
 namespace {

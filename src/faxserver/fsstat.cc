@@ -50,10 +50,11 @@ void Reset(kx_object* status) {
   }
 }
 
-// Whether the request of that number is still there.
-bool HasRequest(const char* root, const char* name) {
+// Whether an entry is the status of a request that is no longer there. Any
+// other name is none: it may be one that is being written.
+bool IsStale(const char* root, const char* name) {
   const long seqno = fx_plain_number(name);
-  return seqno >= 0 && Kut_is_reg_file(fx_freq_file(root, seqno, 0)) != 0;
+  return seqno >= 0 && Kut_is_reg_file(fx_freq_file(root, seqno, 0)) == 0;
 }
 
 }  // namespace
@@ -90,7 +91,7 @@ int fx_clean_events(const char* root, const char* user) {
   }
   std::vector<std::string> stale;
   while (const char* name = dir.Next()) {
-    if (!HasRequest(root, name)) stale.emplace_back(name);
+    if (IsStale(root, name)) stale.emplace_back(name);
   }
   for (const std::string& name : stale) unlinkat(dir.fd(), name.c_str(), 0);
   return fx_ok();

@@ -28,18 +28,8 @@ int ReadPair(void* context, char* name, char* value, int mode) {
 
 UniqueFd fx_open_file(int dirfd, const char* name, fx_links links,
                       struct stat* st) {
-  struct stat own;
-  if (st == nullptr) st = &own;
   const int nofollow = links == fx_links::kRefuse ? O_NOFOLLOW : 0;
-  // Without O_NONBLOCK, opening a fifo would wait for its writer.
-  UniqueFd fd(
-      Kut_open_at(dirfd, name, O_RDONLY | O_NONBLOCK | O_NOCTTY | nofollow));
-  if (!fd.valid() || fstat(fd.get(), st) != 0) return UniqueFd();
-  if (!S_ISREG(st->st_mode)) {
-    errno = EINVAL;
-    return UniqueFd();
-  }
-  return fd;
+  return UniqueFd(Kut_open_regular(dirfd, name, nofollow, st));
 }
 
 fx_stream fx_open_stream(const char* path, fx_links links) {

@@ -29,7 +29,7 @@ bool AppendWord(std::string_view word, char (&name)[kFirstName.length]) {
   const size_t blank = length > 0 ? 1 : 0;
   if (length + blank + word.size() >= sizeof name) return false;
   if (blank > 0) name[length] = ' ';
-  memcpy(name + length + blank, word.data(), word.size());
+  word.copy(name + length + blank, word.size());
   return true;
 }
 

@@ -121,14 +121,15 @@ void Scheduler::Advance() {
                           kx::TextOrEmpty(request.freq.get(), "tofnum"),
                           attempts + 1));
   }
-  BeginDue(now);
+  BeginDue();
 }
 
-void Scheduler::BeginDue(Clock::time_point now) {
+void Scheduler::BeginDue() {
+  looked_ = Clock::now();
   std::vector<Entry> due;
   for (Entry entry = requests_.begin(); entry != requests_.end(); ++entry) {
     const Request& request = entry->second;
-    if (!request.is_sending() && request.due <= now) due.push_back(entry);
+    if (!request.is_sending() && request.due <= looked_) due.push_back(entry);
   }
   // The urgent first, then the older.
   std::stable_sort(due.begin(), due.end(), [](Entry a, Entry b) {
@@ -208,12 +209,11 @@ void Scheduler::Finish(Entry entry, int result) {
 }
 
 Clock::time_point Scheduler::NextTime() const {
-  const Clock::time_point now = Clock::now();
   Clock::time_point next = Clock::time_point::max();
   for (const auto& [seqno, request] : requests_) {
-    // One that is due and still waits has no device; the end of another's
-    // attempt will give it one.
-    if (!request.is_sending() && request.due <= now) continue;
+    // One that was due at the last look and still waits has no device; the end
+    // of another's attempt will give it one.
+    if (!request.is_sending() && request.due <= looked_) continue;
     next = std::min(next, request.due);
   }
   return next;

@@ -53,7 +53,7 @@ class Scheduler {
 
   void Insert(Request request);
   Entry Find(long seqno);
-  void BeginDue(Clock::time_point now);
+  void BeginDue();
   void Begin(Request& request, int device);
   void EndAttempt(Entry entry, const Outcome& outcome);
   void Finish(Entry entry, int result);
@@ -63,6 +63,7 @@ class Scheduler {
   Course course_;
   Devices devices_;
   std::map<long, Request> requests_;
+  Clock::time_point looked_ = {};  // when BeginDue looked for what is due
 };
 
 }  // namespace sim

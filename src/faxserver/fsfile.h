@@ -44,10 +44,11 @@ bool fx_read_file(int dirfd, const char* name, fx_links links, size_t limit,
 // the end.
 bool fx_read_line(FILE* stream, char* line, size_t size);
 
-// Loads an object of the type (null: of any) from a stream in the text form,
-// without unpacking what is embedded. Null: 3 when the stream is null, the
-// result of a file that cannot be opened; otherwise as Kfx_Comp_Obj.
+// Loads an object of the type (null: of any) from a stream or file in the text
+// form, without unpacking what is embedded. Null: 3 when the file cannot be
+// opened, which is a null stream; otherwise as Kfx_Comp_Obj.
 kx::Object fx_read_object(FILE* stream, const char* type);
+kx::Object fx_load_object(const char* path, const char* type);
 
 // Sets a file's mode, and gives it to the fax system's user and group where
 // the process may. errno is kept.

@@ -1,4 +1,4 @@
-#include "commands/cmdpcmd.h"
+#include "commands/handlers.h"
 
 #include "commands/cmdresult.h"
 #include "phonebook/pb.h"

@@ -1,7 +1,6 @@
 #include "commands/cmdtable.h"
 
 #include "commands/handlers.h"
-#include "commands/cmdpcmd.h"
 
 namespace {
 

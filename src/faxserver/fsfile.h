@@ -32,6 +32,7 @@ using fx_stream = std::unique_ptr<FILE, fx_fclose>;
 
 // A stream on a regular file, or null.
 fx_stream fx_open_stream(const char* path, fx_links links = fx_links::kFollow);
+fx_stream fx_open_stream_at(int dirfd, const char* name, fx_links links);
 
 // Reads a whole regular file of at most `limit` bytes; a larger one fails with
 // EFBIG. A file that grows meanwhile is read up to its size at the beginning.
@@ -43,11 +44,10 @@ bool fx_read_file(int dirfd, const char* name, fx_links links, size_t limit,
 // the end.
 bool fx_read_line(FILE* stream, char* line, size_t size);
 
-// Loads an object of the type (null: of any) from a stream or file in the text
-// form, without unpacking what is embedded. Null: 3 when the file cannot be
-// read, otherwise as Kfx_Comp_Obj.
+// Loads an object of the type (null: of any) from a stream in the text form,
+// without unpacking what is embedded. Null: 3 when the stream is null, the
+// result of a file that cannot be opened; otherwise as Kfx_Comp_Obj.
 kx::Object fx_read_object(FILE* stream, const char* type);
-kx::Object fx_load_object(const char* path, const char* type);
 
 // Sets a file's mode, and gives it to the fax system's user and group where
 // the process may. errno is kept.

@@ -64,9 +64,9 @@ isam_code Grow(Change& change) {
   Table& table = change.table;
   const Layout& layout = table.layout;
   Root& root = change.root;
-  isam_code code =
-      GrowFile(table, table.dat.get(), kSlotsOffset, layout.slot_size(),
-               root.slots_used, layout.data_extension, &root.slots_capacity);
+  isam_code code = GrowFile(table, table.dat.get(), layout.slot_offset(1),
+                            layout.slot_size(), root.slots_used,
+                            layout.data_extension, &root.slots_capacity);
   if (code != kIsamOk) return code;
   return GrowFile(table, table.idx.get(), layout.page_offset(1), kPageSize,
                   root.pages_used, layout.index_extension,
@@ -92,7 +92,7 @@ Entry BuildEntry(Change& change, uint64_t commit) {
 
 isam_code WriteRing(Table& table, const void* bytes, size_t size,
                     uint32_t offset) {
-  return WriteAt(table.idx.get(), bytes, size,
+  return WriteAt(table.dat.get(), bytes, size,
                  kRingOffset + static_cast<off_t>(offset));
 }
 
@@ -103,9 +103,9 @@ isam_code VoidEntry(Table& table, uint32_t offset) {
 }
 
 // Chooses the place of the next entry. When it is the first of its half of the
-// ring the data file is flushed: then all entries of the half that it begins to
-// overwrite, which lie a lap back, are on disk in place. (The index pages of
-// each are flushed by the commit that follows it.)
+// ring the index file is flushed: then all entries of the half that it begins
+// to overwrite, which lie a lap back, are on disk in place. (The slots of each
+// are flushed by the commit that follows it.)
 isam_code Place(Table& table, uint32_t size, State* state) {
   const uint32_t ring = table.layout.ring_size;
   const uint32_t last = table.state.entry_offset;
@@ -115,7 +115,7 @@ isam_code Place(Table& table, uint32_t size, State* state) {
   state->entry_offset = wraps ? 0 : end;
   if ((state->entry_offset < ring / 2) == (last < ring / 2) && !wraps)
     return kIsamOk;
-  if (isam_code code = SyncOrDistrust(table, table.dat.get())) return code;
+  if (isam_code code = SyncOrDistrust(table, table.idx.get())) return code;
   state->half_first = state->commit;
   // A dead process may have left an entry of the same number at the end.
   return wraps && end < ring ? VoidEntry(table, end) : kIsamOk;
@@ -271,21 +271,21 @@ isam_code Commit(Change& change) {
   Entry entry = BuildEntry(change, ++state.commit);
   if (isam_code code = Place(table, entry.sealed_size(), &state)) return code;
   state.entry_length = entry.size();
-  // The index pages of the last commit may not be on disk yet.
+  // The slots of the last commit may not be on disk yet.
   const uint64_t last = std::max<uint64_t>(table.state.commit, 1);
   entry.Seal(std::min(state.half_first, last));
   isam_code code =
       WriteRing(table, entry.bytes().data(), entry.size(), state.entry_offset);
   bool flushed = true;
   if (code == kIsamOk) {
-    code = SyncFile(table.idx.get());
+    code = SyncFile(table.dat.get());
     flushed = code == kIsamOk;
   }
   if (code == kIsamOk) code = Apply(change, state);
   if (code == kIsamOk) return code;
   // Taken back before anybody is told to look in the ring.
   if (VoidEntry(table, state.entry_offset) == kIsamOk && flushed)
-    flushed = SyncFile(table.idx.get()) == kIsamOk;
+    flushed = SyncFile(table.dat.get()) == kIsamOk;
   if (!flushed) Distrust(table);
   return code;
 }

@@ -150,7 +150,7 @@ void Intake::Take(const std::string& name) {
   } else if (refusal.error != 0) {
     // The daemon has told the client that all is well.
     LeaveMessage(root_, kx::TextOrEmpty(cmd.get(), "clientid"),
-                 "refused-" + name + ".msg",
+                 name + ".msg",
                  "Your fax was not queued: " + refusal.text + "\n");
   }
   Kut_delete_file(path.text);

@@ -289,7 +289,7 @@ TEST_F(Life, WhatCannotBeQueuedIsRefusedWithTheReason) {
   Ask("cmd-sendfax", "respond=false\n" + Argument("obj-env", ""));
   EXPECT_TRUE(support::Eventually([&] {
     return support::ReadFile(root_.Path("faxq/" + root_.user() +
-                                        "/msgs/refused-0001-007.msg")) ==
+                                        "/msgs/0001-007.msg")) ==
            "Your fax was not queued: No destination\n";
   }));
 }

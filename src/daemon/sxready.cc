@@ -77,11 +77,12 @@ bool ReadNames(int dirfd, const char* ext) {
 int Scan(const char* dir, const char* ext) {
   struct stat st;
   kx_errno = kx_err_system;
-  if (spool_stat(dir, &st) != 0) return -1;
+  if (stat(dir, &st) != 0) return -1;
   if (CanSkip(st)) {
     kx_errno = kx_err_none;
     return 1;
   }
+  spool_refresh(st);
   g_list.dir_time = st.st_mtim;
   clock_gettime(CLOCK_REALTIME_COARSE, &g_list.read_time);
   const int dirfd = spool_fd(dir);

@@ -2,7 +2,13 @@
 # Sourced by the demo: drops command files and shows what comes back. Needs
 # $spool, the watched directory, $log, the daemon's log, and $client.
 
-heading() { printf '\n\033[1m%s\033[0m\n' "$1"; }
+# Bold on a terminal only.
+bold='' plain=''
+if [[ -t 1 ]]; then
+  bold=$(tput bold 2>/dev/null || true)
+  plain=$(tput sgr0 2>/dev/null || true)
+fi
+heading() { printf '\n%s%s%s\n' "$bold" "$1" "$plain"; }
 show() { sed "s/^/    /" "$1"; }
 
 # await WHAT COMMAND...: until the command succeeds; gives up after 10 seconds.

@@ -54,8 +54,7 @@ bool Print(const char* user, const std::string& image,
   }
   // What an earlier print left would pass for this one's errors.
   unlinkat(errors.dir.get(), errors.name().c_str(), 0);
-  // "exec": the program itself, not a shell that waits for it, dies with us.
-  const std::string command = "exec krtprint " +
+  const std::string command = "krtprint " +
                               fx_shell_word((image + "/").c_str()) + " 2> " +
                               fx_shell_word(path.text);
   return fx_run_as(user, command.c_str()) == 0;

@@ -33,6 +33,7 @@ struct ReadyList {
   timespec dir_time = {0, -1};  // of the directory when it was read last
   timespec read_time = {0, 0};  // when that was
   int unchanged = 0;            // scans in a row that found the same time
+  int pid = 0;                  // of this process, for the claims
 };
 ReadyList g_list;
 
@@ -93,6 +94,7 @@ int Scan(const char* dir, const char* ext) {
   std::qsort(g_list.sorted, static_cast<std::size_t>(g_list.count),
              sizeof g_list.sorted[0], sx_comp_rtn);
   g_list.next = 0;
+  g_list.pid = getpid();
   return 0;
 }
 
@@ -112,7 +114,7 @@ bool Claim(int dirfd, const char* name, char* claimed) {
   char suffix[16] = "";
   for (int n = 1; n <= kClaimsMax; ++n) {
     const int length = std::snprintf(claimed, kSxNameSize, "%.*s%s.%d", base,
-                                     name, suffix, getpid());
+                                     name, suffix, g_list.pid);
     if (length >= static_cast<int>(kSxNameSize)) return false;
     if (RenameFresh(dirfd, name, claimed) == 0) return true;
     if (errno != EEXIST) return false;

@@ -19,6 +19,9 @@ constexpr int kNotStarted = 127;
 // The guard's life. All signals are blocked; it takes the two that it knows.
 [[noreturn]] void Guard(const kut_spawn& what, int report, pid_t parent) {
   signal(SIGCHLD, SIG_DFL);
+  // Out of the parent's group: who kills that as a whole must not take the
+  // guard along before it has done its work.
+  setpgid(0, 0);
   if (prctl(PR_SET_PDEATHSIG, kParentEnded) != 0 || getppid() != parent) {
     _exit(kNotStarted);
   }

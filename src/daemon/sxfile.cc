@@ -4,9 +4,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 #include "daemon/sxspool.h"
 #include "kx/kxtext.h"
@@ -56,14 +58,9 @@ int Fail(int error) {
 // Opens a claimed command. What is not a regular file was never a command: a
 // fifo or a device must not hold or feed the daemon.
 UniqueFd OpenClaimed(int dirfd, const char* name) {
-  UniqueFd fd(
-      Kut_open_at(dirfd, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
   struct stat st;
-  if (!fd.valid() || fstat(fd.get(), &st) != 0) return UniqueFd();
-  if (!S_ISREG(st.st_mode)) {
-    errno = S_ISDIR(st.st_mode) ? EISDIR : EINVAL;
-    return UniqueFd();
-  }
+  UniqueFd fd(Kut_open_regular(dirfd, name, O_NOFOLLOW, &st));
+  if (!fd.valid()) return fd;
   if (st.st_size > kSxCommandMax) {
     errno = EFBIG;
     return UniqueFd();
@@ -139,11 +136,23 @@ UniqueFd CreateTemporary(int dirfd, const char* name) {
   return fd;
 }
 
+// Commands whose answers hand on an object that somebody else wrote: the output
+// of a user's program, a file in a user's directory, the command's own
+// argument. A file name in there must not make the daemon, which may read
+// everything, read that file for a client: it stays a name.
+constexpr int kHandedOn[] = {kx_cmd_extcmd, kx_cmd_pbcmd, kx_cmd_status,
+                             kx_cmd_statatt, kx_cmd_msglist};
+
+int Embeds(kx_object* rsp) {
+  const int type = kx::Enum(rsp, "cmdtype");
+  return std::ranges::find(kHandedOn, type) == std::end(kHandedOn) ? 1 : 0;
+}
+
 // Writes the whole response to `fd`: 0, or the failing step's result.
 int WriteResponse(UniqueFd fd, kx_object* rsp) {
   FILE* stream = OpenStream(std::move(fd), "w").release();
   if (stream == nullptr) return Fail(kx_err_system);
-  const int result = Kfx_Decomp_Obj(rsp, write_pair, stream, 1);
+  const int result = Kfx_Decomp_Obj(rsp, write_pair, stream, Embeds(rsp));
   const int error = kx_errno;
   const bool failed = std::ferror(stream) != 0;
   const bool closed = std::fclose(stream) == 0;

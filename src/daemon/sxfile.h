@@ -57,10 +57,11 @@ kx_object* sx_cmd(const char* dir, const char* name, int save);
 // Valid until the next sx_cmd.
 const char* sx_cmdtype(kx_object* cmd);
 
-// Writes a response, with the files that it names embedded, and renames it to
-// its final name; with `save` a copy goes to <dir>/save. 0, or -1: 19 when the
-// response has no exchange name, 3 when it cannot be written. The response
-// stays with the caller.
+// Writes a response and renames it to its final name. The files that it names
+// are embedded, but for answers that hand on somebody else's object (the output
+// of a user's program, say), where they stay names. With `save` a copy goes to
+// <dir>/save. 0, or -1: 19 when the response has no exchange name, 3 when it
+// cannot be written. The response stays with the caller.
 int sx_rsp(const char* dir, kx_object* rsp, int save);
 
 // The extension of a command's saved copy: "net" for the commands that manage a

@@ -4,7 +4,7 @@
 //   user put in a file's place neither holds nor feeds anybody.
 // - The functions that take a directory's descriptor do not follow a symbolic
 //   link in the name's last component; those that take a path do so only with
-//   kFxFollow, for files that only an administrator can place.
+//   fx_links::kFollow, for files that only an administrator can place.
 // - Failures are told in errno: EINVAL for what is no regular file.
 #ifndef FAXSERVER_FSFILE_H_
 #define FAXSERVER_FSFILE_H_
@@ -32,6 +32,7 @@ using fx_stream = std::unique_ptr<FILE, fx_fclose>;
 
 // A stream on a regular file, or null.
 fx_stream fx_open_stream(const char* path, fx_links links = fx_links::kFollow);
+fx_stream fx_open_stream_at(int dirfd, const char* name, fx_links links);
 
 // Reads a whole regular file of at most `limit` bytes; a larger one fails with
 // EFBIG. A file that grows meanwhile is read up to its size at the beginning.
@@ -43,9 +44,9 @@ bool fx_read_file(int dirfd, const char* name, fx_links links, size_t limit,
 // the end.
 bool fx_read_line(FILE* stream, char* line, size_t size);
 
-// Loads an object of the type from a stream or file in the text form, without
-// unpacking what is embedded. Null: 3 when the file cannot be read, otherwise
-// as Kfx_Comp_Obj.
+// Loads an object of the type (null: of any) from a stream or file in the text
+// form, without unpacking what is embedded. Null: 3 when the file cannot be
+// opened, which is a null stream; otherwise as Kfx_Comp_Obj.
 kx::Object fx_read_object(FILE* stream, const char* type);
 kx::Object fx_load_object(const char* path, const char* type);
 

@@ -2,10 +2,11 @@
 #ifndef FAXSERVER_FSLAUNCH_H_
 #define FAXSERVER_FSLAUNCH_H_
 
-// Runs the program with the sequence number as its one argument, through
-// /bin/sh when it cannot be executed itself, and waits for it. Its exit status:
-// 1 when it cannot be run either way, 128 and above for an end by a signal. 0
-// without a program, -1 with 3 without a child.
+// Runs the program with the sequence number as its one argument, or /bin/sh on
+// it when it cannot be executed itself, and waits for it. The exit status, that
+// of the shell for a program that does not exist, 1 when there is no shell
+// either, 128 and above for an end by a signal. 0 without the tag, -1 with 3
+// without a child.
 int fx_launch(long seqno, const char* root);
 
 #endif  // FAXSERVER_FSLAUNCH_H_

@@ -58,11 +58,9 @@ fx_olog_record fx_decode_olog(const fx_olog_bytes& bytes);
 // Appends a record with one write. 0 and kx_errno 0, or -1 with 3.
 int fx_append_olog(const char* root, const fx_olog_record& record);
 
-// The request's last `max` records, the earliest first. The log is read from
-// its end backwards, no further than needed; records of attempt 1 end the
-// search, as nothing of the request can stand before it. Empty: 3 when the log
-// cannot be read, 19 when it holds no record of the request, 0 for a `max` of
-// 0 or less.
+// The request's last `max` records, in order of the attempts. The log is read
+// from its end backwards, no further than needed. Empty: 3 when the log cannot
+// be read, 19 when it holds no record of the request or `max` is below 1.
 std::vector<fx_olog_record> fx_read_olog_list(const char* root, long seqno,
                                               int max);
 

@@ -8,7 +8,6 @@
 
 namespace {
 
-constexpr size_t kCopyBuffer = size_t{64} * 1024;
 constexpr int kNameTries = 1000;  // leftovers of killed processes with this pid
 
 bool IsSeparator(char c) { return c == '/' || c == '\\'; }
@@ -29,16 +28,6 @@ mode_t ModeOf(const char* path) {
 size_t DirectoryLength(const char* path) {
   const char* slash = strrchr(path, '/');
   return slash == nullptr ? 0 : static_cast<size_t>(slash - path) + 1;
-}
-
-int CopyBytes(int from, int to) {
-  char buffer[kCopyBuffer];
-  for (;;) {
-    const ssize_t n = Kut_read_full(from, buffer, sizeof buffer);
-    if (n < 0) return -1;
-    if (n == 0) return 0;
-    if (Kut_write_full(to, buffer, static_cast<size_t>(n)) != 0) return -1;
-  }
 }
 
 }  // namespace
@@ -106,14 +95,12 @@ int Kut_rename_file(const char* from, const char* to) {
 int Kut_link_file(const char* from, const char* to) { return link(from, to); }
 
 int Kut_copy_file(const char* from, const char* to) {
-  // Without O_NONBLOCK a fifo would hold the caller until it has a writer.
-  const UniqueFd source(Kut_open(from, O_RDONLY | O_NONBLOCK));
   struct stat st;
-  if (!source.valid() || fstat(source.get(), &st) != 0) return -1;
-  if (!S_ISREG(st.st_mode)) return Fail(EINVAL);
+  const UniqueFd source(Kut_open_regular(AT_FDCWD, from, 0, &st));
+  if (!source.valid()) return -1;
   FileReplacer copy;
   if (copy.Open(to, st.st_mode & 0777) != 0) return -1;
-  if (CopyBytes(source.get(), copy.fd()) != 0) return -1;
+  if (Kut_copy_bytes(source.get(), copy.fd()) != 0) return -1;
   return copy.Commit();
 }
 

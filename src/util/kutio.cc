@@ -9,6 +9,7 @@
 
 namespace {
 
+constexpr size_t kCopyBuffer = size_t{64} * 1024;
 constexpr long kFifoPauseNs = 5'000'000;  // between two looks for a reader
 
 // Runs `step(offset, left)` until all of `size` is done, it says 0 or fails.
@@ -55,6 +56,20 @@ int Kut_open(const char* path, int flags, mode_t mode) {
   return Kut_open_at(AT_FDCWD, path, flags, mode);
 }
 
+int Kut_open_regular(int dirfd, const char* path, int flags, struct stat* st) {
+  // Without O_NONBLOCK the open of a fifo would wait for its writer.
+  UniqueFd fd(
+      Kut_open_at(dirfd, path, O_RDONLY | O_NONBLOCK | O_NOCTTY | flags));
+  struct stat own;
+  if (st == nullptr) st = &own;
+  if (!fd.valid() || fstat(fd.get(), st) != 0) return -1;
+  if (!S_ISREG(st->st_mode)) {
+    errno = S_ISDIR(st->st_mode) ? EISDIR : EINVAL;
+    return -1;
+  }
+  return fd.release();
+}
+
 ssize_t Kut_read_full(int fd, void* buf, size_t size) {
   return MoveAll(size, [=](size_t done, size_t left) {
     return read(fd, static_cast<char*>(buf) + done, left);
@@ -85,6 +100,16 @@ int Kut_pwrite_full(int fd, const void* buf, size_t size, off_t offset) {
                                   left, offset + static_cast<off_t>(done));
                             }),
                     size);
+}
+
+int Kut_copy_bytes(int from, int to) {
+  char buffer[kCopyBuffer];
+  for (;;) {
+    const ssize_t n = Kut_read_full(from, buffer, sizeof buffer);
+    if (n < 0) return -1;
+    if (n == 0) return 0;
+    if (Kut_write_full(to, buffer, static_cast<size_t>(n)) != 0) return -1;
+  }
 }
 
 int Kut_open_fifo_writer(const char* path, int seconds) {

@@ -1,0 +1,22 @@
+// "cmd-cancel"
+#include "commands/cmdargs.h"
+#include "commands/cmdresult.h"
+#include "commands/handlers.h"
+#include "daemon/dmnmsg.h"
+#include "daemon/settings.h"
+#include "faxserver/fsefifo.h"
+#include "faxserver/fsreq.h"
+
+int process_cancel(kx_object* cmd, kx_object* rsp) {
+  kx_object* reqid = cmd_argument(cmd, "obj-reqid");
+  if (reqid == nullptr) {
+    return cmd_fail(rsp, kx_err_command, "Invalid cancel command");
+  }
+  const char* client = cmd_client(cmd);
+  if (fx_cancel(kfaxdir, client, reqid) != 0) {
+    const int error = Kfx_Errno();
+    return cmd_fail(rsp, error, "Cannot cancel request: %s", Kfx_Errmsg(error));
+  }
+  dmn_send_msg(kfaxdir, client, kFxEventCancelled);
+  return cmd_succeed(rsp);
+}

@@ -1,0 +1,17 @@
+// "cmd-setcfg"
+#include "commands/cmdargs.h"
+#include "commands/cmdresult.h"
+#include "commands/handlers.h"
+#include "daemon/settings.h"
+#include "faxserver/fsconfig.h"
+
+int process_setcfg(kx_object* cmd, kx_object* rsp) {
+  kx_object* config = cmd_argument(cmd, "obj-config");
+  if (config == nullptr) {
+    return cmd_fail(rsp, kx_err_command, "Invalid set config cmd");
+  }
+  if (fx_set_config(kfaxdir, cmd_client(cmd), config) != 0) {
+    return cmd_fail(rsp, kx_err_command, "Cannot set config");
+  }
+  return cmd_succeed(rsp);
+}

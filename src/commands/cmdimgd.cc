@@ -1,0 +1,24 @@
+// "cmd-imgdel"
+#include "commands/cmdargs.h"
+#include "commands/cmdresult.h"
+#include "commands/handlers.h"
+#include "daemon/dmnmsg.h"
+#include "daemon/settings.h"
+#include "faxserver/fsefifo.h"
+#include "util/kuterr.h"
+
+int process_imgdel(kx_object* cmd, kx_object* rsp) {
+  kx_object* info = cmd_argument(cmd, "obj-faxinfo");
+  if (info == nullptr) {
+    return cmd_fail(rsp, kx_err_command, "Invalid image delete command");
+  }
+  const char* user = kx::TextOrEmpty(info, "clientid");
+  const char* name = kx::TextOrEmpty(info, "filename");
+  const UniqueFd queue = cmd_open_queue(user);
+  if (cmd_delete_file(queue.get(), name) != 0) {
+    return cmd_fail(rsp, kx_err_io, "Cannot delete file %s: %s", name,
+                    Kut_sys_errstr());
+  }
+  dmn_send_msg(kfaxdir, user, kFxEventFaxes);
+  return cmd_succeed(rsp);
+}

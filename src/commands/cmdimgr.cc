@@ -1,0 +1,38 @@
+// "cmd-imgret"
+#include "cm/cmfiltp.h"
+#include "cm/cmpaths.h"
+#include "commands/cmdargs.h"
+#include "commands/cmdresult.h"
+#include "commands/handlers.h"
+#include "daemon/settings.h"
+
+namespace {
+
+// Whether the path is that of an image, of which the client gets all.
+bool IsImage(const char* user, const char* name) {
+  const UniqueFd queue = cmd_open_queue(user);
+  return cmd_open_file(queue.get(), name, nullptr).valid();
+}
+
+}  // namespace
+
+int process_imgret(kx_object* cmd, kx_object* rsp) {
+  kx_object* info = cmd_argument(cmd, "obj-faxinfo");
+  if (info == nullptr) {
+    return cmd_fail(rsp, kx_err_command, "Invalid image retrieve command");
+  }
+  kx::Object file = kx::Build("obj-file");
+  if (file == nullptr) {
+    return cmd_fail(rsp, kx_err_failed, "Cannot create file object: %s",
+                    Kfx_Errmsg(Kfx_Errno()));
+  }
+  const char* user = kx::TextOrEmpty(info, "clientid");
+  const char* name = kx::TextOrEmpty(info, "filename");
+  const cm_path path = cm_join_plain(cm_get_user_dir(kfaxdir, user), name);
+  if (!IsImage(user, name)) {
+    return cmd_fail(rsp, kx_err_failed, "File %s does not exist", name);
+  }
+  kx::SetText(file.get(), "filetype", cm_filetype(name));
+  kx::SetText(file.get(), "pathname", path.text);
+  return cmd_succeed(rsp, std::move(file));
+}

@@ -1,0 +1,171 @@
+#include "faxserver/fslist.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <string>
+#include <utility>
+
+#include "cm/cmpaths.h"
+#include "faxserver/fsbase.h"
+#include "faxserver/fsfile.h"
+#include "faxserver/fshdr.h"
+#include "faxserver/fslog.h"
+#include "faxserver/fsnames.h"
+#include "faxserver/fsstat.h"
+#include "faxserver/fsuser.h"
+#include "util/kutdir.h"
+
+namespace {
+
+constexpr char kServerMessages[] = "msg.srv";
+
+bool IsNewer(const struct stat& st, int since) {
+  return since <= 0 || st.st_mtime > since;
+}
+
+int FileTime(const struct stat& st) {
+  return st.st_mtime < INT_MAX ? static_cast<int>(st.st_mtime) : INT_MAX;
+}
+
+// Opens a user's directory. False with the error number: 0 for one that is
+// missing, which is an empty list.
+bool OpenDir(const char* root, const char* user, const char* path,
+             DirReader* dir) {
+  if (!fx_is_valid_user(root, user)) {
+    kx_errno = kx_err_user;
+    return false;
+  }
+  if (dir->Open(path, AT_FDCWD, O_NOFOLLOW) == 0) return true;
+  kx_errno = errno == ENOENT ? kx_err_none : kx_err_system;
+  return false;
+}
+
+bool StatRegular(const DirReader& dir, const char* name, struct stat* st) {
+  return fstatat(dir.fd(), name, st, AT_SYMLINK_NOFOLLOW) == 0 &&
+         S_ISREG(st->st_mode);
+}
+
+// Whether the name went into its field.
+bool SetName(kx_object* entry, const char* field, const char* name) {
+  if (kx::SetText(entry, field, name) == 0) return true;
+  fx_logf("File name %s is too long", name);
+  return false;
+}
+
+// Sets the number of pages where the file is a fax file.
+void SetPages(int fd, kx_object* info) {
+  fx_faxhdr header;
+  const ssize_t got = Kut_read_full(fd, header.bytes, sizeof header.bytes);
+  if (got == sizeof header.bytes && fx_fix_faxhdr(&header)) {
+    kx::SetNumber(info, "npages", fx_faxhdr_pages(&header));
+  }
+}
+
+// The entry of a received fax; null for what is none.
+kx::Object MakeFaxInfo(const DirReader& dir, const char* name, const char* user,
+                       int since) {
+  struct stat st;
+  const UniqueFd fd = fx_open_file(dir.fd(), name, fx_links::kRefuse, &st);
+  // One that may not be read is listed all the same.
+  if (!fd.valid() && !StatRegular(dir, name, &st)) return nullptr;
+  if (!IsNewer(st, since)) return nullptr;
+  kx::Object info = kx::Build("obj-faxinfo");
+  if (info == nullptr || !SetName(info.get(), "filename", name)) return nullptr;
+  kx::SetText(info.get(), "clientid", user);
+  kx::SetEnum(info.get(), "fstatus", kx_fst_new);
+  if (fd.valid()) SetPages(fd.get(), info.get());
+  kx::SetTime(info.get(), "rcvtime", FileTime(st));
+  return info;
+}
+
+kx::Object MakeMessageInfo(const DirReader& dir, const char* name, int since) {
+  struct stat st;
+  if (strcmp(name, kServerMessages) == 0 || !StatRegular(dir, name, &st) ||
+      !IsNewer(st, since)) {
+    return nullptr;
+  }
+  kx::Object info = kx::Build("obj-tinfo");
+  if (info == nullptr || !SetName(info.get(), "filename", name)) return nullptr;
+  kx::SetTime(info.get(), "msgtime", FileTime(st));
+  return info;
+}
+
+kx::Object MakeRoute(const char* root, const char* user, const char* other) {
+  if (strcmp(user, other) == 0 || !fx_is_valid_user(root, other)) {
+    return nullptr;
+  }
+  kx::Object route = kx::Build("obj-route");
+  if (route == nullptr || !SetName(route.get(), "toid", other)) return nullptr;
+  kx::SetText(route.get(), "fromid", user);
+  return route;
+}
+
+}  // namespace
+
+kx_object* fx_get_srv_list(const char* root, const char* user, int since) {
+  if (!fx_is_valid_user(root, user)) return fx_null(kx_err_user);
+  const fx_stream stream =
+      fx_open_user_stream(root, user, cm_get_servmsg_file(root, user));
+  struct stat st;
+  if (stream == nullptr || fstat(fileno(stream.get()), &st) != 0) {
+    return fx_null(errno == ENOENT ? kx_err_none : kx_err_system);
+  }
+  kx::ListBuilder list;
+  if (!IsNewer(st, since)) return fx_give(list.Take());
+  while (kx::Object message = fx_read_object(stream.get(), "obj-servmsg")) {
+    list.Append(std::move(message));
+  }
+  return fx_give(list.Take());
+}
+
+kx_object* fx_get_fax_list(const char* root, const char* user, int since) {
+  DirReader dir;
+  if (!OpenDir(root, user, cm_get_user_dir(root, user), &dir)) return nullptr;
+  kx::ListBuilder list;
+  for (const std::string& name : fx_visible_names(&dir)) {
+    kx::Object info = MakeFaxInfo(dir, name.c_str(), user, since);
+    if (info != nullptr) list.Append(std::move(info));
+  }
+  return fx_give(list.Take());
+}
+
+kx_object* fx_get_msg_list(const char* root, const char* user, int since) {
+  DirReader dir;
+  if (!OpenDir(root, user, cm_get_msgs_dir(root, user), &dir)) return nullptr;
+  kx::ListBuilder list;
+  for (const std::string& name : fx_visible_names(&dir)) {
+    kx::Object info = MakeMessageInfo(dir, name.c_str(), since);
+    if (info != nullptr) list.Append(std::move(info));
+  }
+  return fx_give(list.Take());
+}
+
+kx_object* fx_get_rte_list(const char* root, const char* user, int) {
+  DirReader dir;
+  if (!OpenDir(root, user, cm_get_faxq_dir(root), &dir)) return nullptr;
+  kx::ListBuilder list;
+  for (const std::string& other : fx_visible_names(&dir)) {
+    kx::Object route = MakeRoute(root, user, other.c_str());
+    if (route != nullptr) list.Append(std::move(route));
+  }
+  return fx_give(list.Take());
+}
+
+kx_object* fx_get_evt_list(const char* root, const char* user, int since) {
+  DirReader dir;
+  if (!OpenDir(root, user, cm_get_evnt_dir(root, user), &dir)) return nullptr;
+  kx::ListBuilder list;
+  for (const fx_numbered& entry : fx_numbered_names(&dir, "")) {
+    struct stat st;
+    if (!StatRegular(dir, entry.name.c_str(), &st) || !IsNewer(st, since)) {
+      continue;
+    }
+    kx::Object status(fx_read_status(root, user, entry.number));
+    if (status != nullptr) list.Append(std::move(status));
+  }
+  return fx_give(list.Take());
+}

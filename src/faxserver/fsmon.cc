@@ -1,0 +1,106 @@
+#include "faxserver/fsmon.h"
+
+#include <cstring>
+#include <string>
+#include <utility>
+
+#include "cm/cmpaths.h"
+#include "faxserver/fsbase.h"
+#include "faxserver/fsfile.h"
+#include "faxserver/fsuser.h"
+#include "util/kutdir.h"
+#include "util/kutfile.h"
+#include "util/kutstr.h"
+
+namespace {
+
+constexpr size_t kLineSize = 128;
+constexpr char kAllowAll[] = "ALLOWALL";
+
+struct Monitors {
+  bool allow_all = false;
+  kx::ListBuilder excluded;
+  kx::ListBuilder included;
+};
+
+void AddName(kx::ListBuilder* list, const char* name) {
+  kx::Object resource = kx::Build("obj-resource");
+  if (resource != nullptr && kx::SetText(resource.get(), "rname", name) == 0) {
+    list->Append(std::move(resource));
+  }
+}
+
+void ReadLine(const char* line, Monitors* monitors) {
+  if (*line == '\0' || *line == '#') return;
+  if (strcmp(line, kAllowAll) == 0) {
+    monitors->allow_all = true;
+  } else if (*line == '!') {
+    AddName(&monitors->excluded, line + 1);
+  } else {
+    AddName(&monitors->included, line);
+  }
+}
+
+// Whether a name, written as a line, is read back as itself.
+bool IsLine(const char* name, bool excluded) {
+  std::string stripped = name;
+  if (stripped != Kut_strip(stripped.data())) return false;
+  if (strpbrk(name, "\r\n") != nullptr) return false;
+  return excluded ||
+         (*name != '!' && *name != '#' && strcmp(name, kAllowAll) != 0);
+}
+
+// The file's content. False for a name that could not be read back.
+bool Format(kx_object* names, bool allow_all, std::string* content) {
+  *content = allow_all ? std::string(kAllowAll) + "\n" : "";
+  for (kx_object* entry : kx::Elements(names)) {
+    const char* name = kx::Text(entry, "rname");
+    if (name == nullptr) continue;
+    if (!IsLine(name, allow_all)) return false;
+    *content += allow_all ? "!" : "";
+    *content += name;
+    *content += '\n';
+  }
+  return true;
+}
+
+}  // namespace
+
+kx_object* fx_get_monlist(const char* root, const char* user) {
+  if (!fx_is_valid_user(root, user)) return fx_null(kx_err_user);
+  kx::Object monitor = kx::Build("obj-monitor");
+  if (monitor == nullptr) return nullptr;
+  kx::SetText(monitor.get(), "clientid", user);
+  Monitors monitors;
+  const fx_stream stream =
+      fx_open_user_stream(root, user, cm_get_monitors_file(root, user));
+  char line[kLineSize];
+  while (stream != nullptr && fx_read_line(stream.get(), line, sizeof line)) {
+    ReadLine(line, &monitors);
+  }
+  const bool all = monitors.allow_all;
+  kx::SetEnum(monitor.get(), "montype", all ? kx_mon_incall : kx_mon_excall);
+  kx::SetChild(monitor.get(), "names",
+               all ? monitors.excluded.Take() : monitors.included.Take());
+  return fx_give(std::move(monitor));
+}
+
+int fx_set_monlist(const char* root, kx_object* monitor) {
+  const char* user = kx::Text(monitor, "clientid");
+  const int type = kx::Enum(monitor, "montype");
+  std::string content;
+  if (!fx_is_valid_user(root, user) ||
+      (type != kx_mon_incall && type != kx_mon_excall) ||
+      !Format(kx::Child(monitor, "names"), type == kx_mon_incall, &content)) {
+    return fx_fail(kx_err_data);
+  }
+  const char* path = cm_get_monitors_file(root, user);
+  const UniqueFd dir = fx_make_options_dir(root, user);
+  FileReplacer file;
+  const bool done =
+      dir.valid() && file.Open(Kut_basename(path), 0666, dir.get()) == 0 &&
+      file.KeepAttributes() == 0 &&
+      Kut_write_full(file.fd(), content.data(), content.size()) == 0 &&
+      file.Commit() == 0;
+  return done ? fx_ok() : fx_fail(kx_err_system);
+}

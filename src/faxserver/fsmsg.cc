@@ -1,0 +1,62 @@
+#include "faxserver/fsmsg.h"
+
+#include <cstring>
+#include <utility>
+
+#include "cm/cmpaths.h"
+#include "faxserver/fsbase.h"
+#include "faxserver/fsfile.h"
+#include "faxserver/fsuser.h"
+#include "util/kutstr.h"
+
+namespace {
+
+constexpr size_t kLineSize = 256;  // what the field of a line holds
+
+bool AppendLine(kx::ListBuilder* lines, const char* text) {
+  kx::Object line = kx::Build("obj-text");
+  if (line == nullptr) return false;
+  kx::SetText(line.get(), "text", *text != '\0' ? text : " ");
+  return lines->Append(std::move(line));
+}
+
+// Reads all lines. False without memory.
+bool ReadLines(FILE* stream, kx::ListBuilder* lines) {
+  char line[kLineSize];
+  bool line_goes_on = false;
+  while (fgets(line, sizeof line, stream) != nullptr) {
+    // The newline of a line that just filled the buffer is no line of its own.
+    const bool only_its_end = line_goes_on && strcmp(line, "\n") == 0;
+    line_goes_on =
+        strlen(line) == sizeof line - 1 && line[sizeof line - 2] != '\n';
+    if (!only_its_end && !AppendLine(lines, Kut_strip(line))) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+kx_object* fx_tmsg_read(FILE* stream) {
+  kx::Object message = kx::Build("obj-msg");
+  if (message == nullptr) return nullptr;
+  kx::ListBuilder lines;
+  if (!ReadLines(stream, &lines)) return fx_null(kx_err_memory);
+  if (ferror(stream) != 0) return fx_null(kx_err_system);
+  kx::SetChild(message.get(), "lines", lines.Take());
+  return fx_give(std::move(message));
+}
+
+kx_object* fx_tmsg_load(const char* path) {
+  if (strcmp(path, "-") == 0) return fx_tmsg_read(stdin);
+  const fx_stream stream = fx_open_stream(path, fx_links::kRefuse);
+  if (stream == nullptr) return fx_null(kx_err_system);
+  return fx_tmsg_read(stream.get());
+}
+
+kx_object* fx_msg_retrieve(const char* root, const char* user,
+                           const char* name) {
+  const cm_path path = cm_join_plain(cm_get_msgs_dir(root, user), name);
+  const fx_stream stream = fx_open_user_stream(root, user, path.text);
+  if (stream == nullptr) return fx_null(kx_err_system);
+  return fx_tmsg_read(stream.get());
+}

@@ -1,0 +1,26 @@
+// The names in a directory, in an order that does not depend on the disk.
+#ifndef FAXSERVER_FSNAMES_H_
+#define FAXSERVER_FSNAMES_H_
+
+#include <string>
+#include <vector>
+
+#include "util/kutdir.h"
+
+struct fx_numbered {
+  long number;
+  std::string name;
+};
+
+// The entries named `prefix` and a decimal number, by number. A number is
+// digits alone and fits 32 bits.
+std::vector<fx_numbered> fx_numbered_names(DirReader* dir, const char* prefix);
+
+// All entries but hidden ones and those with the extension "tmp", which are
+// being written, sorted by name.
+std::vector<std::string> fx_visible_names(DirReader* dir);
+
+// A text that is digits alone and fits 31 bits, as a number; else -1.
+long fx_plain_number(const char* text);
+
+#endif  // FAXSERVER_FSNAMES_H_

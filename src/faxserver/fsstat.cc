@@ -1,0 +1,99 @@
+#include "faxserver/fsstat.h"
+
+#include <unistd.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "cm/cmpaths.h"
+#include "cm/cmresult.h"
+#include "faxserver/fsbase.h"
+#include "faxserver/fsfile.h"
+#include "faxserver/fsfiles.h"
+#include "faxserver/fsnames.h"
+#include "faxserver/fsolog.h"
+#include "faxserver/fsuser.h"
+#include "util/kutdir.h"
+#include "util/kutfile.h"
+
+namespace {
+
+// The directory belongs to the user. A status that travels to a client must
+// hold nothing but what a status holds: another object in its list could name
+// a file, whose contents would then be sent along.
+void KeepLocalTags(kx_object* status) {
+  for (kx_object* tag : kx::Elements(kx::Child(status, "ltags"))) {
+    if (Kfx_Is_Obj_Type(tag, "obj-localtag") != 0) continue;
+    kx::SetChild(status, "ltags", nullptr);
+    return;
+  }
+}
+
+kx::Object ReadStatus(const char* root, const char* clientid, long seqno) {
+  const cm_path path = cm_join_path(cm_get_evnt_dir(root, clientid),
+                                    std::to_string(seqno).c_str());
+  const fx_stream stream = fx_open_user_stream(root, clientid, path.text);
+  kx::Object status = fx_read_object(stream.get(), "obj-status");
+  if (status == nullptr) return status;
+  KeepLocalTags(status.get());
+  kx_errno = kx_err_none;
+  return status;
+}
+
+// Makes a summary of a status: the request without its attempts.
+void Reset(kx_object* status) {
+  kx::SetNumber(status, "attempt", 0);
+  kx::SetNumber(status, "rresult", kCmRequestQueued);
+  for (const char* field :
+       {"aresult", "npages", "naks", "stime", "etime", "csi"}) {
+    kx::SetText(status, field, nullptr);
+  }
+}
+
+// Whether an entry is the status of a request that is no longer there. Any
+// other name is none: it may be one that is being written.
+bool IsStale(const char* root, const char* name) {
+  const long seqno = fx_plain_number(name);
+  return seqno >= 0 && Kut_is_reg_file(fx_freq_file(root, seqno, 0)) == 0;
+}
+
+}  // namespace
+
+kx_object* fx_read_status(const char* root, const char* clientid, long seqno) {
+  return ReadStatus(root, clientid, seqno).release();
+}
+
+kx_object* fx_status_list(const char* root, const char* clientid, long seqno) {
+  kx::Object status = ReadStatus(root, clientid, seqno);
+  if (status == nullptr) return nullptr;
+  kx::ListBuilder list;
+  const int attempts = kx::Number(status.get(), "attempt");
+  if (attempts > 0) {
+    const std::vector<fx_olog_record> records =
+        fx_read_olog_list(root, seqno, attempts);
+    if (records.empty()) return nullptr;
+    for (const fx_olog_record& record : records) {
+      kx::Object copy(Kfx_Copy_Obj(status.get()));
+      if (copy == nullptr) return fx_null(kx_err_memory);
+      fx_merge_stat_olog(copy.get(), record);
+      if (!list.Append(std::move(copy))) return fx_null(kx_err_memory);
+    }
+    Reset(status.get());
+  }
+  if (!list.Append(std::move(status))) return fx_null(kx_err_memory);
+  return fx_give(list.Take());
+}
+
+int fx_clean_events(const char* root, const char* user) {
+  DirReader dir;
+  if (dir.Open(cm_get_evnt_dir(root, user), AT_FDCWD, O_NOFOLLOW) != 0) {
+    return fx_ok();
+  }
+  std::vector<std::string> stale;
+  while (const char* name = dir.Next()) {
+    if (IsStale(root, name)) stale.emplace_back(name);
+  }
+  for (const std::string& name : stale) unlinkat(dir.fd(), name.c_str(), 0);
+  return fx_ok();
+}

@@ -1,0 +1,67 @@
+#include "faxserver/fstags.h"
+
+#include <strings.h>
+
+#include <cstring>
+
+#include "cm/cmpaths.h"
+#include "faxserver/fsfile.h"
+#include "util/kutstr.h"
+
+namespace {
+
+constexpr size_t kLineSize = 4096;
+constexpr size_t kValueSize = 256;
+
+struct Tag {
+  const char* name;
+  char value[kValueSize];
+};
+
+constinit bool g_loaded = false;
+constinit Tag g_tags[] = {
+    {"tnp", ""},      {"queue", ""},     {"sendres", ""},
+    {"priority", ""}, {"tsi", ""},       {"mailaddr", ""},
+    {"maxtrys", ""},  {"retrymins", ""}, {"exphours", ""},
+};
+
+Tag* Find(const char* name) {
+  for (Tag& tag : g_tags) {
+    if (strcasecmp(tag.name, name) == 0) return &tag;
+  }
+  return nullptr;
+}
+
+// Takes a line apart; a value that is too long is none rather than another one.
+void SetFromLine(char* line) {
+  char* equals = strchr(line, '=');
+  if (equals == nullptr) return;
+  *equals = '\0';
+  Tag* tag = Find(Kut_strip(line));
+  const char* value = Kut_strip(equals + 1);
+  if (tag == nullptr || strlen(value) >= kValueSize) return;
+  Kut_strcpyz(tag->value, value, kValueSize);
+}
+
+void Load(const char* root) {
+  g_loaded = true;
+  const fx_stream stream = fx_open_stream(cm_get_envtags_file(root));
+  if (stream == nullptr) return;
+  char line[kLineSize];
+  while (fx_read_line(stream.get(), line, sizeof line)) {
+    if (*line != '\0' && *line != '#') SetFromLine(line);
+  }
+}
+
+}  // namespace
+
+const char* fx_get_tag(const char* root, const char* name) {
+  if (!g_loaded) Load(root);
+  const Tag* tag = Find(name);
+  return tag != nullptr ? tag->value : "";
+}
+
+void fx_reset_tags() {
+  g_loaded = false;
+  for (Tag& tag : g_tags) tag.value[0] = '\0';
+}

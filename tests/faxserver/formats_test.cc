@@ -1,0 +1,364 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+
+#include "fax_root.h"
+#include "faxserver/fsbytes.h"
+#include "faxserver/fsdstat.h"
+#include "faxserver/fsfile.h"
+#include "faxserver/fshdr.h"
+#include "faxserver/fsolog.h"
+#include "faxserver/fsqstat.h"
+#include "faxserver/fsqueue.h"
+
+namespace {
+
+template <typename Bytes>
+std::string Text(const Bytes& bytes) {
+  return std::string(bytes.begin(), bytes.end());
+}
+
+int Count(const kx::Object& list) { return Kfx_Bcount(list.get()); }
+
+kx_object* At(const kx::Object& list, int n) {
+  return static_cast<kx_object*>(Kfx_Bnthid(list.get(), n));
+}
+
+// ---- Fax file header ----
+
+// A header with every byte different from its neighbours, as the machine of the
+// other byte order would write it when `foreign` is set.
+fx_faxhdr Header(bool foreign) {
+  constexpr std::pair<size_t, size_t> kNumbers[] = {
+      {0, 4},  {4, 4},  {44, 4}, {48, 4}, {52, 2}, {54, 2}, {56, 2},
+      {58, 2}, {60, 2}, {64, 4}, {68, 2}, {72, 4}, {76, 4}, {80, 2}};
+  fx_faxhdr header;
+  for (size_t i = 0; i < sizeof header.bytes; ++i) {
+    header.bytes[i] = static_cast<unsigned char>(i);
+  }
+  fx_put(header.bytes, 0, kFxFaxhdrMagic);
+  if (!foreign) return header;
+  for (const auto& [at, size] : kNumbers) {
+    std::reverse(header.bytes + at, header.bytes + at + size);
+  }
+  return header;
+}
+
+TEST(FaxHeader, OtherByteOrderIsTurnedRoundInItsNumbersOnly) {
+  fx_faxhdr header = Header(true);
+  ASSERT_TRUE(fx_fix_faxhdr(&header));
+  EXPECT_EQ(memcmp(header.bytes, Header(false).bytes, sizeof header.bytes), 0);
+  ASSERT_TRUE(fx_fix_faxhdr(&header)) << "it is right already";
+  EXPECT_EQ(memcmp(header.bytes, Header(false).bytes, sizeof header.bytes), 0);
+}
+
+TEST(FaxHeader, IsReadWholeOrNotAtAll) {
+  const FaxRoot root;
+  const fx_faxhdr made = fx_make_faxhdr(7);
+  const std::string image(reinterpret_cast<const char*>(made.bytes), 256);
+  fx_faxhdr foreign = Header(true);
+  foreign.bytes[52] = 0x01;  // 258 pages, the high byte first or last
+  foreign.bytes[53] = 0x02;
+  const struct {
+    const char* name;
+    std::string content;
+    int pages;
+    int error;
+  } cases[] = {
+      {"whole", image + "image", 7, 0},
+      {"cut", image.substr(0, 255), -1, 5},
+      {"empty", "", -1, 5},
+      {"text", std::string(300, 't'), -1, 19},
+      {"foreign",
+       std::string(reinterpret_cast<const char*>(foreign.bytes), 256),
+       __builtin_bswap16(fx_get<uint16_t>(foreign.bytes, 52)), 0},
+  };
+  for (const auto& test : cases) {
+    root.Put(test.name, test.content);
+    EXPECT_EQ(fx_num_pages((root / test.name).c_str()), test.pages)
+        << test.name;
+    EXPECT_EQ(kx_errno, test.error) << test.name;
+  }
+  EXPECT_EQ(fx_num_pages((root / "none").c_str()), -1);
+  EXPECT_EQ(kx_errno, 5);
+
+  const fx_stream out(fopen((root / "copy").c_str(), "w"));
+  ASSERT_EQ(fx_wr_faxhdr(out.get(), &made), 0);
+  ASSERT_EQ(fflush(out.get()), 0);
+  EXPECT_EQ(ReadFile(root / "copy"), image);
+}
+
+// ---- Outgoing log ----
+
+fx_olog_record Attempt(int32_t seqno, int32_t attempt) {
+  fx_olog_record record;
+  record.seqno = seqno;
+  record.attempt = attempt;
+  record.stime = 1000 + attempt;
+  record.etime = 2000 + attempt;
+  record.npages = static_cast<int16_t>(attempt);
+  record.aresult = 4;
+  record.rresult = 1001;
+  return record;
+}
+
+std::vector<int32_t> Attempts(const std::vector<fx_olog_record>& records) {
+  std::vector<int32_t> attempts;
+  for (const fx_olog_record& record : records) {
+    attempts.push_back(record.attempt);
+  }
+  return attempts;
+}
+
+TEST(OutgoingLog, RecordHasItsFixedLayout) {
+  fx_olog_record record = Attempt(0x01020304, 2);
+  record.naks = -3;
+  record.clientid = "bob";
+  record.csi = std::string(30, 'c');
+  record.tsi = "tsi";
+  record.dialed = "555";
+  record.queue = "q1";
+  const fx_olog_bytes bytes = fx_encode_olog(record);
+  static_assert(sizeof bytes == 168);
+  EXPECT_EQ(fx_get<int32_t>(bytes, 0), 0x01020304);
+  EXPECT_EQ(fx_get<int32_t>(bytes, 4), 2);
+  EXPECT_EQ(fx_get<int32_t>(bytes, 8), 1002);
+  EXPECT_EQ(fx_get<int32_t>(bytes, 12), 2002);
+  EXPECT_EQ(fx_get<int16_t>(bytes, 16), 2);
+  EXPECT_EQ(fx_get<int16_t>(bytes, 18), -3);
+  EXPECT_EQ(fx_get<int16_t>(bytes, 20), 4);
+  EXPECT_EQ(fx_get<int16_t>(bytes, 22), 1001);
+  EXPECT_EQ(Text(bytes).substr(24, 16), "bob" + std::string(13, '\0'));
+  EXPECT_EQ(Text(bytes).substr(40, 25), std::string(23, 'c') + '\0' + "t");
+  EXPECT_EQ(Text(bytes).substr(88, 4), std::string("555") + '\0');
+  EXPECT_EQ(Text(bytes).substr(152, 3), std::string("q1") + '\0');
+
+  const fx_olog_record back = fx_decode_olog(bytes);
+  EXPECT_EQ(Text(fx_encode_olog(back)), Text(bytes));
+}
+
+TEST(OutgoingLog, GivesTheLastRecordsOfARequestFromTheEnd) {
+  const FaxRoot root;
+  // More than two of the blocks in which the log is read.
+  std::string log;
+  for (int i = 1; i <= 1000; ++i) {
+    log += Text(fx_encode_olog(Attempt(i % 100 == 7 ? 42 : 1, i)));
+  }
+  root.Put("logs/OLOG", log + "a record that was cut");
+  const struct {
+    long seqno;
+    int max;
+    std::vector<int32_t> attempts;
+    int error;
+  } cases[] = {
+      {42, 3, {707, 807, 907}, 0},
+      {42, 10, {7, 107, 207, 307, 407, 507, 607, 707, 807, 907}, 0},
+      {42, 99, {7, 107, 207, 307, 407, 507, 607, 707, 807, 907}, 0},
+      {42, 0, {}, 19},
+      {42, -1, {}, 19},
+      {43, 5, {}, 19},
+  };
+  for (const auto& test : cases) {
+    EXPECT_EQ(Attempts(fx_read_olog_list(root.root(), test.seqno, test.max)),
+              test.attempts)
+        << test.seqno << " " << test.max;
+    EXPECT_EQ(kx_errno, test.error) << test.seqno << " " << test.max;
+  }
+}
+
+TEST(OutgoingLog, GrowsByWholeRecords) {
+  const FaxRoot root;
+  EXPECT_TRUE(fx_read_olog_list(root.root(), 1, 1).empty());
+  EXPECT_EQ(kx_errno, 3);
+  for (const int attempt : {2, 1, 3}) {
+    ASSERT_EQ(fx_append_olog(root.root(), Attempt(5, attempt)), 0);
+  }
+  EXPECT_EQ(Attempts(fx_read_olog_list(root.root(), 5, 9)),
+            (std::vector<int32_t>{1, 2, 3}));
+  // Cut at any length, the log holds the records that are whole.
+  const std::string log = ReadFile(root / "logs/OLOG");
+  for (size_t size = 0; size < log.size(); size += 23) {
+    root.Put("logs/OLOG", log.substr(0, size));
+    EXPECT_EQ(fx_read_olog_list(root.root(), 5, 9).size(), size / 168) << size;
+  }
+}
+
+TEST(OutgoingLog, MergedStatusTellsThatAttemptAndNoOther) {
+  kx::Object status = kx::Build("obj-status");
+  kx::SetText(status.get(), "csi", "of an earlier one");
+  kx::SetNumber(status.get(), "naks", 9);
+  kx::SetText(status.get(), "queue", "its own");
+  fx_olog_record record = Attempt(5, 2);
+  record.dialed = "555";
+  record.queue = "other";
+  ASSERT_EQ(fx_merge_stat_olog(status.get(), record), 0);
+  const std::pair<const char*, const char*> fields[] = {
+      {"attempt", "2"},    {"aresult", "4"}, {"rresult", "1001"},
+      {"npages", "2"},     {"naks", "0"},    {"stime", "19700101001642"},
+      {"csi", ""},         {"tsi", ""},      {"dialed", "555"},
+      {"queue", "its own"}};
+  for (const auto& [field, value] : fields) {
+    EXPECT_STREQ(kx::TextOrEmpty(status.get(), field), value) << field;
+  }
+  const kx::Object other = kx::Build("obj-person");
+  EXPECT_EQ(fx_merge_stat_olog(other.get(), record), -1);
+  EXPECT_EQ(kx_errno, 21);
+}
+
+// ---- Queue and device status ----
+
+fx_qstat_record Queue(const std::string& name, int16_t type) {
+  fx_qstat_record record;
+  record.qname = name;
+  record.qtype = type;
+  return record;
+}
+
+TEST(QueueStatus, RecordBecomesAnObject) {
+  const FaxRoot root;
+  fx_qstat_record record = Queue("sales", 1);
+  record.accepting = -1;
+  record.asince = 86400;
+  record.areason = "since the morning";
+  const fx_qstat_bytes bytes = fx_encode_qstat(record);
+  static_assert(sizeof bytes == 120);
+  EXPECT_EQ(fx_get<int16_t>(bytes, 28), -1);
+  EXPECT_EQ(fx_get<int32_t>(bytes, 32), 86400);
+  EXPECT_EQ(Text(bytes).substr(36, 5), "since");
+  EXPECT_EQ(fx_get<int16_t>(bytes, 104), 1);
+  EXPECT_EQ(Text(fx_encode_qstat(fx_decode_qstat(bytes))), Text(bytes));
+
+  root.Put("qstat", Text(bytes));
+  root.Put("Classes/sales",
+           "tty1\n\n sales \ntty2\na device name that is too long\n");
+  const kx::Object list(fx_rd_qstat(root.root()));
+  ASSERT_EQ(Count(list), 1);
+  kx_object* queue = At(list, 0);
+  EXPECT_STREQ(kx::Text(queue, "qname"), "sales");
+  EXPECT_STREQ(kx::Text(queue, "qtype"), "que-class");
+  EXPECT_STREQ(kx::Text(queue, "accepting"), "true");
+  EXPECT_STREQ(kx::Text(queue, "asince"), "19700102000000");
+  EXPECT_STREQ(kx::Text(queue, "areason"), "since the morning");
+  std::string devices;
+  for (kx_object* device : kx::Elements(kx::Child(queue, "devices"))) {
+    devices += kx::TextOrEmpty(device, "rname") + std::string(";");
+  }
+  EXPECT_EQ(devices, "tty1;tty2;");
+}
+
+TEST(QueueStatus, DamageLeavesFieldsUnsetAndReadsNoStrangersFile) {
+  const FaxRoot root;
+  root.Put("secret", "device\n");
+  fx_qstat_bytes full = fx_encode_qstat(Queue("", 7));
+  memset(full.data(), 'x', 28);       // no NUL, and longer than the field
+  memset(full.data() + 36, 'r', 68);  // likewise
+  root.Put("qstat", Text(full) + Text(fx_encode_qstat(Queue("../secret", 1))) +
+                        std::string(10, 'z'));
+  const kx::Object list(fx_rd_qstat(root.root()));
+  ASSERT_EQ(Count(list), 2);
+  for (const char* field : {"qname", "areason", "qtype"}) {
+    EXPECT_EQ(Kfx_Get(At(list, 0), field), nullptr) << field;
+  }
+  EXPECT_EQ(Kfx_Get(At(list, 1), "devices"), nullptr);
+}
+
+TEST(QueueStatus, MissingFileIsAnErrorAndEmptyOneIsNot) {
+  const FaxRoot root;
+  EXPECT_EQ(fx_rd_qstat(root.root()), nullptr);
+  EXPECT_EQ(kx_errno, 3);
+  EXPECT_EQ(fx_queue_list(root.root()), nullptr);
+  EXPECT_EQ(kx_errno, 3);
+  EXPECT_EQ(fx_rd_dstat(root.root()), nullptr);
+  EXPECT_EQ(kx_errno, 3);
+  root.Put("qstat", std::string(119, 'q'));
+  EXPECT_EQ(fx_rd_qstat(root.root()), nullptr);
+  EXPECT_EQ(kx_errno, 0);
+}
+
+TEST(Queues, AreListedByName) {
+  const FaxRoot root;
+  std::string file;
+  for (const char* name : {"m", "b", "z", "a", "a-name-that-is-too-long"}) {
+    file += Text(fx_encode_qstat(Queue(name, 0)));
+  }
+  root.Put("qstat", file);
+  const kx::Object list(fx_queue_list(root.root()));
+  std::string names;
+  for (kx_object* queue : kx::Elements(list.get())) {
+    names += kx::TextOrEmpty(queue, "rname");
+    EXPECT_STREQ(kx::TextOrEmpty(queue, "rdesc"), &names.back());
+  }
+  EXPECT_EQ(names, "abmz");
+}
+
+TEST(Queues, DefaultIsTheFirstLine) {
+  const FaxRoot root;
+  EXPECT_STREQ(fx_queue_get_default(root.root()), "");
+  EXPECT_EQ(kx_errno, 3);
+  root.Put("Default", "");
+  EXPECT_STREQ(fx_queue_get_default(root.root()), "");
+  EXPECT_EQ(kx_errno, 3);
+  root.Put("Default", "  sales \nother\n");
+  EXPECT_STREQ(fx_queue_get_default(root.root()), "sales");
+  EXPECT_EQ(kx_errno, 0);
+  ASSERT_EQ(fx_queue_set_default(root.root(), "support"), 0);
+  EXPECT_EQ(ReadFile(root / "Default"), "support\n");
+  ASSERT_EQ(fx_queue_set_default(root.root(), nullptr), 0);
+  EXPECT_EQ(ReadFile(root / "Default"), "\n");
+  EXPECT_EQ(fx_queue_set_default((root / "none").c_str(), "q"), -1);
+  EXPECT_EQ(kx_errno, 3);
+}
+
+TEST(DeviceStatus, RecordHasItsFixedLayout) {
+  fx_dstat_record record;
+  record.destname = "dev1";
+  record.esince = 1;
+  record.rsince = 2;
+  record.recving = 3;
+  record.devno = 4;
+  record.enabled = 5;
+  record.ereason = "e";
+  record.rreason = "r";
+  record.device = "/dev/ttyS0";
+  record.fim = "class2";
+  record.rnp = "notify";
+  const fx_dstat_bytes bytes = fx_encode_dstat(record);
+  static_assert(sizeof bytes == 472);
+  EXPECT_EQ(fx_get<int32_t>(bytes, 28), 1);
+  EXPECT_EQ(fx_get<int32_t>(bytes, 32), 2);
+  EXPECT_EQ(fx_get<int16_t>(bytes, 40), 3);
+  EXPECT_EQ(fx_get<int16_t>(bytes, 42), 4);
+  EXPECT_EQ(fx_get<int16_t>(bytes, 44), 5);
+  const std::pair<size_t, const char*> texts[] = {
+      {0, "dev1"},         {46, "e"},       {111, "r"},
+      {176, "/dev/ttyS0"}, {305, "class2"}, {386, "notify"}};
+  for (const auto& [at, text] : texts) {
+    EXPECT_STREQ(reinterpret_cast<const char*>(bytes.data() + at), text) << at;
+  }
+  EXPECT_EQ(Text(fx_encode_dstat(fx_decode_dstat(bytes))), Text(bytes));
+}
+
+// ---- Any bytes ----
+
+TEST(Formats, NoBytesCrashAReader) {
+  const FaxRoot root;
+  std::mt19937 random(20240501);
+  for (int round = 0; round < 50; ++round) {
+    std::string noise(random() % 3000, '\0');
+    for (char& c : noise) c = static_cast<char>(random());
+    for (const char* name : {"qstat", "dstat", "logs/OLOG", "Default", "f"}) {
+      root.Put(name, noise);
+    }
+    EXPECT_EQ(Count(kx::Object(fx_rd_qstat(root.root()))),
+              static_cast<int>(noise.size() / 120));
+    EXPECT_EQ(Count(kx::Object(fx_rd_dstat(root.root()))),
+              static_cast<int>(noise.size() / 472));
+    kx::Object(fx_queue_list(root.root()));
+    fx_read_olog_list(root.root(), 0, 100);
+    fx_queue_get_default(root.root());
+    fx_num_pages((root / "f").c_str());
+  }
+}
+
+}  // namespace

@@ -7,7 +7,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <thread>
 
 #include "isam/harness.h"
 #include "isam/islock.h"
@@ -121,7 +120,11 @@ TEST(Processes, AgreeOnATableWhenSomeAreKilled) {
     if (writers[w] == 0) _exit(Write(name, w, shared));
   }
   for (int w = 0; w < kDoomed; ++w) {
-    while (shared->answered[w] < kChanges / (w + 2)) sched_yield();
+    const auto deadline =
+        std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (shared->answered[w] < kChanges / (w + 2) &&
+           std::chrono::steady_clock::now() < deadline)
+      sched_yield();
     kill(writers[w], SIGKILL);
   }
   int status;

@@ -28,7 +28,7 @@ class SampleRoot {
  public:
   SampleRoot();
 
-  std::filesystem::path path() const { return dir_.path(); }
+  const std::filesystem::path& path() const { return path_; }
   // The protocol's spool folder.
   std::filesystem::path spool() const { return path() / "krtnet/filspool"; }
   // Makes a user with its queue, options, messages and events folders.
@@ -45,6 +45,7 @@ class SampleRoot {
 
  private:
   TempDir dir_;
+  std::filesystem::path path_ = dir_.path();
 };
 
 // A command in text form: the envelope's usual fields and then `more`, lines of

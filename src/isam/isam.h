@@ -1,0 +1,264 @@
+// The indexed store: fixed-length records in a data file (.dat), reached
+// through several keys that are kept as B-trees in one index file (.idx) beside
+// it.
+//
+// - Durable and atomic: a change that was answered with 0 survives the death of
+//   any process and a power loss; a change that was not is found whole or not
+//   at all. docs/store.md says how.
+// - Shared: any number of processes, and several opens in one process, use a
+//   table at the same time. A reading operation sees the table as of one
+//   moment, including every change that was answered before the operation
+//   began. It never waits for a disk flush.
+// - Results: 0 or an isam_code, unless a function says otherwise; every failure
+//   is left in `isam_err` as well, which a success does not touch. A failed
+//   change leaves the table as it was.
+// - Numbers: an open table has a file number n >= 0, its indexes the numbers
+//   n+1 (index 0), n+2, ... in the order of the description.
+// - Current record: each open table has at most one. Every successful read,
+//   ADDREC and RWTREC sets it; a failed call leaves it. It is remembered by its
+//   content and its serial number, so the neighbours of a record that was
+//   deleted meanwhile, by this process or another, are still found.
+// - Buffers belong to the caller; record buffers are record_length bytes long
+//   and begin with the serial number: 4 bytes, least significant first (see
+//   isam_serial). The store fills them in; what the caller puts there is
+//   ignored.
+// - One thread at a time. Open tables do not cross a fork: a child closes them
+//   (CLISAM; that takes no lock away from the parent) and opens its own.
+// - Nothing here throws, exits, prints or handles signals.
+//
+// Limits: local file systems only (locks, and the kernel's word on restarts,
+// must be one machine's). Leaves that lose some of their keys are not merged
+// with their neighbours, only empty ones are used again.
+#ifndef ISAM_ISAM_H_
+#define ISAM_ISAM_H_
+
+#include <cstdint>
+
+// Result codes. 2, 12, 18, 19, 100 and 101 are fixed by the callers' tables.
+enum isam_code : int {
+  kIsamOk = 0,
+  kIsamDuplicate = 2,      // a unique key has this value already
+  kIsamNoFile = 12,        // no such table, or its creation never finished
+  kIsamIndexExists = 18,   // CREIFIL: the .idx file exists and is no leftover
+  kIsamDataExists = 19,    // CREIFIL: the table, or a foreign .dat, exists
+  kIsamNoCurrent = 100,    // no current record, or it was deleted
+  kIsamNotFound = 101,     // no such record; end reached
+  kIsamNotStarted = 601,   // INTISAM was not called
+  kIsamBadArgument = 602,  // null pointer, unknown mode, impossible description
+  kIsamBadNumber = 603,    // no open table or index has this number
+  kIsamTooManyFiles = 604,
+  kIsamCannotLock = 605,  // another process held the lock for 5 seconds
+  kIsamReadOnly = 606,    // change of a table that was opened for reading
+  kIsamNoPermission = 607,
+  kIsamIo = 608,          // a system call failed
+  kIsamNoSpace = 609,     // disk full; nothing was changed
+  kIsamDamaged = 610,     // the files contradict themselves; see isam_rebuild
+  kIsamBadVersion = 611,  // not a file of this format version
+  kIsamTableFull = 612,   // serial numbers, pages or index levels are used up
+  kIsamDeleted = 613,     // the table's files were deleted while it was open
+  kIsamNoMemory = 614,
+};
+
+// Code of the last failed call of this process.
+extern int isam_err;
+
+// The text of a code, "SYMBOL: message", static; null for a code that this
+// store never returns.
+const char* isam_errmsg(int code);
+
+// --- Descriptions -----------------------------------------------------------
+
+enum isam_segment_mode : int {
+  kIsamPlain = 0,   // bytes as they stand
+  kIsamUpper = 2,   // text up to the first NUL, compared with a-z as A-Z; bytes
+                    // above 127 order by value
+  kIsamSerial = 3,  // the serial number (offset 0, length 4)
+};
+
+constexpr int kIsamMaxIndexes = 16;
+constexpr int kIsamMaxSegments = 8;    // of one index
+constexpr int kIsamMaxKey = 240;       // bytes of one key, see IIDX::key_length
+constexpr int kIsamMaxRecord = 16384;  // bytes, serial number included
+constexpr int kIsamMaxFields = 128;
+constexpr int kIsamMaxPath = 255;  // bytes, extension included
+
+struct ISEG {
+  int offset;  // in the record, serial number included
+  int length;  // bytes, >= 1
+  int mode;    // isam_segment_mode
+};
+
+struct IIDX {
+  int key_length;  // sum of the segment lengths, plus 4 if duplicates is set
+  int key_type;    // 0
+  int duplicates;  // 1: records may share a key value; they then come in the
+                   // order of their serial numbers
+  int null_key;    // 0
+  int empty_char;  // 0
+  int segment_count;
+  ISEG* segments;
+};
+
+struct IFIL {
+  const char* name;     // path without extension
+  int file_no;          // -1; CREIFIL puts the file number here
+  int record_length;    // bytes, serial number (4) included
+  int data_extension;   // bytes the data file grows by at least, >= 0
+  int data_mode;        // kept and returned, not used
+  int index_count;      // 1 to kIsamMaxIndexes; index 0 is that of the serial
+                        // numbers: one kIsamSerial segment, no duplicates
+  int index_extension;  // as data_extension, of the index file
+  int index_mode;       // kept and returned, not used
+  IIDX* indexes;
+};
+
+// One field of the record, for the caller's use alone.
+struct DODA {
+  char name[32];  // NUL-terminated
+  int offset;
+  int type;
+  int length;
+};
+
+// --- Start and stop ---------------------------------------------------------
+
+// Starts the store; at most `files` (1 to 64) tables can then be open at once.
+// `buffers` and `sectors` are hints of which no use is made. Called again while
+// started: kIsamBadArgument.
+int INTISAM(int buffers, int files, int sectors);
+
+// Closes what is open, forgets tables under creation, stops. 0 also when the
+// store was not started.
+int CLISAM();
+
+// --- Creation ---------------------------------------------------------------
+
+// Begins a table: makes <name>.dat and <name>.idx, mode 0660 whatever the
+// umask, and puts the file number in `description`. Only PUTDODA and CLIFIL
+// accept that number. The table comes into being with CLIFIL: until then it
+// counts as absent, and what a dying creator leaves is used by the next.
+// kIsamDataExists, kIsamIndexExists, kIsamBadArgument, kIsamTooManyFiles,
+// kIsamCannotLock (somebody else is creating it), or a failure of the system.
+int CREIFIL(IFIL* description);
+
+// Finishes the table that CREIFIL began: all of it is on disk when this returns
+// 0. A failure takes the files away again.
+int CLIFIL(const IFIL* description);
+
+// Puts `count` field definitions (0 to kIsamMaxFields) in the data file;
+// between CREIFIL and CLIFIL only.
+int PUTDODA(int datno, const DODA* fields, int count);
+
+// --- Open and close ---------------------------------------------------------
+
+enum isam_open_mode : int { kIsamUpdate = 3, kIsamRead = 10 };
+
+// Opens the table of data file `path`, which ends in ".dat". `datno` is -1.
+// kIsamRead writes nothing to the files, ever, and works on a read-only mount.
+// Returns the file number, or -1 with the code in isam_err: kIsamNoFile,
+// kIsamNoPermission, kIsamTooManyFiles, kIsamDamaged, kIsamBadVersion, ...
+int OPNRFIL(int datno, const char* path, int mode);
+
+// Closes the table and gives back its locks.
+int CLRFIL(int datno);
+
+// Writes the description into `buffer`, which is aligned for an IFIL: an IFIL
+// whose pointers lead into the same buffer (so the bytes must not be moved).
+// name is the path without extension. Returns the bytes used, or -1 when
+// `size` is too small (kIsamBadArgument) or on failure.
+int GETIFIL(int datno, int size, void* buffer);
+
+// Writes the field definitions as an array of DODA into `buffer`, aligned for
+// one. `mode` is 4. Returns the bytes used (count * sizeof(DODA)), or 0 when
+// there are none, `size` is too small or on failure.
+int GETDODA(int datno, int size, void* buffer, int mode);
+
+// The record length in bytes (`mode` 0), or -1.
+int GETFIL(int datno, int mode);
+
+// The number of records, or -1.
+int64_t DATENT(int datno);
+
+// --- Changes ----------------------------------------------------------------
+
+enum isam_lock_mode : int { kIsamFreeLocks = 0, kIsamEnableLocks = 2 };
+
+// kIsamEnableLocks: from now on a table's writer lock is taken by its next
+// change and kept, so that no other writer comes between the changes of a
+// group. kIsamFreeLocks: gives back all writer locks of this process. A failed
+// change and CLRFIL give the table's lock back as well, so that a caller which
+// stops at an error holds nobody up. Without enabled locks each change takes
+// the lock for itself alone; every change is atomic either way.
+// kIsamNotStarted, kIsamBadArgument. The lock that is not had within 5 seconds
+// is reported by the change (kIsamCannotLock), as no table is named here.
+int LKISAM(int mode);
+
+// Takes the table's writer lock at once and keeps it as above, so that a record
+// can be read, altered and rewritten with nobody in between. Lock one table at
+// a time: two that wait for each other both fail after 5 seconds.
+int isam_lock(int datno);
+
+// Adds a record: gives it the next serial number, puts that in `record` and
+// makes it current. Serial numbers begin with 1 and never come again.
+// kIsamDuplicate: `record` and the current record are unchanged.
+int ADDREC(int datno, void* record);
+
+// Replaces the current record by `record`, whose serial number becomes that of
+// the current record. kIsamDuplicate, kIsamNoCurrent.
+int RWTREC(int datno, void* record);
+
+// Deletes the current record. After that there is none for RWTREC and DELREC;
+// NXTREC and PRVREC go to the neighbours of the deleted one. Needs no disk
+// space.
+int DELREC(int datno);
+
+// --- Reading ----------------------------------------------------------------
+// `keyno` is an index number; `record` may be null when only the current record
+// is to be moved. 0, kIsamNotFound, or a failure (kIsamDamaged, kIsamIo,
+// kIsamCannotLock, ...), which leaves `record` unspecified.
+
+int FRSREC(int keyno, void* record);
+int LSTREC(int keyno, void* record);
+
+// The neighbour of the current record in the order of `keyno`, by whichever
+// index it was read. kIsamNoCurrent before the first read.
+int NXTREC(int keyno, void* record);
+int PRVREC(int keyno, void* record);
+
+// The first record whose key equals, or is not less than, `key`: the bytes of
+// all segments in order, each padded with NUL to its length (without the 4
+// bytes that duplicates add). Upper-cased segments are upper-cased here too,
+// and end at their first NUL. So a start of a text, padded with NUL, is the
+// place where the texts that begin with it start. For a segment of mode
+// kIsamSerial the bytes are those of the serial number, most significant first,
+// which is the reverse of how they stand in a record (see isam_serial_key).
+int EQLREC(int keyno, const void* key, void* record);
+int GTEREC(int keyno, const void* key, void* record);
+
+// The serial number of the current record, 0 when there is none.
+uint32_t isam_current(int datno);
+
+// The serial number at the start of a record, and its form as a key.
+uint32_t isam_serial(const void* record);
+void isam_serial_key(uint32_t serial, unsigned char key[4]);
+
+// --- Check and repair -------------------------------------------------------
+
+// Receives one line without a newline for each thing found.
+using isam_report = void (*)(void* context, const char* line);
+
+// Compares every index with every record of the table at `path` (ending in
+// ".dat") and walks the free lists. Writes nothing; the table may be in use.
+// 0 when all is well, kIsamDamaged after at least one report, or why it could
+// not look. `report` may be null.
+int isam_check(const char* path, isam_report report, void* context);
+
+// Makes all indexes again from the records alone; also when the .idx file is
+// damaged or missing. Records that fail their checksum, and of those with equal
+// unique keys all but the oldest, cannot be kept: each is reported. No other
+// process may change the table meanwhile (kIsamCannotLock); readers get
+// kIsamDamaged until it is done. Dying in it leaves a table that must be
+// rebuilt again. 0, or why it could not be done.
+int isam_rebuild(const char* path, isam_report report, void* context);
+
+#endif  // ISAM_ISAM_H_

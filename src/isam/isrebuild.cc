@@ -1,0 +1,328 @@
+// Making all indexes anew from the records.
+//
+// The state block says "rebuilding" from before the first write until
+// everything is on disk. Whoever meets that answers kIsamDamaged, after a
+// restart too, so a rebuild that died is simply done again: the records in use
+// are only read.
+#include <fcntl.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <vector>
+
+#include "isam/isbytes.h"
+#include "isam/ischeck.h"
+#include "isam/iscommit.h"
+#include "isam/iscreate.h"
+#include "isam/iskey.h"
+#include "isam/ispage.h"
+#include "isam/issys.h"
+#include "isam/istable.h"
+
+namespace isam {
+namespace {
+
+struct Kept {
+  uint32_t serial;
+  uint32_t slot;
+  bool dropped;
+};
+
+class Rebuilder {
+ public:
+  Rebuilder(const std::string& name, Reporter& out) : name_(name), out_(out) {}
+
+  isam_code Run() {
+    isam_code code = OpenFiles();
+    if (code == kIsamOk) code = lock_.TakeWriter(idx_.get());
+    if (code == kIsamOk) code = SettleHeaders();
+    if (code == kIsamOk) code = FinishLastCommit();
+    if (code == kIsamOk) code = WriteState(Phase::kRebuilding);
+    if (code == kIsamOk) code = WriteHeaders();
+    if (code == kIsamOk) code = ReadSlots();
+    for (uint32_t i = 0; code == kIsamOk && i < layout_.index_count; ++i)
+      code = DropDuplicates(i);
+    if (code == kIsamOk) code = WriteFreeSlots();
+    for (uint32_t i = 0; code == kIsamOk && i < layout_.index_count; ++i)
+      code = WriteIndex(i);
+    if (code == kIsamOk) code = WriteRoot();
+    if (code == kIsamOk) code = SyncFile(dat_.get());
+    if (code == kIsamOk) code = SyncFile(idx_.get());
+    if (code == kIsamOk) code = SyncFolder(name_);
+    if (code == kIsamOk) code = WriteState(Phase::kApplied);
+    return code;
+  }
+
+ private:
+  isam_code OpenFiles() {
+    dat_.reset(g_sys.open((name_ + ".dat").c_str(), O_RDWR, 0));
+    if (!dat_.valid()) return CodeFromErrno();
+    idx_.reset(g_sys.open((name_ + ".idx").c_str(), O_RDWR | O_CREAT, 0660));
+    return idx_.valid() ? kIsamOk : CodeFromErrno();
+  }
+
+  // The two headers say the same; one of them is enough. The data file's counts
+  // if they differ, for its slots are sealed with its salt.
+  isam_code SettleHeaders() {
+    uint8_t dat[kHeaderSize], idx[kHeaderSize];
+    Layout of_idx;
+    dat_good_ = ReadAt(dat_.get(), dat, kHeaderSize, 0) == kIsamOk &&
+                DecodeHeader(dat, FileKind::kData, &layout_) == kIsamOk;
+    idx_good_ = ReadAt(idx_.get(), idx, kHeaderSize, 0) == kIsamOk &&
+                DecodeHeader(idx, FileKind::kIndex, &of_idx) == kIsamOk &&
+                (!dat_good_ || of_idx.salt == layout_.salt);
+    if (dat_good_) return kIsamOk;
+    if (!idx_good_) return kIsamDamaged;
+    layout_ = of_idx;
+    out_.Say("the header of the data file was damaged");
+    return kIsamOk;
+  }
+
+  // If the ring can still be read, the slots are brought up to date first.
+  isam_code FinishLastCommit() {
+    std::unique_ptr<Table> table;
+    if (!idx_good_ || OpenTable(name_, true, &table) != kIsamOk) return kIsamOk;
+    State state;
+    if (ReadAt(idx_.get(), table->state_bytes, kStateSize, kStateOffset) ==
+            kIsamOk &&
+        DecodeState(table->state_bytes, layout_.salt, &state)) {
+      commit_ = state.commit;
+      changes_ = state.changes;
+    }
+    if (Refresh(*table, true) != kIsamOk) return kIsamOk;
+    commit_ = table->root.commit;
+    next_serial_ = table->root.next_serial;
+    return Repair(*table);
+  }
+
+  isam_code WriteState(Phase phase) {
+    State state = {};
+    state.phase = phase;
+    state.commit = commit_ + 1;
+    state.changes = ++changes_;
+    state.base = state.commit;
+    state.entry_length = entry_length_;
+    memcpy(state.boot_id, g_sys.boot_id(), sizeof state.boot_id);
+    uint8_t bytes[kStateSize];
+    EncodeState(state, layout_.salt, bytes);
+    Lock lock;
+    if (isam_code code = lock.TakeApply(idx_.get())) return code;
+    if (isam_code code = WriteAt(idx_.get(), bytes, kStateSize, kStateOffset))
+      return code;
+    return SyncFile(idx_.get());
+  }
+
+  isam_code WriteHeaders() {
+    uint8_t bytes[kHeaderSize];
+    if (!dat_good_) {
+      EncodeHeader(layout_, FileKind::kData, bytes);
+      if (isam_code code = WriteAt(dat_.get(), bytes, kHeaderSize, 0))
+        return code;
+    }
+    if (idx_good_) return kIsamOk;
+    out_.Say("the index file was missing or damaged");
+    EncodeHeader(layout_, FileKind::kIndex, bytes);
+    return WriteAt(idx_.get(), bytes, kHeaderSize, 0);
+  }
+
+  bool ReadSlot(uint32_t number) {
+    slot_.resize(layout_.slot_size());
+    if (ReadAt(dat_.get(), slot_.data(), slot_.size(),
+               layout_.slot_offset(number)) != kIsamOk)
+      return false;
+    const std::vector<uint8_t> read = slot_;
+    SealSlot(slot_.data(), number, layout_);
+    return read == slot_;
+  }
+
+  isam_code ReadSlots() {
+    struct stat st;
+    if (g_sys.stat(dat_.get(), &st) != 0) return kIsamIo;
+    const off_t bytes = std::max<off_t>(st.st_size - kSlotsOffset, 0);
+    root_.slots_capacity = static_cast<uint32_t>(
+        std::min<off_t>(bytes / layout_.slot_size(), kSlotUsed - 1));
+    for (uint32_t n = 1; n <= root_.slots_capacity; ++n) {
+      const bool good = ReadSlot(n);
+      const uint32_t serial = Get32(slot_.data() + kSlotHeader);
+      const bool never_used = std::all_of(slot_.begin() + 8, slot_.end(),
+                                          [](uint8_t b) { return b == 0; });
+      if (!good && never_used) continue;
+      root_.slots_used = n;
+      if (!good) {
+        out_.Say("the record in slot %u is damaged and was left out", n);
+        continue;
+      }
+      next_serial_ = std::max(next_serial_, serial + 1);
+      if (Get32(slot_.data() + 8) == kSlotUsed)
+        kept_.push_back({serial, n, false});
+    }
+    std::sort(kept_.begin(), kept_.end(), [](const Kept& a, const Kept& b) {
+      return a.serial != b.serial ? a.serial < b.serial : a.slot < b.slot;
+    });
+    return kIsamOk;
+  }
+
+  // The keys of index `index`, in order; equal ones in the order of kept_.
+  isam_code SortedKeys(uint32_t index, std::vector<uint8_t>* keys,
+                       std::vector<uint32_t>* order) {
+    const Index& def = layout_.index[index];
+    keys->resize(kept_.size() * def.key_length);
+    order->clear();
+    for (uint32_t i = 0; i < kept_.size(); ++i) {
+      if (kept_[i].dropped) continue;
+      if (!ReadSlot(kept_[i].slot)) return kIsamIo;
+      RecordKey(def, slot_.data() + kSlotHeader,
+                keys->data() + size_t{i} * def.key_length);
+      order->push_back(i);
+    }
+    std::stable_sort(order->begin(), order->end(), [&](uint32_t a, uint32_t b) {
+      return memcmp(keys->data() + size_t{a} * def.key_length,
+                    keys->data() + size_t{b} * def.key_length,
+                    def.key_length) < 0;
+    });
+    return kIsamOk;
+  }
+
+  isam_code DropDuplicates(uint32_t index) {
+    const Index& def = layout_.index[index];
+    if (def.duplicates) return kIsamOk;
+    std::vector<uint8_t> keys;
+    std::vector<uint32_t> order;
+    if (isam_code code = SortedKeys(index, &keys, &order)) return code;
+    const auto key = [&](uint32_t i) {
+      return keys.data() + size_t{i} * def.key_length;
+    };
+    size_t first = 0;
+    for (size_t i = 1; i < order.size(); ++i) {
+      if (memcmp(key(order[first]), key(order[i]), def.key_length) != 0) {
+        first = i;
+        continue;
+      }
+      kept_[order[i]].dropped = true;
+      out_.Say("record %u has a key of record %u and was left out",
+               kept_[order[i]].serial, kept_[order[first]].serial);
+    }
+    return kIsamOk;
+  }
+
+  // Every slot that holds no record goes to the free list, the lowest first.
+  isam_code WriteFreeSlots() {
+    std::vector<bool> used(root_.slots_used + 1);
+    for (const Kept& kept : kept_) {
+      if (kept.dropped) continue;
+      used[kept.slot] = true;
+      ++root_.records;
+    }
+    for (uint32_t n = root_.slots_used; n > 0; --n) {
+      if (used[n]) continue;
+      const uint32_t serial =
+          ReadSlot(n) ? Get32(slot_.data() + kSlotHeader) : 0;
+      std::fill(slot_.begin(), slot_.end(), uint8_t{0});
+      Put32(slot_.data() + 8, root_.free_slot);
+      Put32(slot_.data() + kSlotHeader, serial);
+      SealSlot(slot_.data(), n, layout_);
+      if (isam_code code = WriteAt(dat_.get(), slot_.data(), slot_.size(),
+                                   layout_.slot_offset(n)))
+        return code;
+      root_.free_slot = n;
+    }
+    return kIsamOk;
+  }
+
+  // Writes `entries` as pages of one level and gives back the entries for the
+  // level above.
+  isam_code WriteLevel(uint32_t index, uint32_t level,
+                       std::vector<uint8_t>* entries) {
+    const Index& def = layout_.index[index];
+    // Room for a few more keys on each page, or the next adds would split all.
+    const uint32_t fill = def.capacity() - def.capacity() / 8;
+    std::vector<uint8_t> above;
+    uint8_t page[kPageSize];
+    for (size_t at = 0; at < entries->size();) {
+      const uint8_t* first = entries->data() + at;
+      const size_t bytes =
+          std::min(size_t{fill} * def.entry_size(), entries->size() - at);
+      const uint32_t number = ++root_.pages_used;
+      InitPage(page, number, level == 1 ? PageType::kLeaf : PageType::kInner,
+               index, level);
+      memcpy(page + kPageHeader, first, bytes);
+      SetPageCount(page, static_cast<uint32_t>(bytes / def.entry_size()));
+      SealPage(page, layout_, commit_ + 1);
+      if (isam_code code =
+              WriteAt(idx_.get(), page, kPageSize, layout_.page_offset(number)))
+        return code;
+      above.insert(above.end(), first, first + def.key_length);
+      uint8_t target[4];
+      Put32(target, number);
+      above.insert(above.end(), target, target + 4);
+      at += bytes;
+    }
+    *entries = std::move(above);
+    return kIsamOk;
+  }
+
+  isam_code WriteIndex(uint32_t index) {
+    const Index& def = layout_.index[index];
+    std::vector<uint8_t> keys, entries;
+    std::vector<uint32_t> order;
+    if (isam_code code = SortedKeys(index, &keys, &order)) return code;
+    if (order.empty()) return kIsamOk;
+    for (uint32_t i : order) {
+      const uint8_t* key = keys.data() + size_t{i} * def.key_length;
+      uint8_t target[4];
+      Put32(target, kept_[i].slot);
+      entries.insert(entries.end(), key, key + def.key_length);
+      entries.insert(entries.end(), target, target + 4);
+    }
+    uint32_t level = 0;
+    do {
+      if (level == kMaxDepth) return kIsamTableFull;
+      if (isam_code code = WriteLevel(index, ++level, &entries)) return code;
+    } while (entries.size() > def.entry_size());
+    root_.tree[index] = {root_.pages_used, level};
+    return kIsamOk;
+  }
+
+  // The ring keeps one entry, the new root page: it says which commit is last.
+  isam_code WriteRoot() {
+    root_.commit = commit_ + 1;
+    root_.next_serial = next_serial_;
+    root_.pages_capacity = root_.pages_used;
+    uint8_t bytes[kRootSize];
+    EncodeRoot(root_, layout_.salt, bytes);
+    Entry entry(layout_, root_.commit);
+    entry.Add(ImageKind::kRoot, 0, bytes, kRootSize);
+    entry_length_ = entry.size();
+    entry.Seal(root_.commit);
+    isam_code code = WriteAt(idx_.get(), bytes, kRootSize, kRootOffset);
+    if (code == kIsamOk)
+      code = WriteZeros(idx_.get(), kRingOffset, layout_.page_offset(1));
+    if (code == kIsamOk)
+      code =
+          WriteAt(idx_.get(), entry.bytes().data(), entry.size(), kRingOffset);
+    return code;
+  }
+
+  const std::string& name_;
+  Reporter& out_;
+  UniqueFd dat_, idx_;
+  Lock lock_;
+  Layout layout_;
+  bool dat_good_ = false, idx_good_ = false;
+  uint64_t commit_ = 0, changes_ = 0;
+  uint32_t next_serial_ = 1, entry_length_ = 0;
+  Root root_ = {};
+  std::vector<Kept> kept_;  // records by serial number
+  std::vector<uint8_t> slot_;
+};
+
+}  // namespace
+
+isam_code RebuildTable(const std::string& name, isam_report report,
+                       void* context) {
+  Reporter out(report, context);
+  return Rebuilder(name, out).Run();
+}
+
+}  // namespace isam

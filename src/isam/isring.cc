@@ -1,0 +1,140 @@
+#include "isam/isring.h"
+
+#include <cstring>
+
+#include "isam/isbytes.h"
+#include "isam/issys.h"
+
+namespace isam {
+namespace {
+
+constexpr char kEntryMagic[] = "KRTREDO1";
+
+struct Found {
+  uint32_t offset, length, images;
+  uint64_t base;
+};
+
+// Calls `use(kind, number, image)` for each image; false when one is
+// impossible.
+template <typename Use>
+bool ForEachImage(const uint8_t* entry, const Layout& layout, Use use) {
+  const uint32_t length = Get32(entry + 40);
+  uint32_t at = kEntryHeader;
+  for (uint32_t left = Get32(entry + 44); left > 0; --left) {
+    if (length - at < kImageHeader) return false;
+    const auto kind = static_cast<ImageKind>(Get32(entry + at));
+    const uint32_t number = Get32(entry + at + 4);
+    const Image image = {entry + at + kImageHeader, Get32(entry + at + 8)};
+    at += kImageHeader;
+    if (image.length > length - at) return false;
+    at += image.length;
+    const bool possible =
+        kind == ImageKind::kRoot   ? image.length == kRootSize && number == 0
+        : kind == ImageKind::kPage ? number != 0 && image.length <= kPageSize &&
+                                         image.length >= kPageHeader
+        : kind == ImageKind::kSlot
+            ? number != 0 && image.length == layout.slot_size()
+            : false;
+    if (!possible) return false;
+    use(kind, number, image);
+  }
+  return true;
+}
+
+bool ValidEntry(const std::vector<uint8_t>& ring, uint32_t offset,
+                const Layout& layout, uint64_t limit) {
+  const uint8_t* p = ring.data() + offset;
+  if (ring.size() - offset < kEntryHeader || memcmp(p, kEntryMagic, 8) != 0)
+    return false;
+  const uint32_t length = Get32(p + 40);
+  const uint64_t commit = Get64(p + 24);
+  return Get64(p + 16) == layout.salt && commit > 0 && commit <= limit &&
+         length >= kEntryHeader && length <= ring.size() - offset &&
+         Get64(p + 8) == Checksum(p + 16, length - 16, layout.salt) &&
+         ForEachImage(p, layout, [](ImageKind, uint32_t, const Image&) {});
+}
+
+// All valid entries by commit number. A process that died after the flush of
+// entry n+1 leaves it behind at one of its two possible places. The next n+1
+// may come to stand at the other, and then it is the one further back that
+// counts: an entry that goes to the start voids what stood at the end.
+std::map<uint64_t, Found> FindEntries(const std::vector<uint8_t>& ring,
+                                      const Layout& layout, uint64_t limit) {
+  std::map<uint64_t, Found> found;
+  for (uint32_t at = 0; at < ring.size(); at += kSector) {
+    if (!ValidEntry(ring, at, layout, limit)) continue;
+    const uint8_t* p = ring.data() + at;
+    found[Get64(p + 24)] = {at, Get32(p + 40), Get32(p + 44), Get64(p + 32)};
+  }
+  return found;
+}
+
+}  // namespace
+
+Entry::Entry(const Layout& layout, uint64_t commit)
+    : salt_(layout.salt), bytes_(kEntryHeader) {
+  memcpy(bytes_.data(), kEntryMagic, 8);
+  Put64(bytes_.data() + 16, salt_);
+  Put64(bytes_.data() + 24, commit);
+}
+
+void Entry::Add(ImageKind kind, uint32_t number, const uint8_t* bytes,
+                uint32_t length) {
+  uint8_t header[kImageHeader];
+  Put32(header, static_cast<uint32_t>(kind));
+  Put32(header + 4, number);
+  Put32(header + 8, length);
+  bytes_.insert(bytes_.end(), header, header + sizeof header);
+  bytes_.insert(bytes_.end(), bytes, bytes + length);
+  ++images_;
+}
+
+void Entry::Seal(uint64_t base) {
+  const uint32_t length = size();
+  bytes_.resize(sealed_size());
+  uint8_t* p = bytes_.data();
+  Put64(p + 32, base);
+  Put32(p + 40, length);
+  Put32(p + 44, images_);
+  Put64(p + 8, Checksum(p + 16, length - 16, salt_));
+}
+
+isam_code Overlay::Load(int fd, const Layout& layout, uint64_t last,
+                        bool exactly, std::unique_ptr<Overlay>* out) {
+  auto overlay = std::make_unique<Overlay>();
+  overlay->ring_.resize(layout.ring_size);
+  if (isam_code code =
+          ReadAt(fd, overlay->ring_.data(), layout.ring_size, kRingOffset))
+    return code;
+  const auto found =
+      FindEntries(overlay->ring_, layout, exactly ? last : UINT64_MAX);
+  if (!found.empty()) {
+    const auto& [commit, entry] = *found.rbegin();
+    overlay->commit_ = commit;
+    overlay->entry_offset_ = entry.offset;
+    overlay->entry_length_ = entry.length;
+  }
+  if (overlay->commit_ < last) return kIsamDamaged;
+  uint64_t next = overlay->commit_;  // the one that the run has to go on with
+  for (auto it = found.rbegin(); it != found.rend() && it->first == next;
+       ++it, --next) {
+    // From the newest to the oldest: what is there already is newer.
+    ForEachImage(overlay->ring_.data() + it->second.offset, layout,
+                 [&](ImageKind kind, uint32_t number, const Image& image) {
+                   overlay->images_.try_emplace({kind, number}, image);
+                 });
+  }
+  // What lies before the base is on disk; what lies after it is needed here.
+  if (!found.empty() && next >= found.rbegin()->second.base)
+    return kIsamDamaged;
+  *out = std::move(overlay);
+  return kIsamOk;
+}
+
+const Image* Overlay::Find(ImageKind kind, uint32_t number) const {
+  const auto it = images_.find({kind, number});
+  return it == images_.end() ? nullptr : &it->second;
+}
+
+}  // namespace isam

@@ -1,0 +1,228 @@
+// The phone book: persons, groups of persons, and the memberships between them.
+//
+// - There are three books, named by their kind: kx_pbt_lcl, kx_pbt_usr,
+//   kx_pbt_sys. Each is three tables of the record database, pbper, pbgrp and
+//   pbmem, in one directory.
+// - Results: 0, a count or an object; -1 or null on failure. Every function
+//   sets pb_errno, to 0 on success, so a null list with 0 is the empty list.
+// - Needs: all but pb_setup, pb_create and pb_delete want the book to be open
+//   (34), those that change something want it open for writing (35), and a
+//   kind that is unknown or not set up is 37. A failure of the database is 29
+//   unless said otherwise.
+// - Keys are looked up without regard to case; aliases are cut to 15
+//   characters first. A null key, group or bound is the empty text, which
+//   stands for none.
+// - Objects and lists that are returned belong to the caller.
+// - A change is on disk when it returns 0, and found by every later call of any
+//   process. Each of several changes that belong together (a person and its
+//   memberships) is made for itself: dying in between leaves the rest.
+// - The books of a process are static: set up and opened after a fork.
+#ifndef PHONEBOOK_PB_H_
+#define PHONEBOOK_PB_H_
+
+#include "db/db.h"
+#include "kx/kfx.h"
+
+// An open or closed book.
+struct pb_book {
+  int kind;
+  int mode;            // kx_pbm_read or kx_pbm_write; 0: never opened
+  int sort;            // key number of the order of persons, 0 to 4; -1: none
+  int open;            // 1 while the three tables are
+  char per_path[256];  // without extension; empty: not set up
+  char grp_path[256];
+  char mem_path[256];
+  db_handle* per;  // null while closed
+  db_handle* grp;
+  db_handle* mem;
+};
+
+extern pb_book pb_lcl;
+extern pb_book pb_usr;
+extern pb_book pb_sys;
+
+extern const char* const pb_per_name;  // "pbper"
+extern const char* const pb_grp_name;  // "pbgrp"
+extern const char* const pb_mem_name;  // "pbmem"
+
+// What is stored, see db/db.h.
+extern const db_field pb_per_fields[];
+extern const db_field pb_per_fields_pseudo[];
+extern const db_field pb_grp_fields[];
+extern const db_field pb_mem_fields[];
+extern const db_key pb_per_index[];
+extern const db_key pb_grp_index[];
+extern const db_key pb_mem_index[];
+
+// --- Errors -----------------------------------------------------------------
+
+// Number of the last error, from the object library's number space: 29 to 40
+// are the phone book's own.
+extern int pb_errno;
+// The text for an error number. 29: the database's own; 40: the system's for
+// errno; a number without a text: "Error # " and the number less 29.
+const char* pb_errmsg(int code);
+
+// --- Books ------------------------------------------------------------------
+
+// Says where the books lie: the local book in `local`, the system's in `base`,
+// the user's in the user's options directory below `base`. A null directory
+// leaves its books as they are; a path that is too long, or a user whose name
+// is none, leaves the book not set up. 0.
+int pb_setup(const char* user, const char* base, const char* local);
+// The book of a kind that is set up, or null with 37.
+pb_book* pb_get_pb(int kind);
+// Makes a book ready to be opened. 37 for an unknown mode.
+int pb_init(pb_book* book, int mode);
+
+// Opens a book. One that is open stays as it is, its mode too. 38 when it was
+// never created.
+int pb_open(int kind, int mode);
+// Closes it if it is open.
+int pb_close(int kind);
+// Makes the book, and the directory that it lies in with all above it (40).
+// What exists already is left as it is. New files have mode 0660 and belong to
+// the user, or those of the system book to the fax system, as far as this
+// process may give them away.
+int pb_create(int kind);
+// Removes the book, which must not be open (29). Removes as many of its files
+// as it can; 29 if one could not be.
+int pb_delete(int kind);
+
+// --- Persons ----------------------------------------------------------------
+
+// The key number of an order of persons (kx_pbs_unsorted and so on): 0 is the
+// order in which they were added. -1 with 37.
+int pb_cvt_sort(int sort);
+
+// Adds an "obj-person". Without "palias" it gets the present time in seconds
+// as its alias, in the object too. 33, 37.
+int pb_per_add(int kind, kx_object* person);
+// Changes the person of that alias: fields that are set replace the stored
+// ones, the others stay; the alias stays as it was spelled. 30, 37.
+int pb_per_upd(int kind, kx_object* person);
+// Deletes the person, and its memberships from the first one on as long as
+// they spell the alias exactly as `alias` does. 30.
+int pb_per_del(int kind, const char* alias);
+// Reads a person into `person`. `step` in the order `sort`:
+//   kx_pbc_alias                the person of alias `key`; needs no order
+//   kx_pbc_equal, kx_pbc_gteq   the first whose sort key is, or is not less
+//                               than, `key`
+//   kx_pbc_first, kx_pbc_last
+//   kx_pbc_next, kx_pbc_prev    from the current person; without one, the
+//                               first or last
+//   129                         the current person again; without one, the
+//                               first
+// 30: no such person, or the current one was deleted. 36: past either end. 37.
+int pb_per_get(int kind, int sort, kx_object* person, int step,
+               const char* key);
+// Moves the current person by `count` persons, the first of them reached by
+// `step` (kx_pbc_next to 129), the others in the same direction; with a group,
+// only its members count. A `count` below 1 moves nothing. As pb_per_get.
+int pb_per_pos(int kind, int sort, int step, int count, const char* group);
+
+// --- Groups -----------------------------------------------------------------
+
+// As their counterparts for persons, by "galias", with 31 for 30. The order is
+// that of the aliases.
+int pb_grp_add(int kind, kx_object* group);  // 37 without "galias"
+int pb_grp_upd(int kind, kx_object* group);
+int pb_grp_del(int kind, const char* alias);
+int pb_grp_get(int kind, kx_object* group, int step, const char* key);
+
+// --- Memberships ------------------------------------------------------------
+
+// Adds an "obj-member". 37 without both aliases, 30 or 31 when there is no such
+// person or group, 33.
+int pb_mem_add(int kind, kx_object* member);
+// Deletes it. 37, 30 when there is none.
+int pb_mem_del(int kind, kx_object* member);
+// Reads a membership by step, in the order of group and person. The keyed steps
+// look for the empty key. 32, 36, 37.
+int pb_mem_get(int kind, kx_object* member, int step);
+// Read the person of a membership of group `key`, or the group of one of person
+// `key`. The steps stay among these memberships: the first and the last are
+// the group's, next after the last is 36, and the keyed steps mean the first.
+// A current membership of another group or person counts as none. Memberships
+// whose other side was deleted are skipped.
+int pb_mem_get_by_grp(int kind, kx_object* person, int step, const char* key);
+int pb_mem_get_by_per(int kind, kx_object* group, int step, const char* key);
+
+// --- Counts -----------------------------------------------------------------
+
+// The number of persons. With a group and no bounds: of its memberships, as
+// far as they spell its alias exactly as `group` does; 37 when no membership
+// comes at or after it. With bounds: of the persons (with a group, its members)
+// whose field of the order `sort` is not less than `from` and less than `to`.
+int pb_count_persons(int kind, int sort, const char* group, const char* from,
+                     const char* to);
+// The number of groups; with a person, of its memberships, as above.
+int pb_count_groups(int kind, const char* person);
+
+// --- Lists ------------------------------------------------------------------
+// `max` below 1 is no limit. The first entry is reached by `step` and `key`,
+// the others in the same direction: descending after kx_pbc_prev and
+// kx_pbc_last. An end that is reached is no error. The cursor stays at the last
+// entry, so kx_pbc_next goes on from there. 39: there was no memory for an
+// entry; the entries before it are returned.
+
+// With a group, of its members only.
+kx_object* pb_list_per_get(int kind, int sort, int step, const char* key,
+                           int max, const char* group);
+kx_object* pb_list_grp_get(int kind, int step, const char* key, int max);
+// Persons of a group, groups of a person, as pb_mem_get_by_grp and
+// pb_mem_get_by_per read them.
+kx_object* pb_list_mem_get_by_grp(int kind, int step, const char* key, int max);
+kx_object* pb_list_mem_get_by_per(int kind, int step, const char* key, int max);
+// Persons (with a group, its members) from the first not less than `from` up to
+// the first not less than `to`, in the order `sort`, the first `offset` of them
+// left out. Skipped persons are not compared with `to`. The cursor moves past
+// the last entry. 37 for a negative offset.
+kx_object* pb_list_per_pos_get(int kind, int sort, const char* from,
+                               const char* to, const char* group, int offset,
+                               int max);
+
+// --- The command ------------------------------------------------------------
+
+// Carries out the command in an "obj-pbcom" on the books of a client, and puts
+// the book's state and the result into it. The book is closed again in every
+// case. On failure the object stays as it was, but for an alias that pb_per_add
+// made.
+int do_pbcmd(const char* clientid, kx_object* pbcom);
+
+// Takes over the book's kind, mode and order and, if it is open, its cursors,
+// as far as the object has them. 0, or -1 with kx_errno 19 when that book is
+// not set up.
+int px_pb_fr_pbcom(kx_object* pbcom);
+// Puts the same into the object. 0, or -1 with kx_errno 19.
+int px_pb_to_pbcom(int kind, kx_object* pbcom);
+// The error number to tell a client that wants the database's own words: 29
+// becomes 2, with the words in kx_servmsg. Any other code is returned.
+int px_check_errno(int code);
+
+// --- Names and numbers ------------------------------------------------------
+// Between the stored fields of a person and one text; the converters of
+// pb_per_fields_pseudo, see db/db.h. A part that is too long for its field is
+// 37.
+
+// "First Last". Into a record: of two words or more the first is the first
+// name, together with the second if that has a "." and a third follows; a
+// single word is the last name.
+int pb_perrec_to_name(const char* record, char* text, size_t size);
+int pb_name_to_perrec(const char* text, char* record);
+
+// "country-area-local xextension", without the parts that are empty. Into a
+// record: parts are divided at "-", blanks, ".", "/", "(" and ")"; one is the
+// local number, two are area and local, with three the country comes first, and
+// what follows belongs to the local number. The extension begins at the first
+// of "xX#*".
+int pb_perrec_to_fax(const char* record, char* text, size_t size);
+int pb_fax_to_perrec(const char* text, char* record);
+int pb_perrec_to_voice(const char* record, char* text, size_t size);
+int pb_voice_to_perrec(const char* text, char* record);
+int pb_perrec_to_pager(const char* record, char* text, size_t size);
+int pb_pager_to_perrec(const char* text, char* record);
+int pb_perrec_to_cell(const char* record, char* text, size_t size);
+int pb_cell_to_perrec(const char* text, char* record);
+
+#endif  // PHONEBOOK_PB_H_

@@ -1,0 +1,107 @@
+// What the units of this folder share: checks, errors, keys and sides.
+#ifndef PHONEBOOK_PBPRIV_H_
+#define PHONEBOOK_PBPRIV_H_
+
+#include <cstddef>
+
+#include "kx/object.h"
+#include "phonebook/pb.h"
+
+constexpr int kAliasSize = 16;
+constexpr int kKeySize = 128;
+constexpr int kRecordSize = 704;  // of a person, the largest
+
+// Key numbers.
+constexpr int kSerialOrder = 0;
+constexpr int kAliasKey = 1;           // of persons and groups
+constexpr int kMemberByGroupKey = 1;   // group, person
+constexpr int kMemberByPersonKey = 2;  // person, group
+
+// Offsets.
+constexpr int kMemberGroup = 0;
+constexpr int kMemberPerson = 16;
+
+// Where a field stands in a person.
+struct pb_place {
+  int offset;
+  int length;
+};
+constexpr pb_place kLastName = {16, 32};
+constexpr pb_place kFirstName = {48, 32};
+
+// Any record of the three tables.
+struct pb_record {
+  char bytes[kRecordSize];
+};
+
+// A search key: upper case, filled with zeros.
+struct pb_key {
+  char bytes[kKeySize];
+};
+
+// What is said of persons and of groups in the same words.
+struct pb_side {
+  db_handle* pb_book::*file;
+  const db_field* fields;  // the first is the alias, at offset 0
+  const char* type;        // of its objects
+  int absent;              // error number when there is none of that alias
+  int member_key;          // key of the memberships that begins with its alias
+  int member_offset;       // of its alias in a membership
+};
+extern const pb_side pb_person_side;
+extern const pb_side pb_group_side;
+
+// --- pberr.cc ---
+
+// Sets pb_errno, and returns -1.
+int pb_fail(int code);
+// The same for a failure of the database; `absent` is the number for a record
+// that was not found.
+int pb_fail_db(int absent);
+inline int pb_succeed() { return pb_errno = 0; }
+
+// --- pbopen.cc ---
+
+// The open book of a kind; null with 37 or 34, and for writing with 35.
+pb_book* pb_open_book(int kind);
+pb_book* pb_writable_book(int kind);
+
+// --- pbrec.cc ---
+
+// Keeps other processes' changes of a table away while it lives, so that what
+// was read is still so when it is changed. One at a time.
+class pb_lock {
+ public:
+  explicit pb_lock(db_handle* db) : held_(db_lock(db) == 0) {}
+  pb_lock(const pb_lock&) = delete;
+  pb_lock& operator=(const pb_lock&) = delete;
+  ~pb_lock() { db_unlock(); }
+  bool held() const { return held_; }  // if not, db_errnum says why
+
+ private:
+  const bool held_;
+};
+
+// Keys. Null is the empty text.
+pb_key pb_text_key(const char* text);
+pb_key pb_alias_key(const char* alias);
+pb_key pb_member_key(const char* first, const char* second);
+
+inline bool pb_is_empty(const char* text) {
+  return text == nullptr || *text == '\0';
+}
+
+// Copies a padded field of a record, terminated; upper-cased for pb_put_upper.
+// `out` has `length` + 1 bytes.
+void pb_put_field(const char* field, int length, char* out);
+void pb_put_upper(const char* field, int length, char* out);
+
+// The changes of one side; `obj` may be anything.
+int pb_rec_add(pb_book* book, const pb_side& side, kx_object* obj);
+int pb_rec_upd(pb_book* book, const pb_side& side, kx_object* obj);
+int pb_rec_del(pb_book* book, const pb_side& side, const char* alias);
+
+// Whether the person is a member of the group with that key: 1, 0, or -1.
+int pb_is_member(pb_book* book, const pb_key& group, const pb_record& person);
+
+#endif  // PHONEBOOK_PBPRIV_H_

@@ -1,0 +1,314 @@
+#include <gtest/gtest.h>
+#include <utime.h>
+
+#include "fax_root.h"
+#include "faxserver/fscover.h"
+#include "faxserver/fshdr.h"
+#include "faxserver/fslist.h"
+#include "faxserver/fslog.h"
+#include "faxserver/fsmsg.h"
+#include "faxserver/fspopen.h"
+#include "faxserver/fsres.h"
+
+namespace {
+
+// The elements of a list, `fields` of each separated by "=".
+std::string Show(const kx::Object& list,
+                 std::initializer_list<const char*> fields) {
+  std::string text;
+  for (kx_object* element : kx::Elements(list.get())) {
+    const char* separator = "";
+    for (const char* field : fields) {
+      text += separator;
+      text += kx::TextOrEmpty(element, field);
+      separator = "=";
+    }
+    text += ";";
+  }
+  return text;
+}
+
+std::string Resources(const FaxRoot& root, int listtype) {
+  return Show(kx::Object(fx_get_res_list(root.root(), listtype)),
+              {"rname", "rdesc"});
+}
+
+constinit int g_logged = 0;
+
+TEST(ResourceLists, AreBuiltFromTheirSources) {
+  const FaxRoot root;
+  root.PutProgram("Covers/plain.cvr", "");
+  root.PutProgram("Covers/plain-2", "");
+  root.PutProgram("Covers/plain.ps", "");
+  root.PutProgram("Covers/.hidden", "");
+  root.PutProgram("Covers/a-cover-whose-name-is-long", "");
+  root.Put("Covers/README", "not executable");
+  root.MakeDir("Covers/dir");
+  root.Put("Formatters/ps", "");
+  root.Put("Formatters/troff", "");
+  root.Put("groups/team", "");
+  root.MakeDir("groups/dir");
+  root.Put("tnp/notify", "");
+  root.Put("krtnet/prtdests.lst", "# printers\nlp0\n  lp1 \t The big one \n\n");
+  root.Put("retrys", "fast three times\nslow once a day\n");
+  g_logged = 0;
+  fx_log_to([](const char*) { ++g_logged; });
+  EXPECT_EQ(Resources(root, kx_lst_covers), "plain=;plain-2=;")
+      << "without covers.lst all of them";
+  EXPECT_EQ(g_logged, 1) << "the name that does not fit";
+  fx_log_to(nullptr);
+  root.Put("krtnet/covers.lst", "zz not there\nplain The plain one\n");
+  EXPECT_EQ(Resources(root, kx_lst_covers),
+            "zz=not there;plain=The plain one;");
+  EXPECT_EQ(Resources(root, kx_lst_allcovers), "plain=The plain one;plain-2=;");
+  const std::string types = Resources(root, kx_lst_filetypes);
+  EXPECT_EQ(std::count(types.begin(), types.end(), ';'), 6) << types;
+  EXPECT_NE(types.find(";troff=;"), std::string::npos) << types;
+  EXPECT_EQ(Resources(root, kx_lst_groups), "team=;");
+  EXPECT_EQ(Resources(root, kx_lst_tnps), "notify=;");
+  EXPECT_EQ(Resources(root, kx_lst_prtdests), "lp0=;lp1=The big one;");
+  EXPECT_EQ(Resources(root, kx_lst_retrys),
+            "fast=three times;slow=once a day;");
+  EXPECT_EQ(Resources(root, kx_lst_pglengths).substr(0, 7), "letter=");
+  EXPECT_EQ(Resources(root, kx_lst_resolutions), "std=standard;fine=fine;");
+  EXPECT_EQ(kx_errno, 0);
+}
+
+TEST(ResourceLists, AreTwelve) {
+  const FaxRoot root;
+  for (int type = -1; type <= 22; ++type) {
+    const kx::Object list(fx_get_res_list(root.root(), type));
+    const bool served = type >= 1 && type <= 12;
+    // Of an empty root only the queues are an error: their file must exist.
+    EXPECT_EQ(kx_errno, !served ? 19 : type == kx_lst_queues ? 3 : 0) << type;
+  }
+}
+
+TEST(ResourceLists, KeepTheirOrderWhenOneIsAdded) {
+  kx_object* list = nullptr;
+  for (const char* name : {"m", "z", "a", "m", "b"}) {
+    kx::Object resource = kx::Build("obj-resource");
+    kx::SetText(resource.get(), "rname", name);
+    kx::SetNumber(resource.get(), "rdesc", Kfx_Bcount(list));
+    list = fx_add_in_order(list, resource.release());
+  }
+  EXPECT_EQ(Show(kx::Object(list), {"rname", "rdesc"}), "a=2;b=4;m=0;m=3;z=1;");
+}
+
+// ---- Cover pages ----
+
+TEST(CoverTags, LineIsTakenApart) {
+  const std::initializer_list<const char*> kFields = {
+      "tagname", "tagtype", "fonttype", "fontname", "maxlen", "tagdesc"};
+  const std::pair<const char*, const char*> cases[] = {
+      {"to:R:F:Courier:30:\"Who gets\"\n",
+       "to=tag-req=fnt-fixed=Courier=30=Who gets;"},
+      {"a:o:p b:S:x  c", "a=tag-opt=fnt-prop===;b=tag-sys====;c=====;"},
+      {"a::F::: b:R", "a==fnt-fixed===;b=tag-req====;"},
+      {"a:O:F:\"Two: words\":5:\"x:y z\"q:r",
+       "a=tag-opt=fnt-fixed=Two: words=5=x:y zq:r;"},
+      {"FXPAGES:S FXSENTON x:Req", "x=====;"},
+      {"a:R:F:C:abc:open \"a name that is too long\"",
+       "a=tag-req=fnt-fixed=C=0=open;"},
+      {"", ""},
+      {" \t\n", ""},
+  };
+  for (const auto& [line, shown] : cases) {
+    std::string text = line;
+    const std::string got =
+        Show(kx::Object(fx_parse_cover_tags(text.data())), kFields);
+    EXPECT_EQ(got, shown) << line;
+  }
+}
+
+TEST(CoverTags, AreAskedFromTheCoverItself) {
+  const FaxRoot root;
+  const std::string name = "it's $(x) \"q";  // one word, whatever it holds
+  root.PutProgram("Covers/" + name + ".cvr",
+                  "[ \"$#$1\" = 1-dump ] && echo 'to:R FXPAGES:S\nmore:R'\n"
+                  "exit 7\n");
+  root.PutProgram("Covers/silent.cvr", "");
+  root.PutProgram("Covers/none.cvr", "echo\n");
+  root.Put("Covers/flat.cvr", "not executable");
+  EXPECT_EQ(Show(kx::Object(fx_get_cover_tags(root.root(), name.c_str())),
+                 {"tagname"}),
+            "to;");
+  const std::pair<const char*, int> cases[] = {
+      {"silent", 5}, {"none", 0}, {"flat", 19},       {"absent", 19},
+      {"", 19},      {"..", 19},  {"silent.cvr", 19}, {"../Covers/silent", 19},
+  };
+  for (const auto& [cover, error] : cases) {
+    EXPECT_EQ(fx_get_cover_tags(root.root(), cover), nullptr) << cover;
+    EXPECT_EQ(kx_errno, error) << cover;
+  }
+}
+
+TEST(CoverMatch, FindsThePagesWithAllTags) {
+  const FaxRoot root;
+  root.PutProgram("Covers/z.cvr", "echo to:R from:O\n");
+  root.PutProgram("Covers/a.cvr", "echo from:O to:R subject:O\n");
+  root.PutProgram("Covers/b.cvr", "echo to:R\n");
+  root.PutProgram("Covers/broken.cvr", "exit 1\n");
+  const auto match = [&](std::initializer_list<const char*> names) {
+    kx::ListBuilder wanted;
+    for (const char* name : names) {
+      kx::Object tag = kx::Build("obj-cvrtag");
+      kx::SetText(tag.get(), "tagname", name);
+      wanted.Append(std::move(tag));
+    }
+    const std::string shown = Show(
+        kx::Object(fx_cover_matchlist(root.root(), wanted.head())), {"rname"});
+    EXPECT_EQ(kx_errno, 0);
+    return shown;
+  };
+  EXPECT_EQ(match({"to", "from"}), "a;z;");
+  EXPECT_EQ(match({"to"}), "a;b;z;");
+  EXPECT_EQ(match({"TO"}), "");
+  EXPECT_EQ(match({"to", ""}), "") << "a tag without a name";
+}
+
+// ---- Messages ----
+
+std::string Lines(const kx::Object& message) {
+  std::string text;
+  for (kx_object* line : kx::Elements(kx::Child(message.get(), "lines"))) {
+    text += "[" + std::string(kx::TextOrEmpty(line, "text")) + "]";
+  }
+  return text;
+}
+
+TEST(Messages, KeepEveryLine) {
+  const FaxRoot root;
+  root.MakeUser("bob");
+  const std::string a(255, 'a'), b(254, 'b');
+  const std::pair<std::string, std::string> cases[] = {
+      {"", ""},
+      {"one\n  two \n\nfour", "[one][two][ ][four]"},
+      {"\n", "[ ]"},
+      {a + "\n" + b + "\n", "[" + a + "][" + b + "]"},
+      {a + "\n\nend\n", "[" + a + "][ ][end]"},
+      {a + "rest\nnext\n", "[" + a + "][rest][next]"},
+      {a, "[" + a + "]"},
+  };
+  for (const auto& [content, lines] : cases) {
+    root.Put("faxq/bob/msgs/m.msg", content);
+    const kx::Object message(fx_msg_retrieve(root.root(), "bob", "m.msg"));
+    ASSERT_NE(message, nullptr) << content;
+    EXPECT_EQ(Lines(message), lines) << content;
+  }
+}
+
+TEST(Messages, AreFilesOfTheUsersOwnDirectory) {
+  const FaxRoot root;
+  root.MakeUser("bob");
+  root.Put("secret", "secret");
+  std::filesystem::create_symlink(root / "secret", root / "faxq/bob/msgs/l");
+  mkfifo((root / "faxq/bob/msgs/f").c_str(), 0600);
+  root.MakeDir("faxq/bob/msgs/d");
+  for (const char* name :
+       {"none", "l", "f", "d", "", "..", "../../../secret"}) {
+    EXPECT_EQ(fx_msg_retrieve(root.root(), "bob", name), nullptr) << name;
+    EXPECT_EQ(kx_errno, 3) << name;
+  }
+  EXPECT_EQ(fx_msg_retrieve(root.root(), "../faxq/bob", "f"), nullptr);
+}
+
+// ---- Message lists ----
+
+void SetTime(const std::string& path, time_t when) {
+  const utimbuf times = {when, when};
+  ASSERT_EQ(utime(path.c_str(), &times), 0);
+}
+
+TEST(MessageLists, HoldRegularVisibleFilesByName) {
+  const FaxRoot root;
+  root.MakeUser("bob");
+  const fx_faxhdr header = fx_make_faxhdr(3);
+  root.Put("faxq/bob/b.fax",
+           std::string(reinterpret_cast<const char*>(header.bytes), 256));
+  root.Put("faxq/bob/a.tif", "not a fax file");
+  SetTime(root / "faxq/bob/a.tif", 1000);
+  SetTime(root / "faxq/bob/b.fax", 2000);
+  for (const char* name : {"x.tmp", ".hidden"}) {
+    root.Put(std::string("faxq/bob/") + name, "");
+    root.Put(std::string("faxq/bob/msgs/") + name, "");
+  }
+  root.Put("faxq/bob/" + std::string(200, 'n'), "");
+  root.Put("faxq/bob/msgs/msg.srv", "");
+  root.Put("faxq/bob/msgs/m.msg", "");
+  SetTime(root / "faxq/bob/msgs/m.msg", 3000);
+  std::filesystem::create_symlink("/etc/passwd", root / "faxq/bob/link");
+  mkfifo((root / "faxq/bob/fifo").c_str(), 0600);
+  EXPECT_EQ(Show(kx::Object(fx_get_fax_list(root.root(), "bob", 0)),
+                 {"filename", "clientid", "fstatus", "npages", "rcvtime"}),
+            "a.tif=bob=fst-new==19700101001640;"
+            "b.fax=bob=fst-new=3=19700101003320;");
+  EXPECT_EQ(
+      Show(kx::Object(fx_get_fax_list(root.root(), "bob", 1000)), {"filename"}),
+      "b.fax;");
+  EXPECT_EQ(Show(kx::Object(fx_get_msg_list(root.root(), "bob", 2999)),
+                 {"filename", "msgtime"}),
+            "m.msg=19700101005000;");
+  EXPECT_EQ(fx_get_msg_list(root.root(), "bob", 3000), nullptr);
+  EXPECT_EQ(kx_errno, 0);
+}
+
+TEST(MessageLists, OfTheServerAreTheObjectsOfItsFile) {
+  const FaxRoot root;
+  root.MakeUser("bob");
+  const std::string path = root / "faxq/bob/msgs/msg.srv";
+  EXPECT_EQ(fx_get_srv_list(root.root(), "bob", 0), nullptr);
+  EXPECT_EQ(kx_errno, 0) << "no file, no messages";
+  const auto message = [](const std::string& text) {
+    return "objbeg=obj-servmsg\nservcode=srv-start\ntext=" + text +
+           "\nobjend=obj-servmsg\n";
+  };
+  WriteFile(path, message("b") + message("a") + "objbeg=obj-servmsg\ntext=c\n");
+  SetTime(path, 1000);
+  EXPECT_EQ(Show(kx::Object(fx_get_srv_list(root.root(), "bob", 999)),
+                 {"servcode", "text"}),
+            "srv-start=b;srv-start=a;");
+  EXPECT_EQ(fx_get_srv_list(root.root(), "bob", 1000), nullptr);
+  EXPECT_EQ(kx_errno, 0);
+}
+
+TEST(MessageLists, OfEventsAreByNumber) {
+  const FaxRoot root;
+  root.MakeUser("bob");
+  for (const char* seqno : {"10", "9"}) {
+    root.Put(std::string("faxq/bob/events/") + seqno,
+             std::string("objbeg=obj-status\nseqno=") + seqno +
+                 "\nobjend=obj-status\n");
+  }
+  root.Put("faxq/bob/events/11", "damaged");
+  root.Put("faxq/bob/events/x", "no number");
+  EXPECT_EQ(Show(kx::Object(fx_get_evt_list(root.root(), "bob", 0)), {"seqno"}),
+            "9;10;");
+}
+
+TEST(MessageLists, OfRoutesAreTheOtherUsers) {
+  const FaxRoot root;
+  for (const char* user : {"bob", "carol", "ann", "a-user-with-a-long-name"}) {
+    root.MakeUser(user);
+  }
+  root.Put("faxq/file", "");
+  EXPECT_EQ(Show(kx::Object(fx_get_rte_list(root.root(), "bob", 0)),
+                 {"fromid", "toid"}),
+            "bob=ann;bob=carol;");
+}
+
+TEST(MessageLists, AreForValidUsersOnly) {
+  const FaxRoot root;
+  root.MakeDir("faxq/fresh");
+  for (const auto list : {fx_get_srv_list, fx_get_fax_list, fx_get_msg_list,
+                          fx_get_rte_list, fx_get_evt_list}) {
+    for (const char* user : {"nobody", "", ".", "..", "../faxq/fresh"}) {
+      EXPECT_EQ(list(root.root(), user, 0), nullptr) << user;
+      EXPECT_EQ(kx_errno, 7) << user;
+    }
+    EXPECT_EQ(list(root.root(), "fresh", 0), nullptr);
+    EXPECT_EQ(kx_errno, 0) << "a directory that is not there yet";
+  }
+}
+
+}  // namespace

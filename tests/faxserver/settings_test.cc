@@ -1,0 +1,297 @@
+#include <gtest/gtest.h>
+#include <pwd.h>
+
+#include "fax_root.h"
+#include "faxserver/fsconfig.h"
+#include "faxserver/fsextcmd.h"
+#include "faxserver/fsmon.h"
+#include "faxserver/fspopen.h"
+
+namespace {
+
+// ---- Configuration ----
+
+TEST(Configuration, IsTheUsersOrEmpty) {
+  const FaxRoot root;
+  root.MakeDir("faxq/bob");
+  const kx::Object fresh(fx_get_config(root.root(), "bob"));
+  ASSERT_NE(fresh, nullptr);
+  EXPECT_EQ(kx_errno, 0);
+  EXPECT_EQ(Kfx_Get(fresh.get(), "queue"), nullptr);
+
+  kx::SetText(fresh.get(), "queue", "sales");
+  ASSERT_EQ(fx_set_config(root.root(), "bob", fresh.get()), 0);
+  const kx::Object stored(fx_get_config(root.root(), "bob"));
+  EXPECT_STREQ(kx::Text(stored.get(), "queue"), "sales");
+
+  root.Put("faxq/bob/options/config", "objbeg=obj-config\nqueue=cut");
+  EXPECT_EQ(fx_get_config(root.root(), "bob"), nullptr);
+  EXPECT_EQ(kx_errno, 6);
+  for (const char* user : {"carol", "", "..", "../faxq/bob"}) {
+    EXPECT_EQ(fx_get_config(root.root(), user), nullptr) << user;
+    EXPECT_EQ(kx_errno, 7) << user;
+    EXPECT_EQ(fx_set_config(root.root(), user, fresh.get()), -1) << user;
+    EXPECT_EQ(kx_errno, 19) << user;
+  }
+  EXPECT_EQ(fx_get_config(root.root(), nullptr), nullptr);
+}
+
+TEST(Configuration, OptionsThatAreNoDirectoryAreASystemError) {
+  const FaxRoot root;
+  root.MakeDir("faxq/bob");
+  root.Put("faxq/bob/options", "in the way");
+  const kx::Object config = kx::Build("obj-config");
+  EXPECT_EQ(fx_set_config(root.root(), "bob", config.get()), -1);
+  EXPECT_EQ(kx_errno, 3);
+}
+
+// ---- Monitors ----
+
+std::string Show(kx_object* monitor) {
+  std::string text = kx::TextOrEmpty(monitor, "montype");
+  for (kx_object* name : kx::Elements(kx::Child(monitor, "names"))) {
+    text += std::string(" ") + kx::TextOrEmpty(name, "rname");
+  }
+  return text;
+}
+
+TEST(Monitors, FileIsReadByItsRules) {
+  const FaxRoot root;
+  root.MakeUser("bob");
+  const auto read = [&] {
+    const kx::Object monitor(fx_get_monlist(root.root(), "bob"));
+    EXPECT_STREQ(kx::TextOrEmpty(monitor.get(), "clientid"), "bob");
+    return Show(monitor.get());
+  };
+  EXPECT_EQ(read(), "mon-excall");
+  const std::pair<const char*, const char*> cases[] = {
+      {"ALLOWALL\n!bob\ncarol\n", "mon-incall bob"},
+      {"!bob\ncarol\n ALLOWALL \n!ann\n", "mon-incall bob ann"},
+      {"carol\n", "mon-excall carol"},
+      {"# note\n\n carol \n!bob\nann", "mon-excall carol ann"},
+      {"!ALLOWALL\ncarol\n", "mon-excall carol"},
+      {"ALLOWALL\n!ALLOWALL\n", "mon-incall ALLOWALL"},
+      {"allowall\n", "mon-excall allowall"},
+      {"a-name-that-is-too-long\nann\n", "mon-excall ann"},
+  };
+  for (const auto& [content, shown] : cases) {
+    root.Put("faxq/bob/options/monitors", content);
+    EXPECT_EQ(read(), shown) << content;
+  }
+  EXPECT_EQ(fx_get_monlist(root.root(), "carol"), nullptr);
+  EXPECT_EQ(kx_errno, 7);
+}
+
+kx::Object Monitor(const char* user, const char* type,
+                   std::initializer_list<const char*> names) {
+  kx::Object monitor = kx::Build("obj-monitor");
+  kx::SetText(monitor.get(), "clientid", user);
+  kx::SetText(monitor.get(), "montype", type);
+  kx::ListBuilder list;
+  for (const char* name : names) {
+    kx::Object resource = kx::Build("obj-resource");
+    kx::SetText(resource.get(), "rname", name);
+    list.Append(std::move(resource));
+  }
+  kx::SetChild(monitor.get(), "names", list.Take());
+  return monitor;
+}
+
+TEST(Monitors, FileIsWrittenByTheKind) {
+  const FaxRoot root;
+  root.MakeDir("faxq/bob");
+  const auto write = [&](const char* type,
+                         std::initializer_list<const char*> names) {
+    const kx::Object monitor = Monitor("bob", type, names);
+    EXPECT_EQ(fx_set_monlist(root.root(), monitor.get()), 0);
+    return ReadFile(root / "faxq/bob/options/monitors");
+  };
+  EXPECT_EQ(write("mon-incall", {"ann", "", "carol"}),
+            "ALLOWALL\n!ann\n!carol\n");
+  EXPECT_EQ(write("mon-excall", {"ann", "carol"}), "ann\ncarol\n");
+  EXPECT_EQ(write("mon-incall", {"ALLOWALL"}), "ALLOWALL\n!ALLOWALL\n");
+  EXPECT_EQ(write("mon-excall", {}), "");
+}
+
+TEST(Monitors, RefusedListLeavesTheFileAsItWas) {
+  const FaxRoot root;
+  root.MakeUser("bob");
+  root.Put("faxq/bob/options/monitors", "carol\n");
+  const struct {
+    const char* user;
+    const char* type;
+    const char* name;
+  } cases[] = {
+      {"", "mon-incall", "ann"},
+      {"dave", "mon-incall", "ann"},
+      {"../faxq/bob", "mon-incall", "ann"},
+      {"bob", "", "ann"},
+      {"bob", "cmd-noop", "ann"},
+      {"bob", "mon-excall", "ALLOWALL"},
+      {"bob", "mon-excall", "!ann"},
+      {"bob", "mon-excall", "#ann"},
+      {"bob", "mon-incall", "a\nb"},
+      {"bob", "mon-incall", " ann"},
+  };
+  for (const auto& test : cases) {
+    const kx::Object monitor = Monitor(test.user, test.type, {test.name});
+    EXPECT_EQ(fx_set_monlist(root.root(), monitor.get()), -1)
+        << test.user << " " << test.type << " " << test.name;
+    EXPECT_EQ(kx_errno, 19);
+  }
+  EXPECT_EQ(ReadFile(root / "faxq/bob/options/monitors"), "carol\n");
+}
+
+// ---- External commands ----
+
+std::string Me() { return getpwuid(geteuid())->pw_name; }
+
+kx::Object Command(const std::string& line,
+                   const std::vector<std::string>& args, bool object = false) {
+  kx::Object command = kx::Build("obj-extcmd");
+  kx::SetText(command.get(), "cmdstr", line.c_str());
+  kx::SetBool(command.get(), "retobj", object);
+  kx::ListBuilder list;
+  for (const std::string& text : args) {
+    kx::Object arg = kx::Build("obj-arg");
+    kx::SetText(arg.get(), "argstr", text.c_str());
+    list.Append(std::move(arg));
+  }
+  kx::SetChild(command.get(), "args", list.Take());
+  return command;
+}
+
+kx::Object Execute(const kx::Object& command, const std::string& user = Me()) {
+  return kx::Object(fx_extcmd("", user.c_str(), command.get()));
+}
+
+std::string Lines(const kx::Object& message) {
+  if (Kfx_Is_Obj_Type(message.get(), "obj-msg") == 0) return "no message";
+  std::string text;
+  for (kx_object* line : kx::Elements(kx::Child(message.get(), "lines"))) {
+    text += "[" + std::string(kx::TextOrEmpty(line, "text")) + "]";
+  }
+  return text;
+}
+
+std::string Shell(const std::string& script) {
+  const kx::Object output = Execute(Command("sh -c", {script}));
+  const int error = kx_errno;
+  return std::to_string(error) + Lines(output);
+}
+
+TEST(ExternalCommand, OutputIsTheAnswer) {
+  EXPECT_EQ(Lines(Execute(Command("printf %s|  one two", {"a b", "", "*"}))),
+            "[one|two|a b||*|]");
+  EXPECT_EQ(Shell("exit 0"), "0");
+  EXPECT_EQ(Shell("echo out; echo err >&2"), "0[out]");
+  EXPECT_EQ(Shell("cat; echo eof"), "0[eof]") << "input is /dev/null";
+  EXPECT_EQ(Shell("ls /proc/self/fd | wc -l"), "0[4]")
+      << "three descriptors, and that of ls";
+}
+
+TEST(ExternalCommand, FailureIsItsErrorOutput) {
+  EXPECT_EQ(Shell("echo out; echo bad news >&2; exit 2"), "13[bad news]");
+  EXPECT_EQ(Shell("kill -9 $$"), "13");
+  const kx::Object nothing = Execute(Command("/no/such/command", {}));
+  EXPECT_EQ(kx_errno, 13);
+  EXPECT_EQ(Lines(nothing), "");
+  char name[32];
+  snprintf(name, sizeof name, "/tmp/fx%05d.err", static_cast<int>(getpid()));
+  EXPECT_NE(access(name, F_OK), 0) << "the error file is left";
+}
+
+TEST(ExternalCommand, ObjectIsDataAndNothingIsUnpacked) {
+  const FaxRoot root;
+  const auto print = [](const std::string& text) {
+    const kx::Object object = Execute(Command("printf %s", {text}, true));
+    return object == nullptr
+               ? std::to_string(kx_errno)
+               : Kfx_Object_Type(object.get()) +
+                     std::string(kx::TextOrEmpty(object.get(), "pathname"));
+  };
+  EXPECT_EQ(print("objbeg=obj-user\nobjend=obj-user\n"), "obj-user");
+  EXPECT_EQ(print("objbeg=obj-file\npathname=*\nfilebeg=x\nfiledata= \n"
+                  "fileend=x\nobjend=obj-file\n"),
+            "obj-file*");
+  for (const char* text : {"", "hello\n", "objbeg=obj-none\n", "a=b\n",
+                           "objbeg=obj-user\nclientid=cut\n"}) {
+    EXPECT_EQ(print(text), "19") << text;
+  }
+}
+
+TEST(ExternalCommand, ArgumentsAreCounted) {
+  std::vector<std::string> args(kFxMaxArgs - 2, "x");
+  const std::string shown = Lines(Execute(Command("echo x", args)));
+  EXPECT_EQ(std::count(shown.begin(), shown.end(), 'x'), 255);
+  args.emplace_back("one too many");
+  EXPECT_EQ(Execute(Command("echo x", args)), nullptr);
+  EXPECT_EQ(kx_errno, 19);
+  for (const char* line : {"", " \t "}) {
+    EXPECT_EQ(Execute(Command(line, {})), nullptr) << line;
+    EXPECT_EQ(kx_errno, 19) << line;
+  }
+}
+
+TEST(ExternalCommand, ChildThatStaysBehindHoldsNobody) {
+  const std::string shown = Shell("sleep 600 & echo $!");
+  ASSERT_EQ(shown.substr(0, 2), "0[");
+  EXPECT_EQ(kill(std::stoi(shown.substr(2)), SIGKILL), 0);
+}
+
+TEST(ExternalCommand, EndlessOutputEnds) {
+  EXPECT_EQ(Execute(Command("yes", {})), nullptr);
+  EXPECT_EQ(kx_errno, 19);
+}
+
+TEST(ExternalCommand, RunsAsTheUserOrNotAtAll) {
+  EXPECT_EQ(Execute(Command("id", {}), "no-such-user"), nullptr);
+  EXPECT_EQ(kx_errno, 12);
+  EXPECT_EQ(Execute(Command("id", {}), ""), nullptr);
+  EXPECT_EQ(kx_errno, 12);
+  if (geteuid() != 0) GTEST_SKIP() << "only the super-user can be another";
+  EXPECT_EQ(Lines(Execute(Command("sh -c", {"id -u; id -g; id -G"}), "daemon")),
+            "[1][1][1]");
+  EXPECT_EQ(fx_run_as("daemon", "test $(id -u) = 1"), 0);
+}
+
+TEST(RunAs, GivesTheExitStatus) {
+  const std::string me = Me();
+  EXPECT_EQ(fx_run_as(me.c_str(), "exit 3"), 3);
+  EXPECT_EQ(fx_run_as(me.c_str(), "kill -9 $$"), 128 + 9);
+}
+
+// ---- Command lines ----
+
+TEST(Shell, AnyTextIsOneWord) {
+  for (const char* text :
+       {"", "plain", "a b", "it's", "''", "$HOME `id` \\ \"q\" *", "-n", "a\nb",
+        "\xff;|&<>(){}!#~"}) {
+    FILE* pipe = fx_popen(("printf %s. " + fx_shell_word(text)).c_str());
+    ASSERT_NE(pipe, nullptr);
+    char got[64] = "";
+    got[fread(got, 1, sizeof got - 1, pipe)] = '\0';
+    EXPECT_EQ(fx_pclose(pipe), 0);
+    EXPECT_EQ(got, std::string(text) + ".") << text;
+  }
+}
+
+TEST(Shell, ChildHandlerOfTheProcessIsKeptAway) {
+  struct sigaction reap = {}, old;
+  reap.sa_handler = [](int) {
+    const int saved = errno;
+    while (waitpid(-1, nullptr, WNOHANG) > 0) {
+    }
+    errno = saved;
+  };
+  sigaction(SIGCHLD, &reap, &old);
+  FILE* pipe = fx_popen("exit 5");
+  EXPECT_EQ(fx_popen("exit 6"), nullptr) << "one at a time";
+  EXPECT_EQ(WEXITSTATUS(fx_pclose(pipe)), 5);
+  EXPECT_EQ(fx_pclose(pipe), -1);
+  EXPECT_EQ(fx_run_as(Me().c_str(), "exit 4"), 4);
+  EXPECT_EQ(Shell("exit 2"), "13");
+  sigaction(SIGCHLD, &old, nullptr);
+}
+
+}  // namespace

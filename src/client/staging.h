@@ -1,0 +1,56 @@
+// Copies of files for the server, in the spool directory.
+//
+// - A command cannot carry a file, so it names a copy that lies where the
+//   server can take it by a rename: <spool>/NNNN-RRR.<n>.<type>, after the
+//   command's own name. While it is there, nobody else takes the number.
+// - Copies belong to the command: they go when it is not executed, and are the
+//   server's once it is.
+#ifndef CLIENT_STAGING_H_
+#define CLIENT_STAGING_H_
+
+#include <string>
+#include <vector>
+
+#include "client/status.h"
+#include "util/kutio.h"
+
+namespace client {
+
+// A file to be sent, open.
+struct Source {
+  std::string path;  // as given; "-" for standard input
+  std::string type;  // the server's name for what it is
+  UniqueFd fd;
+};
+
+// Opens a file, or takes all of standard input. krt_no_input when it is
+// missing, empty, or no file.
+Status OpenSource(const std::string& path, Source* source);
+
+class Staging {
+ public:
+  // `dry`: only names are made, no files.
+  Staging(const std::string& spool, const std::string& name, bool dry)
+      : base_(spool + "/" + name + "."), dry_(dry) {}
+  Staging(const Staging&) = delete;
+  Staging& operator=(const Staging&) = delete;
+  ~Staging();
+
+  // Copies a file; the copy's path goes to `path`.
+  Status Add(const Source& source, std::string* path);
+  Status AddText(const std::string& text, std::string* path);
+  // The copies are the server's from now on.
+  void Keep() { paths_.clear(); }
+
+ private:
+  Status Create(const std::string& type, UniqueFd* fd, std::string* path);
+
+  std::string base_;
+  bool dry_;
+  int count_ = 0;
+  std::vector<std::string> paths_;
+};
+
+}  // namespace client
+
+#endif  // CLIENT_STAGING_H_

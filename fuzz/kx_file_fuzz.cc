@@ -67,7 +67,8 @@ void EncodeAgain(const fs::path& file, const fs::path& copies) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   const fs::path in = Folder() / "in";
-  const fs::path copies = Folder() / "copies";
+  // Not longer than "in", or the longest names that fit there do not fit here.
+  const fs::path copies = Folder() / "re";
   fs::create_directory(in);
   const kx::Object obj =
       ObjectOf(std::string(reinterpret_cast<const char*>(data), size), in);

@@ -8,10 +8,9 @@
 #include "cm/cmpaths.h"
 #include "daemon/settings.h"
 #include "faxserver/fsfile.h"
+#include "faxserver/fsuser.h"
 
 namespace {
-
-constexpr int kDirFlags = O_PATH | O_DIRECTORY;
 
 // Whether there can be such a file; errno when not.
 bool CanExist(int dirfd, const char* name) {
@@ -33,14 +32,11 @@ const char* cmd_client(kx_object* cmd) {
 }
 
 UniqueFd cmd_open_queue(const char* user) {
-  return UniqueFd(Kut_open(cm_get_user_dir(kfaxdir, user), kDirFlags));
+  return fx_open_user_dir(kfaxdir, user, cm_get_user_dir(kfaxdir, user));
 }
 
 UniqueFd cmd_open_messages(const char* user) {
-  const UniqueFd queue = cmd_open_queue(user);
-  if (!queue.valid()) return UniqueFd();
-  // The user, who owns the queue, could have put a link in its place.
-  return UniqueFd(Kut_open_at(queue.get(), "msgs", kDirFlags | O_NOFOLLOW));
+  return fx_open_user_dir(kfaxdir, user, cm_get_msgs_dir(kfaxdir, user));
 }
 
 UniqueFd cmd_open_file(int dirfd, const char* name, struct stat* st) {

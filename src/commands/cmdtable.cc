@@ -39,5 +39,6 @@ const cmd_row cmd_table[] = {
     {kx_cmd_status, process_status, kAlways},
     {kx_cmd_statatt, process_statlist, kAlways},
     {kx_cmd_imgstore, process_imgstore, kAlways},
+    {kx_cmd_pbcmd, process_pbcmd, kAlways},
     {0, nullptr, 0},
 };

@@ -78,4 +78,11 @@ int process_extcmd(kx_object* cmd, kx_object* rsp);
 // cmdclnf: deletes the client's events of requests that are gone.
 int process_clnfax(kx_object* cmd, kx_object* rsp);
 
+// The phone book.
+
+// cmdpcmd: carries out the "obj-pbcom" on the client's books; the same object,
+// with the results, goes into the response. Without one: 19. A failure has the
+// phone book's error number and text.
+int process_pbcmd(kx_object* cmd, kx_object* rsp);
+
 #endif  // COMMANDS_HANDLERS_H_

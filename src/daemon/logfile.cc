@@ -4,15 +4,14 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <string>
 
 #include "util/kutfile.h"
 #include "util/kutio.h"
-#include "util/kutstr.h"
 
 namespace {
 
@@ -112,12 +111,10 @@ void UseLog(int fd, bool owned, int debug) {
   NoteUtcOffset();
 }
 
-// `base`-`number`.`ext` in the caller's buffer; false when it does not fit.
-bool AgedName(char (&name)[PATH_MAX], const char* base, int number,
-              const char* ext) {
-  const int length = std::snprintf(name, sizeof name, "%s-%d%s%s", base, number,
-                                   *ext != '\0' ? "." : "", ext);
-  return length < static_cast<int>(sizeof name);
+// The name of an aged copy.
+std::string AgedName(const std::string& base, int number, const char* ext) {
+  std::string name = base + "-" + std::to_string(number);
+  return *ext != '\0' ? name + "." + ext : name;
 }
 
 }  // namespace
@@ -197,31 +194,18 @@ void dmn_log_separator() {
 }
 
 int dmn_log_age(const char* path, int n) {
-  char base[PATH_MAX];
-  char older[PATH_MAX];
-  char newer[PATH_MAX];
-  if (std::strlen(path) >= sizeof base) {
-    errno = ENAMETOOLONG;
-    return -1;
-  }
   const char* found = Kut_get_file_ext(path);
   const char* ext = found != nullptr ? found : "";
-  Kut_strcpyz(base, path, sizeof base);
-  Kut_rmv_file_ext(base);
+  std::string base(path);
+  if (found != nullptr) base.resize(base.size() - std::strlen(ext) - 1);
 
-  if (!AgedName(older, base, n, ext)) {
-    errno = ENAMETOOLONG;
-    return -1;
-  }
-  Kut_delete_file(older);
+  Kut_delete_file(AgedName(base, n, ext).c_str());
   for (int i = n - 1; i >= 0; --i) {
-    if (!AgedName(newer, base, i, ext) || !AgedName(older, base, i + 1, ext)) {
-      continue;
-    }
-    if (Kut_is_reg_file(newer) == 0) continue;
-    Kut_delete_file(older);
-    Kut_rename_file(newer, older);
+    const std::string newer = AgedName(base, i, ext);
+    const std::string older = AgedName(base, i + 1, ext);
+    if (Kut_is_reg_file(newer.c_str()) == 0) continue;
+    Kut_delete_file(older.c_str());
+    Kut_rename_file(newer.c_str(), older.c_str());
   }
-  AgedName(newer, base, 0, ext);
-  return Kut_rename_file(path, newer);
+  return Kut_rename_file(path, AgedName(base, 0, ext).c_str());
 }

@@ -16,6 +16,7 @@
 #include "daemon/subtask.h"
 #include "daemon/sxfile.h"
 #include "faxserver/fsdmnlst.h"
+#include "faxserver/fslog.h"
 #include "util/kutenv.h"
 #include "util/kuterr.h"
 #include "util/kutfile.h"
@@ -181,6 +182,7 @@ void krtcmd_run(int argc, char** argv) {
   const bool background = ParseOptions(argc, argv);
   if (!background) log_fd = -1;
   dmn_log_reopen(log_fd, Debug);
+  fx_log_to(dmn_log_write);
   if (background) Detach();
   LogStart();
   fx_add_daemon_list(kfaxdir, ProgName, getpid());

@@ -58,14 +58,9 @@ int Fail(int error) {
 // Opens a claimed command. What is not a regular file was never a command: a
 // fifo or a device must not hold or feed the daemon.
 UniqueFd OpenClaimed(int dirfd, const char* name) {
-  UniqueFd fd(
-      Kut_open_at(dirfd, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
   struct stat st;
-  if (!fd.valid() || fstat(fd.get(), &st) != 0) return UniqueFd();
-  if (!S_ISREG(st.st_mode)) {
-    errno = S_ISDIR(st.st_mode) ? EISDIR : EINVAL;
-    return UniqueFd();
-  }
+  UniqueFd fd(Kut_open_regular(dirfd, name, O_NOFOLLOW, &st));
+  if (!fd.valid()) return fd;
   if (st.st_size > kSxCommandMax) {
     errno = EFBIG;
     return UniqueFd();

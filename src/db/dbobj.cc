@@ -51,6 +51,20 @@ int PutNumber(const db_field& field, const char* text, char* place) {
   return 0;
 }
 
+int SetNumber(const db_field& field, int value, kx_object* obj) {
+  if (value == -1) return Kfx_Set(obj, field.name, nullptr);
+  switch (field.type) {
+    case kx_typ_enum:
+      return kx::SetEnum(obj, field.name, value);
+    case kx_typ_bool:
+      return kx::SetBool(obj, field.name, value != 0);
+    case kx_typ_time:
+      return kx::SetTime(obj, field.name, value);
+    default:
+      return kx::SetNumber(obj, field.name, value);
+  }
+}
+
 int GetNumber(const db_field& field, const char* place, kx_object* obj) {
   if (field.length != kNumberSize) return db_fail(kDbData);
   uint32_t bits = 0;
@@ -59,17 +73,7 @@ int GetNumber(const db_field& field, const char* place, kx_object* obj) {
             << (8 * i);
   }
   const int value = static_cast<int>(bits);
-  switch (field.type) {
-    case kx_typ_enum:
-      return kx::SetEnum(obj, field.name, value);
-    case kx_typ_bool:
-      return value == -1 ? kx::SetText(obj, field.name, nullptr)
-                         : kx::SetBool(obj, field.name, value != 0);
-    case kx_typ_time:
-      return kx::SetTime(obj, field.name, value);
-    default:
-      return kx::SetNumber(obj, field.name, value);
-  }
+  return SetNumber(field, value, obj) == 0 ? 0 : db_fail(kDbData);
 }
 
 int PutField(const db_field& field, kx_object* obj, char* place) {

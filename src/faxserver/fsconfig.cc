@@ -1,19 +1,18 @@
 #include "faxserver/fsconfig.h"
 
-#include <sys/stat.h>
-
 #include <cerrno>
 
 #include "cm/cmpaths.h"
 #include "faxserver/fsbase.h"
 #include "faxserver/fsfile.h"
 #include "faxserver/fsuser.h"
-#include "util/kutdir.h"
+#include "kx/kxtext.h"
+#include "util/kutfile.h"
 
 kx_object* fx_get_config(const char* root, const char* user) {
   if (!fx_is_valid_user(root, user)) return fx_null(kx_err_user);
   const fx_stream stream =
-      fx_open_stream(cm_get_config_file(root, user), fx_links::kRefuse);
+      fx_open_user_stream(root, user, cm_get_config_file(root, user));
   if (stream != nullptr) {
     return fx_read_object(stream.get(), "obj-config").release();
   }
@@ -23,8 +22,15 @@ kx_object* fx_get_config(const char* root, const char* user) {
 
 int fx_set_config(const char* root, const char* user, kx_object* config) {
   if (!fx_is_valid_user(root, user)) return fx_fail(kx_err_data);
-  if (Kut_make_dir(cm_get_opts_dir(root, user)) != 0) {
+  const char* path = cm_get_config_file(root, user);
+  const UniqueFd dir = fx_make_options_dir(root, user);
+  FileReplacer file;
+  if (!dir.valid() || file.Open(Kut_basename(path), 0666, dir.get()) != 0 ||
+      file.KeepAttributes() != 0 || file.stream() == nullptr) {
     return fx_fail(kx_err_system);
   }
-  return Kfx_Save_Obj(config, cm_get_config_file(root, user));
+  if (Kfx_Decomp_Obj(config, kx_write_pair_fp, file.stream(), 0) != 0) {
+    return -1;
+  }
+  return file.Commit() == 0 ? fx_ok() : fx_fail(kx_err_system);
 }

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,6 +14,7 @@
 #include "faxserver/fsbase.h"
 #include "faxserver/fsfile.h"
 #include "faxserver/fsfiles.h"
+#include "faxserver/fsguard.h"
 #include "faxserver/fsmsg.h"
 #include "faxserver/fspopen.h"
 #include "faxserver/fsuser.h"
@@ -149,7 +149,7 @@ bool Start(const Arguments& arguments, const kut_identity* identity, int out,
   what.fds[2] = err;
   what.identity = identity;
   what.exec_status = 1;
-  child->pid = Kut_spawn(&what);
+  child->pid = fx_spawn_guarded(what);
   return child->pid > 0;
 }
 
@@ -168,7 +168,7 @@ kx_object* Run(const Arguments& arguments, const kut_identity* identity,
   writer.reset();
   std::string output;
   if (!ReadOutput(reader.get(), &child, &output)) {
-    kill(child.pid, SIGKILL);
+    fx_kill_guarded(child.pid);
     child.Wait();
     return fx_null(kx_err_data);
   }
@@ -202,7 +202,7 @@ int fx_run_as(const char* user, const char* command) {
   what.identity = run_as;
   const fx_child_guard guard;
   Child child;
-  child.pid = Kut_spawn(&what);
+  child.pid = fx_spawn_guarded(what);
   if (child.pid < 0) return fx_fail(kx_err_system);
   child.Wait();
   fx_ok();

@@ -1,7 +1,8 @@
 // Running a command on the server on a user's behalf.
 //
 // - The command runs as the user, groups, gid and uid, with /dev/null as its
-//   input, and dies with this process. It has no descriptors but three.
+//   input, and dies with this process, as does what it started (fsguard.h). It
+//   has no descriptors but three.
 #ifndef FAXSERVER_FSEXTCMD_H_
 #define FAXSERVER_FSEXTCMD_H_
 

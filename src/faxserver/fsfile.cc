@@ -28,22 +28,16 @@ int ReadPair(void* context, char* name, char* value, int mode) {
 
 UniqueFd fx_open_file(int dirfd, const char* name, fx_links links,
                       struct stat* st) {
-  struct stat own;
-  if (st == nullptr) st = &own;
   const int nofollow = links == fx_links::kRefuse ? O_NOFOLLOW : 0;
-  // Without O_NONBLOCK, opening a fifo would wait for its writer.
-  UniqueFd fd(
-      Kut_open_at(dirfd, name, O_RDONLY | O_NONBLOCK | O_NOCTTY | nofollow));
-  if (!fd.valid() || fstat(fd.get(), st) != 0) return UniqueFd();
-  if (!S_ISREG(st->st_mode)) {
-    errno = EINVAL;
-    return UniqueFd();
-  }
-  return fd;
+  return UniqueFd(Kut_open_regular(dirfd, name, nofollow, st));
 }
 
 fx_stream fx_open_stream(const char* path, fx_links links) {
-  UniqueFd fd = fx_open_file(AT_FDCWD, path, links, nullptr);
+  return fx_open_stream_at(AT_FDCWD, path, links);
+}
+
+fx_stream fx_open_stream_at(int dirfd, const char* name, fx_links links) {
+  UniqueFd fd = fx_open_file(dirfd, name, links, nullptr);
   if (!fd.valid()) return nullptr;
   fx_stream stream(fdopen(fd.get(), "r"));
   if (stream != nullptr) static_cast<void>(fd.release());
@@ -75,6 +69,7 @@ bool fx_read_line(FILE* stream, char* line, size_t size) {
 }
 
 kx::Object fx_read_object(FILE* stream, const char* type) {
+  if (stream == nullptr) return kx::Object(fx_null(kx_err_system));
   ObjectSource source = {stream, {}};
   char name[KX_PAIR_SIZE];
   char found[KX_PAIR_SIZE];
@@ -91,9 +86,7 @@ kx::Object fx_read_object(FILE* stream, const char* type) {
 }
 
 kx::Object fx_load_object(const char* path, const char* type) {
-  const fx_stream stream = fx_open_stream(path, fx_links::kRefuse);
-  if (stream == nullptr) return kx::Object(fx_null(kx_err_system));
-  return fx_read_object(stream.get(), type);
+  return fx_read_object(fx_open_stream(path, fx_links::kRefuse).get(), type);
 }
 
 void fx_give_to_krt(int fd, mode_t mode) {

@@ -32,6 +32,7 @@ using fx_stream = std::unique_ptr<FILE, fx_fclose>;
 
 // A stream on a regular file, or null.
 fx_stream fx_open_stream(const char* path, fx_links links = fx_links::kFollow);
+fx_stream fx_open_stream_at(int dirfd, const char* name, fx_links links);
 
 // Reads a whole regular file of at most `limit` bytes; a larger one fails with
 // EFBIG. A file that grows meanwhile is read up to its size at the beginning.
@@ -45,7 +46,7 @@ bool fx_read_line(FILE* stream, char* line, size_t size);
 
 // Loads an object of the type (null: of any) from a stream or file in the text
 // form, without unpacking what is embedded. Null: 3 when the file cannot be
-// read, otherwise as Kfx_Comp_Obj.
+// opened, which is a null stream; otherwise as Kfx_Comp_Obj.
 kx::Object fx_read_object(FILE* stream, const char* type);
 kx::Object fx_load_object(const char* path, const char* type);
 

@@ -3,11 +3,11 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <iterator>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -20,7 +20,6 @@
 #include "faxserver/fsnames.h"
 #include "util/kutdir.h"
 #include "util/kutfile.h"
-#include "util/kutstr.h"
 #include "util/kutuser.h"
 
 namespace {
@@ -61,11 +60,12 @@ struct Source {
 void ReadNothing(const Target&, const char*, const char*) {}
 
 void ReadText(const Target& to, const char* field, const char* line) {
-  kx::SetText(to.freq, field, line);
+  if (*line != '\0') kx::SetText(to.freq, field, line);
 }
 
 void ReadNumber(const Target& to, const char* field, const char* line) {
-  kx::SetNumber(to.freq, field, Kfx_Str_To_Long(line));
+  // The library converts it; what is no number is 0, also nothing at all.
+  kx::SetText(to.freq, field, *line != '\0' ? line : "0");
 }
 
 void ReadTime(const Target& to, const char* field, const char* line) {
@@ -180,33 +180,30 @@ constexpr LineRule kLines[] = {
 };
 static_assert(std::size(kLines) == 34);
 
-// Takes the next line out of `rest`, as fgets would with a buffer of kLineSize.
-// False at the end.
-bool NextLine(char** rest, const char* end, char* line) {
-  const size_t left = static_cast<size_t>(end - *rest);
-  if (left == 0) return false;
-  const size_t most = std::min(left, kLineSize - 1);
-  const void* newline = memchr(*rest, '\n', most);
-  const size_t length =
-      newline == nullptr
-          ? most
-          : static_cast<size_t>(static_cast<const char*>(newline) - *rest) + 1;
-  memcpy(line, *rest, length);
-  line[length] = '\0';
-  *rest += length;
-  Kut_strip(line);
+bool IsBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+// Takes the next line out of `rest`, as fgets would with a buffer of kLineSize,
+// and strips it. False at the end.
+bool NextLine(std::string_view* rest, char* line) {
+  if (rest->empty()) return false;
+  std::string_view text = rest->substr(0, kLineSize - 1);
+  const size_t newline = text.find('\n');
+  if (newline != text.npos) text = text.substr(0, newline + 1);
+  rest->remove_prefix(text.size());
+  while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
+  while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
+  memcpy(line, text.data(), text.size());
+  line[text.size()] = '\0';
   return true;
 }
 
 // Makes the object out of a file's content; nothing of a short file remains.
-kx::Object ParseFreq(std::string* content, UserNames* names) {
+kx::Object ParseFreq(std::string_view content, UserNames* names) {
   kx::Object freq = kx::Build("obj-freq");
   if (freq == nullptr) return freq;
-  char* rest = content->data();
-  const char* end = rest + content->size();
   char line[kLineSize];
   for (const LineRule& rule : kLines) {
-    if (!NextLine(&rest, end, line)) {
+    if (!NextLine(&content, line)) {
       errno = EBADMSG;
       return kx::Object(fx_null(kx_err_system));
     }
@@ -221,7 +218,7 @@ kx::Object ReadFreqAt(int dirfd, const char* name, UserNames* names) {
   if (!fx_read_file(dirfd, name, fx_links::kFollow, kFileLimit, &content)) {
     return kx::Object(fx_null(kx_err_system));
   }
-  return ParseFreq(&content, names);
+  return ParseFreq(content, names);
 }
 
 std::string FormatFreq(const char* root, kx_object* freq) {

@@ -109,7 +109,7 @@ kx::Object MakeRoute(const char* root, const char* user, const char* other) {
 kx_object* fx_get_srv_list(const char* root, const char* user, int since) {
   if (!fx_is_valid_user(root, user)) return fx_null(kx_err_user);
   const fx_stream stream =
-      fx_open_stream(cm_get_servmsg_file(root, user), fx_links::kRefuse);
+      fx_open_user_stream(root, user, cm_get_servmsg_file(root, user));
   struct stat st;
   if (stream == nullptr || fstat(fileno(stream.get()), &st) != 0) {
     return fx_null(errno == ENOENT ? kx_err_none : kx_err_system);

@@ -73,7 +73,7 @@ kx_object* fx_get_monlist(const char* root, const char* user) {
   kx::SetText(monitor.get(), "clientid", user);
   Monitors monitors;
   const fx_stream stream =
-      fx_open_stream(cm_get_monitors_file(root, user), fx_links::kRefuse);
+      fx_open_user_stream(root, user, cm_get_monitors_file(root, user));
   char line[kLineSize];
   while (stream != nullptr && fx_read_line(stream.get(), line, sizeof line)) {
     ReadLine(line, &monitors);
@@ -94,10 +94,11 @@ int fx_set_monlist(const char* root, kx_object* monitor) {
       !Format(kx::Child(monitor, "names"), type == kx_mon_incall, &content)) {
     return fx_fail(kx_err_data);
   }
+  const char* path = cm_get_monitors_file(root, user);
+  const UniqueFd dir = fx_make_options_dir(root, user);
   FileReplacer file;
   const bool done =
-      Kut_make_dir(cm_get_opts_dir(root, user)) == 0 &&
-      file.Open(cm_get_monitors_file(root, user), 0666) == 0 &&
+      dir.valid() && file.Open(Kut_basename(path), 0666, dir.get()) == 0 &&
       file.KeepAttributes() == 0 &&
       Kut_write_full(file.fd(), content.data(), content.size()) == 0 &&
       file.Commit() == 0;

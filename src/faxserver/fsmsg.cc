@@ -6,6 +6,7 @@
 #include "cm/cmpaths.h"
 #include "faxserver/fsbase.h"
 #include "faxserver/fsfile.h"
+#include "faxserver/fsuser.h"
 #include "util/kutstr.h"
 
 namespace {
@@ -55,5 +56,7 @@ kx_object* fx_tmsg_load(const char* path) {
 kx_object* fx_msg_retrieve(const char* root, const char* user,
                            const char* name) {
   const cm_path path = cm_join_plain(cm_get_msgs_dir(root, user), name);
-  return fx_tmsg_load(path.text);
+  const fx_stream stream = fx_open_user_stream(root, user, path.text);
+  if (stream == nullptr) return fx_null(kx_err_system);
+  return fx_tmsg_read(stream.get());
 }

@@ -73,8 +73,8 @@ fx_olog_record Decode(fx_bytes bytes) {
 // False when the log cannot be read.
 bool CollectBackwards(int fd, size_t records, int32_t seqno, size_t max,
                       std::vector<fx_olog_record>* found) {
-  const auto block =
-      std::make_unique<unsigned char[]>(kBlockRecords * kFxOlogRecordSize);
+  const auto block = std::make_unique_for_overwrite<unsigned char[]>(
+      kBlockRecords * kFxOlogRecordSize);
   while (records > 0 && found->size() < max) {
     const size_t count = std::min(records, kBlockRecords);
     records -= count;

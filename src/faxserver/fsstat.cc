@@ -33,7 +33,8 @@ void KeepLocalTags(kx_object* status) {
 kx::Object ReadStatus(const char* root, const char* clientid, long seqno) {
   const cm_path path = cm_join_path(cm_get_evnt_dir(root, clientid),
                                     std::to_string(seqno).c_str());
-  kx::Object status = fx_load_object(path.text, "obj-status");
+  const fx_stream stream = fx_open_user_stream(root, clientid, path.text);
+  kx::Object status = fx_read_object(stream.get(), "obj-status");
   if (status == nullptr) return status;
   KeepLocalTags(status.get());
   kx_errno = kx_err_none;
@@ -50,10 +51,11 @@ void Reset(kx_object* status) {
   }
 }
 
-// Whether the request of that number is still there.
-bool HasRequest(const char* root, const char* name) {
+// Whether an entry is the status of a request that is no longer there. Any
+// other name is none: it may be one that is being written.
+bool IsStale(const char* root, const char* name) {
   const long seqno = fx_plain_number(name);
-  return seqno >= 0 && Kut_is_reg_file(fx_freq_file(root, seqno, 0)) != 0;
+  return seqno >= 0 && Kut_is_reg_file(fx_freq_file(root, seqno, 0)) == 0;
 }
 
 }  // namespace
@@ -90,7 +92,7 @@ int fx_clean_events(const char* root, const char* user) {
   }
   std::vector<std::string> stale;
   while (const char* name = dir.Next()) {
-    if (!HasRequest(root, name)) stale.emplace_back(name);
+    if (IsStale(root, name)) stale.emplace_back(name);
   }
   for (const std::string& name : stale) unlinkat(dir.fd(), name.c_str(), 0);
   return fx_ok();

@@ -17,9 +17,8 @@ kx_object* fx_read_status(const char* root, const char* clientid, long seqno);
 // fx_read_status and fx_read_olog_list, 1 without memory.
 kx_object* fx_status_list(const char* root, const char* clientid, long seqno);
 
-// Deletes the user's statuses of requests whose request file is gone. Entries
-// whose names are no sequence numbers count as such; directories stay. Always
-// 0, kx_errno 0.
+// Deletes the user's statuses of requests whose request file is gone. What has
+// no sequence number for its name stays. Always 0, kx_errno 0.
 int fx_clean_events(const char* root, const char* user);
 
 #endif  // FAXSERVER_FSSTAT_H_

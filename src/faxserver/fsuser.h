@@ -4,7 +4,23 @@
 
 #include <sys/types.h>
 
+#include "faxserver/fsfile.h"
 #include "util/kutproc.h"
+
+// A user may own the queue directory and everything in it. So what lies below
+// is reached through descriptors, one component of the path after the other,
+// none of which may be a link: not the file, and not the directory that it is
+// in. `path` is what a cm_get_* function made of the same root and user. On
+// failure errno tells why.
+
+// Opens a directory below the queue directory, or that itself: to reach files
+// in it, not to read its entries.
+UniqueFd fx_open_user_dir(const char* root, const char* user, const char* path);
+// The user's options directory, made when missing.
+UniqueFd fx_make_options_dir(const char* root, const char* user);
+// A stream on a regular file below it, or null.
+fx_stream fx_open_user_stream(const char* root, const char* user,
+                              const char* path);
 
 // Whether the name is a plain one and has a queue directory. kx_errno is left
 // alone.

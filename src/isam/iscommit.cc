@@ -64,9 +64,9 @@ isam_code Grow(Change& change) {
   Table& table = change.table;
   const Layout& layout = table.layout;
   Root& root = change.root;
-  isam_code code =
-      GrowFile(table, table.dat.get(), kSlotsOffset, layout.slot_size(),
-               root.slots_used, layout.data_extension, &root.slots_capacity);
+  isam_code code = GrowFile(table, table.dat.get(), layout.slot_offset(1),
+                            layout.slot_size(), root.slots_used,
+                            layout.data_extension, &root.slots_capacity);
   if (code != kIsamOk) return code;
   return GrowFile(table, table.idx.get(), layout.page_offset(1), kPageSize,
                   root.pages_used, layout.index_extension,
@@ -92,7 +92,7 @@ Entry BuildEntry(Change& change, uint64_t commit) {
 
 isam_code WriteRing(Table& table, const void* bytes, size_t size,
                     uint32_t offset) {
-  return WriteAt(table.idx.get(), bytes, size,
+  return WriteAt(table.dat.get(), bytes, size,
                  kRingOffset + static_cast<off_t>(offset));
 }
 
@@ -102,20 +102,23 @@ isam_code VoidEntry(Table& table, uint32_t offset) {
   return WriteRing(table, kNothing, kSector, offset);
 }
 
-// Chooses the place of the next entry. A new lap overwrites the entries of the
-// last one: their pages are flushed by the commits that followed, except those
-// of the last commit, which stays in the ring; their slots are flushed here.
+// Chooses the place of the next entry. When it is the first of its half of the
+// ring the index file is flushed: then all entries of the half that it begins
+// to overwrite, which lie a lap back, are on disk in place. (The slots of each
+// are flushed by the commit that follows it.)
 isam_code Place(Table& table, uint32_t size, State* state) {
+  const uint32_t ring = table.layout.ring_size;
+  const uint32_t last = table.state.entry_offset;
   const uint32_t end =
-      (table.state.entry_offset + table.state.entry_length + kSector - 1) /
-      kSector * kSector;
-  state->entry_offset = end;
-  if (end + size <= table.layout.ring_size) return kIsamOk;
-  if (isam_code code = SyncOrDistrust(table, table.dat.get())) return code;
-  state->base = table.state.commit;
-  state->entry_offset = 0;
+      (last + table.state.entry_length + kSector - 1) / kSector * kSector;
+  const bool wraps = end + size > ring;
+  state->entry_offset = wraps ? 0 : end;
+  if ((state->entry_offset < ring / 2) == (last < ring / 2) && !wraps)
+    return kIsamOk;
+  if (isam_code code = SyncOrDistrust(table, table.idx.get())) return code;
+  state->half_first = state->commit;
   // A dead process may have left an entry of the same number at the end.
-  return end < table.layout.ring_size ? VoidEntry(table, end) : kIsamOk;
+  return wraps && end < ring ? VoidEntry(table, end) : kIsamOk;
 }
 
 isam_code WriteInPlace(Table& table, ImageKind kind, uint32_t number,
@@ -236,7 +239,7 @@ isam_code Repair(Table& table) {
   memcpy(state.boot_id, g_sys.boot_id(), sizeof state.boot_id);
   state.entry_offset = overlay.entry_offset();
   state.entry_length = overlay.entry_length();
-  state.base = overlay.commit() + 1;
+  state.half_first = overlay.commit() + 1;
   Lock lock;
   if (isam_code code = lock.TakeApply(table.idx.get())) return code;
   if (isam_code code = WriteState(table, state)) return code;
@@ -268,19 +271,21 @@ isam_code Commit(Change& change) {
   Entry entry = BuildEntry(change, ++state.commit);
   if (isam_code code = Place(table, entry.sealed_size(), &state)) return code;
   state.entry_length = entry.size();
-  entry.Seal(state.base);
+  // The slots of the last commit may not be on disk yet.
+  const uint64_t last = std::max<uint64_t>(table.state.commit, 1);
+  entry.Seal(std::min(state.half_first, last));
   isam_code code =
       WriteRing(table, entry.bytes().data(), entry.size(), state.entry_offset);
   bool flushed = true;
   if (code == kIsamOk) {
-    code = SyncFile(table.idx.get());
+    code = SyncFile(table.dat.get());
     flushed = code == kIsamOk;
   }
   if (code == kIsamOk) code = Apply(change, state);
   if (code == kIsamOk) return code;
   // Taken back before anybody is told to look in the ring.
   if (VoidEntry(table, state.entry_offset) == kIsamOk && flushed)
-    flushed = SyncFile(table.idx.get()) == kIsamOk;
+    flushed = SyncFile(table.dat.get()) == kIsamOk;
   if (!flushed) Distrust(table);
   return code;
 }

@@ -17,22 +17,15 @@ constexpr mode_t kFileMode = 0660;
 // What a file that may stand in the way of a creation is.
 enum class Found { kNothing, kUnfinished, kTable, kForeign };
 
-isam_code Look(int fd, FileKind kind, Found* found) {
-  uint8_t magic[8];
-  const ssize_t got = g_sys.read(fd, magic, sizeof magic, 0);
+isam_code Look(int fd, FileKind kind, Found* found, Layout* layout) {
+  uint8_t header[kHeaderSize] = {};
+  const ssize_t got = g_sys.read(fd, header, sizeof header, 0);
   if (got < 0) return kIsamIo;
-  Layout layout;
-  std::vector<uint8_t> header(kHeaderSize);
-  if (got == 0 || (got == 8 && Get64(magic) == 0)) {
+  const isam_code code = DecodeHeader(header, kind, layout);
+  if (code == kIsamNoFile)
     *found = Found::kUnfinished;
-    return kIsamOk;
-  }
-  const ssize_t all = g_sys.read(fd, header.data(), header.size(), 0);
-  if (all < 0) return kIsamIo;
-  header.resize(kHeaderSize);
-  *found = DecodeHeader(header.data(), kind, &layout) == kIsamBadVersion
-               ? Found::kForeign
-               : Found::kTable;
+  else
+    *found = code == kIsamBadVersion ? Found::kForeign : Found::kTable;
   return kIsamOk;
 }
 
@@ -51,7 +44,9 @@ isam_code ClearIndex(const std::string& path, bool data_is_new) {
   UniqueFd fd(g_sys.open(path.c_str(), O_RDWR, 0));
   if (!fd.valid()) return errno == ENOENT ? kIsamOk : CodeFromErrno();
   Found found;
-  if (isam_code code = Look(fd.get(), FileKind::kIndex, &found)) return code;
+  Layout layout;
+  if (isam_code code = Look(fd.get(), FileKind::kIndex, &found, &layout))
+    return code;
   if (found == Found::kForeign) return kIsamIndexExists;
   // A deletion takes the data file first, so an index without it is garbage.
   if (found == Found::kTable && !data_is_new) return kIsamDataExists;
@@ -70,24 +65,27 @@ isam_code OpenData(NewTable& table, const std::string& path) {
 // Whether the data file is new or what a dead creator left of one.
 isam_code CheckData(const NewTable& table, bool* is_new) {
   Found found;
-  if (isam_code code = Look(table.dat.get(), FileKind::kData, &found))
+  Layout layout = {};
+  if (isam_code code = Look(table.dat.get(), FileKind::kData, &found, &layout))
     return code;
   *is_new = found == Found::kUnfinished;
   if (*is_new) return kIsamOk;
   struct stat st;
   if (g_sys.stat(table.dat.get(), &st) != 0) return kIsamIo;
   // With records it is a table, even if its index file is lost.
-  return found == Found::kTable && st.st_size <= kSlotsOffset ? kIsamOk
-                                                              : kIsamDataExists;
+  return found == Found::kTable && st.st_size <= layout.slot_offset(1)
+             ? kIsamOk
+             : kIsamDataExists;
 }
 
 isam_code WriteData(const NewTable& table) {
   const int fd = table.dat.get();
   if (g_sys.truncate(fd, 0) != 0) return CodeFromErrno();
-  std::vector<uint8_t> bytes(kSlotsOffset);
+  std::vector<uint8_t> bytes(kRingOffset);
   EncodeHeader(table.layout, FileKind::kData, bytes.data());
   EncodeFields(nullptr, 0, table.layout.salt, bytes.data() + kFieldsOffset);
-  return WriteAt(fd, bytes.data(), bytes.size(), 0);
+  if (isam_code code = WriteAt(fd, bytes.data(), bytes.size(), 0)) return code;
+  return WriteZeros(fd, kRingOffset, table.layout.slot_offset(1));
 }
 
 isam_code OpenIndex(NewTable& table, const std::string& path) {
@@ -107,19 +105,18 @@ NewTable::~NewTable() {
 }
 
 isam_code WriteEmptyIndex(int fd, const Layout& layout) {
-  std::vector<uint8_t> bytes(static_cast<size_t>(kRingOffset));
+  std::vector<uint8_t> bytes(kPagesOffset);
   EncodeHeader(layout, FileKind::kIndex, bytes.data());
   memset(bytes.data(), 0, 8);
   State state = {};
   state.phase = Phase::kApplied;
-  state.base = 1;
+  state.half_first = 1;
   memcpy(state.boot_id, g_sys.boot_id(), sizeof state.boot_id);
   EncodeState(state, layout.salt, bytes.data() + kStateOffset);
   Root root = {};
   root.next_serial = 1;
   EncodeRoot(root, layout.salt, bytes.data() + kRootOffset);
-  if (isam_code code = WriteAt(fd, bytes.data(), bytes.size(), 0)) return code;
-  return WriteZeros(fd, kRingOffset, layout.page_offset(1));
+  return WriteAt(fd, bytes.data(), bytes.size(), 0);
 }
 
 isam_code SyncFolder(const std::string& path) {

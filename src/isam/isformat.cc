@@ -38,10 +38,10 @@ uint32_t LongestEntry(const Layout& layout) {
   return size;
 }
 
-// With room for three of the longest entries there is always a place for the
-// next that leaves the last one alone, wherever that stands.
+// Four of the longest entries: the next one then never overwrites the last one,
+// nor the one before it where that is still needed (see Place in iscommit.cc).
 uint32_t RingSize(const Layout& layout) {
-  const uint32_t need = 3 * (LongestEntry(layout) + kSector);
+  const uint32_t need = 4 * (LongestEntry(layout) + kSector);
   return std::max(kMinRing, (need + 4095) / 4096 * 4096);
 }
 
@@ -196,7 +196,7 @@ void EncodeState(const State& state, uint64_t salt, uint8_t* out) {
   memcpy(out + 32, state.boot_id, sizeof state.boot_id);
   Put32(out + 48, state.entry_offset);
   Put32(out + 52, state.entry_length);
-  Put64(out + 56, state.base);
+  Put64(out + 56, state.half_first);
   Put64(out, Checksum(out + 8, kStateSize - 8, salt));
 }
 
@@ -208,7 +208,7 @@ bool DecodeState(const uint8_t* in, uint64_t salt, State* state) {
   memcpy(state->boot_id, in + 32, sizeof state->boot_id);
   state->entry_offset = Get32(in + 48);
   state->entry_length = Get32(in + 52);
-  state->base = Get64(in + 56);
+  state->half_first = Get64(in + 56);
   return state->phase >= Phase::kApplied && state->phase <= Phase::kRebuilding;
 }
 

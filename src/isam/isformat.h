@@ -6,12 +6,13 @@
 // Index file                        Data file
 //      0  header            2048        0  header            2048
 //   2048  state block        512     2048  field definitions 6144
-//   2560  root page          512     8192  slot 1, slot 2, ...
-//   4096  redo ring    ring_size
-//      .  page 1, page 2, ...
+//   2560  root page          512     8192  redo ring    ring_size
+//   4096  page 1, page 2, ...           .  slot 1, slot 2, ...
 //
 // The header, state block and root page are neighbours so that one read opens a
-// table. Header and field definitions never change once a table exists.
+// table. The ring is in the data file because each commit flushes the file that
+// has it: a commit changes one slot but many pages, which can wait. Header and
+// field definitions never change once a table exists.
 //
 // Header
 //    0  8 magic            "KRTISAMX" in the index file, "KRTISAMD" in the data
@@ -32,7 +33,8 @@
 //   16  8 commit number           24  8 change counter
 //   32 16 boot id of the kernel under which it was written; zeros: not trusted
 //   48  4 ring offset of that commit's entry         52 4 its length
-//   56  8 base: the commits before it are on disk, in place, in both files
+//   56  8 number of the first commit whose entry is in the same half of the
+//   ring
 //
 // Root page (192 bytes)
 //    0  8 checksum of 8 to 191     8  8 commit number    16 8 records
@@ -62,7 +64,9 @@
 //
 // Ring entry, at a multiple of 512
 //    0  8 magic "KRTREDO1"        8  8 checksum of 16 to the end
-//   16  8 salt   24 8 commit number   32 8 base   40 4 length   44 4 images
+//   16  8 salt   24 8 commit number
+//   32  8 base: the commits before it are on disk, in place, in both files
+//   40  4 length 44 4 images
 //   48    images: 4 kind, 4 number, 4 length, then the bytes as they are to
 //   stand
 //         in place
@@ -87,10 +91,10 @@ constexpr uint32_t kStateSize = 64;
 constexpr off_t kRootOffset = 2560;
 constexpr uint32_t kRootSize = 192;
 constexpr uint32_t kOpenSize = 2560 + kRootSize;  // what an open reads
-constexpr off_t kRingOffset = 4096;
+constexpr off_t kPagesOffset = 4096;
 constexpr off_t kFieldsOffset = 2048;
 constexpr uint32_t kFieldsSize = 6144;
-constexpr off_t kSlotsOffset = 8192;
+constexpr off_t kRingOffset = 8192;
 
 constexpr uint32_t kPageHeader = 32;
 constexpr uint32_t kSlotHeader = 12;
@@ -126,12 +130,12 @@ struct Layout {
   Index index[kIsamMaxIndexes];
 
   uint32_t slot_size() const { return kSlotHeader + record_length; }
-  off_t page_offset(uint32_t page) const {
-    return kRingOffset + static_cast<off_t>(ring_size) +
-           static_cast<off_t>(page - 1) * kPageSize;
+  static off_t page_offset(uint32_t page) {
+    return kPagesOffset + static_cast<off_t>(page - 1) * kPageSize;
   }
   off_t slot_offset(uint32_t slot) const {
-    return kSlotsOffset + static_cast<off_t>(slot - 1) * slot_size();
+    return kRingOffset + static_cast<off_t>(ring_size) +
+           static_cast<off_t>(slot - 1) * slot_size();
   }
 };
 
@@ -144,7 +148,7 @@ struct State {
   uint8_t boot_id[16];
   uint32_t entry_offset;
   uint32_t entry_length;
-  uint64_t base;
+  uint64_t half_first;
 };
 
 struct Tree {

@@ -79,21 +79,34 @@ class Rebuilder {
     return kIsamOk;
   }
 
-  // If the ring can still be read, the slots are brought up to date first.
+  // The slots in place may be older than the ring; then they are brought up to
+  // date first, if the ring can still be read.
   isam_code FinishLastCommit() {
-    std::unique_ptr<Table> table;
-    if (!idx_good_ || OpenTable(name_, true, &table) != kIsamOk) return kIsamOk;
+    uint8_t bytes[kStateSize];
     State state;
-    if (ReadAt(idx_.get(), table->state_bytes, kStateSize, kStateOffset) ==
-            kIsamOk &&
-        DecodeState(table->state_bytes, layout_.salt, &state)) {
+    if (ReadAt(idx_.get(), bytes, kStateSize, kStateOffset) == kIsamOk &&
+        DecodeState(bytes, layout_.salt, &state)) {
       commit_ = state.commit;
       changes_ = state.changes;
     }
-    if (Refresh(*table, true) != kIsamOk) return kIsamOk;
-    commit_ = table->root.commit;
-    next_serial_ = table->root.next_serial;
-    return Repair(*table);
+    std::unique_ptr<Overlay> ring;
+    if (Overlay::Load(dat_.get(), layout_, 0, false, &ring) != kIsamOk ||
+        ring->commit() == 0)
+      return kIsamOk;
+    commit_ = std::max(commit_, ring->commit());
+    Root root;
+    const Image* image = ring->Find(ImageKind::kRoot, 0);
+    if (image == nullptr || !DecodeRoot(image->bytes, layout_, &root))
+      return kIsamOk;
+    next_serial_ = root.next_serial;
+    for (const auto& [key, slot] : ring->images()) {
+      if (key.first != ImageKind::kSlot || key.second > root.slots_used)
+        continue;
+      if (isam_code code = WriteAt(dat_.get(), slot.bytes, slot.length,
+                                   layout_.slot_offset(key.second)))
+        return code;
+    }
+    return kIsamOk;
   }
 
   isam_code WriteState(Phase phase) {
@@ -101,7 +114,7 @@ class Rebuilder {
     state.phase = phase;
     state.commit = commit_ + 1;
     state.changes = ++changes_;
-    state.base = state.commit;
+    state.half_first = state.commit;
     state.entry_length = entry_length_;
     memcpy(state.boot_id, g_sys.boot_id(), sizeof state.boot_id);
     uint8_t bytes[kStateSize];
@@ -139,7 +152,7 @@ class Rebuilder {
   isam_code ReadSlots() {
     struct stat st;
     if (g_sys.stat(dat_.get(), &st) != 0) return kIsamIo;
-    const off_t bytes = std::max<off_t>(st.st_size - kSlotsOffset, 0);
+    const off_t bytes = std::max<off_t>(st.st_size - layout_.slot_offset(1), 0);
     root_.slots_capacity = static_cast<uint32_t>(
         std::min<off_t>(bytes / layout_.slot_size(), kSlotUsed - 1));
     for (uint32_t n = 1; n <= root_.slots_capacity; ++n) {
@@ -297,13 +310,12 @@ class Rebuilder {
     entry.Seal(root_.commit);
     isam_code code = WriteAt(idx_.get(), bytes, kRootSize, kRootOffset);
     if (code == kIsamOk)
-      code = WriteZeros(idx_.get(), kRingOffset, layout_.page_offset(1));
+      code = WriteZeros(dat_.get(), kRingOffset, layout_.slot_offset(1));
     if (code == kIsamOk)
       code =
-          WriteAt(idx_.get(), entry.bytes().data(), entry.size(), kRingOffset);
+          WriteAt(dat_.get(), entry.bytes().data(), entry.size(), kRingOffset);
     return code;
   }
-
   const std::string& name_;
   Reporter& out_;
   UniqueFd dat_, idx_;

@@ -125,7 +125,7 @@ isam_code Overlay::Load(int fd, const Layout& layout, uint64_t last,
                    overlay->images_.try_emplace({kind, number}, image);
                  });
   }
-  // What lies before the base is on disk; what lies after it is needed here.
+  // With a gap among the entries that are needed the files cannot be repaired.
   if (!found.empty() && next >= found.rbegin()->second.base)
     return kIsamDamaged;
   *out = std::move(overlay);

@@ -3,7 +3,10 @@
 //
 // - Entry n+1 follows entry n at the next multiple of kSector, or stands at 0
 //   when it does not fit there. It never overwrites entry n.
-// - An entry is overwritten only when all that it holds is on disk in place.
+// - Each says from which entry on they are needed to repair the files; those
+//   before it are on disk in place. An entry is overwritten only when the last
+//   one says so: while the overwriting one is half written, the last one is all
+//   there is to go by.
 #ifndef ISAM_ISRING_H_
 #define ISAM_ISRING_H_
 

@@ -36,7 +36,12 @@ isam_code OpenFile(const std::string& path, bool writable, UniqueFd* fd) {
 isam_code MissingIndex(const Table& table) {
   struct stat st;
   if (g_sys.stat(table.dat.get(), &st) != 0) return kIsamIo;
-  const bool has_records = st.st_size > kSlotsOffset;
+  uint8_t bytes[kHeaderSize];
+  Layout layout;
+  const bool has_records =
+      ReadAt(table.dat.get(), bytes, kHeaderSize, 0) == kIsamOk &&
+      DecodeHeader(bytes, FileKind::kData, &layout) == kIsamOk &&
+      st.st_size > layout.slot_offset(1);
   return st.st_nlink > 0 && has_records ? kIsamDamaged : kIsamNoFile;
 }
 
@@ -46,7 +51,7 @@ isam_code RefreshFromRing(Table& table, bool state_valid) {
   const bool same_boot =
       state_valid && memcmp(table.state.boot_id, g_sys.boot_id(),
                             sizeof table.state.boot_id) == 0;
-  isam_code code = Overlay::Load(table.idx.get(), table.layout,
+  isam_code code = Overlay::Load(table.dat.get(), table.layout,
                                  state_valid ? table.state.commit : 0,
                                  same_boot, &table.overlay);
   if (code != kIsamOk) return code;
@@ -154,7 +159,7 @@ isam_code NeedOverlay(Table& table) {
   if (table.overlay) return kIsamOk;
   // In the middle of somebody's commit a page looks bad too, and that passes.
   if (!StillCurrent(table)) return kIsamDamaged;
-  return Overlay::Load(table.idx.get(), table.layout, table.state.commit, true,
+  return Overlay::Load(table.dat.get(), table.layout, table.state.commit, true,
                        &table.overlay);
 }
 

@@ -8,12 +8,16 @@
  * - Ownership: an object owns the objects and lists stored in it. Kfx_Free_Obj
  *   frees all of it. A text that a function returns belongs to the library or
  *   to the object: copy it before the next call of the same function.
- * - Failure: a null reference or -1, with the reason in Kfx_Errno(). Every
- *   function sets the error number, to 0 on success.
+ * - Failure: a null reference or -1, with the reason in Kfx_Errno(). What acts
+ *   on objects sets the error number, to 0 on success; the conversions and most
+ *   of the list functions leave it alone.
  * - Numbers are 32-bit and signed; -1 means "not set" and cannot be stored.
  *   Numbers in a text that do not fit are brought to the nearest that does.
  * - Not for several threads at once: error number and text buffers are those
- *   of the process. Nothing here is safe in a signal handler. */
+ *   of the process. Nothing here is safe in a signal handler.
+ * - Limits: freeing, copying and writing go one call deeper for each object
+ *   that is nested in another. Composing allows 64 levels; objects that a
+ *   program nests itself are not counted. */
 #ifndef KX_KFX_H_
 #define KX_KFX_H_
 

@@ -1,7 +1,5 @@
 // Embedded files: 45 bytes a line, in the uuencode alphabet.
 #include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -51,19 +49,6 @@ bool PutContents(kx_writer writer, void* context, int fd) {
     }
     if (got < kChunk) return PutLine(writer, context, chunk, 0);
   }
-}
-
-// Opens a file that is to be embedded. No link is followed and nothing but a
-// regular file is opened: the name may come from a folder that others write to.
-int OpenRegular(const char* path) {
-  UniqueFd fd(Kut_open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
-  struct stat st;
-  if (!fd.valid() || fstat(fd.get(), &st) != 0) return -1;
-  if (!S_ISREG(st.st_mode)) {
-    errno = EINVAL;
-    return -1;
-  }
-  return fd.release();
 }
 
 bool Next(kx_reader reader, void* context, char* name, char* value,
@@ -140,7 +125,8 @@ int kx_outbuf(const char* line, FILE* file) {
 }
 
 int kx_encode(kx_writer writer, void* context, const char* path) {
-  const UniqueFd fd(OpenRegular(path));
+  // The name may come from a folder that others write to: no link is followed.
+  const UniqueFd fd(Kut_open_regular(AT_FDCWD, path, O_NOFOLLOW));
   if (!fd.valid()) {
     kx_errno = kx_err_system;
     return -1;

@@ -20,17 +20,11 @@ int Fail(int error) {
   return -1;
 }
 
-// Opens an object file for reading. A link is not followed and only a regular
-// file is taken: many of these files lie where users can write, and a fifo
-// would hold the reader for ever.
+// Opens an object file for reading. A link is not followed: many of these files
+// lie where users can write.
 FILE* OpenObjectFile(const char* path) {
-  UniqueFd fd(Kut_open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
-  struct stat st;
-  if (!fd.valid() || fstat(fd.get(), &st) != 0) return nullptr;
-  if (!S_ISREG(st.st_mode)) {
-    errno = EINVAL;
-    return nullptr;
-  }
+  UniqueFd fd(Kut_open_regular(AT_FDCWD, path, O_NOFOLLOW));
+  if (!fd.valid()) return nullptr;
   FILE* file = fdopen(fd.get(), "r");
   if (file != nullptr) static_cast<void>(fd.release());
   return file;

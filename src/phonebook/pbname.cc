@@ -9,13 +9,17 @@ namespace {
 
 constexpr std::string_view kSpace = " \t\n\v\f\r";
 
+void SkipSpace(std::string_view* text) {
+  const size_t next = text->find_first_not_of(kSpace);
+  text->remove_prefix(next == text->npos ? text->size() : next);
+}
+
 // Takes the first word off `text`, which begins with one or is empty, and the
 // white space after it.
 std::string_view TakeWord(std::string_view* text) {
   const std::string_view word = text->substr(0, text->find_first_of(kSpace));
   text->remove_prefix(word.size());
-  const size_t next = text->find_first_not_of(kSpace);
-  text->remove_prefix(next == text->npos ? text->size() : next);
+  SkipSpace(text);
   return word;
 }
 
@@ -25,13 +29,13 @@ bool AppendWord(std::string_view word, char (&name)[kFirstName.length]) {
   const size_t blank = length > 0 ? 1 : 0;
   if (length + blank + word.size() >= sizeof name) return false;
   if (blank > 0) name[length] = ' ';
-  memcpy(name + length + blank, word.data(), word.size());
+  word.copy(name + length + blank, word.size());
   return true;
 }
 
 bool SplitName(std::string_view text, char (&first)[kFirstName.length],
                char (&last)[kLastName.length]) {
-  TakeWord(&text);  // white space in front ends an empty word
+  SkipSpace(&text);
   std::string_view word = TakeWord(&text);
   if (!text.empty()) {
     if (!AppendWord(word, first)) return false;

@@ -33,7 +33,7 @@ bool Append(std::string_view text, int part, Number* number) {
   if (length + text.size() >= static_cast<size_t>(kParts[part].length)) {
     return false;
   }
-  memcpy(place + length, text.data(), text.size());
+  text.copy(place + length, text.size());
   return true;
 }
 

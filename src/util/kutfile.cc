@@ -95,11 +95,9 @@ int Kut_rename_file(const char* from, const char* to) {
 int Kut_link_file(const char* from, const char* to) { return link(from, to); }
 
 int Kut_copy_file(const char* from, const char* to) {
-  // Without O_NONBLOCK a fifo would hold the caller until it has a writer.
-  const UniqueFd source(Kut_open(from, O_RDONLY | O_NONBLOCK));
   struct stat st;
-  if (!source.valid() || fstat(source.get(), &st) != 0) return -1;
-  if (!S_ISREG(st.st_mode)) return Fail(EINVAL);
+  const UniqueFd source(Kut_open_regular(AT_FDCWD, from, 0, &st));
+  if (!source.valid()) return -1;
   FileReplacer copy;
   if (copy.Open(to, st.st_mode & 0777) != 0) return -1;
   if (Kut_copy_bytes(source.get(), copy.fd()) != 0) return -1;

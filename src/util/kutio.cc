@@ -56,6 +56,20 @@ int Kut_open(const char* path, int flags, mode_t mode) {
   return Kut_open_at(AT_FDCWD, path, flags, mode);
 }
 
+int Kut_open_regular(int dirfd, const char* path, int flags, struct stat* st) {
+  // Without O_NONBLOCK the open of a fifo would wait for its writer.
+  UniqueFd fd(
+      Kut_open_at(dirfd, path, O_RDONLY | O_NONBLOCK | O_NOCTTY | flags));
+  struct stat own;
+  if (st == nullptr) st = &own;
+  if (!fd.valid() || fstat(fd.get(), st) != 0) return -1;
+  if (!S_ISREG(st->st_mode)) {
+    errno = S_ISDIR(st->st_mode) ? EISDIR : EINVAL;
+    return -1;
+  }
+  return fd.release();
+}
+
 ssize_t Kut_read_full(int fd, void* buf, size_t size) {
   return MoveAll(size, [=](size_t done, size_t left) {
     return read(fd, static_cast<char*>(buf) + done, left);

@@ -7,6 +7,7 @@
 #ifndef UTIL_KUTIO_H_
 #define UTIL_KUTIO_H_
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <cstddef>
@@ -41,6 +42,13 @@ class UniqueFd {
 // own). A descriptor, or -1 with errno.
 int Kut_open_at(int dirfd, const char* path, int flags, mode_t mode = 0);
 int Kut_open(const char* path, int flags, mode_t mode = 0);
+// Opens a regular file for reading, with `flags` (O_NOFOLLOW or 0) added;
+// nothing else is opened, so that a fifo or a device where others can write
+// neither holds nor feeds the reader. Fills `st` (null: no matter). The
+// descriptor, or -1 with errno: EISDIR for a directory, EINVAL for any other
+// kind of file, otherwise what open(2) said.
+int Kut_open_regular(int dirfd, const char* path, int flags,
+                     struct stat* st = nullptr);
 
 // Reads up to `size` bytes, fewer only at the end of the file. The bytes read,
 // or -1 with errno.

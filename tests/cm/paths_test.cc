@@ -16,41 +16,23 @@ struct PathCase {
 
 #define CASE(name, path) \
   { #name, cm_get_##name, "/r/" path }
+// The spellings that one would not guess.
 const PathCase kRootPaths[] = {
     CASE(class_dir, "Classes"),
     CASE(covers_dir, "Covers"),
     CASE(format_dir, "Formatters"),
-    CASE(groups_dir, "groups"),
-    CASE(tnp_dir, "tnp"),
-    CASE(expired_dir, "expired"),
     CASE(grequests_dir, "Grequests"),
-    CASE(infax_dir, "in"),
-    CASE(logs_dir, "logs"),
-    CASE(requests_dir, "requests"),
-    CASE(temp_dir, "temp"),
-    CASE(faxq_dir, "faxq"),
     CASE(default_file, "Default"),
     CASE(fifo_file, "FIFO"),
     CASE(gfifo_file, "GFIFO"),
     CASE(gseqno_file, "GSEQF"),
     CASE(iseqno_file, "ISEQF"),
-    CASE(oseqno_file, "OSEQF"),
     CASE(priority_file, "Priorities"),
     CASE(retry_file, "retrys"),
-    CASE(dstat_file, "dstat"),
-    CASE(qstat_file, "qstat"),
-    CASE(gstat_file, "gstat"),
     CASE(ilog_file, "logs/LOG"),
     CASE(olog_file, "logs/OLOG"),
-    CASE(krtnet_dir, "krtnet"),
     CASE(netspool_dir, "krtnet/netspool"),
-    CASE(filspool_dir, "krtnet/filspool"),
-    CASE(sessions_dir, "krtnet/sessions"),
-    CASE(netreq_dir, "krtnet/requests"),
-    CASE(queued_dir, "krtnet/queued"),
     CASE(cvrlist_file, "krtnet/covers.lst"),
-    CASE(prtlist_file, "krtnet/prtdests.lst"),
-    CASE(kseqno_file, "krtnet/kseqno"),
 };
 #undef CASE
 
@@ -64,12 +46,7 @@ struct UserPathCase {
   { #name, cm_get_##name, "/r/faxq/bob" path }
 const UserPathCase kUserPaths[] = {
     CASE(user_dir, ""),
-    CASE(opts_dir, "/options"),
-    CASE(msgs_dir, "/msgs"),
     CASE(evnt_dir, "/events"),
-    CASE(monitors_file, "/options/monitors"),
-    CASE(userinfo_file, "/options/userinfo"),
-    CASE(config_file, "/options/config"),
     CASE(servmsg_file, "/msgs/msg.srv"),
 };
 #undef CASE

@@ -65,6 +65,16 @@ class FifoReader {
   UniqueFd fd_;
 };
 
+// Polls until a condition holds; false when it does not within 20 seconds.
+template <typename Condition>
+bool Eventually(Condition condition) {
+  for (int i = 0; i < 4000; ++i) {
+    if (condition()) return true;
+    usleep(5000);
+  }
+  return false;
+}
+
 // A process that has ended and been waited for.
 inline pid_t DeadPid() {
   const pid_t pid = fork();

@@ -285,7 +285,11 @@ int Faults::calls() const { return g_calls; }
 int Faults::writes() const { return g_writes; }
 void Faults::FillDisk(bool full) { g_disk_full = full; }
 
-void RestartMachine() { ++g_boot_id[0]; }
+void RestartMachine() {
+  static uint32_t starts = 1;
+  ++starts;
+  memcpy(g_boot_id, &starts, sizeof starts);
+}
 
 // --- Power loss -------------------------------------------------------------
 

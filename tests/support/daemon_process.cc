@@ -13,10 +13,12 @@ namespace {
 
 int g_started = 0;  // daemons, each with a log of its own
 
-// Forks and runs a program with its output in two files.
-pid_t Start(const std::string& program, const std::vector<std::string>& args,
-            const std::string& kfaxdir, const std::string& out,
-            const std::string& err) {
+}  // namespace
+
+pid_t StartProgram(const std::string& program,
+                   const std::vector<std::string>& args,
+                   const std::string& kfaxdir, const std::string& out,
+                   const std::string& err) {
   std::vector<char*> argv = {const_cast<char*>(program.c_str())};
   for (const auto& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
   argv.push_back(nullptr);
@@ -30,8 +32,6 @@ pid_t Start(const std::string& program, const std::vector<std::string>& args,
   _exit(127);
 }
 
-}  // namespace
-
 Exit RunProgram(const std::string& program,
                 const std::vector<std::string>& args,
                 const std::string& kfaxdir) {
@@ -39,7 +39,7 @@ Exit RunProgram(const std::string& program,
       (std::filesystem::temp_directory_path() / "krtrun.XXXXXX").string();
   if (mkdtemp(folder.data()) == nullptr) throw std::runtime_error("mkdtemp");
   const pid_t pid =
-      Start(program, args, kfaxdir, folder + "/out", folder + "/err");
+      StartProgram(program, args, kfaxdir, folder + "/out", folder + "/err");
   Exit result;
   int status = 0;
   if (waitpid(pid, &status, 0) == pid && WIFEXITED(status)) {
@@ -56,7 +56,7 @@ DaemonProcess::DaemonProcess(const std::string& program, const SampleRoot& root,
     : log_(root.path() / ("log-" + std::to_string(g_started++))) {
   std::vector<std::string> all = {"-Z", "F"};
   all.insert(all.end(), args.begin(), args.end());
-  pid_ = Start(program, all, root.path(), root.path() / "out", log_);
+  pid_ = StartProgram(program, all, root.path(), root.path() / "out", log_);
   // It is in the register before it looks at its directory.
   const auto registered = root.path() / "krtnet/krtnet.lck";
   const std::string entry = std::to_string(pid_) + ":";

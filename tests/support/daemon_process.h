@@ -17,6 +17,13 @@ struct Exit {
   std::string err;
 };
 
+// Starts a program with its output in two files and, unless it is empty, with
+// this KFAXDIR. The caller waits for it.
+pid_t StartProgram(const std::string& program,
+                   const std::vector<std::string>& args,
+                   const std::string& kfaxdir, const std::string& out,
+                   const std::string& err);
+
 // Runs the program to its end and collects what it wrote.
 Exit RunProgram(const std::string& program,
                 const std::vector<std::string>& args,

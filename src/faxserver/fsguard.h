@@ -1,0 +1,25 @@
+// Running a program that must not outlive this process, nor anything that it
+// started.
+//
+// - Between this process and the program stands a guard, a fork of this process
+//   that does nothing but wait: for the program's end, which it passes on, or
+//   for its own parent's end, on which it kills the program's whole process
+//   group. SIGKILL at the parent's death alone would reach only the program,
+//   and not the children of a script.
+// - Limits: a program that makes a session of its own escapes.
+#ifndef FAXSERVER_FSGUARD_H_
+#define FAXSERVER_FSGUARD_H_
+
+#include "util/kutproc.h"
+
+// Starts a program as Kut_spawn does, in a session of its own. The guard's pid,
+// which the caller waits for, or -1 with errno. The guard exits with the
+// program's exit status, or with 128 and the number of the signal that ended
+// it.
+pid_t fx_spawn_guarded(const kut_spawn& what);
+
+// Ends the program, its process group and the guard, which is still to be
+// waited for.
+void fx_kill_guarded(pid_t guard);
+
+#endif  // FAXSERVER_FSGUARD_H_

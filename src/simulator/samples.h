@@ -1,0 +1,34 @@
+// What a sample root holds.
+#ifndef SIMULATOR_SAMPLES_H_
+#define SIMULATOR_SAMPLES_H_
+
+#include <sys/types.h>
+
+#include <span>
+#include <string>
+
+namespace sim {
+
+struct SampleFolder {
+  const char* path;  // below the root, or below a user's folder
+  mode_t mode;
+};
+
+struct SampleFile {
+  const char* path;
+  mode_t mode;
+  const char* content;  // "@USER@" stands for the user's name
+};
+
+std::span<const SampleFolder> SampleFolders();
+std::span<const SampleFile> SampleFiles();
+std::span<const SampleFolder> SampleUserFolders();
+std::span<const SampleFile> SampleUserFiles();
+
+// The status files of two devices, fax0 and fax1, and the class "any" of both.
+std::string SampleQstat();
+std::string SampleDstat();
+
+}  // namespace sim
+
+#endif  // SIMULATOR_SAMPLES_H_

@@ -1,0 +1,271 @@
+// Images and messages: fetched, stored, deleted, printed.
+#include "handler_test.h"
+
+namespace {
+
+std::string Info(const std::string& name, const std::string& user = "jsmith") {
+  return Argument("obj-faxinfo",
+                  "filename=" + name + "\nclientid=" + user + "\n");
+}
+
+std::string Message(const std::string& name) {
+  return Argument("obj-resource", name.empty() ? "" : "rname=" + name + "\n");
+}
+
+struct Images : HandlerTest {
+  Images() {
+    root_.Put("faxq/jsmith/a.fax", "image");
+    root_.Put("faxq/jsmith/msgs/hello.msg", "one\n\n two \n");
+    for (const char* dir : {"faxq/jsmith/", "faxq/jsmith/msgs/"}) {
+      symlink("/etc/passwd", (root_ / dir + "link").c_str());
+      mkfifo((root_ / dir + "fifo").c_str(), 0666);
+    }
+  }
+  std::string Upload(const std::string& path, const std::string& name) const {
+    return Argument(
+        "obj-reqsto",
+        Field("finfoptr", "obj-faxinfo", "filename=" + name + "\n") +
+            Field("filobjptr", "obj-file", "pathname=" + path + "\n"));
+  }
+  EventReaders events_{root_};
+};
+
+// What a planted name must never reach, for each command that takes one.
+TEST_F(Images, OnlyPlainNamesOfRegularFilesAreImagesOrMessages) {
+  for (const char* name : {"../x", "a/b", ".", "..", "", "a\tb", "missing",
+                           "link", "fifo", "../bob/msgs", "events"}) {
+    const std::string file = name;
+    const bool exists = file == "events";
+    const std::string gone = "No such file or directory";
+    ExpectFailure(13, "File " + file + " does not exist", "cmd-imgret",
+                  Info(file));
+    ExpectFailure(5, "Cannot delete file " + file + ": " + gone, "cmd-imgdel",
+                  Info(file));
+    if (file.size() > 15 || file.empty() || exists) continue;
+    ExpectFailure(13, "Cannot delete file " + file + ": " + gone, "cmd-msgdel",
+                  Message(file));
+    EXPECT_TRUE(
+        Run("cmd-msgret", Message(file))
+            .starts_with("result=13\nerrmsg=Cannot create msg object: "));
+  }
+  for (const char* user : {"carol", "..", "", "../faxq/jsmith"}) {
+    ExpectFailure(13, "File a.fax does not exist", "cmd-imgret",
+                  Info("a.fax", user));
+    ExpectFailure(5, "Cannot delete file a.fax: No such file or directory",
+                  "cmd-imgdel", Info("a.fax", user));
+  }
+  EXPECT_TRUE(root_.Has("faxq/jsmith/link") && root_.Has("faxq/jsmith/fifo"));
+  EXPECT_EQ(events_.Take(), "");
+}
+
+TEST_F(Images, AreFetchedByPathAndDeleted) {
+  EXPECT_EQ(
+      Run("cmd-imgret", Info("a.fax")),
+      kDone + Argument("obj-file", "pathname=" + root_ / "faxq/jsmith/a.fax" +
+                                       "\nfiletype=fax\n"));
+  EXPECT_EQ(Run("cmd-imgdel", Info("a.fax")), kDone);
+  EXPECT_FALSE(root_.Has("faxq/jsmith/a.fax"));
+  EXPECT_EQ(events_.Take(), "2 jsmith\n");
+  EXPECT_EQ(Run("cmd-image"),
+            "result=13\nerrmsg=Image cmd not yet implemented\n");
+  EXPECT_EQ(returned_, 0);
+}
+
+TEST_F(Images, MessagesAreReadLineByLineAndDeleted) {
+  EXPECT_EQ(Run("cmd-msgret", Message("hello.msg")),
+            kDone + Argument("obj-msg", ListField("lines", "obj-text",
+                                                  {"text=one\n", "text= \n",
+                                                   "text=two\n"})));
+  EXPECT_EQ(Run("cmd-msgdel", Message("hello.msg")), kDone);
+  EXPECT_FALSE(root_.Has("faxq/jsmith/msgs/hello.msg"));
+  EXPECT_EQ(events_.Take(), "8 jsmith\n");
+}
+
+TEST_F(Images, WrongArgumentsHaveTheirTexts) {
+  const struct {
+    int number;
+    const char* text;
+    const char* type;
+  } kCases[] = {
+      {11, "Invalid image retrieve command", "cmd-imgret"},
+      {11, "Invalid image store command", "cmd-imgstore"},
+      {11, "Invalid image delete command", "cmd-imgdel"},
+      {11, "Invalid image print command", "cmd-imgprint"},
+      {11, "Invalid msg delete command", "cmd-msgret"},
+      {11, "Invalid msg delete command", "cmd-msgdel"},
+  };
+  for (const auto& c : kCases) {
+    ExpectFailure(c.number, c.text, c.type, "");
+    ExpectFailure(c.number, c.text, c.type, Argument("obj-route"));
+  }
+  ExpectFailure(11, "Invalid image print command", "cmd-imgprint",
+                Argument("obj-reqprt"));
+  ExpectFailure(11, "Invalid image print command", "cmd-imgprint",
+                Argument("obj-reqprt", Field("finfoptr", "obj-route")));
+  ExpectFailure(19, "No filename specified", "cmd-msgret", Message(""));
+  ExpectFailure(19, "No filename specified", "cmd-msgdel", Message(""));
+}
+
+// ---- Store ----
+
+TEST_F(Images, UploadsReplaceAnImageInOneStep) {
+  WriteFile(spool_ + "/up.1", "new image");
+  EXPECT_EQ(Run("cmd-imgstore", Upload(spool_ + "/up.1", "a.fax")), kDone);
+  EXPECT_EQ(ReadFile(root_ / "faxq/jsmith/a.fax"), "new image");
+  EXPECT_FALSE(std::filesystem::exists(spool_ + "/up.1"));
+  EXPECT_EQ(events_.Take(), "2 jsmith\n");
+  // A planted link is replaced, not followed.
+  WriteFile(spool_ + "/up.2", "other image");
+  EXPECT_EQ(Run("cmd-imgstore", Upload(spool_ + "/up.2", "link")), kDone);
+  EXPECT_FALSE(std::filesystem::is_symlink(root_ / "faxq/jsmith/link"));
+}
+
+TEST_F(Images, UploadsFromElsewhereStayWhereTheyAre) {
+  root_.MakeDir("outside");
+  root_.MakeDir("krtnet/filspool/sub");
+  const std::string gone = ": No such file or directory";
+  const std::string denied = ": Permission denied";
+  WriteFile(spool_ + "/up", "new");
+  root_.Put("outside/secret", "secret");
+  root_.Put("krtnet/filspool/sub/deep", "deep");
+  symlink((root_ / "outside/secret").c_str(), (spool_ + "/link").c_str());
+  mkfifo((spool_ + "/fifo").c_str(), 0666);
+  symlink(spool_.c_str(), (root_ / "outside/spool").c_str());
+  const struct {
+    std::string path, name, why;
+  } kCases[] = {
+      {root_ / "outside/secret", "a.fax", denied},
+      {spool_ + "/../../outside/secret", "a.fax", denied},
+      {spool_ + "/sub/deep", "a.fax", denied},
+      {spool_ + "/link", "a.fax", ": Too many levels of symbolic links"},
+      {spool_ + "/fifo", "a.fax", ": Invalid argument"},
+      {spool_ + "/sub", "a.fax", ": Is a directory"},
+      {spool_ + "/missing", "a.fax", gone},
+      {"up", "a.fax", gone},
+      {"", "a.fax", gone},
+      {spool_ + "/up", "../bob/a.fax", gone},
+      {spool_ + "/up", "..", gone},
+      {spool_ + "/up", "", gone},
+      {spool_ + "/up", "msgs", ": Is a directory"},
+  };
+  for (const auto& c : kCases) {
+    ExpectFailure(13, "Cannot move file " + c.path + c.why, "cmd-imgstore",
+                  Upload(c.path, c.name));
+  }
+  ExpectFailure(13, "Cannot move file " + gone, "cmd-imgstore",
+                Argument("obj-reqsto"));
+  EXPECT_EQ(ReadFile(root_ / "faxq/jsmith/a.fax"), "image");
+  EXPECT_EQ(ReadFile(root_ / "outside/secret"), "secret");
+  EXPECT_EQ(events_.Take(), "");
+  // The directory counts, not how it is spelled.
+  EXPECT_EQ(Run("cmd-imgstore", Upload(root_ / "outside/spool/up", "b.fax")),
+            kDone);
+}
+
+TEST_F(Images, ClientsStoreTheirOwnFilesFromAnywhere) {
+  if (getuid() != 0) GTEST_SKIP() << "needs several users; runs as root only";
+  root_.MakeUser("daemon");
+  root_.Put("own", "mine");
+  ASSERT_EQ(chown((root_ / "own").c_str(), 1, 1), 0);
+  EXPECT_EQ(
+      Run("cmd-imgstore", Upload(root_ / "own", "a.fax"), "clientid=daemon\n"),
+      kDone);
+  EXPECT_EQ(ReadFile(root_ / "faxq/daemon/a.fax"), "mine");
+}
+
+// ---- Print ----
+
+// "krtprint" is a script of the test's; users that the system does not know
+// print as the fax system's user, so that the client here is this process's.
+struct Printing : Images {
+  Printing() {
+    const passwd* self = getpwuid(getuid());
+    user_ = self != nullptr ? self->pw_name : "";
+    root_.MakeUser(user_);
+    root_.MakeDir("bin");
+    const char* path = getenv("PATH");
+    path_ = path != nullptr ? path : "";
+    setenv("PATH", (root_ / "bin:" + path_).c_str(), 1);
+  }
+  ~Printing() override { setenv("PATH", path_.c_str(), 1); }
+  std::string Print(const std::string& name, const std::string& script) {
+    root_.PutProgram("bin/krtprint", script);
+    return Run("cmd-imgprint",
+               Argument("obj-reqprt",
+                        Field("finfoptr", "obj-faxinfo",
+                              "clientid=jsmith\nfilename=" + name + "\n")),
+               "clientid=" + user_ + "\n");
+  }
+  std::string MessagesPath(const std::string& name) const {
+    return root_ / "faxq/" + user_ + "/msgs/" + name;
+  }
+  std::string user_, path_;
+};
+
+TEST_F(Printing, PassesThePathAsOneWord) {
+  for (const char* name : {"a.fax", "it's $(touch x) \"; *"}) {
+    EXPECT_EQ(Print(name, "echo warning >&2\nprintf %s \"$#$1\" > " +
+                              root_ / "printed"),
+              kDone)
+        << name;
+    EXPECT_EQ(ReadFile(root_ / "printed"),
+              "1" + root_ / "faxq/jsmith/" + name + "/");
+  }
+  EXPECT_TRUE(std::filesystem::is_empty(MessagesPath("")));
+}
+
+TEST_F(Printing, FailureIsAMessageToTheUser) {
+  const struct {
+    const char* script;
+    const char* message;
+  } kCases[] = {
+      {"printf ' no paper \\nmore\\n' >&2\nexit 3", "no paper"},
+      {"exit 1", "fxprint cmd failed"},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.script);
+    EXPECT_EQ(Print("a.fax", c.script),
+              std::string("result=13\nerrmsg=") + c.message + "\n");
+    EXPECT_EQ(returned_, -1);
+    struct stat st;
+    ASSERT_EQ(stat(MessagesPath("0001-002.msg").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0666u);
+    EXPECT_FALSE(std::filesystem::exists(MessagesPath("0001-002.tmp")));
+  }
+  const std::string longest(300, 'x');
+  EXPECT_EQ(Print("a.fax", "echo " + longest + " >&2; exit 1"),
+            "result=13\nerrmsg=" + longest.substr(0, 255) + "\n");
+}
+
+TEST_F(Printing, WhatCannotBePrintedIsNotTried) {
+  const std::string failed = "result=13\nerrmsg=fxprint cmd failed\n";
+  const std::string leaves_a_trace = "touch " + root_ / "printed";
+  for (const char* name : {"../jsmith/a.fax", "..", "", "link", "fifo"}) {
+    EXPECT_EQ(Print(name, leaves_a_trace), failed) << name;
+  }
+  // An error file that cannot be made, or is somebody else's file.
+  std::filesystem::create_directory(MessagesPath("0001-002.tmp"));
+  EXPECT_EQ(Print("a.fax", leaves_a_trace), failed);
+  std::filesystem::remove(MessagesPath("0001-002.tmp"));
+  std::filesystem::remove_all(MessagesPath(""));
+  EXPECT_EQ(Print("a.fax", leaves_a_trace), failed);
+  symlink((root_ / "bin").c_str(), (root_ / "faxq/" + user_ + "/msgs").c_str());
+  EXPECT_EQ(Print("a.fax", leaves_a_trace), failed);
+  EXPECT_FALSE(root_.Has("printed"));
+}
+
+TEST_F(Printing, AnErrorFileReplacedByALinkIsLeftAlone) {
+  root_.Put("victim", "line");
+  chmod((root_ / "victim").c_str(), 0600);
+  for (const char* link : {"ln -s ", "ln "}) {
+    EXPECT_EQ(Print("a.fax", "rm -f " + MessagesPath("0001-002.tmp") + "; " +
+                                 link + root_ / "victim " +
+                                 MessagesPath("0001-002.tmp") + "; exit 1"),
+              "result=13\nerrmsg=fxprint cmd failed\n");
+    struct stat st;
+    ASSERT_EQ(stat((root_ / "victim").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0600u);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,338 @@
+// Every command with the real daemon: command files in, response files compared
+// whole; who the daemon runs others' programs as, and what becomes of them.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <fstream>
+#include <optional>
+
+#include "faxserver/fax_root.h"
+#include "faxserver/fsshm.h"
+#include "handler_test.h"
+#include "support/account.h"
+#include "support/daemon_process.h"
+#include "support/own_ipc.h"
+
+namespace {
+
+using support::Command;
+using support::DaemonProcess;
+using support::Eventually;
+using support::SampleRoot;
+
+// Each mode answers alike: workers, and inline.
+class Served : public ::testing::TestWithParam<const char*> {
+ protected:
+  Served() {
+    root_.AddUser("jsmith");
+    root_.AddUser("bob");
+  }
+  void Start() {
+    daemon_.emplace(KRTCMD_PATH, root_,
+                    std::vector<std::string>{"-N", GetParam(), "-w", "60"});
+  }
+  std::string Path(const std::string& name) const {
+    return root_.path() / name;
+  }
+  void Put(const std::string& name, const std::string& content) const {
+    support::WriteFile(Path(name), content);
+  }
+  void PutProgram(const std::string& name, const std::string& script) const {
+    Put(name, "#!/bin/sh\n" + script + "\n");
+    chmod(Path(name).c_str(), 0755);
+  }
+  // Drops a command and gives what its response holds beside the envelope: what
+  // the handler set, and "respond" where it is not false.
+  std::string Ask(const std::string& type, const std::string& argument,
+                  const std::string& client = "jsmith") {
+    const int reference = ++reference_;
+    char name[16];
+    snprintf(name, sizeof name, "0001-%03d", reference);
+    root_.Drop(name, Command(type, 1, reference,
+                             "clientid=" + client + "\n" + argument));
+    const std::string head = "objbeg=obj-cmdrsp\nclientid=" + client +
+                             "\nhostname=hostA\nsessionid=1\nreference=" +
+                             std::to_string(reference) + "\ncmdtype=" + type +
+                             "\niscmd=false\n";
+    const std::string tail = "objend=obj-cmdrsp\n";
+    const std::string response = root_.Response(name);
+    if (!response.starts_with(head) || !response.ends_with(tail)) {
+      return "odd envelope: " + response;
+    }
+    const std::string body = response.substr(
+        head.size(), response.size() - head.size() - tail.size());
+    const std::string usual = "respond=false\n";
+    return body.starts_with(usual) ? body.substr(usual.size()) : body;
+  }
+  static std::string External(const std::string& line,
+                              const std::string& more = "") {
+    return Argument("obj-extcmd", "cmdstr=" + line + "\n" + more);
+  }
+  static std::string Text(const std::vector<std::string>& lines) {
+    std::vector<std::string> elements;
+    for (const auto& line : lines) elements.push_back("text=" + line + "\n");
+    return Argument("obj-msg", ListField("lines", "obj-text", elements));
+  }
+
+  const SampleRoot root_;
+  std::optional<DaemonProcess> daemon_;
+  int reference_ = 0;
+};
+INSTANTIATE_TEST_SUITE_P(Modes, Served, ::testing::Values("0", "1"));
+
+TEST_P(Served, EveryCommandHasItsAnswer) {
+  const OwnIpc ipc;
+  SKIP_WITHOUT(ipc);
+  ASSERT_EQ(fx_creat_stat_shm("", 1), 0);
+  const FifoReader scheduler(Path("FIFO"));
+  const FifoReader spool(Path("krtnet/filspool/kfifo"));
+  std::string request = "7\n" + std::to_string(getuid()) + "\n";
+  for (int i = 2; i < 34; ++i) request += "\n";
+  Put("requests/r-7", request);
+  const std::string status = "clientid=jsmith\nseqno=7\nattempt=0\n";
+  Put("faxq/jsmith/events/7", Object("obj-status", status));
+  Put("faxq/jsmith/a.fax", "Cat");
+  Put("faxq/jsmith/msgs/m", "hello\n");
+  Put("krtnet/filspool/up", "uploaded");
+  PutProgram("Covers/std.cvr", "echo to:R");
+  Start();
+
+  const std::string reqid = "seqno=7\nreqtype=req-regular\n";
+  const std::string info = "filename=a.fax\nclientid=jsmith\n";
+  const std::string route = "fromid=jsmith\ntoid=bob\nfilename=a.fax\n";
+  const std::string monitor =
+      "clientid=jsmith\nmontype=mon-excall\n" +
+      ListField("names", "obj-resource", {"rname=carol\n"});
+  const std::string request_object =
+      std::string("clientid=") + getpwuid(getuid())->pw_name +
+      "\nseqno=7\nactive=act-ready\nsubmittime=now\nsendtime=now\n"
+      "exptime=now\natttime=now\nprilevel=0\nattempt=0\nmaxtrys=0\n"
+      "retrymins=0\nsendres=?\nnotify=not-fail\ngseqno=0\nmemno=0\nrresult=0\n";
+  const std::string ok = "result=0\n";
+  const struct {
+    std::string type, argument, answer;
+  } kCases[] = {
+      // Who wants no answer from the other side has this daemon's.
+      {"cmd-sendfax", "respond=false\n", "respond=true\n" + ok},
+      {"cmd-try", Argument("obj-reqid", reqid), ok},
+      {"cmd-cancel", Argument("obj-reqid", reqid), ok},
+      {"cmd-status", Argument("obj-reqid", reqid),
+       ok + Argument("obj-status", status)},
+      {"cmd-statatt", Argument("obj-reqid", reqid),
+       ok + ListField("objptr", "obj-status", {status})},
+      {"cmd-state", "",
+       ok + Argument("obj-state",
+                     "schedup=true\n" +
+                         ListField("freqlist", "obj-freq", {request_object}))},
+      {"cmd-copyfax", Argument("obj-route", route), ok},
+      {"cmd-imgret", Argument("obj-faxinfo", info),
+       ok + Argument("obj-file",
+                     "pathname=*\nfilebeg=a.fax\nfiledata=#0V%T\n"
+                     "filedata= \nfileend=a.fax\nfiletype=fax\n")},
+      {"cmd-fwdfax", Argument("obj-route", route), ok},
+      {"cmd-imgstore",
+       Argument("obj-reqsto",
+                Field("finfoptr", "obj-faxinfo", info) +
+                    Field("filobjptr", "obj-file",
+                          "pathname=" + Path("krtnet/filspool/up") + "\n")),
+       ok},
+      {"cmd-imgdel", Argument("obj-faxinfo", info), ok},
+      {"cmd-image", "", "result=13\nerrmsg=Image cmd not yet implemented\n"},
+      {"cmd-reslist", Argument("obj-reqlst", "listtype=lst-covers\n"),
+       ok + Argument("obj-reqlst", "listtype=lst-covers\n" +
+                                       ListField("listptr", "obj-resource",
+                                                 {"rname=std\n"}))},
+      {"cmd-cvrtags", Argument("obj-resource", "rname=std\n"),
+       ok + Argument("obj-reqlst",
+                     "listtype=lst-cvrtags\nlistid=std\n" +
+                         ListField("listptr", "obj-cvrtag",
+                                   {"tagname=to\ntagtype=tag-req\n"}))},
+      {"cmd-cvrmatch", ListField("objptr", "obj-cvrtag", {"tagname=to\n"}),
+       ok + ListField("objptr", "obj-resource", {"rname=std\n"})},
+      {"cmd-filetype", Argument("obj-file", "pathname=x.ps\n"),
+       ok + Argument("obj-resource", "rname=ps\n")},
+      {"cmd-msglist", Argument("obj-reqlst", "listtype=lst-routes\n"),
+       ok + Argument("obj-reqlst",
+                     "listtype=lst-routes\n" +
+                         ListField("listptr", "obj-route",
+                                   {"fromid=jsmith\ntoid=bob\n"}))},
+      {"cmd-msgret", Argument("obj-resource", "rname=m\n"),
+       ok + Text({"hello"})},
+      {"cmd-msgdel", Argument("obj-resource", "rname=m\n"), ok},
+      {"cmd-setcfg", Argument("obj-config", "queue=q\n"), ok},
+      {"cmd-getcfg", "", ok + Argument("obj-config", "queue=q\n")},
+      {"cmd-setmon", Argument("obj-monitor", monitor), ok},
+      {"cmd-getmon", "", ok + Argument("obj-monitor", monitor)},
+      {"cmd-faxcln", "", ok},
+      {"cmd-noop", "", ok},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.type + "\n" + c.argument);
+    EXPECT_EQ(Ask(c.type, c.argument), c.answer);
+  }
+  EXPECT_EQ(scheduler.Take().size(), 2u * 68);
+  EXPECT_EQ(spool.Take().size(), 80u);
+  EXPECT_EQ(support::ReadFile(Path("faxq/bob/a.fax")), "Cat");
+  EXPECT_EQ(daemon_->Stop(), 0);
+}
+
+TEST_P(Served, SubmitThatWantsAnAnswerGetsItFromTheOtherSide) {
+  const FifoReader spool(Path("krtnet/filspool/kfifo"));
+  Start();
+  root_.Drop("a", Command("cmd-sendfax", 1, 1, "respond=true\n"));
+  EXPECT_TRUE(Eventually([&] { return spool.Take().size() == 80; }));
+  // Its failure is this daemon's to tell.
+  std::filesystem::remove(Path("krtnet/filspool/kfifo"));
+  root_.Drop("b", Command("cmd-sendfax", 1, 2, "respond=true\n"));
+  const std::string failed = root_.Response("0001-002");
+  EXPECT_NE(failed.find("result=13\nerrmsg=Cannot open cmd fifo: No such file "
+                        "or directory\n"),
+            std::string::npos)
+      << failed;
+  EXPECT_FALSE(std::filesystem::exists(Path("krtnet/filspool/0001-001.rsp")));
+}
+
+// What a program printed, or a user's file says, is not what the daemon reads.
+TEST_P(Served, FilesNamedInHandedOnObjectsAreNotEmbedded) {
+  const passwd* self = getpwuid(getuid());
+  ASSERT_NE(self, nullptr);
+  Put("secret", "secret");
+  const std::string file = "pathname=" + Path("secret") + "\n";
+  const std::string status =
+      "seqno=7\n" + ListField("ltags", "obj-file", {file});
+  Put("object", Object("obj-file", file));
+  Put("faxq/jsmith/events/7", Object("obj-status", status));
+  Start();
+  EXPECT_EQ(
+      Ask("cmd-extcmd", External("cat " + Path("object"), "retobj=true\n"),
+          self->pw_name),
+      kDone + Argument("obj-file", file));
+  const std::string answer =
+      Ask("cmd-status", Argument("obj-reqid", "seqno=7\n"));
+  EXPECT_TRUE(answer.starts_with(kDone)) << answer;
+  EXPECT_EQ(answer.find("filedata"), std::string::npos) << answer;
+  // Nor what came with the command itself.
+  EXPECT_EQ(Ask("cmd-pbcmd",
+                Argument("obj-pbcom", "pbcmd=pbc-close\n" +
+                                          Field("objptr", "obj-file", file)))
+                .find("filedata"),
+            std::string::npos);
+}
+
+// ---- Identity ----
+
+TEST_P(Served, ProgramsRunAsTheUserAndTheDaemonStaysItself) {
+  const Account account;
+  SKIP_WITHOUT_ACCOUNT(account);
+  root_.AddUser(account.name());
+  for (const char* dir : {"", "/msgs", "/events", "/options"}) {
+    const std::string path = Path("faxq/" + account.name() + dir);
+    ASSERT_EQ(chown(path.c_str(), account.uid(), account.gid()), 0);
+  }
+  Put("faxq/jsmith/a.fax", "image");
+  Put("secret", "secret");
+  chmod(Path("secret").c_str(), 0600);
+  std::filesystem::create_directory(Path("bin"));
+  PutProgram("bin/krtprint", "id -u >&2; exit 1");
+  PutProgram("bin/who", "id -u; id -ru; id -g; id -G\nls /proc/$$/fd");
+  const std::string path = getenv("PATH");
+  setenv("PATH", (Path("bin") + ":" + path).c_str(), 1);
+  Start();
+  setenv("PATH", path.c_str(), 1);
+
+  const std::string uid = std::to_string(account.uid());
+  std::string groups = account.Groups();
+  groups.pop_back();
+  // Descriptor 10 is the shell's own, its script.
+  EXPECT_EQ(Ask("cmd-extcmd", External("who"), account.name()),
+            kDone + Text({uid, uid, std::to_string(account.gid()), groups, "0",
+                          "1", "10", "2"}));
+  EXPECT_EQ(
+      Ask("cmd-extcmd", External("cat " + Path("secret")), account.name()),
+      "result=13\nerrmsg=Extern cms failed: Command failed\n" +
+          Text({"cat: " + Path("secret") + ": Permission denied"}));
+  EXPECT_EQ(
+      Ask("cmd-imgprint",
+          Argument("obj-reqprt", Field("finfoptr", "obj-faxinfo",
+                                       "filename=a.fax\nclientid=jsmith\n")),
+          account.name()),
+      "result=13\nerrmsg=" + uid + "\n");
+  struct stat st;
+  char message[64];
+  snprintf(message, sizeof message, "/msgs/0001-%03d.msg", reference_);
+  ASSERT_EQ(stat(Path("faxq/" + account.name() + message).c_str(), &st), 0);
+  EXPECT_EQ(st.st_uid, account.uid());
+  EXPECT_EQ(st.st_mode & 0777, 0666u);
+  // What only the daemon may write is still written.
+  EXPECT_EQ(Ask("cmd-setcfg", Argument("obj-config")), kDone);
+}
+
+// ---- Orphans ----
+
+pid_t ReadPid(const std::string& path) {
+  pid_t pid = 0;
+  std::ifstream(path) >> pid;
+  return pid;
+}
+
+// Gone, or dead and waiting for somebody to notice.
+bool HasEnded(pid_t pid) {
+  std::string name, state;
+  std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+  return !(stat >> pid >> name >> state) || state == "Z";
+}
+
+pid_t ParentOf(pid_t pid) {
+  std::string name, state;
+  pid_t parent = 0;
+  std::ifstream("/proc/" + std::to_string(pid) + "/stat") >> pid >> name >>
+      state >> parent;
+  return parent;
+}
+
+class Orphans : public Served {
+ protected:
+  // Starts a command that runs for ever, and a child of it; waits for both.
+  void StartForEver() {
+    PutProgram("forever", "sleep 1000 & echo $! > " + Path("child.new") +
+                              "\necho $$ > " + Path("pid.new") + "\nmv " +
+                              Path("child.new") + " " + Path("child") +
+                              "\nmv " + Path("pid.new") + " " + Path("pid") +
+                              "\nwait");
+    Start();
+    const passwd* self = getpwuid(getuid());
+    root_.Drop("a", Command("cmd-extcmd", 1, 1,
+                            std::string("clientid=") + self->pw_name + "\n" +
+                                External(Path("forever"))));
+    ASSERT_TRUE(Eventually([&] { return ReadPid(Path("pid")) > 0; }));
+    command_ = ReadPid(Path("pid"));
+    child_ = ReadPid(Path("child"));
+    ASSERT_FALSE(HasEnded(command_));
+  }
+  pid_t command_ = 0;
+  pid_t child_ = 0;
+};
+INSTANTIATE_TEST_SUITE_P(Workers, Orphans, ::testing::Values("0"));
+
+TEST_P(Orphans, ACommandDiesWithItsWorker) {
+  ASSERT_NO_FATAL_FAILURE(StartForEver());
+  pid_t worker = command_;
+  while (ParentOf(worker) > 1 && ParentOf(worker) != daemon_->pid()) {
+    worker = ParentOf(worker);
+  }
+  ASSERT_NE(worker, command_);
+  kill(worker, SIGKILL);
+  EXPECT_TRUE(Eventually([&] { return HasEnded(command_); }));
+  EXPECT_TRUE(Eventually([&] { return HasEnded(child_); }));
+  EXPECT_EQ(Ask("cmd-noop", ""), kDone);
+}
+
+TEST_P(Orphans, NothingOfACommandOutlivesTheDaemon) {
+  ASSERT_NO_FATAL_FAILURE(StartForEver());
+  EXPECT_EQ(daemon_->Stop(), 0);
+  EXPECT_TRUE(
+      Eventually([&] { return HasEnded(command_) && HasEnded(child_); }));
+}
+
+}  // namespace

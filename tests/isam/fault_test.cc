@@ -1,0 +1,255 @@
+// What is left after a process died, the power failed, a call failed or a file
+// was damaged, at every place where that can happen.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+
+#include "isam/harness.h"
+#include "isam/isbytes.h"
+#include "isam/ispage.h"
+
+namespace {
+
+// Instead of a number of records: as many as it takes until the next change
+// makes the files grow, or begins a new lap of the ring.
+constexpr uint32_t kUntilGrowth = 1000, kUntilWrap = 1001;
+
+// A table as it stands before, and the work during which something happens.
+struct Scenario {
+  const char* name;
+  uint32_t
+      records;  // of the table before; the ring then has had as many commits
+  std::vector<Op> before;
+  Op op;
+  bool restarted = false;  // the machine was started anew before it
+  bool torn = false;       // a process died while it wrote in place before it
+};
+
+void PrintTo(const Scenario& scenario, std::ostream* out) {
+  *out << scenario.name;
+}
+
+Op Add(uint32_t n) { return {Op::kAdd, 0, Sample(n)}; }
+Op Delete(uint32_t serial) { return {Op::kDelete, serial, {}}; }
+Op Rewrite(uint32_t serial, uint32_t n) {
+  return {Op::kRewrite, serial, Sample(n)};
+}
+
+const Scenario kScenarios[] = {
+    {"FirstAdd", 0, {}, Add(1)},
+    {"AddThatSplits", 72, {}, Add(500)},
+    {"AddIntoFreeSlotAndPage", 30, {Delete(3), Delete(4)}, Add(700)},
+    {"Rewrite", 40, {}, Rewrite(11, 900)},
+    {"Delete", 40, {}, Delete(20)},
+    {"DeleteTheLast", 1, {}, Delete(1)},
+    {"AddThatGrowsTheData", kUntilGrowth, {}, Add(600)},
+    {"AddThatWrapsTheRing", kUntilWrap, {}, Add(601)},
+    {"AddAfterRestart", 25, {}, Add(30), true},
+    {"AddAfterTornCommit", 25, {Add(40)}, Add(30), false, true},
+};
+
+// Adds records until the next add does what `until` says.
+void FillUntil(const std::string& name, uint32_t until, const std::string& copy,
+               Model& model) {
+  ASSERT_EQ(0, Create(name));
+  for (uint32_t n = 0;; ++n) {
+    std::unique_ptr<isam::Table> before, after;
+    Model next = model;
+    CopyTable(name, copy);
+    const int file = Open(copy);
+    ASSERT_EQ(kIsamOk, isam::OpenTable(copy, false, &before));
+    ASSERT_EQ(0, Do(file, Add(n), next));
+    ASSERT_EQ(kIsamOk, isam::OpenTable(copy, false, &after));
+    CLRFIL(file);
+    const bool reached =
+        until == kUntilWrap
+            ? after->state.entry_offset < before->state.entry_offset
+            : n > 0 && after->root.slots_capacity > before->root.slots_capacity;
+    if (reached) return;
+    CopyTable(copy, name);
+    model = next;
+  }
+}
+
+// Opens the table, does the work, closes: the code of what failed first.
+int Work(const std::string& name, const Op& op, Model& model) {
+  const int file = Open(name);
+  if (file < 0) return isam_err;
+  int code = LKISAM(kIsamEnableLocks);
+  if (code == 0) code = Do(file, op, model);
+  LKISAM(kIsamFreeLocks);
+  CLRFIL(file);
+  return code;
+}
+
+class Fault : public testing::TestWithParam<Scenario> {
+ protected:
+  // Makes the table before the work, and the models before and after it.
+  void SetUp() override {
+    const Scenario& scenario = GetParam();
+    Faults none;
+    if (scenario.records >= kUntilGrowth)
+      FillUntil(base_, scenario.records, work_, before_);
+    else
+      ASSERT_EQ(0, Fill(base_, scenario.records, before_));
+    for (size_t i = 0; i < scenario.before.size(); ++i) {
+      if (scenario.torn && i + 1 == scenario.before.size())
+        TearCommit(scenario.before[i]);
+      else
+        ASSERT_EQ(0, Work(base_, scenario.before[i], before_));
+    }
+    after_ = before_;
+    Begin();
+    Faults counting;
+    ASSERT_EQ(0, Work(work_, scenario.op, after_));
+    calls_ = counting.calls();
+    ASSERT_EQ("", Verify(work_, after_));
+  }
+
+  // A commit whose process dies in the middle of writing in place.
+  void TearCommit(const Op& op) {
+    Model after = before_;
+    for (int at = 1;; ++at) {
+      CopyTable(base_, work_);
+      const int status = InChild([&] {
+        Faults kill(Faults::kKill, at);
+        return Work(work_, op, after);
+      });
+      Faults none;
+      ASSERT_EQ(kKilled, status) << "never found the commit torn";
+      Model there = before_;
+      there[before_.rbegin()->first + 1] = op.rec;
+      const int file = Open(work_, kIsamRead);
+      const bool committed = DATENT(file) == static_cast<int64_t>(there.size());
+      CLRFIL(file);
+      if (!committed) continue;
+      before_ = there;
+      CopyTable(work_, base_);
+      return;
+    }
+  }
+
+  void Begin() {
+    CopyTable(base_, work_);
+    if (GetParam().restarted) RestartMachine();
+  }
+
+  // Whatever happened, the table is now the one before or the one after the
+  // work, for a reader who may not write, and it can be changed again.
+  void ExpectWhole(const std::string& where, bool may_be_before,
+                   bool may_be_after) {
+    Faults faults;
+    Model model = after_;
+    std::string wrong = may_be_after ? Verify(work_, after_) : "not looked";
+    if (!wrong.empty() && may_be_before) {
+      model = before_;
+      wrong = Verify(work_, before_) + (may_be_after ? " / " + wrong : "");
+      if (Verify(work_, before_).empty()) wrong.clear();
+    }
+    EXPECT_EQ(0, faults.writes()) << "a reader wrote";
+    ASSERT_EQ("", wrong) << where;
+    ASSERT_EQ(0, Work(work_, Add(999), model)) << where;
+    ASSERT_EQ("", Verify(work_, model)) << where << ", one more change";
+  }
+
+  Started started_;
+  TempDir dir_;
+  std::string base_ = dir_ / "base", work_ = dir_ / "work";
+  Model before_, after_;
+  int calls_ = 0;
+};
+
+TEST_P(Fault, DeathAtEveryCall) {
+  for (int at = 1; at <= calls_; ++at) {
+    Begin();
+    ASSERT_EQ(kKilled, InChild([&] {
+                Faults kill(Faults::kKill, at);
+                Model model = before_;
+                return Work(work_, GetParam().op, model);
+              }));
+    ExpectWhole("killed at call " + std::to_string(at), true, true);
+  }
+}
+
+TEST_P(Fault, EveryCallFailingOnceOrForGood) {
+  for (const int error : {EIO, ENOSPC}) {
+    for (const auto mode : {Faults::kFailOnce, Faults::kFailForGood}) {
+      for (int at = 1; at <= calls_; ++at) {
+        Begin();
+        Model model = before_;
+        int code;
+        {
+          Faults fail(mode, at, error);
+          code = Work(work_, GetParam().op, model);
+        }
+        // Success is success, and a failure leaves nothing behind.
+        ExpectWhole("errno " + std::to_string(error) +
+                        (mode == Faults::kFailOnce ? " once at " : " from ") +
+                        std::to_string(at) + ", code " + std::to_string(code),
+                    code != 0, code == 0);
+      }
+    }
+  }
+}
+
+// A disk that loses, of the sectors written since the last flush, whichever it
+// likes, at any moment of a long series of changes; and once more while the
+// next process repairs what that left.
+TEST(PowerLoss, LeavesEveryAnsweredChange) {
+  Started started;
+  Faults faults;
+  TempDir dir;
+  const std::string name = dir / "book", after = dir / "after",
+                    again = dir / "again";
+  ASSERT_EQ(0, Create(name));
+  std::vector<Model> models = {{}};  // by number of answered changes
+  std::vector<size_t> answered;      // events when each was
+  std::mt19937 random(2);
+  Recorder recorder(name);
+  const int file = Open(name);
+  while (models.size() <= 400) {
+    const size_t most = models.size() < 250 ? 120 : 20;
+    Model model = models.back();
+    const auto n = static_cast<uint32_t>(models.size());
+    const int code = Do(file, RandomOp(model, random, most, n), model);
+    if (code == kIsamDuplicate) continue;
+    ASSERT_EQ(0, code);
+    models.push_back(model);
+    answered.push_back(recorder.events());
+  }
+  CLRFIL(file);
+  for (int trial = 0; trial < 400; ++trial) {
+    const size_t moment = random() % recorder.events();
+    const auto done = static_cast<size_t>(
+        std::upper_bound(answered.begin(), answered.end(), moment) -
+        answered.begin());
+    recorder.PowerLoss(moment, random, after);
+    RestartMachine();
+    const std::string if_done = Verify(after, models[done]);
+    const std::string if_next =
+        done + 1 < models.size() ? Verify(after, models[done + 1]) : "none";
+    ASSERT_TRUE(if_done.empty() || if_next.empty())
+        << "power lost after event " << moment << ", change " << done << ": "
+        << if_done << " / " << if_next;
+    Model model = models[if_done.empty() ? done : done + 1];
+    {
+      Recorder repair(after);
+      Model changed = model;
+      ASSERT_EQ(0, Work(after, Add(5000), changed));
+      repair.PowerLoss(random() % repair.events(), random, again);
+      ASSERT_EQ("", Verify(after, changed));
+      RestartMachine();
+      const std::string without = Verify(again, model);
+      ASSERT_TRUE(without.empty() || Verify(again, changed).empty())
+          << "power lost again, trial " << trial << ": " << without;
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(, Fault, testing::ValuesIn(kScenarios),
+                         [](const auto& scenario) {
+                           return scenario.param.name;
+                         });
+
+}  // namespace

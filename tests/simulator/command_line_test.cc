@@ -1,0 +1,62 @@
+#include <gtest/gtest.h>
+
+#include "support/daemon_process.h"
+
+namespace {
+
+using support::Exit;
+using support::RunProgram;
+
+TEST(CommandLine, FaultsAreNamedAndExitWith64) {
+  const struct {
+    std::vector<std::string> args;
+    const char* fault;
+  } kCases[] = {
+      {{}, "what shall it do?"},
+      {{"walk"}, "unknown verb walk"},
+      {{"run"}, "the arguments of run are ROOT"},
+      {{"run", ""}, "the arguments of run are ROOT"},
+      {{"run", "a", "b"}, "the arguments of run are ROOT"},
+      {{"receive", "a"}, "the arguments of receive are ROOT USER"},
+      {{"receive", "a", "b/c"}, "\"b/c\" is no user name"},
+      {{"run", "a", "--speed=3"}, "unknown option --speed"},
+      {{"run", "a", "-dq"}, "unknown option -dq"},
+      {{"run", "a", "--delay"},
+       "--delay wants a number of seconds, at most a day"},
+      {{"run", "a", "--delay=-1"},
+       "--delay wants a number of seconds, at most a day, not \"-1\""},
+      {{"run", "a", "--delay", "nan"},
+       "--delay wants a number of seconds, at most a day, not \"nan\""},
+      {{"run", "a", "-p", "0"}, "-p wants a number from 1 to 999, not \"0\""},
+      {{"run", "a", "--quiet=yes"}, "--quiet takes no value"},
+      {{"run", "a", "-o", "9=engaged"},
+       "-o wants [DIGITS=]OUTCOME[,OUTCOME]..., not \"9=engaged\""},
+      {{"init", "a", "--user", "0123456789abcdef"},
+       "--user wants a user name of at most 15 characters, not "
+       "\"0123456789abcdef\""},
+      {{"run", "a", "--user", "bob"}, "run has no option --user"},
+      {{"init", "--", "-a", "--pages"}, "the arguments of init are ROOT"},
+  };
+  for (const auto& c : kCases) {
+    const Exit end = RunProgram(KRTSIM_PATH, c.args);
+    EXPECT_EQ(end.status, 64) << c.fault;
+    EXPECT_EQ(end.err, std::string("krtsim: ") + c.fault +
+                           " (krtsim --help tells more)\n");
+    EXPECT_EQ(end.out, "") << c.fault;
+  }
+}
+
+TEST(CommandLine, HelpAndVersionAreAnsweredBesideAnythingElse) {
+  const Exit help = RunProgram(KRTSIM_PATH, {"run", "--help"});
+  EXPECT_EQ(help.status, 0);
+  for (const char* text : {"init ROOT", "receive ROOT USER", "-o, --outcome",
+                           "noanswer", "--exit-when-idle"}) {
+    EXPECT_NE(help.out.find(text), std::string::npos) << text;
+  }
+  const Exit version = RunProgram(KRTSIM_PATH, {"--version"});
+  EXPECT_EQ(version.status, 0);
+  EXPECT_EQ(version.out,
+            "krtsim: KRT*FAX fax server simulator version 2.1.0\n");
+}
+
+}  // namespace

@@ -1,0 +1,92 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "faxserver/fscover.h"
+#include "faxserver/fsdstat.h"
+#include "faxserver/fshdr.h"
+#include "faxserver/fslist.h"
+#include "faxserver/fsqstat.h"
+#include "faxserver/fsqueue.h"
+#include "faxserver/fsres.h"
+#include "kx/object.h"
+#include "simulator/sim_root.h"
+
+namespace {
+
+using support::Exit;
+using support::RunProgram;
+
+int Count(kx_object* list) {
+  const kx::Object owned(list);
+  return Kfx_Bcount(list);
+}
+
+// What a client can ask for is there, as the daemon's own functions read it.
+TEST(Init, EverythingAClientAsksForHasASample) {
+  const SimRoot root;
+  for (int type = kx_lst_covers; type <= kx_lst_retrys; ++type) {
+    EXPECT_GT(Count(fx_get_res_list(root.root(), type)), 0)
+        << Kfx_Enum_To_Str(type);
+  }
+  EXPECT_STREQ(fx_queue_get_default(root.root()), "any");
+  EXPECT_EQ(Count(fx_rd_qstat(root.root())), 3);
+  EXPECT_EQ(Count(fx_rd_dstat(root.root())), 2);
+  EXPECT_EQ(Count(fx_get_cover_tags(root.root(), "standard")), 2);
+  const char* user = root.user().c_str();
+  EXPECT_EQ(Count(fx_get_fax_list(root.root(), user, 0)), 1);
+  EXPECT_EQ(Count(fx_get_msg_list(root.root(), user, 0)), 1);
+  EXPECT_EQ(Count(fx_get_srv_list(root.root(), user, 0)), 1);
+  EXPECT_EQ(fx_num_pages(root.Path("faxq/bob/in-2.fax").c_str()), 2);
+}
+
+TEST(Init, FifosHaveTheModesOfTheirWriters) {
+  const SimRoot root;
+  auto tree = root.Tree();
+  EXPECT_EQ(tree["FIFO"], S_IFIFO | 0660U);
+  EXPECT_EQ(tree["krtnet/filspool/kfifo"], S_IFIFO | 0664U);
+  EXPECT_EQ(tree["krtnet/filspool/efifo"], S_IFIFO | 0660U);
+  EXPECT_EQ(tree["krtnet/netspool/efifo"], S_IFIFO | 0660U);
+  EXPECT_EQ(tree["krtnet/filspool"], S_IFDIR | 02770U);
+}
+
+TEST(Init, SecondRunAddsWhatIsMissingAndKeepsTheRest) {
+  const SimRoot root;
+  support::WriteFile(root.Path("Default"), "fax1\n");
+  std::filesystem::remove(root.Path("retrys"));
+  std::filesystem::remove(root.Path("faxq/bob/in-2.fax"));
+  const Exit end =
+      RunProgram(KRTSIM_PATH, {"init", root.path(), "-u", "bob", "-u", "ann"});
+  EXPECT_EQ(end.status, 0) << end.err;
+  EXPECT_EQ(support::ReadFile(root.Path("Default")), "fax1\n");
+  EXPECT_TRUE(root.Has("retrys"));
+  EXPECT_FALSE(root.Has("faxq/bob/in-2.fax"));
+  EXPECT_TRUE(root.Has("faxq/ann/options/config"));
+}
+
+TEST(Init, ForeignFolderIsLeftAlone) {
+  const support::SampleRoot root;
+  const std::string path = root.path();
+  Exit end = RunProgram(KRTSIM_PATH, {"init", path});
+  EXPECT_EQ(end.status, 73);
+  EXPECT_EQ(end.err, "krtsim: " + path +
+                         " is not empty and was not laid out by krtsim\n");
+  EXPECT_FALSE(std::filesystem::exists(root.path() / "Default"));
+  support::WriteFile(root.path() / "file", "");
+  end = RunProgram(KRTSIM_PATH, {"init", path + "/file"});
+  EXPECT_EQ(end.status, 73);
+  EXPECT_EQ(end.err, "krtsim: " + path + "/file is no directory\n");
+}
+
+TEST(Receive, FaxLiesInTheQueueWithItsPages) {
+  const SimRoot root;
+  const Exit end =
+      RunProgram(KRTSIM_PATH, {"receive", root.path(), "bob", "--pages", "7"});
+  EXPECT_EQ(end.status, 0) << end.err;
+  EXPECT_EQ(end.out, "received in-3.fax for bob, 7 pages\n");
+  EXPECT_EQ(fx_num_pages(root.Path("faxq/bob/in-3.fax").c_str()), 7);
+  EXPECT_EQ(RunProgram(KRTSIM_PATH, {"receive", root.path(), "eve"}).status,
+            67);
+}
+
+}  // namespace

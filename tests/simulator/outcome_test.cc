@@ -1,0 +1,59 @@
+#include "simulator/outcome.h"
+
+#include <gtest/gtest.h>
+
+#include "simulator/results.h"
+
+namespace {
+
+TEST(Outcome, MostDigitsDecideThenTheLaterRule) {
+  sim::Outcomes outcomes;
+  EXPECT_STREQ(outcomes.Of("555-0142", 1).word, "ok");
+  for (const char* rule : {"2=voice", "42=busy,noanswer,ok", "noanswer",
+                           "7=rejected", "7=linedrop"}) {
+    ASSERT_TRUE(outcomes.Add(rule)) << rule;
+  }
+  const struct {
+    const char* number;
+    int attempt;
+    const char* word;
+  } kCases[] = {
+      {"555-0142", 1, "busy"},     {"555 01 4-2", 2, "noanswer"},
+      {"555-0142", 3, "ok"},       {"555-0142", 9, "ok"},
+      {"555-0132", 5, "voice"},    {"555-0107", 1, "linedrop"},
+      {"555-0100", 4, "noanswer"}, {"", 1, "noanswer"},
+  };
+  for (const auto& c : kCases) {
+    EXPECT_STREQ(outcomes.Of(c.number, c.attempt).word, c.word)
+        << c.number << " attempt " << c.attempt;
+  }
+}
+
+TEST(Outcome, WhatIsNoRuleIsRefused) {
+  for (const char* rule :
+       {"", "=ok", "4=", "4x=ok", "4=ok,", ",ok", "OK", "engaged", "4=5=ok"}) {
+    sim::Outcomes outcomes;
+    EXPECT_FALSE(outcomes.Add(rule)) << '"' << rule << '"';
+  }
+}
+
+TEST(Outcome, RequestEndsAsItsLastAttemptAllows) {
+  const struct {
+    const char* word;
+    int attempts, most, result;
+  } kCases[] = {
+      {"ok", 1, 1, sim::kRequestNormal},
+      {"busy", 1, 3, sim::kRequestRescheduled},
+      {"busy", 3, 3, sim::kRequestMaxAttempts},
+      {"badfile", 1, 3, sim::kRequestFailed},
+  };
+  for (const auto& c : kCases) {
+    sim::Outcomes outcomes;
+    ASSERT_TRUE(outcomes.Add(c.word));
+    EXPECT_EQ(sim::ResultAfter(outcomes.Of("1", 1), c.attempts, c.most),
+              c.result)
+        << c.word << ' ' << c.attempts;
+  }
+}
+
+}  // namespace

@@ -68,6 +68,30 @@ std::string WhyNot(kx_object* obj, const char* field, const std::string& text) {
          "\" is no value for it";
 }
 
+// What the enum names that a field takes begin with; "" for any.
+const char* GroupOf(const char* field) {
+  constexpr struct {
+    const char* field;
+    const char* group;
+  } kGroups[] = {{"notify", "not-"},
+                 {"montype", "mon-"},
+                 {"pbsort", "pbs-"},
+                 {"reqtype", "req-"},
+                 {"cmdtype", "cmd-"}};
+  for (const auto& row : kGroups) {
+    if (std::strcmp(row.field, field) == 0) return row.group;
+  }
+  return "";
+}
+
+// An enum's name in full: people leave the group out. The object library takes
+// names of any group.
+std::string EnumName(const char* field, const std::string& text) {
+  const std::string group = GroupOf(field);
+  if (text.compare(0, group.size(), group) == 0) return text;
+  return group + text;
+}
+
 // Whether a text converts to the field's kind in full: the object library
 // itself takes the number at the beginning of any text.
 bool Converts(int type, const std::string& text) {
@@ -79,6 +103,12 @@ bool Converts(int type, const std::string& text) {
     default:
       return true;
   }
+}
+
+// Results with which the server may mean that it does not know the user.
+bool IsOfUser(int result) {
+  return result == kx_err_user || result == kx_err_command ||
+         result == kx_err_failed || result == kx_err_data;
 }
 
 }  // namespace
@@ -212,7 +242,10 @@ bool App::Connect() {
 }
 
 bool App::Set(const std::string& subject, kx_object* obj, const char* field,
-              const std::string& text) {
+              const std::string& given) {
+  const int type = Kfx_Field_Type(obj, field);
+  const std::string text =
+      type == kx_typ_enum && !given.empty() ? EnumName(field, given) : given;
   for (const char c : text) {
     if (static_cast<unsigned char>(c) < 0x20) {
       Fail(krt_bad_data, subject,
@@ -220,11 +253,10 @@ bool App::Set(const std::string& subject, kx_object* obj, const char* field,
       return false;
     }
   }
-  const int type = Kfx_Field_Type(obj, field);
   if (text.empty() || Converts(type, text)) {
     if (type != -1 && Kfx_Set(obj, field, text.c_str()) == 0) return true;
   }
-  Fail(krt_bad_data, subject, WhyNot(obj, field, text));
+  Fail(krt_bad_data, subject, WhyNot(obj, field, given));
   return false;
 }
 
@@ -301,14 +333,12 @@ bool App::Accepted(const std::string& subject, kx_object* answer) {
   return false;
 }
 
-// "Invalid data" is also what the server says of a user that it does not know,
-// and "Command failed" of a scheduler that does not run.
 void App::ReportRefusal(const std::string& subject, kx_object* answer) {
   const int result = kx::Number(answer, "result");
-  int code = StatusOfResult(result);
+  int code = StatusOfResult(answer);
   std::string text = Refusal(answer).text;
   const std::string user = kx::TextOrEmpty(answer, "clientid");
-  if ((result == kx_err_data || result == kx_err_user) &&
+  if (IsOfUser(result) &&
       access(cm_get_faxq_dir(root().c_str()), R_OK | X_OK) == 0 &&
       !fx_is_valid_user(root().c_str(), user.c_str())) {
     code = krt_no_user;

@@ -52,7 +52,7 @@ class App {
   // Stores a text in a field. A text that does not fit, or a value that is none
   // for the field, is reported, and false returned.
   bool Set(const std::string& subject, kx_object* obj, const char* field,
-           const std::string& text);
+           const std::string& given);
   // Sets all of them that are options on the command line.
   bool SetFromOption(kx_object* obj, const char* field, const char* option);
 

@@ -264,6 +264,12 @@ void CheckSlots(Findings* findings) {
 }
 
 void CheckBooks(Findings* findings) {
+  constexpr int kBuffers = 8;
+  constexpr int kTables = 4;
+  if (INTISAM(kBuffers, kTables, 0) != 0) {
+    return findings->Warn("phone books: no memory to look at them",
+                          "try again");
+  }
   const char* root = findings->root();
   CheckBook(findings, root, "phone book of the system");
   int good = 0;
@@ -271,6 +277,7 @@ void CheckBooks(Findings* findings) {
     const std::string dir = cm_get_opts_dir(root, user.c_str());
     good += CheckBook(findings, dir, "phone book of " + user) ? 1 : 0;
   }
+  CLISAM();
   if (good == 0) findings->Ok("no phone books of users");
 }
 

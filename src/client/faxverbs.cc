@@ -94,7 +94,8 @@ void Put(App& app, const Source& source, const std::string& name) {
   if (request == nullptr) return;
   kx::SetChild(cmd.get(), "objptr", std::move(request));
   const kx::Object answer = app.Deliver(name, std::move(cmd), &exchange);
-  if (app.last_code() == krt_ok || app.last_code() == krt_unknown) {
+  const int code = app.last_code();
+  if (answer == nullptr && (code == krt_ok || code == krt_unknown)) {
     staging.Keep();
   }
   if (answer == nullptr) return;

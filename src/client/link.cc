@@ -5,10 +5,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 
 #include "cm/cmpaths.h"
 #include "kx/kxobj.h"
+#include "util/kuterr.h"
 
 namespace client {
 namespace {
@@ -51,7 +53,14 @@ DaemonState FindDaemon(const std::string& root) {
   return state;
 }
 
-int StatusOfResult(int result) {
+int StatusOfResult(kx_object* answer) {
+  const int result = kx::Number(answer, "result");
+  // What does not exist is no trouble of the system's.
+  const char* missing = Kut_strerror(ENOENT);
+  if (result == kx_err_system &&
+      std::strstr(kx::TextOrEmpty(answer, "errmsg"), missing) != nullptr) {
+    return krt_refused;
+  }
   switch (result) {
     case kx_err_none:
       return krt_ok;

@@ -78,8 +78,8 @@ class Link {
 // What a response with a "result" other than 0 says, "<text> (<number>)"; the
 // text is the number's own where the response only puts words before it.
 Status Refusal(kx_object* answer);
-// The krt_status for a "result".
-int StatusOfResult(int result);
+// The krt_status for a response's "result".
+int StatusOfResult(kx_object* answer);
 
 }  // namespace client
 

@@ -5,6 +5,7 @@
 #include "client/app.h"
 #include "client/files.h"
 #include "client/format.h"
+#include "client/staging.h"
 
 namespace client {
 namespace {
@@ -35,8 +36,7 @@ void ShowEnvelope(App& app, const std::string& subject, kx_object* answer) {
     app.out().Result(answer, "");
   }
   if (kx::Number(answer, "result") != 0) {
-    app.Fail(StatusOfResult(kx::Number(answer, "result")), subject,
-             Refusal(answer).text);
+    app.Fail(StatusOfResult(answer), subject, Refusal(answer).text);
   }
 }
 
@@ -146,6 +146,7 @@ void RunCollect(App& app) {
       app.Fail(name, s);
       continue;
     }
+    RemoveStaged(app.link().place().spool, name);
     files.Settle(app);
     ShowEnvelope(app, name, answer.get());
   }

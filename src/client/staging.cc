@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <filesystem>
 
 #include "client/files.h"
 #include "cm/cmfiltp.h"
@@ -87,6 +88,19 @@ Status Staging::AddText(const std::string& text, std::string* path) {
   if (!s.ok() || dry_) return s;
   if (Kut_write_full(fd.get(), text.data(), text.size()) == 0) return {};
   return SystemFailure(krt_io, *path);
+}
+
+void RemoveStaged(const std::string& spool, const std::string& name) {
+  // "<name>.<pid>" of the daemon's and "<name>.rsp" have no second extension.
+  std::error_code error;
+  const std::string start = name + ".";
+  for (const auto& entry : std::filesystem::directory_iterator(spool, error)) {
+    const std::string file = entry.path().filename();
+    if (file.compare(0, start.size(), start) == 0 &&
+        file.find('.', start.size()) != file.npos) {
+      unlink(entry.path().c_str());
+    }
+  }
 }
 
 }  // namespace client

@@ -3,8 +3,8 @@
 // - A command cannot carry a file, so it names a copy that lies where the
 //   server can take it by a rename: <spool>/NNNN-RRR.<n>.<type>, after the
 //   command's own name. While it is there, nobody else takes the number.
-// - Copies belong to the command: they go when it is not executed, and are the
-//   server's once it is.
+// - The answer ends a copy's life: what the server wants of it, it has taken by
+//   then. Without an answer it stays, until `collect` brings that.
 #ifndef CLIENT_STAGING_H_
 #define CLIENT_STAGING_H_
 
@@ -39,7 +39,7 @@ class Staging {
   // Copies a file; the copy's path goes to `path`.
   Status Add(const Source& source, std::string* path);
   Status AddText(const std::string& text, std::string* path);
-  // The copies are the server's from now on.
+  // The command is under way without an answer: the copies stay.
   void Keep() { paths_.clear(); }
 
  private:
@@ -50,6 +50,9 @@ class Staging {
   int count_ = 0;
   std::vector<std::string> paths_;
 };
+
+// Removes the copies of a command that was answered.
+void RemoveStaged(const std::string& spool, const std::string& name);
 
 }  // namespace client
 

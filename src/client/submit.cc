@@ -225,7 +225,8 @@ std::string SubmitTo(App& app, const Parts& parts,
   Staging staging(app.link().place().spool, name, app.dry_run());
   if (!FillEnvelope(app, parts, sources, dest, &staging, cmd.get())) return "";
   const kx::Object answer = app.Deliver(number, std::move(cmd), &name);
-  if (app.last_code() == krt_ok || app.last_code() == krt_unknown) {
+  const int code = app.last_code();
+  if (answer == nullptr && (code == krt_ok || code == krt_unknown)) {
     staging.Keep();
   }
   return answer == nullptr ? "" : ShowQueued(app, number, answer.get());

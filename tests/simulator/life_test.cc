@@ -288,8 +288,8 @@ TEST_F(Life, WhatCannotBeQueuedIsRefusedWithTheReason) {
   // Who had the daemon's answer finds a message.
   Ask("cmd-sendfax", "respond=false\n" + Argument("obj-env", ""));
   EXPECT_TRUE(support::Eventually([&] {
-    return support::ReadFile(root_.Path("faxq/" + root_.user() +
-                                        "/msgs/0001-007.msg")) ==
+    return support::ReadFile(
+               root_.Path("faxq/" + root_.user() + "/msgs/0001-007.msg")) ==
            "Your fax was not queued: No destination\n";
   }));
 }

@@ -1,0 +1,36 @@
+// The command line, read against the table of verbs.
+#ifndef CLIENT_PARSE_H_
+#define CLIENT_PARSE_H_
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "client/status.h"
+#include "client/verbs.h"
+
+namespace client {
+
+struct CommandLine {
+  const VerbRow* verb = nullptr;  // null: none was given
+  std::vector<std::string> args;
+  std::vector<std::pair<std::string, std::string>> options;  // as given
+
+  bool Has(const char* option) const;
+  // The value given last, or null.
+  const char* Value(const char* option) const;
+  std::vector<std::string> Values(const char* option) const;
+};
+
+// Options stand before or after the verb, as --name=value, --name value, -x
+// value, -xvalue, and letters without values together; "--" ends them.
+// krt_usage with the words to print; `line` holds then what was understood.
+Status ParseCommandLine(int argc, const char* const* argv, CommandLine* line);
+
+// The name nearest to a misspelled one, or null when none is near.
+const char* Nearest(const std::string& word,
+                    const std::vector<const char*>& names);
+
+}  // namespace client
+
+#endif  // CLIENT_PARSE_H_

@@ -190,7 +190,7 @@ TEST(Completions, LoadAndOfferTheVerbs) {
       {"krtctl fax r", "rm route"},
       {"krtctl -u bob pb group j", "join"},
       {"krtctl list pr", "priorities prtdests"},
-      {"krtctl submit --priority ''", "x l m h u"},
+      {"krtctl submit --priority ''", "x l m h u none low medium high urgent"},
       {"krtctl --color a", "auto always"},
       {"krtctl check --o", "--offline"},
   };

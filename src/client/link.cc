@@ -147,23 +147,33 @@ Status Link::Send(kx_object* cmd, const std::string& name) {
 Status Link::WaitAny(const std::vector<std::string>& names,
                      const char* unpack_dir, size_t* which, kx::Object* answer,
                      std::vector<std::string>* left) {
-  int seconds = timeout_;
+  WaitFor wait{After(timeout_), cancel_fd_, unpack_dir};
+  Status s;
   if (FindDaemon(place_.root) == DaemonState::kDead) {
-    seconds =
-        seconds == 0 ? kOtherHostGrace : std::min(seconds, kOtherHostGrace);
-  }
-  WaitFor wait{After(seconds), cancel_fd_, unpack_dir};
-  for (;;) {
-    Status s = exchange_.WaitAny(names, wait, which, answer);
-    if (s.code != krt_timed_out && s.code != krt_interrupted) return s;
-    Status gave_up = GiveUp(names, s, left);
-    if (gave_up.code != krt_unknown) return gave_up;
-    // The answer may have come between the last look and the withdrawal.
-    wait.deadline = NowMs();
-    wait.cancel_fd = -1;
+    WaitFor grace = wait;
+    const Deadline end = After(kOtherHostGrace);
+    if (wait.deadline < 0 || end < wait.deadline) grace.deadline = end;
+    s = exchange_.WaitAny(names, grace, which, answer);
+    // Taken by somebody: there is a daemon, and it has all the time.
+    if (s.code == krt_timed_out && grace.deadline != wait.deadline &&
+        NoneWaits(names)) {
+      s = exchange_.WaitAny(names, wait, which, answer);
+    }
+  } else {
     s = exchange_.WaitAny(names, wait, which, answer);
-    return s.code == krt_timed_out ? gave_up : s;
   }
+  if (s.code != krt_timed_out && s.code != krt_interrupted) return s;
+  Status gave_up = GiveUp(names, s, left);
+  if (gave_up.code != krt_unknown) return gave_up;
+  // The answer may have come between the last look and the withdrawal.
+  s = exchange_.WaitAny(names, {NowMs(), -1, unpack_dir}, which, answer);
+  return s.code == krt_timed_out ? gave_up : s;
+}
+
+bool Link::NoneWaits(const std::vector<std::string>& names) const {
+  return std::none_of(names.begin(), names.end(), [&](const std::string& name) {
+    return exchange_.Waiting(name);
+  });
 }
 
 Status Link::GiveUp(const std::vector<std::string>& names, const Status& why,

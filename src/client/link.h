@@ -64,6 +64,7 @@ class Link {
 
  private:
   Status EnsureOpen();
+  bool NoneWaits(const std::vector<std::string>& names) const;
   Status GiveUp(const std::vector<std::string>& names, const Status& why,
                 std::vector<std::string>* left);
 

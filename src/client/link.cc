@@ -1,14 +1,11 @@
 #include "client/link.h"
 
-#include <signal.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 
-#include "cm/cmpaths.h"
+#include "client/daemons.h"
 #include "kx/kxobj.h"
 #include "util/kuterr.h"
 
@@ -33,25 +30,7 @@ int TimeoutOf(int given) {
   return good ? static_cast<int>(seconds) : -1;
 }
 
-bool Exists(long pid) {
-  return pid > 0 && (kill(static_cast<pid_t>(pid), 0) == 0 || errno == EPERM);
-}
-
 }  // namespace
-
-DaemonState FindDaemon(const std::string& root) {
-  std::ifstream list(cm_get_dmnlist_file(root.c_str()));
-  DaemonState state = DaemonState::kNone;
-  for (std::string line; std::getline(list, line);) {
-    const size_t colon = line.find(':');
-    if (colon == line.npos) break;
-    const std::string name = line.substr(colon + 1);
-    if (name == "krtnet.fil" || name == "krtnet.net") continue;
-    if (Exists(atol(line.c_str()))) return DaemonState::kAlive;
-    state = DaemonState::kDead;
-  }
-  return state;
-}
 
 int StatusOfResult(kx_object* answer) {
   const int result = kx::Number(answer, "result");

@@ -15,6 +15,7 @@
 #include <iostream>
 
 #include "client/actions.h"
+#include "client/fields.h"
 #include "client/format.h"
 #include "cm/cmpaths.h"
 #include "faxserver/fsshm.h"
@@ -52,57 +53,6 @@ size_t TerminalWidth() {
   winsize size = {};
   const bool known = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0;
   return known && size.ws_col >= 20 ? size.ws_col : 80;
-}
-
-// Names of what cannot be sent in a field, for people.
-std::string WhyNot(kx_object* obj, const char* field, const std::string& text) {
-  const int length = Kfx_Field_Length(obj, field);
-  const int type = Kfx_Field_Type(obj, field);
-  // The table knows no length for a member's fields.
-  const size_t limit = length > 0 ? static_cast<size_t>(length) - 1 : 15;
-  if (type <= kx_typ_dir && text.size() > limit) {
-    return std::string(field) + ": at most " + std::to_string(limit) +
-           " bytes, not " + std::to_string(text.size());
-  }
-  return std::string(field) + ": \"" + Printable(text) +
-         "\" is no value for it";
-}
-
-// What the enum names that a field takes begin with; "" for any.
-const char* GroupOf(const char* field) {
-  constexpr struct {
-    const char* field;
-    const char* group;
-  } kGroups[] = {{"notify", "not-"},
-                 {"montype", "mon-"},
-                 {"pbsort", "pbs-"},
-                 {"reqtype", "req-"},
-                 {"cmdtype", "cmd-"}};
-  for (const auto& row : kGroups) {
-    if (std::strcmp(row.field, field) == 0) return row.group;
-  }
-  return "";
-}
-
-// An enum's name in full: people leave the group out. The object library takes
-// names of any group.
-std::string EnumName(const char* field, const std::string& text) {
-  const std::string group = GroupOf(field);
-  if (text.compare(0, group.size(), group) == 0) return text;
-  return group + text;
-}
-
-// Whether a text converts to the field's kind in full: the object library
-// itself takes the number at the beginning of any text.
-bool Converts(int type, const std::string& text) {
-  long number;
-  switch (type) {
-    case kx_typ_word:
-    case kx_typ_long:
-      return ParseNumber(text, INT_MIN, INT_MAX, &number) && number != -1;
-    default:
-      return true;
-  }
 }
 
 // Results with which the server may mean that it does not know the user.
@@ -243,20 +193,15 @@ bool App::Connect() {
 
 bool App::Set(const std::string& subject, kx_object* obj, const char* field,
               const std::string& given) {
-  const int type = Kfx_Field_Type(obj, field);
-  const std::string text =
-      type == kx_typ_enum && !given.empty() ? EnumName(field, given) : given;
-  for (const char c : text) {
-    if (static_cast<unsigned char>(c) < 0x20) {
-      Fail(krt_bad_data, subject,
-           std::string(field) + ": one line without control characters only");
-      return false;
-    }
+  const kx_fielddef* row = kx_field(field, obj);
+  std::string text = given;
+  if (row->type == kx_typ_enum) {
+    const std::string name = EnumName(field, given);
+    if (Kfx_Str_To_Enum(name.c_str()) != -1) text = name;
   }
-  if (text.empty() || Converts(type, text)) {
-    if (type != -1 && Kfx_Set(obj, field, text.c_str()) == 0) return true;
-  }
-  Fail(krt_bad_data, subject, WhyNot(obj, field, given));
+  const std::string why = WhyNoValue(*row, text);
+  if (why.empty() && Kfx_Set(obj, field, text.c_str()) == 0) return true;
+  Fail(krt_bad_data, subject, why);
   return false;
 }
 
@@ -291,7 +236,8 @@ kx::Object App::Deliver(const std::string& subject, kx::Object cmd,
                         const std::string* given_name, const char* unpack_dir) {
   std::string name = given_name != nullptr ? *given_name : "";
   Status s;
-  if (name.empty()) s = link_.Name(cmd.get(), &name);
+  if (interrupted()) s = {krt_interrupted, "interrupted, not sent"};
+  if (s.ok() && name.empty()) s = link_.Name(cmd.get(), &name);
   const std::string file = link_.place().spool + "/" + name + ".cmd";
   if (s.ok() && dry_run()) {
     Verbose("would send " + file);

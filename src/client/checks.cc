@@ -1,6 +1,5 @@
 // What runs, and what lies about in the spool.
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,9 +8,9 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 
 #include "client/check.h"
+#include "client/daemons.h"
 #include "client/format.h"
 #include "cm/cmpaths.h"
 #include "faxserver/fsdmnlst.h"
@@ -25,10 +24,6 @@ namespace {
 
 constexpr time_t kOldAfter = 3600;      // seconds, for what is in the spool
 constexpr time_t kAbandonedAfter = 60;  // a claim is read at once
-
-bool Exists(long pid) {
-  return pid > 0 && (kill(static_cast<pid_t>(pid), 0) == 0 || errno == EPERM);
-}
 
 // The names in a directory, sorted; none when it cannot be read.
 std::vector<std::string> Names(const std::string& dir) {
@@ -46,26 +41,10 @@ time_t AgeOf(const std::string& path) {
   return lstat(path.c_str(), &st) == 0 ? time(nullptr) - st.st_mtime : 0;
 }
 
-struct Entry {
-  long pid;
-  std::string name;
-};
-
-std::vector<Entry> ReadRegister(const char* root) {
-  std::ifstream file(cm_get_dmnlist_file(root));
-  std::vector<Entry> entries;
-  for (std::string line; std::getline(file, line);) {
-    const size_t colon = line.find(':');
-    if (colon == line.npos) break;
-    entries.push_back({atol(line.c_str()), line.substr(colon + 1)});
-  }
-  return entries;
-}
-
 void CheckRegister(Findings* findings) {
   std::string dead;
-  for (const Entry& entry : ReadRegister(findings->root())) {
-    if (Exists(entry.pid)) continue;
+  for (const DaemonEntry& entry : ReadRegister(findings->root())) {
+    if (ProcessExists(entry.pid)) continue;
     dead += " " + std::to_string(entry.pid) + ":" + entry.name;
   }
   if (dead.empty()) return findings->Ok("register of daemons");
@@ -109,8 +88,8 @@ void CheckFifo(Findings* findings, const std::string& path, bool needed,
 }
 
 bool IsRegistered(const char* root, const char* name) {
-  for (const Entry& entry : ReadRegister(root)) {
-    if (entry.name == name && Exists(entry.pid)) return true;
+  for (const DaemonEntry& entry : ReadRegister(root)) {
+    if (entry.name == name && ProcessExists(entry.pid)) return true;
   }
   return false;
 }
@@ -124,7 +103,7 @@ bool IsNumber(const std::string& text) {
 void CheckClaim(Findings* findings, const std::string& name, long pid) {
   const std::string& spool = findings->place().spool;
   const std::string path = spool + "/" + name;
-  if (Exists(pid) || AgeOf(path) < kAbandonedAfter) return;
+  if (ProcessExists(pid) || AgeOf(path) < kAbandonedAfter) return;
   const std::string base = name.substr(0, name.rfind('.'));
   const std::string what = "abandoned command " + name;
   // The daemon removes a claim as soon as it has read it: this one was not

@@ -11,23 +11,6 @@ namespace {
 
 constexpr const char* kShells[] = {"bash", "zsh", "fish"};
 
-// The words that may follow `words` in verbs' names, in table order.
-std::vector<std::string> NextWords(const std::string& words) {
-  std::vector<std::string> next;
-  for (const VerbRow& row : Verbs()) {
-    std::string name = row.name;
-    if (!words.empty()) {
-      if (name.compare(0, words.size() + 1, words + " ") != 0) continue;
-      name.erase(0, words.size() + 1);
-    }
-    name = name.substr(0, name.find(' '));
-    if (std::find(next.begin(), next.end(), name) == next.end()) {
-      next.push_back(name);
-    }
-  }
-  return next;
-}
-
 // All proper beginnings of verbs' names, the empty one included.
 std::set<std::string> Beginnings() {
   std::set<std::string> beginnings = {""};

@@ -24,7 +24,7 @@ kx::Object FetchConfig(App& app) {
 void StoreConfig(App& app, kx::Object config) {
   kx::Object shown(Kfx_Copy_Obj(config.get()));
   if (app.Call("", "cmd-setcfg", std::move(config)) == nullptr) return;
-  app.out().Result(shown.get(), app.Has("quiet") ? "" : "stored");
+  app.out().Done(shown.get(), "stored");
 }
 
 void SetMonitor(App& app, int montype) {
@@ -41,7 +41,7 @@ void SetMonitor(App& app, int montype) {
   kx::SetChild(monitor.get(), "names", names.Take());
   kx::Object shown(Kfx_Copy_Obj(monitor.get()));
   if (app.Call("", "cmd-setmon", std::move(monitor)) == nullptr) return;
-  app.out().Result(shown.get(), app.Has("quiet") ? "" : "stored");
+  app.out().Done(shown.get(), "stored");
 }
 
 }  // namespace
@@ -60,12 +60,8 @@ bool SetPairs(App& app, kx_object* obj, const std::vector<std::string>& pairs) {
       for (const kx_fielddef* f = kx_obj_info(obj)->fields; f->name; ++f) {
         names.push_back(f->name);
       }
-      const char* nearest = Nearest(name, names);
       app.Fail(krt_usage, "",
-               "unknown field \"" + name + "\"" +
-                   (nearest == nullptr
-                        ? ""
-                        : std::string("; did you mean \"") + nearest + "\"?"));
+               "unknown field \"" + name + "\"" + DidYouMean(name, names));
       return false;
     }
     if (!app.Set("", obj, name.c_str(), value)) return false;

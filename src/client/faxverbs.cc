@@ -34,7 +34,7 @@ void ForEachFax(App& app, const char* cmdtype, const char* done,
     if (info == nullptr) continue;
     kx::Object shown(Kfx_Copy_Obj(info.get()));
     if (app.Call(name, cmdtype, argument(std::move(info))) == nullptr) continue;
-    app.out().Result(shown.get(), app.Has("quiet") ? "" : name + " " + done);
+    app.out().Done(shown.get(), name + " " + done);
   }
 }
 
@@ -99,7 +99,7 @@ void Put(App& app, const Source& source, const std::string& name) {
     staging.Keep();
   }
   if (answer == nullptr) return;
-  app.out().Result(shown.get(), app.Has("quiet") ? "" : name + " stored");
+  app.out().Done(shown.get(), name + " stored");
 }
 
 }  // namespace
@@ -132,7 +132,7 @@ void RunFaxGet(App& app) {
   if (target == "-") return;
   kx_object* file = kx::Child(answer.get(), "objptr");
   kx::SetText(file, "pathname", target.size() < 256 ? target.c_str() : nullptr);
-  app.out().Result(file, app.Has("quiet") ? "" : name + " -> " + target);
+  app.out().Done(file, name + " -> " + target);
 }
 
 void RunFaxPut(App& app) {
@@ -183,10 +183,8 @@ void RunFaxRoute(App& app) {
                  std::move(route)) == nullptr) {
       continue;
     }
-    app.out().Result(shown.get(),
-                     app.Has("quiet")
-                         ? ""
-                         : name + (move ? " moved to " : " copied to ") + user);
+    app.out().Done(shown.get(),
+                   name + (move ? " moved to " : " copied to ") + user);
   }
 }
 

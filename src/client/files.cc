@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <vector>
 
+#include "client/fields.h"
 #include "kx/kxtext.h"
 #include "util/kutstr.h"
 
@@ -35,7 +36,10 @@ class LineReader {
     if (!line.empty() && line.back() == '\r') line.pop_back();
     const size_t equals = line.find('=');
     if (equals == line.npos) return Fail("not NAME=VALUE");
-    if (line.size() >= KX_PAIR_SIZE) return Fail("the line is too long");
+    if (line.size() >= KX_PAIR_SIZE) {
+      return Fail("at most " + std::to_string(KX_PAIR_SIZE - 1) +
+                  " bytes in a line");
+    }
     Kut_strcpyz(name, line.substr(0, equals).c_str(), KX_PAIR_SIZE);
     Kut_strcpyz(value, line.c_str() + equals + 1, KX_PAIR_SIZE);
     return Follow(name, value);
@@ -76,7 +80,10 @@ class LineReader {
     if (field == nullptr) {
       return Fail(std::string("unknown field \"") + name + "\"");
     }
-    if (field->type != kx_typ_obj && field->type != kx_typ_list) return 0;
+    if (field->type != kx_typ_obj && field->type != kx_typ_list) {
+      const std::string why = WhyNoValue(*field, value);
+      return why.empty() ? 0 : Fail(why);
+    }
     const kx_objdef* nested = kx_obj_by_type(value);
     if (nested == nullptr) {
       return Fail(std::string("unknown type \"") + value + "\"");

@@ -109,10 +109,7 @@ std::string JoinedArgs(const App& app) {
 std::vector<const VerbRow*> Meant(const std::string& words) {
   std::vector<const VerbRow*> rows;
   for (const VerbRow& row : Verbs()) {
-    const bool begins =
-        std::strncmp(row.name, words.c_str(), words.size()) == 0 &&
-        (row.name[words.size()] == '\0' || row.name[words.size()] == ' ');
-    if (words.empty() || begins) rows.push_back(&row);
+    if (NameBegins(row.name, words)) rows.push_back(&row);
   }
   return rows;
 }
@@ -143,12 +140,9 @@ void RunHelp(App& app) {
   if (rows.empty()) {
     std::vector<const char*> names;
     for (const VerbRow& row : Verbs()) names.push_back(row.name);
-    const char* nearest = Nearest(words, names);
-    return app.Fail(krt_usage, "",
-                    "unknown verb \"" + words + "\"" +
-                        (nearest == nullptr ? ""
-                                            : std::string("; did you mean \"") +
-                                                  nearest + "\"?"));
+    return app.Fail(
+        krt_usage, "",
+        "unknown verb \"" + words + "\"" + DidYouMean(words, names));
   }
   if (app.out().options().form == Form::kJson) return ShowJson(app, rows);
   if (words.empty()) return app.out().Raw(GeneralHelp());

@@ -1,14 +1,11 @@
 #include "client/link.h"
 
-#include <signal.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 
-#include "cm/cmpaths.h"
+#include "client/daemons.h"
 #include "kx/kxobj.h"
 #include "util/kuterr.h"
 
@@ -33,25 +30,7 @@ int TimeoutOf(int given) {
   return good ? static_cast<int>(seconds) : -1;
 }
 
-bool Exists(long pid) {
-  return pid > 0 && (kill(static_cast<pid_t>(pid), 0) == 0 || errno == EPERM);
-}
-
 }  // namespace
-
-DaemonState FindDaemon(const std::string& root) {
-  std::ifstream list(cm_get_dmnlist_file(root.c_str()));
-  DaemonState state = DaemonState::kNone;
-  for (std::string line; std::getline(list, line);) {
-    const size_t colon = line.find(':');
-    if (colon == line.npos) break;
-    const std::string name = line.substr(colon + 1);
-    if (name == "krtnet.fil" || name == "krtnet.net") continue;
-    if (Exists(atol(line.c_str()))) return DaemonState::kAlive;
-    state = DaemonState::kDead;
-  }
-  return state;
-}
 
 int StatusOfResult(kx_object* answer) {
   const int result = kx::Number(answer, "result");
@@ -147,23 +126,33 @@ Status Link::Send(kx_object* cmd, const std::string& name) {
 Status Link::WaitAny(const std::vector<std::string>& names,
                      const char* unpack_dir, size_t* which, kx::Object* answer,
                      std::vector<std::string>* left) {
-  int seconds = timeout_;
+  WaitFor wait{After(timeout_), cancel_fd_, unpack_dir};
+  Status s;
   if (FindDaemon(place_.root) == DaemonState::kDead) {
-    seconds =
-        seconds == 0 ? kOtherHostGrace : std::min(seconds, kOtherHostGrace);
-  }
-  WaitFor wait{After(seconds), cancel_fd_, unpack_dir};
-  for (;;) {
-    Status s = exchange_.WaitAny(names, wait, which, answer);
-    if (s.code != krt_timed_out && s.code != krt_interrupted) return s;
-    Status gave_up = GiveUp(names, s, left);
-    if (gave_up.code != krt_unknown) return gave_up;
-    // The answer may have come between the last look and the withdrawal.
-    wait.deadline = NowMs();
-    wait.cancel_fd = -1;
+    WaitFor grace = wait;
+    const Deadline end = After(kOtherHostGrace);
+    if (wait.deadline < 0 || end < wait.deadline) grace.deadline = end;
+    s = exchange_.WaitAny(names, grace, which, answer);
+    // Taken by somebody: there is a daemon, and it has all the time.
+    if (s.code == krt_timed_out && grace.deadline != wait.deadline &&
+        NoneWaits(names)) {
+      s = exchange_.WaitAny(names, wait, which, answer);
+    }
+  } else {
     s = exchange_.WaitAny(names, wait, which, answer);
-    return s.code == krt_timed_out ? gave_up : s;
   }
+  if (s.code != krt_timed_out && s.code != krt_interrupted) return s;
+  Status gave_up = GiveUp(names, s, left);
+  if (gave_up.code != krt_unknown) return gave_up;
+  // The answer may have come between the last look and the withdrawal.
+  s = exchange_.WaitAny(names, {NowMs(), -1, unpack_dir}, which, answer);
+  return s.code == krt_timed_out ? gave_up : s;
+}
+
+bool Link::NoneWaits(const std::vector<std::string>& names) const {
+  return std::none_of(names.begin(), names.end(), [&](const std::string& name) {
+    return exchange_.Waiting(name);
+  });
 }
 
 Status Link::GiveUp(const std::vector<std::string>& names, const Status& why,

@@ -12,15 +12,6 @@ namespace client {
 
 constexpr int kDefaultTimeout = 30;
 
-enum class DaemonState {
-  kAlive,  // a registered daemon's process exists
-  kDead,   // all registered ones are gone from this host
-  kNone,   // none is registered
-};
-
-// What the register of daemons says. Session daemons do not count.
-DaemonState FindDaemon(const std::string& root);
-
 class Link {
  public:
   Link() = default;
@@ -64,6 +55,7 @@ class Link {
 
  private:
   Status EnsureOpen();
+  bool NoneWaits(const std::vector<std::string>& names) const;
   Status GiveUp(const std::vector<std::string>& names, const Status& why,
                 std::vector<std::string>* left);
 

@@ -65,7 +65,7 @@ void RunMsgRm(App& app) {
     if (resource == nullptr) continue;
     kx::Object shown(Kfx_Copy_Obj(resource.get()));
     if (app.Call(name, "cmd-msgdel", std::move(resource)) == nullptr) continue;
-    app.out().Result(shown.get(), app.Has("quiet") ? "" : name + " deleted");
+    app.out().Done(shown.get(), name + " deleted");
   }
 }
 

@@ -101,7 +101,8 @@ Cells RowOf(kx_object* obj, const View& view, bool terminal) {
 }
 
 // Gives the columns their widths: as wide as needed, and the widest ones
-// narrower until the line fits.
+// narrower until the line fits. The first column names the thing: it stays
+// whole.
 std::vector<size_t> Widths(const std::vector<Cells>& rows, size_t limit) {
   std::vector<size_t> widths;
   for (const Cells& row : rows) {
@@ -115,8 +116,8 @@ std::vector<size_t> Widths(const std::vector<Cells>& rows, size_t limit) {
   size_t total = widths.empty() ? 0 : kGap * (widths.size() - 1);
   for (const size_t width : widths) total += width;
   while (total > limit) {
-    const auto widest = std::max_element(widths.begin(), widths.end());
-    if (*widest <= kNarrowest) break;
+    const auto widest = std::max_element(widths.begin() + 1, widths.end());
+    if (widest == widths.end() || *widest <= kNarrowest) break;
     --*widest;
     --total;
   }

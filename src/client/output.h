@@ -43,6 +43,14 @@ class Output {
               const std::vector<JsonMember>& more = {});
   // A result that is no protocol object.
   void Result(const std::vector<JsonMember>& members, const std::string& line);
+  // The same for what went well and has nothing to show: no line with --quiet.
+  void Done(kx_object* obj, const std::string& line,
+            const std::vector<JsonMember>& more = {}) {
+    Result(obj, options_.quiet ? "" : line, more);
+  }
+  void Done(const std::vector<JsonMember>& members, const std::string& line) {
+    Result(members, options_.quiet ? "" : line);
+  }
   // A result as a line a field.
   void Details(kx_object* obj);
   // The elements of a list (null: none) as results, in a table of their type's

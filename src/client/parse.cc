@@ -26,42 +26,16 @@ size_t Distance(const std::string& a, const std::string& b) {
   return d[a.size()][b.size()];
 }
 
-std::string DidYouMean(const std::string& word,
-                       const std::vector<const char*>& names) {
-  const char* nearest = Nearest(word, names);
-  return nearest == nullptr
-             ? ""
-             : std::string("; did you mean \"") + nearest + "\"?";
-}
-
-// Whether a verb's name is, or begins with, the words.
-bool Begins(const char* name, const std::string& words) {
-  return std::strncmp(name, words.c_str(), words.size()) == 0 &&
-         (name[words.size()] == '\0' || name[words.size()] == ' ');
-}
-
 bool AnyBegins(const std::string& words) {
   return std::any_of(Verbs().begin(), Verbs().end(), [&](const VerbRow& row) {
-    return Begins(row.name, words);
+    return NameBegins(row.name, words);
   });
 }
 
-// The next words that verbs beginning with `words` can have.
-std::vector<const char*> NextWords(const std::string& words,
-                                   std::vector<std::string>* store) {
-  const size_t skip = words.empty() ? 0 : words.size() + 1;
-  for (const VerbRow& row : Verbs()) {
-    if (!words.empty() && !Begins(row.name, words)) continue;
-    if (std::strlen(row.name) <= skip) continue;
-    std::string next = row.name + skip;
-    next.resize(std::min(next.size(), next.find(' ')));
-    if (std::find(store->begin(), store->end(), next) == store->end()) {
-      store->push_back(next);
-    }
-  }
-  std::vector<const char*> names;
-  for (const std::string& word : *store) names.push_back(word.c_str());
-  return names;
+std::vector<const char*> Pointers(const std::vector<std::string>& words) {
+  std::vector<const char*> pointers;
+  for (const std::string& word : words) pointers.push_back(word.c_str());
+  return pointers;
 }
 
 class Parser {
@@ -98,11 +72,10 @@ class Parser {
   Status TakeVerbWord(const std::string& word) {
     const std::string words = verb_.empty() ? word : verb_ + " " + word;
     if (!AnyBegins(words)) {
-      // `help NAME` and the like take any word.
-      std::vector<std::string> store;
+      const std::vector<std::string> known = NextWords(verb_);
       const std::string what = verb_.empty() ? "verb" : verb_ + " verb";
       return {krt_usage, "unknown " + what + " \"" + word + "\"" +
-                             DidYouMean(word, NextWords(verb_, &store))};
+                             DidYouMean(word, Pointers(known))};
     }
     verb_ = words;
     line_->verb = FindVerb(verb_.c_str());
@@ -202,11 +175,8 @@ class Parser {
 
   Status MissingVerb() const {
     if (verb_.empty()) return {krt_usage, "no verb given; see: krtctl help"};
-    std::vector<std::string> store;
     std::string text = verb_ + ": one of";
-    for (const char* word : NextWords(verb_, &store)) {
-      text += std::string(" ") + word;
-    }
+    for (const std::string& word : NextWords(verb_)) text += " " + word;
     return {krt_usage, text};
   }
 
@@ -247,6 +217,34 @@ std::vector<std::string> CommandLine::Values(const char* option) const {
 
 Status ParseCommandLine(int argc, const char* const* argv, CommandLine* line) {
   return Parser(argc, argv, line).Parse();
+}
+
+bool NameBegins(const char* name, const std::string& words) {
+  return words.empty() ||
+         (std::strncmp(name, words.c_str(), words.size()) == 0 &&
+          (name[words.size()] == '\0' || name[words.size()] == ' '));
+}
+
+std::vector<std::string> NextWords(const std::string& words) {
+  const size_t skip = words.empty() ? 0 : words.size() + 1;
+  std::vector<std::string> next;
+  for (const VerbRow& row : Verbs()) {
+    if (!NameBegins(row.name, words) || std::strlen(row.name) <= skip) continue;
+    std::string word = row.name + skip;
+    word.resize(std::min(word.size(), word.find(' ')));
+    if (std::find(next.begin(), next.end(), word) == next.end()) {
+      next.push_back(word);
+    }
+  }
+  return next;
+}
+
+std::string DidYouMean(const std::string& word,
+                       const std::vector<const char*>& names) {
+  const char* nearest = Nearest(word, names);
+  return nearest == nullptr
+             ? ""
+             : std::string("; did you mean \"") + nearest + "\"?";
 }
 
 const char* Nearest(const std::string& word,

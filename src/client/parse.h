@@ -27,6 +27,15 @@ struct CommandLine {
 // krt_usage with the words to print; `line` holds then what was understood.
 Status ParseCommandLine(int argc, const char* const* argv, CommandLine* line);
 
+// The next words of verbs' names after these first ones ("": none yet), in
+// table order: "list", "get" and so on after "fax".
+std::vector<std::string> NextWords(const std::string& words);
+// Whether a verb's name is, or begins with, these words.
+bool NameBegins(const char* name, const std::string& words);
+
+// "; did you mean \"...\"?" with the nearest name, "" when none is near.
+std::string DidYouMean(const std::string& word,
+                       const std::vector<const char*>& names);
 // The name nearest to a misspelled one, or null when none is near.
 const char* Nearest(const std::string& word,
                     const std::vector<const char*>& names);

@@ -38,7 +38,7 @@ void SendGroup(App& app, int pbcmd, kx::Object group, const char* done) {
   kx::Object pbcom = BookCommand(app, pbcmd);
   kx::SetChild(pbcom.get(), "objptr", std::move(group));
   if (CallBook(app, alias, std::move(pbcom)) == nullptr) return;
-  app.out().Result(shown.get(), app.Has("quiet") ? "" : alias + " " + done);
+  app.out().Done(shown.get(), alias + " " + done);
 }
 
 // Sends the memberships of all persons named, under the spellings that person
@@ -57,11 +57,8 @@ void SendMembers(App& app, int pbcmd, const char* done) {
     kx::Object pbcom = BookCommand(app, pbcmd);
     kx::SetChild(pbcom.get(), "objptr", std::move(member));
     if (CallBook(app, alias, std::move(pbcom)) == nullptr) continue;
-    app.out().Result(shown.get(),
-                     app.Has("quiet")
-                         ? ""
-                         : alias + " " + done + " " +
-                               kx::TextOrEmpty(group.get(), "galias"));
+    app.out().Done(shown.get(), alias + " " + done + " " +
+                                    kx::TextOrEmpty(group.get(), "galias"));
   }
 }
 
@@ -116,7 +113,7 @@ void RunPbGroupRm(App& app) {
     const std::string stored = kx::TextOrEmpty(group.get(), "galias");
     kx::Object pbcom = KeyCommand(app, kx_pbc_grpdel, stored);
     if (CallBook(app, alias, std::move(pbcom)) == nullptr) continue;
-    app.out().Result(group.get(), app.Has("quiet") ? "" : stored + " deleted");
+    app.out().Done(group.get(), stored + " deleted");
   }
 }
 

@@ -80,13 +80,13 @@ void ReportImport(App& app, size_t rows, const ImportCount& count) {
                      std::to_string(count.updated) + " updated, " +
                      std::to_string(count.skipped) + " skipped, " +
                      std::to_string(count.rejected) + " rejected";
-  app.out().Result({{"type", JsonString("import")},
-                    {"rows", std::to_string(rows)},
-                    {"added", std::to_string(count.added)},
-                    {"updated", std::to_string(count.updated)},
-                    {"skipped", std::to_string(count.skipped)},
-                    {"rejected", std::to_string(count.rejected)}},
-                   app.Has("quiet") ? "" : line);
+  app.out().Done({{"type", JsonString("import")},
+                  {"rows", std::to_string(rows)},
+                  {"added", std::to_string(count.added)},
+                  {"updated", std::to_string(count.updated)},
+                  {"skipped", std::to_string(count.skipped)},
+                  {"rejected", std::to_string(count.rejected)}},
+                 line);
 }
 
 void ImportPersons(App& app, const std::string& text) {
@@ -261,11 +261,10 @@ void RunPbExport(App& app) {
   if (path == "-") return app.out().Raw(text);
   if (Status s = WriteWhole(path, text); !s.ok()) return app.Fail("", s);
   const std::string what = app.Has("groups") ? " groups" : " persons";
-  app.out().Result(
-      {{"type", JsonString("export")},
-       {"file", JsonString(path)},
-       {"count", std::to_string(count)}},
-      app.Has("quiet") ? "" : std::to_string(count) + what + " -> " + path);
+  app.out().Done({{"type", JsonString("export")},
+                  {"file", JsonString(path)},
+                  {"count", std::to_string(count)}},
+                 std::to_string(count) + what + " -> " + path);
 }
 
 }  // namespace client

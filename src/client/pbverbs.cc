@@ -45,12 +45,9 @@ bool SetPersonPairs(App& app, kx_object* person, size_t first) {
     }
     const char* known = FindPersonName(name);
     if (known == nullptr) {
-      const char* nearest = Nearest(Lower(name), PersonNames());
       app.Fail(krt_usage, "",
                "unknown field \"" + name + "\"" +
-                   (nearest == nullptr
-                        ? ""
-                        : std::string("; did you mean \"") + nearest + "\"?"));
+                   DidYouMean(Lower(name), PersonNames()));
       return false;
     }
     if (Status s = SetPersonText(person, known, value); !s.ok()) {
@@ -194,7 +191,7 @@ void RunPbRm(App& app) {
     kx::Object pbcom = BookCommand(app, kx_pbc_perdel);
     kx::SetText(pbcom.get(), "pbkey", stored.c_str());
     if (CallBook(app, alias, std::move(pbcom)) == nullptr) continue;
-    app.out().Result(person.get(), app.Has("quiet") ? "" : stored + " deleted");
+    app.out().Done(person.get(), stored + " deleted");
   }
 }
 
@@ -216,8 +213,7 @@ void RunPbCount(App& app) {
 void RunPbInit(App& app) {
   const kx::Object book = CallBook(app, "", BookCommand(app, kx_pbc_create));
   if (book == nullptr) return;
-  app.out().Result(book.get(),
-                   app.Has("quiet") ? "" : "the phone book is there");
+  app.out().Done(book.get(), "the phone book is there");
 }
 
 void RunPbDrop(App& app) {
@@ -228,8 +224,7 @@ void RunPbDrop(App& app) {
   }
   const kx::Object book = CallBook(app, "", BookCommand(app, kx_pbc_delete));
   if (book == nullptr) return;
-  app.out().Result(book.get(),
-                   app.Has("quiet") ? "" : "the phone book is gone");
+  app.out().Done(book.get(), "the phone book is gone");
 }
 
 }  // namespace client

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <span>
 
+#include "client/fields.h"
 #include "client/format.h"
 #include "kx/kxobj.h"
 #include "phonebook/pb.h"
@@ -60,17 +61,10 @@ const db_field* FindStored(const char* name) {
 }
 
 Status SetOne(kx_object* person, const char* field, const std::string& text) {
-  for (const char c : text) {
-    if (static_cast<unsigned char>(c) < 0x20) {
-      return {krt_bad_data, std::string(field) +
-                                ": one line without control characters only"};
-    }
-  }
-  if (Kfx_Set(person, field, text.c_str()) == 0) return {};
-  const int limit = Kfx_Field_Length(person, field) - 1;
-  return {krt_bad_data, std::string(field) + ": at most " +
-                            std::to_string(limit) + " bytes, not " +
-                            std::to_string(text.size())};
+  const std::string why = WhyNoValue(*kx_field(field, person), text);
+  if (!why.empty()) return {krt_bad_data, why};
+  Kfx_Set(person, field, text.c_str());
+  return {};
 }
 
 Status SetCombined(kx_object* person, const Combined& combined,

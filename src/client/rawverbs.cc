@@ -62,6 +62,11 @@ bool FillExtern(App& app, kx_object* request) {
   kx::SetBool(request, "retobj", app.Has("object"));
   kx::ListBuilder args;
   for (size_t i = 1; i < app.args(); ++i) {
+    // Unset, it would not arrive.
+    if (app.arg(i).empty()) {
+      app.Fail(krt_bad_data, app.arg(0), "an empty argument cannot be sent");
+      return false;
+    }
     kx::Object arg = kx::Build("obj-arg");
     kx::SetBool(arg.get(), "ispath", false);
     if (!app.Set(app.arg(i), arg.get(), "argstr", app.arg(i))) return false;
@@ -137,6 +142,10 @@ void RunCollect(App& app) {
   for (const std::string& name : app.line().args) {
     if (!IsExchangeName(name)) {
       app.Fail(krt_usage, "", "\"" + name + "\" is no exchange (NNNN-RRR)");
+      continue;
+    }
+    if (app.dry_run()) {
+      app.Note("would take " + app.link().place().spool + "/" + name + ".rsp");
       continue;
     }
     Unpacking files;

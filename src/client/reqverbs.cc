@@ -110,8 +110,7 @@ void ForEachRequest(App& app, const char* cmdtype, const char* done) {
     if (id == nullptr) continue;
     kx::Object shown(Kfx_Copy_Obj(id.get()));
     if (app.Call(seqno, cmdtype, std::move(id)) == nullptr) continue;
-    app.out().Result(shown.get(),
-                     app.Has("quiet") ? "" : "request " + seqno + " " + done);
+    app.out().Done(shown.get(), "request " + seqno + " " + done);
   }
 }
 

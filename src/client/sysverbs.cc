@@ -41,9 +41,8 @@ void RunPing(App& app) {
   const kx::Object answer = app.Call("", "cmd-noop", nullptr);
   if (answer == nullptr) return;
   const std::string ms = std::to_string(NowMs() - start);
-  app.out().Result(answer.get(),
-                   app.Has("quiet") ? "" : "the daemon answers (" + ms + " ms)",
-                   {{"ms", ms}});
+  app.out().Done(answer.get(), "the daemon answers (" + ms + " ms)",
+                 {{"ms", ms}});
 }
 
 void RunState(App& app) {
@@ -71,17 +70,13 @@ void RunList(App& app) {
   }
   std::string text = "unknown kind \"" + kind + "\"; one of";
   for (const char* name : kinds) text += std::string(" ") + name;
-  const char* nearest = Nearest(kind, kinds);
-  if (nearest != nullptr) {
-    text += std::string("; did you mean \"") + nearest + "\"?";
-  }
-  app.Fail(krt_usage, "", text);
+  app.Fail(krt_usage, "", text + DidYouMean(kind, kinds));
 }
 
 void RunClean(App& app) {
   const kx::Object answer = app.Call("", "cmd-faxcln", nullptr);
   if (answer == nullptr) return;
-  app.out().Result(answer.get(), app.Has("quiet") ? "" : "cleaned");
+  app.out().Done(answer.get(), "cleaned");
 }
 
 }  // namespace client

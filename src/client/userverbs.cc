@@ -90,8 +90,7 @@ void RunUserAdd(App& app) {
       app.Fail(name, s);
       continue;
     }
-    app.out().Result(UserObject(name).get(),
-                     app.Has("quiet") ? "" : name + " is a fax user now");
+    app.out().Done(UserObject(name).get(), name + " is a fax user now");
   }
 }
 

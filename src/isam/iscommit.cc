@@ -10,6 +10,8 @@
 namespace isam {
 namespace {
 
+uint64_t g_local_changes = 0;
+
 constexpr off_t kLeastStep = 64 * 1024;
 constexpr off_t kLargestStep = 1024 * 1024;
 
@@ -180,6 +182,7 @@ isam_code Apply(Change& change, State state) {
   }
   state.phase = Phase::kApplied;
   ++state.changes;
+  ++g_local_changes;
   if (ApplyChange(change) == kIsamOk && WriteState(table, state) == kIsamOk &&
       !table.overlay)
     Adopt(change, state);
@@ -217,6 +220,8 @@ isam_code CheckFiles(Table& table) {
 }
 
 }  // namespace
+
+uint64_t LocalChanges() { return g_local_changes; }
 
 isam_code Repair(Table& table) {
   if (!table.overlay) return kIsamOk;

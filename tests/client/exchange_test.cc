@@ -245,6 +245,77 @@ TEST(GivingUp, DaemonThatDoesNotRunIsSaidSo) {
   EXPECT_EQ(server.root().SpoolNames(), std::vector<std::string>{});
 }
 
+// What lies under the response's name and is none.
+TEST(Responses, OnlyWholeRegularFilesAreTaken) {
+  const struct {
+    const char* what;
+    const char* make;  // shell, with $r as the response's path
+    const char* says;
+  } kCases[] = {
+      {"not an object", "echo hello > $r", ": not a response: User rtn failed"},
+      {"cut short", "echo objbeg=obj-cmdrsp > $r",
+       ": not a response: User rtn failed"},
+      {"another type", "printf 'objbeg=obj-arg\nobjend=obj-arg\n' > $r",
+       ": not a response: Invalid object"},
+      {"a link", "ln -s /etc/passwd $r", ": Too many levels of symbolic links"},
+      {"a fifo", "mkfifo $r", ": Invalid argument"},
+      {"a folder", "mkdir $r", ": Invalid argument"},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.what);
+    const Server server;
+    const std::string rsp = server.root().spool() / "0007-008.rsp";
+    server.Shell("r=" + rsp + "; " + c.make);
+    const Exit end = server.Run({"collect", "0007-008"});
+    EXPECT_GE(end.status, 70);
+    EXPECT_EQ(end.err, "krtctl: collect 0007-008: " + rsp + c.says + "\n");
+    // It is all that tells what became of the command.
+    EXPECT_TRUE(std::filesystem::is_symlink(rsp) ||
+                std::filesystem::exists(rsp));
+  }
+}
+
+TEST(Places, RootComesFromTheFirstThatNamesOne) {
+  const Server server;
+  const std::string root = server.root().path();
+  const std::string defaults = server.Path("defaults");
+  const struct {
+    const char* line;  // %s is the root
+    bool found;
+  } kCases[] = {{"KFAXDIR=%s", true},
+                {"KFAXDIR=%s # where it is", true},
+                {"export KFAXDIR=\"%s\"", true},
+                {"  KFAXDIR='%s'", true},
+                {"KFAXDIR=/nonexistent\nKFAXDIR=%s", true},
+                {"#KFAXDIR=%s", false},
+                {"NOTKFAXDIR=%s", false},
+                {"KFAXDIR=", false}};
+  for (const auto& c : kCases) {
+    std::string text = c.line;
+    const size_t at = text.find("%s");
+    if (at != text.npos) text.replace(at, 2, root);
+    support::WriteFile(defaults, text + "\n");
+    Place place;
+    client::ChooseRoot(nullptr, defaults.c_str(), &place);
+    EXPECT_EQ(place.root, c.found ? root : "/usr/krtfax/spool") << text;
+    EXPECT_EQ(place.source, c.found ? defaults : "built-in default") << text;
+  }
+  // A directory without the folders of a root.
+  Place place;
+  EXPECT_EQ(client::FindPlace("/", nullptr, defaults.c_str(), &place).code,
+            krt_no_root);
+}
+
+// A daemon that watches another folder than the protocol's.
+TEST(Places, SpoolOfAnotherDaemon) {
+  Server server;
+  const std::string spool = server.Path("other");
+  std::filesystem::create_directory(spool);
+  server.Start({"-d", spool});
+  ctl::Expect(server, {{{"--spool", spool, "ping", "-q"}, 0, "", ""},
+                       {{"ping", "--timeout", "1"}, 75, "", "*"}});
+}
+
 // Every client sends a host name of its own, which its answer must repeat.
 TEST(ManyClients, TwoHundredKeepTheirAnswersApart) {
   Server server;

@@ -4,7 +4,7 @@
 #include "client/csv.h"
 #include "client/ctl.h"
 #include "client/format.h"
-#include "client/json.h"
+#include "client/output.h"
 #include "client/parse.h"
 #include "client/person.h"
 #include "client/vcard.h"
@@ -164,6 +164,66 @@ TEST(Aliases, MadeOnesAreFreeAndFit) {
   }
 }
 
+// Tables on a terminal: aligned, bold heading, cut to its width but for what
+// names the thing. Elsewhere all of it, between tabs.
+TEST(Tables, FitTheTerminal) {
+  client::Output out;
+  client::OutputOptions options;
+  options.terminal = true;
+  options.color = true;
+  options.width = 30;
+  out.Configure(options);
+  const client::Cells heading = {"ALIAS", "NAME", "TEXT"};
+  const std::vector<client::Cells> rows = {
+      {"a-very-long-alias", "B\xC3\xA9rard", "something that is too long"},
+      {"b", "", "x"}};
+  testing::internal::CaptureStdout();
+  out.Table(heading, rows);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "\033[1mALIAS              NAME    TEXT\033[0m\n"
+            "a-very-long-alias  B\xC3\xA9rard  somethi\xE2\x80\xA6\n"
+            "b                          x\n");
+  options.terminal = false;
+  out.Configure(options);
+  testing::internal::CaptureStdout();
+  out.Table(heading, rows);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "ALIAS\tNAME\tTEXT\n"
+            "a-very-long-alias\tB\xC3\xA9rard\tsomething that is too long\n"
+            "b\t\tx\n");
+}
+
+TEST(Color, IsForTerminalsThatWantIt) {
+  if (support::RunProgram("/bin/sh", {"-c", "script --version"}).status != 0) {
+    GTEST_SKIP() << "no script(1)";
+  }
+  const ctl::Server server;
+  const struct {
+    const char* setting;
+    const char* option;
+    bool colored;
+  } kCases[] = {{"TERM=xterm", "", false},  // not a terminal
+                {"TERM=xterm", "--color always", true},
+                {"NO_COLOR=1", "--color always", true},
+                {"TERM=dumb", "--color never", false}};
+  for (const auto& c : kCases) {
+    const Exit end = server.Shell(std::string("export ") + c.setting +
+                                  "; krtctl " + c.option + " check --offline");
+    EXPECT_EQ(end.out.find("\033[") != std::string::npos, c.colored)
+        << c.setting << " " << c.option;
+  }
+  for (const char* setting : {"TERM=xterm", "TERM=dumb", "NO_COLOR=1"}) {
+    const Exit end = support::RunProgram(
+        "/bin/sh",
+        {"-c", std::string("TERM=xterm; export TERM; export ") + setting +
+                   "; script -qec '" KRTCTL_PATH " check --offline --root " +
+                   server.root().path().string() + "' /dev/null </dev/null"});
+    EXPECT_EQ(end.out.find("\033[") != std::string::npos,
+              std::string(setting) == "TERM=xterm")
+        << setting << end.out;
+  }
+}
+
 // Each script, in its shell where that is installed.
 TEST(Completions, LoadAndOfferTheVerbs) {
   const ctl::Server server;
@@ -190,7 +250,7 @@ TEST(Completions, LoadAndOfferTheVerbs) {
       {"krtctl fax r", "rm route"},
       {"krtctl -u bob pb group j", "join"},
       {"krtctl list pr", "priorities prtdests"},
-      {"krtctl submit --priority ''", "x l m h u"},
+      {"krtctl submit --priority ''", "x l m h u none low medium high urgent"},
       {"krtctl --color a", "auto always"},
       {"krtctl check --o", "--offline"},
   };

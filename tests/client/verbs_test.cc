@@ -347,10 +347,10 @@ TEST_F(Verbs, CommandsAsSuch) {
       {"objbeg=obj-cmdrsp\ncmdtyp=cmd-noop\nobjend=obj-cmdrsp\n", 65,
        "krtctl: raw -: line 2: unknown field \"cmdtyp\"\n"},
       {"objbeg=obj-cmdrsp\ncmdtype=cmd-nope\nobjend=obj-cmdrsp\n", 65,
-       "krtctl: raw -: line 2: Invalid data\n"},
+       "krtctl: raw -: line 2: cmdtype: \"cmd-nope\" is no value for it\n"},
       {"objbeg=obj-cmdrsp\nobjptr=obj-reqid\nobjbeg=obj-reqid\nqueue="
        "sixteen-letters-\n",
-       65, "krtctl: raw -: line 4: User rtn failed\n"},
+       65, "krtctl: raw -: line 4: queue: at most 15 bytes, not 16\n"},
       {"objbeg=obj-cmdrsp\n", 65,
        "krtctl: raw -: line 1: the text ends inside an object\n"},
       {"\n", 66, "krtctl: raw: -: is empty\n"},

@@ -16,7 +16,7 @@ packages_for() {
     bench) echo libbenchmark-dev libsqlite3-dev liblmdb-dev libdb-dev ;;
     fuzz) echo clang libclang-rt-14-dev ;;
     docs) echo graphviz mandoc scdoc ;;
-    package) echo debhelper dpkg-dev fakeroot lintian mmdebstrap scdoc ;;
+    package) echo dpkg-dev fakeroot lintian mmdebstrap scdoc ;;
     *) echo "deps.sh: no such purpose: $1" >&2; return 1 ;;
   esac
 }

@@ -78,7 +78,7 @@ struct Table {
 
 // Opens <name>.dat and <name>.idx.
 [[nodiscard]] isam_code OpenTable(const std::string& name, bool writable,
-                                  std::unique_ptr<Table>* table);
+                                  std::unique_ptr<Table>* out);
 
 // Brings `table` up to what the files say now. Without `locked` (the writer or
 // the read lock held) it only accepts files that need no repair, and answers

@@ -130,9 +130,8 @@ void Intake::Take(const std::string& name) {
     Say("command %s: not there any more", Printable(name).c_str());
     return;
   }
-  const kx::Object cmd(stream != nullptr
-                           ? fx_read_object(stream.get(), "obj-cmdrsp")
-                           : nullptr);
+  const kx::Object cmd(
+      stream != nullptr ? fx_read_object(stream.get(), "obj-cmdrsp") : nullptr);
   if (cmd == nullptr) {
     PutAside(dir.c_str(), name);
     return;

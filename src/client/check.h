@@ -1,0 +1,49 @@
+// The checks of `krtctl check`, in groups that each look at one thing.
+#ifndef CLIENT_CHECK_H_
+#define CLIENT_CHECK_H_
+
+#include <string>
+
+#include "client/app.h"
+
+namespace client {
+
+// Where a finding goes: a line with its state and, unless it is fine, the fix.
+class Findings {
+ public:
+  Findings(App& app, const Place& place) : app_(app), place_(place) {}
+
+  void Ok(const std::string& what);
+  void Warn(const std::string& what, const std::string& fix);
+  void Fail(const std::string& what, const std::string& fix);
+  // Whether to repair; `question` is asked first unless it is empty.
+  bool Repairs(const std::string& question = "");
+
+  App& app() { return app_; }
+  const Place& place() const { return place_; }
+  const char* root() const { return place_.root.c_str(); }
+
+ private:
+  void Show(const char* state, Paint paint, const std::string& what,
+            const std::string& fix);
+
+  App& app_;
+  const Place& place_;
+};
+
+// What the daemon needs to start.
+void CheckTree(Findings* findings);
+void CheckSystemUser(Findings* findings);
+void CheckSpace(Findings* findings);
+// Who runs, and listens.
+void CheckDaemon(Findings* findings);
+void CheckScheduler(Findings* findings);
+void CheckFifos(Findings* findings);
+// What lies about.
+void CheckSpoolFiles(Findings* findings);
+void CheckSlots(Findings* findings);
+void CheckBooks(Findings* findings);
+
+}  // namespace client
+
+#endif  // CLIENT_CHECK_H_

@@ -1,0 +1,263 @@
+// What runs, and what lies about in the spool.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include "client/check.h"
+#include "client/daemons.h"
+#include "client/format.h"
+#include "cm/cmpaths.h"
+#include "faxserver/fsdmnlst.h"
+#include "faxserver/fsshm.h"
+#include "isam/isam.h"
+#include "kx/object.h"
+#include "util/kutio.h"
+
+namespace client {
+namespace {
+
+constexpr time_t kOldAfter = 3600;      // seconds, for what is in the spool
+constexpr time_t kAbandonedAfter = 60;  // a claim is read at once
+
+// The names in a directory, sorted; none when it cannot be read.
+std::vector<std::string> Names(const std::string& dir) {
+  std::vector<std::string> names;
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(dir, error)) {
+    names.push_back(entry.path().filename());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+time_t AgeOf(const std::string& path) {
+  struct stat st;
+  return lstat(path.c_str(), &st) == 0 ? time(nullptr) - st.st_mtime : 0;
+}
+
+void CheckRegister(Findings* findings) {
+  std::string dead;
+  for (const DaemonEntry& entry : ReadRegister(findings->root())) {
+    if (ProcessExists(entry.pid)) continue;
+    dead += " " + std::to_string(entry.pid) + ":" + entry.name;
+  }
+  if (dead.empty()) return findings->Ok("register of daemons");
+  const std::string what = "register of daemons: dead entries" + dead;
+  // No daemon has the empty name: only the dead ones go.
+  if (findings->Repairs() && fx_upd_daemon_list(findings->root(), "") == 0) {
+    return findings->Ok(what + ": removed");
+  }
+  findings->Warn(what, "krtctl check --fix");
+}
+
+void CheckPing(Findings* findings) {
+  App& app = findings->app();
+  if (!app.Connect()) return;
+  kx::Object cmd = app.link().Command("cmd-noop", nullptr);
+  kx::Object answer;
+  const long long start = NowMs();
+  Status s = app.link().Call(cmd.get(), nullptr, &answer);
+  if (s.ok()) {
+    return findings->Ok("the daemon answers (" +
+                        std::to_string(NowMs() - start) + " ms)");
+  }
+  findings->Fail("the daemon does not answer: " + s.text,
+                 "look into its log (journalctl -u krtcmd)");
+}
+
+// Whether somebody reads a fifo: opening it to write succeeds at once.
+void CheckFifo(Findings* findings, const std::string& path, bool needed,
+               const char* reader) {
+  struct stat st;
+  const UniqueFd fd(Kut_open(path.c_str(), O_WRONLY | O_NONBLOCK));
+  const int error = errno;
+  const bool fifo = stat(path.c_str(), &st) == 0 && S_ISFIFO(st.st_mode);
+  if (fd.valid() && fifo) return findings->Ok(path + " has a reader");
+  std::string what = path + ": ";
+  what += error == ENXIO                                ? "nobody reads it"
+          : !fifo && error != ENOENT && error != EACCES ? "is no fifo"
+                                                        : std::strerror(error);
+  const std::string fix = std::string("start ") + reader;
+  needed ? findings->Fail(what, fix) : findings->Warn(what, fix);
+}
+
+bool IsRegistered(const char* root, const char* name) {
+  for (const DaemonEntry& entry : ReadRegister(root)) {
+    if (entry.name == name && ProcessExists(entry.pid)) return true;
+  }
+  return false;
+}
+
+bool IsNumber(const std::string& text) {
+  return !text.empty() &&
+         std::all_of(text.begin(), text.end(),
+                     [](unsigned char c) { return std::isdigit(c) != 0; });
+}
+
+void CheckClaim(Findings* findings, const std::string& name, long pid) {
+  const std::string& spool = findings->place().spool;
+  const std::string path = spool + "/" + name;
+  if (ProcessExists(pid) || AgeOf(path) < kAbandonedAfter) return;
+  const std::string base = name.substr(0, name.rfind('.'));
+  const std::string what = "abandoned command " + name;
+  // The daemon removes a claim as soon as it has read it: this one was not
+  // carried out.
+  if (findings->Repairs("Put " + name + " back to be carried out?")) {
+    if (rename(path.c_str(), (spool + "/" + base + ".cmd").c_str()) == 0) {
+      return findings->Ok(what + ": put back");
+    }
+    return findings->Fail(what + ": " + std::strerror(errno), "look as root");
+  }
+  findings->Warn(what, "krtctl check --fix, or remove it");
+}
+
+void CheckOld(Findings* findings, const std::string& name,
+              const std::string& ext) {
+  const std::string path = findings->place().spool + "/" + name;
+  const time_t age = AgeOf(path);
+  if (age < kOldAfter) return;
+  const std::string base = name.substr(0, name.rfind('.'));
+  const std::string what = name + " is " + Span(age) + " old";
+  if (ext == "rsp") return findings->Warn(what, "krtctl collect " + base);
+  if (ext == "cmd") {
+    return findings->Warn(what, "see whether the daemon runs: krtctl ping");
+  }
+  findings->Warn(what, "rm " + path);
+}
+
+struct Damage {
+  std::string first;  // what was found first
+};
+
+void NoteDamage(void* context, const char* line) {
+  auto* damage = static_cast<Damage*>(context);
+  if (damage->first.empty()) damage->first = line;
+}
+
+// Compares a book's indexes with its records. Whether there is a book.
+bool CheckBook(Findings* findings, const std::string& dir,
+               const std::string& whose) {
+  if (access((dir + "/pbper.dat").c_str(), F_OK) != 0) return false;
+  for (const char* table : {"pbper", "pbgrp", "pbmem"}) {
+    const std::string path = dir + "/" + table + ".dat";
+    if (access(path.c_str(), R_OK) != 0) {
+      findings->Warn(path + ": " + std::strerror(errno), "look as root");
+      return true;
+    }
+    Damage damage;
+    const int code = isam_check(path.c_str(), NoteDamage, &damage);
+    if (code == 0) continue;
+    findings->Fail(path + ": " +
+                       (damage.first.empty()
+                            ? "error " + std::to_string(code) + " of the store"
+                            : damage.first),
+                   "pb export, pb drop, pb init and pb import, or a backup");
+    return true;
+  }
+  findings->Ok(whose);
+  return true;
+}
+
+}  // namespace
+
+void CheckDaemon(Findings* findings) {
+  CheckRegister(findings);
+  switch (FindDaemon(findings->place().root)) {
+    case DaemonState::kAlive:
+      findings->Ok("the daemon is registered and alive");
+      return CheckPing(findings);
+    case DaemonState::kDead:
+      return findings->Fail("no registered daemon is alive",
+                            "systemctl start krtcmd");
+    case DaemonState::kNone:
+      return findings->Fail("no daemon is registered",
+                            "systemctl start krtcmd");
+  }
+}
+
+void CheckScheduler(Findings* findings) {
+  const bool running = fx_is_sched_running(findings->root());
+  const int modems = fx_get_num_modems(findings->root());
+  const int error = Kfx_Errno();
+  fx_shm_detach();
+  if (running) {
+    return findings->Ok("the scheduler runs, " + std::to_string(modems) +
+                        " modems");
+  }
+  findings->Fail(modems >= 0 ? "the scheduler's process is gone"
+                 : error == kx_err_data
+                     ? "the status segment is not the scheduler's"
+                     : "there is no status segment: the scheduler does not run",
+                 "start the fax scheduler");
+}
+
+void CheckFifos(Findings* findings) {
+  const char* root = findings->root();
+  CheckFifo(findings, cm_get_fifo_file(root), true, "the fax scheduler");
+  CheckFifo(findings, findings->place().spool + "/kfifo", true,
+            "the queueing side");
+  if (IsRegistered(root, kFxFileDaemon)) {
+    CheckFifo(findings, std::string(cm_get_filspool_dir(root)) + "/efifo",
+              false, kFxFileDaemon);
+  }
+  if (IsRegistered(root, kFxNetDaemon)) {
+    CheckFifo(findings, std::string(cm_get_netspool_dir(root)) + "/efifo",
+              false, kFxNetDaemon);
+  }
+}
+
+void CheckSpoolFiles(Findings* findings) {
+  for (const std::string& name : Names(findings->place().spool)) {
+    const size_t dot = name.rfind('.');
+    const std::string ext = dot == name.npos ? "" : name.substr(dot + 1);
+    if (IsNumber(ext)) {
+      CheckClaim(findings, name, std::strtol(ext.c_str(), nullptr, 10));
+    } else if (!ext.empty()) {
+      CheckOld(findings, name, ext);
+    }
+  }
+}
+
+void CheckSlots(Findings* findings) {
+  const Place& place = findings->place();
+  int stale = 0;
+  for (const std::string& name : Names(place.sessions)) {
+    const int number = SlotOfName(name, '.');
+    if (number < 0 || name.substr(5) != "ctl") continue;
+    if (findings->Repairs()) {
+      RetireSlot(place, number);
+    } else {
+      Slot slot;
+      stale += slot.TryReserve(place, number) ? 1 : 0;
+    }
+  }
+  if (stale == 0) return findings->Ok("session numbers");
+  findings->Warn(std::to_string(stale) + " session numbers are left over",
+                 "krtctl check --fix");
+}
+
+void CheckBooks(Findings* findings) {
+  constexpr int kBuffers = 8;
+  constexpr int kTables = 4;
+  if (INTISAM(kBuffers, kTables, 0) != 0) {
+    return findings->Warn("phone books: no memory to look at them",
+                          "try again");
+  }
+  const char* root = findings->root();
+  CheckBook(findings, root, "phone book of the system");
+  int good = 0;
+  for (const std::string& user : Names(cm_get_faxq_dir(root))) {
+    const std::string dir = cm_get_opts_dir(root, user.c_str());
+    good += CheckBook(findings, dir, "phone book of " + user) ? 1 : 0;
+  }
+  CLISAM();
+  if (good == 0) findings->Ok("no phone books of users");
+}
+
+}  // namespace client

@@ -1,0 +1,33 @@
+// The register of daemons, as a client reads it.
+//
+// - A process that this user may not signal exists all the same: the daemon
+//   runs as somebody else.
+#ifndef CLIENT_DAEMONS_H_
+#define CLIENT_DAEMONS_H_
+
+#include <string>
+#include <vector>
+
+namespace client {
+
+struct DaemonEntry {
+  long pid;
+  std::string name;
+};
+
+// The entries in their order; none without a register.
+std::vector<DaemonEntry> ReadRegister(const std::string& root);
+bool ProcessExists(long pid);
+
+enum class DaemonState {
+  kAlive,  // a registered daemon's process exists
+  kDead,   // all registered ones are gone from this host
+  kNone,   // none is registered
+};
+
+// What the register says of the command daemon. Session daemons do not count.
+DaemonState FindDaemon(const std::string& root);
+
+}  // namespace client
+
+#endif  // CLIENT_DAEMONS_H_

@@ -1,0 +1,253 @@
+#include "client/exchange.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <ctime>
+#include <memory>
+
+#include "kx/kxtext.h"
+
+namespace client {
+namespace {
+
+constexpr mode_t kCommandMode = 0660;
+// How often to look without being told: where notifications work, only for
+// what another host did.
+constexpr long long kSlowLook = 1000;
+constexpr long long kFirstLook = 10;
+constexpr long long kLongestLook = 250;
+
+struct Reader {
+  FILE* file;
+  kx_pair_slot slot;
+};
+
+int ReadPair(void* context, char* name, char* value, int mode) {
+  auto* reader = static_cast<Reader*>(context);
+  return kx_read_line(reader->file, &reader->slot, name, value, mode);
+}
+
+int AppendPair(void* context, const char* name, const char* value, int code) {
+  if (code == kx_write_start || code == kx_write_stop) return 0;
+  auto* text = static_cast<std::string*>(context);
+  *text += name;
+  *text += '=';
+  *text += value;
+  *text += '\n';
+  return 0;
+}
+
+std::string Decompose(kx_object* obj, int embed) {
+  std::string text;
+  if (Kfx_Decomp_Obj(obj, AppendPair, &text, embed) != 0) text.clear();
+  return text;
+}
+
+// Opens a response, nothing else: a link or a fifo of that name is somebody's
+// trap.
+UniqueFd OpenRegular(const std::string& path) {
+  UniqueFd fd(Kut_open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
+  struct stat st;
+  if (fd.valid() && (fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode))) {
+    fd.reset();
+    errno = EINVAL;
+  }
+  return fd;
+}
+
+Status WriteNew(const std::string& path, const std::string& text) {
+  UniqueFd fd(Kut_open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW,
+                       kCommandMode));
+  if (!fd.valid()) return SystemFailure(krt_cannot_create, path);
+  // Past the umask: the daemon reads it as the fax system's user.
+  if (fchmod(fd.get(), kCommandMode) == 0 &&
+      Kut_write_full(fd.get(), text.data(), text.size()) == 0) {
+    return {};
+  }
+  Status failed = SystemFailure(krt_io, path);
+  unlink(path.c_str());
+  return failed;
+}
+
+}  // namespace
+
+long long NowMs() {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec * 1000LL + now.tv_nsec / 1'000'000;
+}
+
+Deadline After(int seconds) {
+  return seconds == 0 ? -1 : NowMs() + seconds * 1000LL;
+}
+
+std::string TextForm(kx_object* obj) { return Decompose(obj, 0); }
+std::string TextFormWithFiles(kx_object* obj) { return Decompose(obj, 1); }
+
+bool IsExchangeName(const std::string& name) {
+  constexpr char kPattern[] = "dddd-ddd";
+  if (name.size() != sizeof kPattern - 1) return false;
+  for (size_t i = 0; i < name.size(); ++i) {
+    const bool digit = std::isdigit(static_cast<unsigned char>(name[i])) != 0;
+    if (kPattern[i] == 'd' ? !digit : name[i] != kPattern[i]) return false;
+  }
+  return true;
+}
+
+Status Exchange::Open(const Place& place) {
+  place_ = place;
+  return slot_.Reserve(place);
+}
+
+void Exchange::Close() { slot_.Release(open_ <= 0); }
+
+Status Exchange::Name(kx_object* cmd, std::string* name) {
+  int reference;
+  // A response to a command that was given up may still lie there, or come:
+  // its reference is not used again.
+  for (int tries = 0;; ++tries) {
+    if (Status s = slot_.NextReference(&reference); !s.ok()) return s;
+    kx::SetNumber(cmd, "sessionid", slot_.session());
+    kx::SetNumber(cmd, "reference", reference);
+    *name = kx_tmp_name(cmd);
+    if (tries == kMaxReference || (!Taken(*name) && !Waiting(*name))) break;
+  }
+  return {};
+}
+
+Status Exchange::Send(kx_object* cmd, const std::string& name) {
+  const std::string text = TextForm(cmd);
+  if (text.empty()) {
+    return {krt_internal, std::string("command: ") + Kfx_Errmsg(Kfx_Errno())};
+  }
+  Watch();
+  const std::string base = place_.spool + "/" + name;
+  const std::string temporary = base + ".new";
+  if (Status s = WriteNew(temporary, text); !s.ok()) return s;
+  if (rename(temporary.c_str(), (base + ".cmd").c_str()) != 0) {
+    Status failed = SystemFailure(krt_io, base + ".cmd");
+    unlink(temporary.c_str());
+    return failed;
+  }
+  ++open_;
+  return {};
+}
+
+void Exchange::Watch() {
+  if (inotify_.valid()) return;
+  inotify_.reset(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+  if (inotify_.valid() &&
+      inotify_add_watch(inotify_.get(), place_.spool.c_str(), IN_MOVED_TO) <
+          0) {
+    inotify_.reset();
+  }
+}
+
+// Waits until something may have changed; false when the caller gives up.
+bool Exchange::Sleep(const WaitFor& wait, long long longest) {
+  if (inotify_.valid()) longest = kSlowLook;
+  if (wait.deadline >= 0) {
+    longest = std::min(longest, std::max(0LL, wait.deadline - NowMs()));
+  }
+  pollfd fds[2] = {{wait.cancel_fd, POLLIN, 0}, {inotify_.get(), POLLIN, 0}};
+  const int ready = poll(fds, 2, static_cast<int>(longest));
+  if (ready > 0 && fds[0].revents != 0) return false;
+  if (ready > 0 && fds[1].revents != 0) {
+    alignas(inotify_event) char events[4096];
+    while (read(inotify_.get(), events, sizeof events) > 0) {
+    }
+  }
+  return true;
+}
+
+Status Exchange::WaitAny(const std::vector<std::string>& names,
+                         const WaitFor& wait, size_t* which,
+                         kx::Object* answer) {
+  Watch();
+  long long look = kFirstLook;
+  for (;;) {
+    const bool late = wait.deadline >= 0 && NowMs() >= wait.deadline;
+    for (size_t i = 0; i < names.size(); ++i) {
+      Status s = Take(names[i], wait.unpack_dir, answer);
+      if (s.code == krt_timed_out) continue;
+      if (s.ok() && !IsOurs(names[i], answer->get())) continue;
+      if (SlotOfName(names[i], '-') == slot_.number()) --open_;
+      *which = i;
+      return s;
+    }
+    if (late) return {krt_timed_out, "no answer"};
+    if (!Sleep(wait, look)) return {krt_interrupted, "interrupted"};
+    look = std::min(look * 2, kLongestLook);
+  }
+}
+
+Status Exchange::Take(const std::string& name, const char* unpack_dir,
+                      kx::Object* answer) {
+  const std::string path = place_.spool + "/" + name + ".rsp";
+  UniqueFd fd = OpenRegular(path);
+  if (!fd.valid()) {
+    if (errno == ENOENT) return {krt_timed_out, name + ": no answer yet"};
+    return SystemFailure(krt_io, path);
+  }
+  const std::unique_ptr<FILE, int (*)(FILE*)> file(fdopen(fd.get(), "r"),
+                                                   fclose);
+  if (file == nullptr) return SystemFailure(krt_system, path);
+  static_cast<void>(fd.release());
+  Reader reader = {file.get(), {}};
+  answer->reset(Kfx_Comp_Obj("obj-cmdrsp", ReadPair, &reader, unpack_dir));
+  if (*answer == nullptr) {
+    // Kept: it is all that tells what became of the command.
+    return {krt_internal,
+            path + ": not a response: " + Kfx_Errmsg(Kfx_Errno())};
+  }
+  unlink(path.c_str());
+  return {};
+}
+
+// A response to an earlier client of this number has another session number in
+// it; there is nobody left who waits for it under this name.
+bool Exchange::IsOurs(const std::string& name, kx_object* answer) const {
+  if (kx::Number(answer, "sessionid") == slot_.session()) return true;
+  return SlotOfName(name, '-') != slot_.number();
+}
+
+bool Exchange::Waiting(const std::string& name) const {
+  return access((place_.spool + "/" + name + ".cmd").c_str(), F_OK) == 0;
+}
+
+bool Exchange::Taken(const std::string& name) const {
+  const std::unique_ptr<DIR, int (*)(DIR*)> dir(opendir(place_.spool.c_str()),
+                                                closedir);
+  if (dir == nullptr) return false;
+  while (const dirent* entry = readdir(dir.get())) {
+    const std::string file = entry->d_name;
+    if (file.compare(0, name.size() + 1, name + ".") == 0 &&
+        file != name + ".cmd") {
+      return true;
+    }
+  }
+  return false;
+}
+
+Status Exchange::Withdraw(const std::string& name) {
+  const std::string base = place_.spool + "/" + name;
+  if (rename((base + ".cmd").c_str(), (base + ".new").c_str()) != 0) {
+    if (errno == ENOENT) return {krt_unknown, "the daemon has it"};
+    return SystemFailure(krt_unknown, base + ".cmd");
+  }
+  unlink((base + ".new").c_str());
+  --open_;
+  return {};
+}
+
+}  // namespace client

@@ -1,0 +1,85 @@
+// Command files out, response files in.
+//
+// - A command appears as <spool>/NNNN-RRR.cmd by a rename, whole. Its response
+//   is taken from NNNN-RRR.rsp and removed.
+// - The daemon takes a command by renaming it. Taking it back is a rename too,
+//   so exactly one of the two gets it: a command is either not executed, or its
+//   outcome is the response's to tell.
+// - Notifications only say when to look; a timed look finds everything, also on
+//   a file system that does not notify.
+#ifndef CLIENT_EXCHANGE_H_
+#define CLIENT_EXCHANGE_H_
+
+#include <string>
+#include <vector>
+
+#include "client/slot.h"
+#include "kx/object.h"
+
+namespace client {
+
+// A point in monotonic time, in milliseconds; negative: never.
+using Deadline = long long;
+long long NowMs();
+// `seconds` from now; 0 is never.
+Deadline After(int seconds);
+
+struct WaitFor {
+  Deadline deadline = -1;
+  int cancel_fd = -1;                // -1: none
+  const char* unpack_dir = nullptr;  // null: embedded files are skipped
+};
+
+class Exchange {
+ public:
+  // Says where, for callers that only take responses.
+  void Attach(const Place& place) { place_ = place; }
+  // Reserves the session number.
+  Status Open(const Place& place);
+  // Gives the number back; what is still unanswered keeps its files.
+  void Close();
+
+  // Fills in session and reference of the next command, and says its name.
+  Status Name(kx_object* cmd, std::string* name);
+  // Sends a command that has its name.
+  Status Send(kx_object* cmd, const std::string& name);
+
+  // Waits until one of the commands is answered: its index in `names` goes to
+  // `which`. krt_timed_out and krt_interrupted leave them all as they are.
+  Status WaitAny(const std::vector<std::string>& names, const WaitFor& wait,
+                 size_t* which, kx::Object* answer);
+  // Takes back a command that the daemon has not taken. krt_ok: it is not
+  // executed; krt_unknown: the daemon was faster.
+  Status Withdraw(const std::string& name);
+
+  // Takes the response of that name, whoever sent the command, if it is there:
+  // krt_timed_out if not.
+  Status Take(const std::string& name, const char* unpack_dir,
+              kx::Object* answer);
+  // Whether the command lies in the spool untaken, or taken and unread.
+  bool Waiting(const std::string& name) const;
+  bool Taken(const std::string& name) const;
+
+  const std::string& spool() const { return place_.spool; }
+
+ private:
+  bool IsOurs(const std::string& name, kx_object* answer) const;
+  void Watch();
+  bool Sleep(const WaitFor& wait, long long longest);
+
+  Place place_;
+  Slot slot_;
+  UniqueFd inotify_;
+  int open_ = 0;  // sent, neither answered nor withdrawn
+};
+
+// Whether a text is the name of an exchange, "NNNN-RRR".
+bool IsExchangeName(const std::string& name);
+// The object in text form, as a command file holds it.
+std::string TextForm(kx_object* obj);
+// The same with the contents of the files that it names.
+std::string TextFormWithFiles(kx_object* obj);
+
+}  // namespace client
+
+#endif  // CLIENT_EXCHANGE_H_

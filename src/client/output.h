@@ -1,0 +1,83 @@
+// Results on standard output, in the form that was asked for.
+//
+// - JSON: one value in all; an array where the verb's results are a list. Text:
+//   the objects in the protocol's form, one after the other. For people:
+//   tables, or a line a field.
+// - On a terminal, tables are aligned, cut to its width, and times are short
+//   and local. Elsewhere values are whole and separated by tabs.
+#ifndef CLIENT_OUTPUT_H_
+#define CLIENT_OUTPUT_H_
+
+#include <string>
+#include <vector>
+
+#include "client/json.h"
+#include "kx/kfx.h"
+
+namespace client {
+
+enum class Form { kHuman, kJson, kText };
+
+struct OutputOptions {
+  Form form = Form::kHuman;
+  bool many = false;
+  bool quiet = false;
+  bool color = false;
+  bool terminal = false;
+  size_t width = 80;
+};
+
+enum class Paint { kNone, kBold, kGood, kWarning, kBad };
+
+using Cells = std::vector<std::string>;
+
+class Output {
+ public:
+  void Configure(const OutputOptions& options) { options_ = options; }
+  const OutputOptions& options() const { return options_; }
+  bool human() const { return options_.form == Form::kHuman; }
+
+  // A result whose form for people is `line` ("": nothing). `more` are members
+  // beside the object's own.
+  void Result(kx_object* obj, const std::string& line,
+              const std::vector<JsonMember>& more = {});
+  // A result that is no protocol object.
+  void Result(const std::vector<JsonMember>& members, const std::string& line);
+  // The same for what went well and has nothing to show: no line with --quiet.
+  void Done(kx_object* obj, const std::string& line,
+            const std::vector<JsonMember>& more = {}) {
+    Result(obj, options_.quiet ? "" : line, more);
+  }
+  void Done(const std::vector<JsonMember>& members, const std::string& line) {
+    Result(members, options_.quiet ? "" : line);
+  }
+  // A result as a line a field.
+  void Details(kx_object* obj);
+  // The elements of a list (null: none) as results, in a table of their type's
+  // usual columns.
+  void Table(kx_object* list);
+  // A table of any cells, for people only.
+  void Table(const Cells& heading, const std::vector<Cells>& rows);
+  // A line for people; not with JSON and text.
+  void Line(const std::string& line);
+  // Bytes as they are, whatever the form.
+  void Raw(const std::string& text);
+  // Ends the results. False when something could not be written.
+  [[nodiscard]] bool Finish();
+
+  std::string Painted(const std::string& text, Paint paint) const;
+
+ private:
+  void Json(const std::string& value);
+
+  OutputOptions options_;
+  int count_ = 0;  // JSON values so far
+};
+
+// A field as people read it: enums without their prefix, times, results and
+// priorities in words. Empty when it is unset.
+std::string HumanValue(kx_object* obj, const char* field, bool terminal);
+
+}  // namespace client
+
+#endif  // CLIENT_OUTPUT_H_

@@ -1,0 +1,44 @@
+// The phone book as the client reaches it: one command for each step.
+//
+// - Lists come in pages: the server remembers nothing between commands, so each
+//   next page is asked for with the object that the last one came in.
+#ifndef CLIENT_PBOOK_H_
+#define CLIENT_PBOOK_H_
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "client/app.h"
+
+namespace client {
+
+// How many entries one command may bring.
+constexpr int kPage = 200;
+
+// A new "obj-pbcom" for the book that --book names, opened for what the
+// sub-command does.
+kx::Object BookCommand(App& app, int pbcmd);
+// Sends it: the "obj-pbcom" of the answer, or null.
+kx::Object CallBook(App& app, const std::string& subject, kx::Object pbcom);
+// The same for what must be known first, --dry-run or not.
+kx::Object QueryBook(App& app, const std::string& subject, kx::Object pbcom);
+// A person as stored, or null: reported, unless `absent` is given, which then
+// says whether there simply is no such person.
+kx::Object FetchPerson(App& app, const std::string& alias,
+                       bool* absent = nullptr);
+
+// Calls `each` for every entry of a list command, page by page; false after a
+// failure, which has been reported, and when `each` returns false.
+bool ForEachEntry(App& app, kx::Object pbcom,
+                  const std::function<bool(kx_object* entry)>& each);
+
+// Adds an "obj-dest" for the person of that alias, or for each member of the
+// group of that alias: of the book that --book names, or else the user's and
+// then the system's. False after reporting.
+bool LookUpDestinations(App& app, const std::string& alias,
+                        kx::ListBuilder* list);
+
+}  // namespace client
+
+#endif  // CLIENT_PBOOK_H_

@@ -1,0 +1,43 @@
+// Where the fax server is, and who asks.
+#ifndef CLIENT_PLACE_H_
+#define CLIENT_PLACE_H_
+
+#include <string>
+
+#include "client/status.h"
+
+namespace client {
+
+// The file with a line KFAXDIR=<directory>, as the service reads it.
+constexpr char kDefaultsFile[] = "/etc/default/krtcmd";
+
+struct Place {
+  std::string root;      // absolute, without links
+  std::string source;    // what chose the root, for people
+  std::string spool;     // where commands and responses are exchanged
+  std::string sessions;  // who has which session number
+};
+
+struct Identity {
+  std::string user;
+  std::string host;
+};
+
+// Chooses the root as FindPlace does, and looks at nothing.
+void ChooseRoot(const char* root, const char* defaults_file, Place* place);
+
+// The root of the first of: the argument, KFAXDIR, the defaults file, the
+// built-in default; null or empty arguments are none. krt_no_root when what was
+// chosen is not a fax server's root.
+Status FindPlace(const char* root, const char* spool, const char* defaults_file,
+                 Place* place);
+
+// The login name of the real uid, or `user` where the process may speak for
+// others: as root, as the fax system's user, or in its group.
+Status FindIdentity(const char* user, Identity* identity);
+// Whether the process may speak for others.
+bool MayActForOthers();
+
+}  // namespace client
+
+#endif  // CLIENT_PLACE_H_

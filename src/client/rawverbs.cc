@@ -1,0 +1,154 @@
+// run, raw, collect
+#include <climits>
+
+#include "client/actions.h"
+#include "client/app.h"
+#include "client/files.h"
+#include "client/format.h"
+#include "client/staging.h"
+
+namespace client {
+namespace {
+
+// A folder of the current one for the files that an answer may carry.
+class Unpacking {
+ public:
+  Unpacking() { static_cast<void>(dir_.Make(".")); }
+  const char* path() const {
+    return dir_.path().empty() ? nullptr : dir_.path().c_str();
+  }
+  // Keeps the folder when something came.
+  void Settle(App& app) {
+    if (dir_.empty()) return;
+    app.Note("files: " + dir_.path());
+    dir_.Keep();
+  }
+
+ private:
+  PrivateDir dir_;
+};
+
+// Shows a whole response, as the protocol has it.
+void ShowEnvelope(App& app, const std::string& subject, kx_object* answer) {
+  if (app.out().human()) {
+    app.out().Raw(TextForm(answer));
+  } else {
+    app.out().Result(answer, "");
+  }
+  if (kx::Number(answer, "result") != 0) {
+    app.Fail(StatusOfResult(answer), subject, Refusal(answer).text);
+  }
+}
+
+void ShowOutput(App& app, kx_object* result) {
+  if (!app.out().human() || Kfx_Is_Obj_Type(result, "obj-msg") != 1) {
+    if (result != nullptr) app.out().Details(result);
+    return;
+  }
+  for (kx_object* line : kx::Elements(kx::Child(result, "lines"))) {
+    const std::string text = kx::TextOrEmpty(line, "text");
+    app.out().Line(text == " " ? "" : text);
+  }
+}
+
+bool FillExtern(App& app, kx_object* request) {
+  // The server splits the command at white space, so the program's name is one
+  // word and everything else an argument of its own.
+  if (app.arg(0).find_first_of(" \t") != std::string::npos) {
+    app.Fail(krt_bad_data, app.arg(0), "the program's name has a blank in it");
+    return false;
+  }
+  if (!app.Set(app.arg(0), request, "cmdstr", app.arg(0))) return false;
+  kx::SetBool(request, "retobj", app.Has("object"));
+  kx::ListBuilder args;
+  for (size_t i = 1; i < app.args(); ++i) {
+    // Unset, it would not arrive.
+    if (app.arg(i).empty()) {
+      app.Fail(krt_bad_data, app.arg(0), "an empty argument cannot be sent");
+      return false;
+    }
+    kx::Object arg = kx::Build("obj-arg");
+    kx::SetBool(arg.get(), "ispath", false);
+    if (!app.Set(app.arg(i), arg.get(), "argstr", app.arg(i))) return false;
+    args.Append(std::move(arg));
+  }
+  kx::SetChild(request, "args", args.Take());
+  return true;
+}
+
+// May the command be sent under the name in it?
+bool MaySend(App& app, kx_object* cmd) {
+  const char* client = kx::Text(cmd, "clientid");
+  if (client == nullptr || app.identity().user == client || MayActForOthers()) {
+    return true;
+  }
+  app.Fail(krt_no_permission, "",
+           std::string("clientid=") + client + ": that is somebody else");
+  return false;
+}
+
+}  // namespace
+
+void RunRun(App& app) {
+  if (!app.Connect()) return;
+  kx::Object request = kx::Build("obj-extcmd");
+  if (!FillExtern(app, request.get())) return;
+  const kx::Object answer = app.Transact(
+      app.arg(0), app.link().Command("cmd-extcmd", std::move(request)), nullptr,
+      nullptr);
+  if (answer == nullptr) return;
+  kx_object* result = kx::Child(answer.get(), "objptr");
+  if (kx::Number(answer.get(), "result") == 0) return ShowOutput(app, result);
+  // What the program wrote to its standard error says more than the number.
+  for (kx_object* line : kx::Elements(kx::Child(result, "lines"))) {
+    app.Fail(krt_refused, app.arg(0), kx::TextOrEmpty(line, "text"));
+  }
+  app.Accepted(app.arg(0), answer.get());
+}
+
+void RunRaw(App& app) {
+  const std::string path = app.args() > 0 ? app.arg(0) : "-";
+  std::string text;
+  if (Status s = ReadWhole(path, &text); !s.ok()) return app.Fail("", s);
+  if (text.find_first_not_of(" \t\r\n") == text.npos) {
+    return app.Fail(krt_no_input, "", path + ": is empty");
+  }
+  kx::Object cmd;
+  if (Status s = ParseObject(text, "obj-cmdrsp", &cmd); !s.ok()) {
+    return app.Fail(path, s);
+  }
+  if (!app.Connect() || !MaySend(app, cmd.get())) return;
+  app.link().Identify(cmd.get());
+  Unpacking files;
+  const kx::Object answer =
+      app.Transact("", std::move(cmd), nullptr, files.path());
+  if (answer == nullptr) return;
+  files.Settle(app);
+  ShowEnvelope(app, "", answer.get());
+}
+
+void RunCollect(App& app) {
+  if (!app.Connect()) return;
+  for (const std::string& name : app.line().args) {
+    if (!IsExchangeName(name)) {
+      app.Fail(krt_usage, "", "\"" + name + "\" is no exchange (NNNN-RRR)");
+      continue;
+    }
+    if (app.dry_run()) {
+      app.Note("would take " + app.link().place().spool + "/" + name + ".rsp");
+      continue;
+    }
+    Unpacking files;
+    kx::Object answer;
+    Status s = app.link().Collect(name, files.path(), &answer);
+    if (!s.ok()) {
+      app.Fail(name, s);
+      continue;
+    }
+    RemoveStaged(app.link().place().spool, name);
+    files.Settle(app);
+    ShowEnvelope(app, name, answer.get());
+  }
+}
+
+}  // namespace client

@@ -1,0 +1,137 @@
+// check: what it finds, and what it repairs.
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <utime.h>
+
+#include "client/ctl.h"
+#include "cm/cmkrt.h"
+
+namespace {
+
+using ctl::Server;
+using support::Exit;
+using support::WriteFile;
+
+// The findings that are not "ok", but for what this machine may lack: the fax
+// system's user, and the processes of the rest of the fax server.
+std::string Troubles(const Exit& end) {
+  std::string found;
+  for (size_t at = 0; at < end.out.size();) {
+    const size_t next = end.out.find('\n', at) + 1;
+    const std::string line = end.out.substr(at, next - at);
+    at = next;
+    if (line.find("krtfax") == line.npos &&
+        line.find("start the") == line.npos) {
+      found += line;
+    }
+  }
+  return found;
+}
+
+TEST(Check, HealthyServerHasNoTroubles) {
+  Server server;
+  server.Start();
+  const Exit end = server.Run({"check", "-q"});
+  EXPECT_EQ(Troubles(end), "");
+  const bool user = cm_get_krt_uid() >= 0 && cm_get_krt_gid() >= 0;
+  const Exit offline = server.Run({"check", "--offline", "-q"});
+  EXPECT_EQ(Troubles(offline), "");
+  EXPECT_EQ(offline.status, user ? 0 : 1);
+}
+
+TEST(Check, MissingFoldersAreMade) {
+  const Server server;
+  std::filesystem::remove(server.Path("krtnet/queued"));
+  std::filesystem::remove_all(server.root().spool());
+  const std::string missing = "FAIL  " + server.Path("krtnet/filspool") +
+                              " is missing; fix: krtctl check --fix\nFAIL  " +
+                              server.Path("krtnet/queued") +
+                              " is missing; fix: krtctl check --fix\n";
+  const Exit before = server.Run({"check", "-q", "--offline"});
+  EXPECT_EQ(before.status, 1);
+  EXPECT_EQ(Troubles(before), missing);
+  EXPECT_EQ(Troubles(server.Run({"check", "-q", "--offline", "--fix"})), "");
+  struct stat st;
+  ASSERT_EQ(stat(server.root().spool().c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 07777, 02770U);
+  EXPECT_EQ(Troubles(server.Run({"check", "-q", "--offline"})), "");
+  const Exit nowhere = server.Run({"--root", "/nonexistent", "check", "-q"});
+  EXPECT_EQ(nowhere.status, 1);
+}
+
+TEST(Check, SpoolOpenToEverybodyFails) {
+  const Server server;
+  chmod(server.root().spool().c_str(), 0777);
+  EXPECT_EQ(Troubles(server.Run({"check", "-q", "--offline"})),
+            "FAIL  " + server.root().spool().string() +
+                " can be written by everybody; fix: chmod 2770 " +
+                server.root().spool().string() + "\n");
+  chmod(server.root().spool().c_str(), 01777);
+  EXPECT_EQ(Troubles(server.Run({"check", "-q", "--offline"})), "");
+}
+
+TEST(Check, WhatLiesAboutIsFoundAndRepaired) {
+  Server server;
+  server.Start();
+  const auto spool = server.root().spool();
+  // What was alive when the daemon registered and is dead now.
+  const std::string reg = server.Path("krtnet/krtnet.lck");
+  WriteFile(reg, support::ReadFile(reg) + "999999998:krtcmd\n");
+  const utimbuf old = {1, 1};
+  const std::string command = support::Command("cmd-noop", 1, 2);
+  WriteFile(spool / "0001-002.999999999", command);
+  WriteFile(spool / "0001-003.rsp", command);
+  WriteFile(spool / "0001-004.tmp", command);
+  for (const char* name :
+       {"0001-002.999999999", "0001-003.rsp", "0001-004.tmp"}) {
+    utime((spool / name).c_str(), &old);
+  }
+  WriteFile(server.Path("krtnet/sessions/0042.ctl"), "3\n");
+  WriteFile(server.Path("krtnet/sessions/0043.ctl"), "3\n");
+  const int held =
+      open(server.Path("krtnet/sessions/0043.ctl").c_str(), O_RDWR | O_CLOEXEC);
+  flock(held, LOCK_EX);
+
+  const std::string found = Troubles(server.Run({"check", "-q"}));
+  for (const char* line :
+       {"warn  register of daemons: dead entries 999999998:krtcmd; fix: krtctl "
+        "check --fix\n",
+        "warn  abandoned command 0001-002.999999999; fix: krtctl check --fix, "
+        "or remove it\n",
+        " old; fix: krtctl collect 0001-003\n",
+        "warn  1 session numbers are left over; fix: krtctl check --fix\n"}) {
+    EXPECT_NE(found.find(line), found.npos) << line << found;
+  }
+  EXPECT_NE(found.find("warn  0001-004.tmp is "), found.npos) << found;
+
+  // Without a terminal nobody can be asked, so the command stays.
+  server.Run({"check", "--fix"});
+  EXPECT_TRUE(std::filesystem::exists(spool / "0001-002.999999999"));
+  server.Run({"check", "--fix", "--yes"});
+  EXPECT_NE(server.root().Response("0001-002"), "");
+  EXPECT_EQ(support::ReadFile(reg).find("999999998"), std::string::npos);
+  EXPECT_FALSE(
+      std::filesystem::exists(server.Path("krtnet/sessions/0042.ctl")));
+  EXPECT_TRUE(std::filesystem::exists(server.Path("krtnet/sessions/0043.ctl")));
+  close(held);
+}
+
+TEST(Check, DamagedPhoneBookIsFound) {
+  Server server;
+  server.Start();
+  ASSERT_EQ(server.Run({"pb", "init"}).status, 0);
+  ASSERT_EQ(server.Run({"pb", "add", "palias=a", "lname=b"}).status, 0);
+  EXPECT_EQ(Troubles(server.Run({"check", "-q"})), "");
+  const std::string index = server.Queue("options/pbper.idx");
+  std::string bytes = support::ReadFile(index);
+  for (size_t i = 64; i < bytes.size(); ++i) bytes[i] ^= 0x55;
+  WriteFile(index, bytes);
+  const Exit end = server.Run({"check", "-q"});
+  EXPECT_EQ(end.status, 1);
+  EXPECT_NE(Troubles(end).find("FAIL  " + server.Queue("options/pbper.dat")),
+            std::string::npos)
+      << end.out;
+}
+
+}  // namespace

@@ -1,0 +1,382 @@
+// Session numbers, waiting, giving up, and many clients at once.
+#include "client/exchange.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+
+#include <atomic>
+#include <chrono>
+#include <set>
+#include <thread>
+
+#include "client/ctl.h"
+#include "client/krtclient.h"
+#include "client/link.h"
+
+namespace {
+
+using client::Exchange;
+using client::Place;
+using client::Slot;
+using client::Status;
+using ctl::Server;
+using support::Eventually;
+using support::Exit;
+using support::ReadFile;
+
+Place PlaceOf(const Server& server) {
+  Place place;
+  EXPECT_TRUE(
+      client::FindPlace(server.root().path().c_str(), nullptr, nullptr, &place)
+          .ok());
+  return place;
+}
+
+std::vector<std::string> Sessions(const Server& server) {
+  std::vector<std::string> names;
+  for (const auto& entry :
+       std::filesystem::directory_iterator(server.Path("krtnet/sessions"))) {
+    names.push_back(entry.path().filename());
+  }
+  return names;
+}
+
+kx::Object Noop() { return kx::Object(krt_command("cmd-noop", nullptr)); }
+
+// Takes the command that appears as the daemon does: its new path.
+std::string Claim(const Server& server, const std::string& name) {
+  const auto from = server.root().spool() / (name + ".cmd");
+  const auto to = server.root().spool() / (name + ".1");
+  return rename(from.c_str(), to.c_str()) == 0 ? to.string() : "";
+}
+
+// The first command in the spool, once there is one: its base name.
+std::string AwaitCommand(const Server& server) {
+  std::string found;
+  Eventually([&] {
+    for (const std::string& name : server.root().SpoolNames()) {
+      if (name.ends_with(".cmd")) found = name.substr(0, name.size() - 4);
+    }
+    return !found.empty();
+  });
+  return found;
+}
+
+TEST(Slots, NoTwoAreAlikeAndNoneIsLeft) {
+  const Server server;
+  const Place place = PlaceOf(server);
+  std::set<int> numbers;
+  {
+    std::vector<std::unique_ptr<Slot>> slots;
+    for (int i = 0; i < 100; ++i) {
+      slots.push_back(std::make_unique<Slot>());
+      ASSERT_TRUE(slots.back()->Reserve(place).ok());
+      numbers.insert(slots.back()->number());
+      EXPECT_EQ(slots.back()->session() % 10000, slots.back()->number());
+    }
+    EXPECT_EQ(numbers.size(), 100U);
+    EXPECT_FALSE(Slot().TryReserve(place, *numbers.begin()));
+    for (auto& slot : slots) slot->Release(true);
+  }
+  EXPECT_EQ(Sessions(server), std::vector<std::string>{});
+}
+
+TEST(Slots, LeftOverNumberGoesOnCountingAndUsedOneIsLeftAlone) {
+  const Server server;
+  const Place place = PlaceOf(server);
+  // Every number but one has something in the spool.
+  for (int i = 0; i < client::kSlots; ++i) {
+    char name[32];
+    snprintf(name, sizeof name, "%04d-001.rsp", i);
+    if (i != 77) support::WriteFile(server.root().spool() / name, "");
+  }
+  support::WriteFile(server.Path("krtnet/sessions/0077.ctl"), "998\n");
+  Slot slot;
+  ASSERT_TRUE(slot.Reserve(place).ok());
+  EXPECT_EQ(slot.number(), 77);
+  int reference = 0;
+  for (const int expected : {999, 1, 2}) {
+    ASSERT_TRUE(slot.NextReference(&reference).ok());
+    EXPECT_EQ(reference, expected);
+  }
+  Slot second;
+  EXPECT_EQ(second.Reserve(place).code, krt_system);
+  EXPECT_EQ(Sessions(server), std::vector<std::string>{"0077.ctl"});
+}
+
+TEST(Exchanges, ResponseOfAnotherSessionIsNotTaken) {
+  const Server server;
+  Exchange exchange;
+  ASSERT_TRUE(exchange.Open(PlaceOf(server)).ok());
+  kx::Object cmd = Noop();
+  std::string name;
+  ASSERT_TRUE(exchange.Name(cmd.get(), &name).ok());
+  ASSERT_TRUE(exchange.Send(cmd.get(), name).ok());
+  const std::string text = ReadFile(server.root().spool() / (name + ".cmd"));
+  EXPECT_EQ(text, client::TextForm(cmd.get()));
+  // A late response to the number's earlier owner.
+  const auto rsp = server.root().spool() / (name + ".rsp");
+  kx::Object late(Kfx_Copy_Obj(cmd.get()));
+  kx::SetNumber(late.get(), "sessionid",
+                kx::Number(cmd.get(), "sessionid") ^ 10000);
+  support::WriteFile(rsp, client::TextForm(late.get()));
+  size_t which;
+  kx::Object answer;
+  client::WaitFor wait{client::NowMs() + 100, -1, nullptr};
+  EXPECT_EQ(exchange.WaitAny({name}, wait, &which, &answer).code,
+            krt_timed_out);
+  kx::SetNumber(cmd.get(), "result", 0);
+  support::WriteFile(rsp, client::TextForm(cmd.get()));
+  wait.deadline = client::After(10);
+  EXPECT_TRUE(exchange.WaitAny({name}, wait, &which, &answer).ok());
+  EXPECT_FALSE(std::filesystem::exists(rsp));
+}
+
+// Client and daemon reach for the command at the same time: one of them gets
+// it, whatever the moment.
+TEST(Exchanges, WithdrawalAndClaimNeverBothSucceed) {
+  const Server server;
+  Exchange exchange;
+  ASSERT_TRUE(exchange.Open(PlaceOf(server)).ok());
+  int withdrawn = 0;
+  for (int i = 0; i < 300; ++i) {
+    kx::Object cmd = Noop();
+    std::string name;
+    ASSERT_TRUE(exchange.Name(cmd.get(), &name).ok());
+    ASSERT_TRUE(exchange.Send(cmd.get(), name).ok());
+    std::string claimed;
+    std::atomic<bool> go = false;
+    std::thread daemon([&] {
+      while (!go) {
+      }
+      const auto start = std::chrono::steady_clock::now();
+      while (std::chrono::steady_clock::now() - start <
+             std::chrono::nanoseconds(i * 100)) {
+      }
+      claimed = Claim(server, name);
+    });
+    go = true;
+    const Status s = exchange.Withdraw(name);
+    daemon.join();
+    ASSERT_EQ(s.ok(), claimed.empty()) << i << ": " << s.text;
+    withdrawn += s.ok() ? 1 : 0;
+    if (!claimed.empty()) std::filesystem::remove(claimed);
+  }
+  EXPECT_EQ(server.root().SpoolNames(), std::vector<std::string>{});
+  RecordProperty("withdrawn", withdrawn);
+}
+
+TEST(GivingUp, UnclaimedCommandIsTakenBack) {
+  Server server;
+  server.Pretend();
+  ctl::Expect(server, {{{"ping", "--timeout", "1"},
+                        75,
+                        "",
+                        "krtctl: ping: no answer in 1 s, not executed\n"}});
+  const Exit end = server.Shell("KRTCTL_TIMEOUT=1 krtctl --json ping");
+  EXPECT_EQ(end.status, 75);
+  EXPECT_EQ(end.err,
+            "{\"type\":\"error\",\"verb\":\"ping\",\"message\":\"no answer in "
+            "1 s, not executed\",\"status\":75}\n");
+  EXPECT_EQ(server.root().SpoolNames(), std::vector<std::string>{});
+  EXPECT_EQ(Sessions(server), std::vector<std::string>{});
+}
+
+TEST(GivingUp, ClaimedCommandIsCollectedLater) {
+  Server server;
+  server.Pretend();
+  std::string name;
+  std::thread daemon([&] {
+    name = AwaitCommand(server);
+    Claim(server, name);
+  });
+  const Exit end = server.Run({"ping", "--timeout", "1"});
+  daemon.join();
+  EXPECT_EQ(end.status, 75);
+  EXPECT_EQ(end.err, "krtctl: ping: outcome unknown, later: krtctl collect " +
+                         name + "\n");
+  // The slot's file waits with the answer.
+  EXPECT_EQ(Sessions(server),
+            std::vector<std::string>{name.substr(0, 4) + ".ctl"});
+  const Exit early = server.Run({"collect", name, "--timeout", "1"});
+  EXPECT_EQ(early.status, 75);
+  EXPECT_EQ(early.err, "krtctl: collect " + name + ": no answer\n");
+
+  const std::string claim = server.root().spool() / (name + ".1");
+  const std::string answer = ReadFile(claim);
+  std::filesystem::remove(claim);
+  support::WriteFile(server.root().spool() / (name + ".rsp"), answer);
+  const Exit late = server.Run({"collect", name});
+  EXPECT_EQ(late.status, 1);  // a command has no "result"
+  EXPECT_EQ(late.out, answer);
+  EXPECT_EQ(server.root().SpoolNames(), std::vector<std::string>{});
+  EXPECT_EQ(Sessions(server), std::vector<std::string>{});
+}
+
+TEST(GivingUp, SignalsEndTheWaitAndTakeTheCommandBack) {
+  for (const int sig : {SIGINT, SIGTERM}) {
+    Server server;
+    server.Pretend();
+    const std::string number = std::to_string(sig);
+    const Exit end =
+        server.Shell(KRTCTL_PATH " --root " + server.root().path().string() +
+                     " ping & pid=$!\n"
+                     "while [ -z \"$(ls " +
+                     server.root().spool().string() +
+                     ")\" ]; do :; done\n"
+                     "kill -" +
+                     number + " $pid; wait $pid");
+    EXPECT_EQ(end.status, 128 + sig) << end.err;
+    EXPECT_EQ(end.err, "krtctl: ping: interrupted, not executed\n");
+    EXPECT_EQ(server.root().SpoolNames(), std::vector<std::string>{});
+  }
+}
+
+TEST(GivingUp, DaemonThatDoesNotRunIsSaidSo) {
+  Server server;
+  const char* kText =
+      "krtctl: ping: the daemon is not running; start it (systemctl start "
+      "krtcmd), then: krtctl ping\n";
+  ctl::Expect(server, {{{"ping"}, 69, "", kText}});
+  // A dead entry may be that of another host: the command is offered a while.
+  support::WriteFile(server.Path("krtnet/krtnet.lck"), "999999999:krtcmd\n");
+  ctl::Expect(server, {{{"ping", "--timeout", "1"}, 69, "", kText}});
+  EXPECT_EQ(server.root().SpoolNames(), std::vector<std::string>{});
+}
+
+// What lies under the response's name and is none.
+TEST(Responses, OnlyWholeRegularFilesAreTaken) {
+  const struct {
+    const char* what;
+    const char* make;  // shell, with $r as the response's path
+    const char* says;
+  } kCases[] = {
+      {"not an object", "echo hello > $r", ": not a response: User rtn failed"},
+      {"cut short", "echo objbeg=obj-cmdrsp > $r",
+       ": not a response: User rtn failed"},
+      {"another type", "printf 'objbeg=obj-arg\nobjend=obj-arg\n' > $r",
+       ": not a response: Invalid object"},
+      {"a link", "ln -s /etc/passwd $r", ": Too many levels of symbolic links"},
+      {"a fifo", "mkfifo $r", ": Invalid argument"},
+      {"a folder", "mkdir $r", ": Invalid argument"},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.what);
+    const Server server;
+    const std::string rsp = server.root().spool() / "0007-008.rsp";
+    server.Shell("r=" + rsp + "; " + c.make);
+    const Exit end = server.Run({"collect", "0007-008"});
+    EXPECT_GE(end.status, 70);
+    EXPECT_EQ(end.err, "krtctl: collect 0007-008: " + rsp + c.says + "\n");
+    // It is all that tells what became of the command.
+    EXPECT_TRUE(std::filesystem::is_symlink(rsp) ||
+                std::filesystem::exists(rsp));
+  }
+}
+
+TEST(Places, RootComesFromTheFirstThatNamesOne) {
+  const Server server;
+  const std::string root = server.root().path();
+  const std::string defaults = server.Path("defaults");
+  const struct {
+    const char* line;  // %s is the root
+    bool found;
+  } kCases[] = {{"KFAXDIR=%s", true},
+                {"KFAXDIR=%s # where it is", true},
+                {"export KFAXDIR=\"%s\"", true},
+                {"  KFAXDIR='%s'", true},
+                {"KFAXDIR=/nonexistent\nKFAXDIR=%s", true},
+                {"#KFAXDIR=%s", false},
+                {"NOTKFAXDIR=%s", false},
+                {"KFAXDIR=", false}};
+  for (const auto& c : kCases) {
+    std::string text = c.line;
+    const size_t at = text.find("%s");
+    if (at != text.npos) text.replace(at, 2, root);
+    support::WriteFile(defaults, text + "\n");
+    Place place;
+    client::ChooseRoot(nullptr, defaults.c_str(), &place);
+    EXPECT_EQ(place.root, c.found ? root : "/usr/krtfax/spool") << text;
+    EXPECT_EQ(place.source, c.found ? defaults : "built-in default") << text;
+  }
+  // A directory without the folders of a root.
+  Place place;
+  EXPECT_EQ(client::FindPlace("/", nullptr, defaults.c_str(), &place).code,
+            krt_no_root);
+}
+
+// A daemon that watches another folder than the protocol's.
+TEST(Places, SpoolOfAnotherDaemon) {
+  Server server;
+  const std::string spool = server.Path("other");
+  std::filesystem::create_directory(spool);
+  server.Start({"-d", spool});
+  ctl::Expect(server, {{{"--spool", spool, "ping", "-q"}, 0, "", ""},
+                       {{"ping", "--timeout", "1"}, 75, "", "*"}});
+}
+
+// Every client sends a host name of its own, which its answer must repeat.
+TEST(ManyClients, TwoHundredKeepTheirAnswersApart) {
+  Server server;
+  server.Start();
+  const std::string out = server.Path("answers");
+  std::filesystem::create_directory(out);
+  const Exit end = server.Shell(
+      "for i in $(seq 200); do\n"
+      "  printf 'objbeg=obj-cmdrsp\\nhostname=h%d\\ncmdtype=cmd-noop\\n"
+      "objend=obj-cmdrsp\\n' $i |\n"
+      "  krtctl --timeout 120 raw > " +
+      out +
+      "/$i 2>&1 &\n"
+      "done; wait");
+  EXPECT_EQ(end.err, "");
+  for (int i = 1; i <= 200; ++i) {
+    const std::string answer = ReadFile(out + "/" + std::to_string(i));
+    EXPECT_NE(answer.find("\nhostname=h" + std::to_string(i) + "\n"),
+              answer.npos)
+        << i << ": " << answer;
+    EXPECT_NE(answer.find("\nresult=0\n"), answer.npos) << i;
+  }
+  EXPECT_EQ(server.root().SpoolNames(), std::vector<std::string>{});
+  EXPECT_EQ(Sessions(server), std::vector<std::string>{});
+}
+
+// The library, as another program uses it.
+TEST(Library, CallSendAndWait) {
+  Server server;
+  server.Start();
+  const std::string root = server.root().path();
+  const krt_options options = {root.c_str(), nullptr, nullptr, 20, 0};
+  krt_client* client = nullptr;
+  kx_object* answer = nullptr;
+  ASSERT_EQ(krt_open(&options, &client), krt_ok) << krt_open_error();
+  EXPECT_STREQ(krt_root_source(client), "--root");
+  EXPECT_EQ(krt_call(client, krt_command("cmd-noop", nullptr), &answer),
+            krt_ok);
+  EXPECT_STREQ(kx::Text(answer, "clientid"), server.user().c_str());
+  Kfx_Free_Obj(answer);
+  EXPECT_EQ(krt_call(client, krt_command("cmd-image", nullptr), &answer),
+            krt_refused);
+  EXPECT_EQ(krt_result(client), 13);
+  EXPECT_STREQ(krt_error(client), "Image cmd not yet implemented (13)");
+  Kfx_Free_Obj(answer);
+  EXPECT_EQ(krt_call(client, krt_command("cmd-bogus", nullptr), &answer),
+            krt_usage);
+  EXPECT_EQ(answer, nullptr);
+  char first[16];
+  char second[16];
+  ASSERT_EQ(krt_send(client, krt_command("cmd-noop", nullptr), first), krt_ok);
+  ASSERT_EQ(krt_send(client, krt_command("cmd-noop", nullptr), second), krt_ok);
+  for (const char* name : {second, first}) {
+    EXPECT_EQ(krt_wait(client, name, &answer), krt_ok) << krt_error(client);
+    Kfx_Free_Obj(answer);
+  }
+  krt_close(client);
+  const krt_options nowhere = {"/nonexistent", nullptr, nullptr, -1, 0};
+  EXPECT_EQ(krt_open(&nowhere, &client), krt_no_root);
+  EXPECT_STREQ(krt_open_error(),
+               "root (--root) /nonexistent: No such file or directory");
+}
+
+}  // namespace

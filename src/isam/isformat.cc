@@ -200,8 +200,8 @@ void EncodeState(const State& state, uint64_t salt, uint8_t* out) {
   Put64(out, Checksum(out + 8, kStateSize - 8, salt));
 }
 
-bool DecodeState(const uint8_t* in, uint64_t salt, State* state) {
-  if (Get64(in) != Checksum(in + 8, kStateSize - 8, salt)) return false;
+bool DecodeState(const uint8_t* in, const Layout& layout, State* state) {
+  if (Get64(in) != Checksum(in + 8, kStateSize - 8, layout.salt)) return false;
   state->phase = static_cast<Phase>(Get32(in + 8));
   state->commit = Get64(in + 16);
   state->changes = Get64(in + 24);
@@ -209,7 +209,10 @@ bool DecodeState(const uint8_t* in, uint64_t salt, State* state) {
   state->entry_offset = Get32(in + 48);
   state->entry_length = Get32(in + 52);
   state->half_first = Get64(in + 56);
-  return state->phase >= Phase::kApplied && state->phase <= Phase::kRebuilding;
+  return state->phase >= Phase::kApplied &&
+         state->phase <= Phase::kRebuilding &&
+         state->entry_length <= layout.ring_size &&
+         state->entry_offset <= layout.ring_size - state->entry_length;
 }
 
 void EncodeRoot(const Root& root, uint64_t salt, uint8_t* out) {

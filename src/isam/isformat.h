@@ -181,7 +181,8 @@ void EncodeHeader(const Layout& layout, FileKind kind, uint8_t* out);
 
 // The decoders give false for a block that is not whole and possible.
 void EncodeState(const State& state, uint64_t salt, uint8_t* out);
-[[nodiscard]] bool DecodeState(const uint8_t* in, uint64_t salt, State* state);
+[[nodiscard]] bool DecodeState(const uint8_t* in, const Layout& layout,
+                               State* state);
 void EncodeRoot(const Root& root, uint64_t salt, uint8_t* out);
 [[nodiscard]] bool DecodeRoot(const uint8_t* in, const Layout& layout,
                               Root* root);

@@ -86,7 +86,7 @@ class Rebuilder {
     uint8_t bytes[kStateSize];
     State state;
     if (ReadAt(idx_.get(), bytes, kStateSize, kStateOffset) == kIsamOk &&
-        DecodeState(bytes, layout_.salt, &state)) {
+        DecodeState(bytes, layout_, &state)) {
       commit_ = state.commit;
       changes_ = state.changes;
     }

@@ -118,7 +118,7 @@ isam_code OpenTable(const std::string& name, bool writable,
   // first operation finds out, as it finds every other change.
   memcpy(table->state_bytes, bytes + kStateOffset, kStateSize);
   table->current =
-      DecodeState(table->state_bytes, table->layout.salt, &table->state) &&
+      DecodeState(table->state_bytes, table->layout, &table->state) &&
       Trusted(table->state) && AcceptRoot(*table, bytes + kRootOffset);
   *out = std::move(table);
   return kIsamOk;
@@ -136,8 +136,7 @@ isam_code Refresh(Table& table, bool locked) {
   isam_code code =
       ReadAt(table.idx.get(), table.state_bytes, kStateSize, kStateOffset);
   if (code != kIsamOk) return code;
-  const bool valid =
-      DecodeState(table.state_bytes, table.layout.salt, &table.state);
+  const bool valid = DecodeState(table.state_bytes, table.layout, &table.state);
   if (valid && table.state.phase == Phase::kRebuilding) return kIsamDamaged;
   if (valid && Trusted(table.state)) {
     uint8_t bytes[kRootSize];

@@ -233,7 +233,16 @@ kx::Object App::Query(const std::string& subject, const char* cmdtype,
 }
 
 kx::Object App::Deliver(const std::string& subject, kx::Object cmd,
-                        const std::string* given_name, const char* unpack_dir) {
+                        const std::string* name, const char* unpack_dir) {
+  kx::Object answer = Transact(subject, std::move(cmd), name, unpack_dir);
+  if (answer == nullptr || Accepted(subject, answer.get())) return answer;
+  last_code_ = krt_refused;
+  return nullptr;
+}
+
+kx::Object App::Transact(const std::string& subject, kx::Object cmd,
+                         const std::string* given_name,
+                         const char* unpack_dir) {
   std::string name = given_name != nullptr ? *given_name : "";
   Status s;
   if (interrupted()) s = {krt_interrupted, "interrupted, not sent"};
@@ -258,9 +267,7 @@ kx::Object App::Deliver(const std::string& subject, kx::Object cmd,
   }
   last_code_ = s.code;
   if (!s.ok()) Fail(subject, s);
-  if (answer == nullptr || Accepted(subject, answer.get())) return answer;
-  last_code_ = krt_refused;
-  return nullptr;
+  return answer;
 }
 
 Status App::Await(const std::string& name, const char* unpack_dir,

@@ -65,6 +65,9 @@ class App {
   // Sends a command that is complete. `name` (may be null) has its name.
   kx::Object Deliver(const std::string& subject, kx::Object cmd,
                      const std::string* name, const char* unpack_dir = nullptr);
+  // The same, and gives the answer also when it is a refusal.
+  kx::Object Transact(const std::string& subject, kx::Object cmd,
+                      const std::string* name, const char* unpack_dir);
   // How the last command ended: krt_ok when it was answered well or is not
   // waited for.
   int last_code() const { return last_code_; }

@@ -76,18 +76,6 @@ bool FillExtern(App& app, kx_object* request) {
   return true;
 }
 
-// Sends a command whose refusal also brings a result, and gives that.
-kx::Object CallRaw(App& app, kx::Object cmd, const char* unpack_dir) {
-  std::string name;
-  if (app.dry_run() || app.Has("no-wait")) {
-    return app.Deliver("", std::move(cmd), nullptr);
-  }
-  kx::Object answer;
-  Status s = app.link().Call(cmd.get(), unpack_dir, &answer);
-  if (!s.ok() && s.code != krt_refused) app.Fail("", s);
-  return answer;
-}
-
 // May the command be sent under the name in it?
 bool MaySend(App& app, kx_object* cmd) {
   const char* client = kx::Text(cmd, "clientid");
@@ -105,8 +93,9 @@ void RunRun(App& app) {
   if (!app.Connect()) return;
   kx::Object request = kx::Build("obj-extcmd");
   if (!FillExtern(app, request.get())) return;
-  const kx::Object answer = CallRaw(
-      app, app.link().Command("cmd-extcmd", std::move(request)), nullptr);
+  const kx::Object answer = app.Transact(
+      app.arg(0), app.link().Command("cmd-extcmd", std::move(request)), nullptr,
+      nullptr);
   if (answer == nullptr) return;
   kx_object* result = kx::Child(answer.get(), "objptr");
   if (kx::Number(answer.get(), "result") == 0) return ShowOutput(app, result);
@@ -131,7 +120,8 @@ void RunRaw(App& app) {
   if (!app.Connect() || !MaySend(app, cmd.get())) return;
   app.link().Identify(cmd.get());
   Unpacking files;
-  const kx::Object answer = CallRaw(app, std::move(cmd), files.path());
+  const kx::Object answer =
+      app.Transact("", std::move(cmd), nullptr, files.path());
   if (answer == nullptr) return;
   files.Settle(app);
   ShowEnvelope(app, "", answer.get());

@@ -236,15 +236,14 @@ isam_code Repair(Table& table) {
         WriteInPlace(table, kind, number, image.bytes, image.length);
     if (code != kIsamOk) return code;
   }
-  if (isam_code code = SyncFile(table.dat.get())) return code;
-  if (isam_code code = SyncFile(table.idx.get())) return code;
+  // No flush: the ring still has it all, until the flushes of later commits.
   State state = table.state;
   state.phase = Phase::kApplied;
   ++state.changes;
   memcpy(state.boot_id, g_sys.boot_id(), sizeof state.boot_id);
   state.entry_offset = overlay.entry_offset();
   state.entry_length = overlay.entry_length();
-  state.half_first = overlay.commit() + 1;
+  state.half_first = overlay.base();
   Lock lock;
   if (isam_code code = lock.TakeApply(table.idx.get())) return code;
   if (isam_code code = WriteState(table, state)) return code;

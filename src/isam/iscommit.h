@@ -26,8 +26,8 @@ void EndWrite(Table& table, bool keep);
 // How many commits this process has made, to any table.
 uint64_t LocalChanges();
 
-// With the writer lock held: writes what the ring holds in place and flushes
-// it. Nothing to do for a table that is in order.
+// With the writer lock held: writes what the ring holds in place. Nothing to do
+// for a table that is in order.
 [[nodiscard]] isam_code Repair(Table& table);
 
 }  // namespace isam

@@ -12,8 +12,6 @@
 namespace isam {
 namespace {
 
-constexpr mode_t kFileMode = 0660;
-
 // What a file that may stand in the way of a creation is.
 enum class Found { kNothing, kUnfinished, kTable, kForeign };
 

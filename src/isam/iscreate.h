@@ -12,6 +12,8 @@
 
 namespace isam {
 
+constexpr mode_t kFileMode = 0660;
+
 struct NewTable {
   std::string name;  // path without extension
   UniqueFd dat, idx;

@@ -58,7 +58,8 @@ class Rebuilder {
   isam_code OpenFiles() {
     dat_.reset(g_sys.open((name_ + ".dat").c_str(), O_RDWR, 0));
     if (!dat_.valid()) return CodeFromErrno();
-    idx_.reset(g_sys.open((name_ + ".idx").c_str(), O_RDWR | O_CREAT, 0660));
+    idx_.reset(
+        g_sys.open((name_ + ".idx").c_str(), O_RDWR | O_CREAT, kFileMode));
     return idx_.valid() ? kIsamOk : CodeFromErrno();
   }
 
@@ -135,6 +136,7 @@ class Rebuilder {
     }
     if (idx_good_) return kIsamOk;
     out_.Say("the index file was missing or damaged");
+    if (g_sys.chmod(idx_.get(), kFileMode) != 0) return CodeFromErrno();
     EncodeHeader(layout_, FileKind::kIndex, bytes);
     return WriteAt(idx_.get(), bytes, kHeaderSize, 0);
   }

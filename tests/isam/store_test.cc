@@ -259,9 +259,9 @@ TEST_F(Store, DescriptionsAreReadBack) {
 TEST_F(Store, OnlyATableThatIsNotThereIsCreated) {
   EXPECT_EQ(-1, Open(name_));
   EXPECT_EQ(kIsamNoFile, isam_err);
-  umask(077);
+  const mode_t before = umask(077);
   ASSERT_EQ(0, Create(name_));
-  umask(022);
+  umask(before);
   struct stat st;
   ASSERT_EQ(0, stat((name_ + ".idx").c_str(), &st));
   EXPECT_EQ(0660u, st.st_mode & 0777);

@@ -2,7 +2,8 @@
 # Sourced by the scripts: installs the packages that a purpose needs.
 #
 #   need build            what the program and its tests need
-#   need lint bench fuzz  further purposes, as many as wanted
+#   need lint bench fuzz docs package
+#                         further purposes, as many as wanted
 #
 # Prints nothing and asks for nothing when all is there. Elsewhere than on a
 # Debian-like system nothing is installed, and what is missing shows in the
@@ -14,6 +15,8 @@ packages_for() {
     lint) echo clang-format clang-tidy ;;
     bench) echo libbenchmark-dev libsqlite3-dev liblmdb-dev libdb-dev ;;
     fuzz) echo clang libclang-rt-14-dev ;;
+    docs) echo graphviz mandoc scdoc ;;
+    package) echo dpkg-dev fakeroot lintian mmdebstrap scdoc ;;
     *) echo "deps.sh: no such purpose: $1" >&2; return 1 ;;
   esac
 }

@@ -38,7 +38,7 @@ pid_t Fork() {
 
 // The worker of one command; SIGCHLD is still blocked here.
 [[noreturn]] void RunWorker(const char* name, const sigset_t* mask) {
-  setpgid(0, 0);
+  setpgid(0, 0);  // before it starts anything that a sweep must reach
   signals_for_worker();
   sigprocmask(SIG_SETMASK, mask, nullptr);
   // Not exit(): what the daemon registered or buffered is not the worker's.
@@ -54,8 +54,6 @@ void StartWorker(const char* name) {
     return;
   }
   if (pid == 0) RunWorker(name, guard.old_mask());
-  // Both sides set the group, since either may be the first to need it.
-  setpgid(pid, pid);
   subtask_add(pid, -1, kRunning);
   subtask_cnt = subtask_cnt + 1;
 }

@@ -33,6 +33,7 @@ struct ReadyList {
   timespec dir_time = {0, -1};  // of the directory when it was read last
   timespec read_time = {0, 0};  // when that was
   int unchanged = 0;            // scans in a row that found the same time
+  int pid = 0;                  // of this process, for the claims
 };
 ReadyList g_list;
 
@@ -76,11 +77,12 @@ bool ReadNames(int dirfd, const char* ext) {
 int Scan(const char* dir, const char* ext) {
   struct stat st;
   kx_errno = kx_err_system;
-  if (spool_stat(dir, &st) != 0) return -1;
+  if (stat(dir, &st) != 0) return -1;
   if (CanSkip(st)) {
     kx_errno = kx_err_none;
     return 1;
   }
+  spool_refresh(st);
   g_list.dir_time = st.st_mtim;
   clock_gettime(CLOCK_REALTIME_COARSE, &g_list.read_time);
   const int dirfd = spool_fd(dir);
@@ -93,6 +95,7 @@ int Scan(const char* dir, const char* ext) {
   std::qsort(g_list.sorted, static_cast<std::size_t>(g_list.count),
              sizeof g_list.sorted[0], sx_comp_rtn);
   g_list.next = 0;
+  g_list.pid = getpid();
   return 0;
 }
 
@@ -112,7 +115,7 @@ bool Claim(int dirfd, const char* name, char* claimed) {
   char suffix[16] = "";
   for (int n = 1; n <= kClaimsMax; ++n) {
     const int length = std::snprintf(claimed, kSxNameSize, "%.*s%s.%d", base,
-                                     name, suffix, getpid());
+                                     name, suffix, g_list.pid);
     if (length >= static_cast<int>(kSxNameSize)) return false;
     if (RenameFresh(dirfd, name, claimed) == 0) return true;
     if (errno != EEXIST) return false;

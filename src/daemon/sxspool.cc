@@ -72,14 +72,14 @@ int spool_fd(const char* dir) {
   return g_fd;
 }
 
-int spool_stat(const char* dir, struct stat* st) {
-  if (stat(dir, st) != 0) return -1;
-  static dev_t device;
-  static ino_t inode;
-  if (g_fd >= 0 && (st->st_dev != device || st->st_ino != inode)) LetGo();
-  device = st->st_dev;
-  inode = st->st_ino;
-  return 0;
+void spool_refresh(const struct stat& named) {
+  if (g_fd < 0) return;
+  struct stat held;
+  // A number of links that is 0 tells a removed directory from a new one that
+  // was given its inode.
+  const bool same = fstat(g_fd, &held) == 0 && held.st_nlink != 0 &&
+                    held.st_dev == named.st_dev && held.st_ino == named.st_ino;
+  if (!same) LetGo();
 }
 
 int spool_watch(const char* dir) {

@@ -11,9 +11,9 @@
 // The descriptor of `dir`, which this module owns, opened at the first call and
 // when another directory is asked for. -1 with errno.
 int spool_fd(const char* dir);
-// Takes the status of the path `dir`, and lets go of a descriptor of a
-// directory that is no longer there under that name. 0, or -1 with errno.
-int spool_stat(const char* dir, struct stat* st);
+// Lets go of the descriptor, and of the watch, unless it is of the very
+// directory whose status is `named`: the one of that name may be a new one.
+void spool_refresh(const struct stat& named);
 
 // Starts to watch `dir` for files that arrive. 1 when the watch was not on
 // before (files may have come in between: look again before waiting), 0 when it

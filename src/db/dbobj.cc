@@ -1,4 +1,5 @@
 // Records to objects and back, by the names of the fields.
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -16,7 +17,7 @@ constexpr size_t kTextSize = 512;  // the longest text of an object's field
 int PutText(const db_field& field, const char* text, char* place) {
   const size_t length = text != nullptr ? strlen(text) : 0;
   if (length >= static_cast<size_t>(field.length)) return db_fail(kDbData);
-  if (length > 0) memcpy(place, text, length);
+  std::copy_n(text, length, place);
   return 0;
 }
 

@@ -8,7 +8,9 @@
 // - Shared: any number of processes, and several opens in one process, use a
 //   table at the same time. A reading operation sees the table as of one
 //   moment, including every change that was answered before the operation
-//   began. It never waits for a disk flush.
+//   began; it never waits for a disk flush. A walk (NXTREC or PRVREC again and
+//   again) reads up to 32 records ahead and may deliver those for 10
+//   milliseconds although another process changes them meanwhile.
 // - Results: 0 or an isam_code, unless a function says otherwise; every failure
 //   is left in `isam_err` as well, which a success does not touch. A failed
 //   change leaves the table as it was.

@@ -10,6 +10,8 @@
 namespace isam {
 namespace {
 
+uint64_t g_local_changes = 0;
+
 constexpr off_t kLeastStep = 64 * 1024;
 constexpr off_t kLargestStep = 1024 * 1024;
 
@@ -180,6 +182,7 @@ isam_code Apply(Change& change, State state) {
   }
   state.phase = Phase::kApplied;
   ++state.changes;
+  ++g_local_changes;
   if (ApplyChange(change) == kIsamOk && WriteState(table, state) == kIsamOk &&
       !table.overlay)
     Adopt(change, state);
@@ -218,6 +221,8 @@ isam_code CheckFiles(Table& table) {
 
 }  // namespace
 
+uint64_t LocalChanges() { return g_local_changes; }
+
 isam_code Repair(Table& table) {
   if (!table.overlay) return kIsamOk;
   const Overlay& overlay = *table.overlay;
@@ -231,15 +236,14 @@ isam_code Repair(Table& table) {
         WriteInPlace(table, kind, number, image.bytes, image.length);
     if (code != kIsamOk) return code;
   }
-  if (isam_code code = SyncFile(table.dat.get())) return code;
-  if (isam_code code = SyncFile(table.idx.get())) return code;
+  // No flush: the ring still has it all, until the flushes of later commits.
   State state = table.state;
   state.phase = Phase::kApplied;
   ++state.changes;
   memcpy(state.boot_id, g_sys.boot_id(), sizeof state.boot_id);
   state.entry_offset = overlay.entry_offset();
   state.entry_length = overlay.entry_length();
-  state.half_first = overlay.commit() + 1;
+  state.half_first = overlay.base();
   Lock lock;
   if (isam_code code = lock.TakeApply(table.idx.get())) return code;
   if (isam_code code = WriteState(table, state)) return code;

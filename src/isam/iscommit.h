@@ -23,8 +23,11 @@ void EndWrite(Table& table, bool keep);
 // and the power fails before the next change, can it come to life after all.)
 [[nodiscard]] isam_code Commit(Change& change);
 
-// With the writer lock held: writes what the ring holds in place and flushes
-// it. Nothing to do for a table that is in order.
+// How many commits this process has made, to any table.
+uint64_t LocalChanges();
+
+// With the writer lock held: writes what the ring holds in place. Nothing to do
+// for a table that is in order.
 [[nodiscard]] isam_code Repair(Table& table);
 
 }  // namespace isam

@@ -171,7 +171,7 @@ enum class FileKind { kIndex, kData };
 
 // The layout of a new table, the salt aside. kIsamBadArgument when the
 // description is impossible.
-[[nodiscard]] isam_code MakeLayout(const IFIL& description, Layout* layout);
+[[nodiscard]] isam_code MakeLayout(const IFIL& from, Layout* layout);
 
 void EncodeHeader(const Layout& layout, FileKind kind, uint8_t* out);
 // kIsamNoFile (zeros: the creation was not finished), kIsamBadVersion or

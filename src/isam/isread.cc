@@ -1,8 +1,11 @@
 #include "isam/isread.h"
 
+#include <time.h>
+
 #include <algorithm>
 #include <cstring>
 
+#include "isam/iscommit.h"
 #include "isam/iskey.h"
 #include "isam/ispage.h"
 #include "isam/istree.h"
@@ -11,6 +14,9 @@ namespace isam {
 namespace {
 
 constexpr uint32_t kMostAhead = 32;
+// So long a walk goes on with what it has read ahead without asking whether it
+// is still so: asking costs as much as reading a record.
+constexpr int64_t kFreshMs = 10;
 
 struct Query {
   uint32_t index;
@@ -20,6 +26,12 @@ struct Query {
 
   int direction() const { return step == Step::kPrev ? -1 : 1; }
 };
+
+int64_t CoarseMs() {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+  return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
+}
 
 isam_code SeekBefore(Table& table, const Query& query, uint32_t length,
                      TreePos* pos) {
@@ -94,6 +106,8 @@ isam_code Collect(Table& table, const Query& query) {
   const int direction = query.direction();
   ahead.direction = 0;
   ahead.count = ahead.next = 0;
+  ahead.read_ms = CoarseMs();
+  ahead.local_changes = LocalChanges();
   uint8_t last[kIsamMaxKey], key[kIsamMaxKey];
   bool ordered = query.step == Step::kNext || query.step == Step::kPrev;
   if (ordered) memcpy(last, query.key, index.key_length);
@@ -120,14 +134,20 @@ isam_code Collect(Table& table, const Query& query) {
   return kIsamOk;
 }
 
-// Whether the record that `step` leads to is among those read ahead, which are
-// still what the table holds.
-bool IsAhead(const Table& table, uint32_t index, Step step) {
-  const ReadAhead& ahead = table.ahead;
+// Whether the record that `step` leads to is among those read ahead, which may
+// be served.
+bool IsAhead(Table& table, uint32_t index, Step step) {
+  ReadAhead& ahead = table.ahead;
   const int direction = step == Step::kNext ? 1 : step == Step::kPrev ? -1 : 0;
-  return direction != 0 && ahead.direction == direction &&
-         ahead.index == index && ahead.next < ahead.count && table.current &&
-         StillCurrent(table);
+  if (direction == 0 || ahead.direction != direction || ahead.index != index ||
+      ahead.next == ahead.count)
+    return false;
+  const int64_t now = CoarseMs();
+  if (now - ahead.read_ms < kFreshMs && ahead.local_changes == LocalChanges())
+    return true;
+  ahead.read_ms = now;
+  ahead.local_changes = LocalChanges();
+  return table.current && StillCurrent(table);
 }
 
 // A single look-up reads one record; a walk reads more with each turn.

@@ -112,6 +112,7 @@ isam_code Overlay::Load(int fd, const Layout& layout, uint64_t last,
   if (!found.empty()) {
     const auto& [commit, entry] = *found.rbegin();
     overlay->commit_ = commit;
+    overlay->base_ = entry.base;
     overlay->entry_offset_ = entry.offset;
     overlay->entry_length_ = entry.length;
   }
@@ -126,8 +127,7 @@ isam_code Overlay::Load(int fd, const Layout& layout, uint64_t last,
                  });
   }
   // With a gap among the entries that are needed the files cannot be repaired.
-  if (!found.empty() && next >= found.rbegin()->second.base)
-    return kIsamDamaged;
+  if (!found.empty() && next >= overlay->base_) return kIsamDamaged;
   *out = std::move(overlay);
   return kIsamOk;
 }

@@ -66,13 +66,14 @@ class Overlay {
   const Images& images() const { return images_; }
 
   uint64_t commit() const { return commit_; }  // 0: no entry at all
+  uint64_t base() const { return base_; }      // from which on they are needed
   uint32_t entry_offset() const { return entry_offset_; }
   uint32_t entry_length() const { return entry_length_; }
 
  private:
   std::vector<uint8_t> ring_;
   Images images_;
-  uint64_t commit_ = 0;
+  uint64_t commit_ = 0, base_ = 1;
   uint32_t entry_offset_ = 0;
   uint32_t entry_length_ = 0;
 };

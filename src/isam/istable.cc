@@ -11,7 +11,7 @@
 namespace isam {
 namespace {
 
-constexpr uint32_t kCachedPages = 128;
+constexpr uint32_t kCachedPages = 64;
 
 // In place, applied, and by this run of the kernel, whose page cache has every
 // write, even of processes that were killed right after it.

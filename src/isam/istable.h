@@ -45,6 +45,8 @@ struct ReadAhead {
   uint32_t index = 0;
   int direction = 0;  // 1 forwards, -1 backwards, 0 nothing here
   uint32_t count = 0, next = 0;
+  int64_t read_ms = 0;         // when, and
+  uint64_t local_changes = 0;  // after how many commits of this process
   std::vector<uint8_t> records;
 };
 
@@ -76,7 +78,7 @@ struct Table {
 
 // Opens <name>.dat and <name>.idx.
 [[nodiscard]] isam_code OpenTable(const std::string& name, bool writable,
-                                  std::unique_ptr<Table>* table);
+                                  std::unique_ptr<Table>* out);
 
 // Brings `table` up to what the files say now. Without `locked` (the writer or
 // the read lock held) it only accepts files that need no repair, and answers

@@ -13,9 +13,9 @@
 #include "util/kutio.h"
 #include "util/kutuser.h"
 
-const char* const pb_per_name = "pbper";
-const char* const pb_grp_name = "pbgrp";
-const char* const pb_mem_name = "pbmem";
+constexpr const char* pb_per_name = "pbper";
+constexpr const char* pb_grp_name = "pbgrp";
+constexpr const char* pb_mem_name = "pbmem";
 
 #define PB_CLOSED_BOOK(kind) \
   { kind, 0, -1, 0, "", "", "", nullptr, nullptr, nullptr }

@@ -63,21 +63,21 @@ int Devices::Take(const std::string& queue) {
   return -1;
 }
 
-void Devices::Release(int number) {
-  Find(number)->busy = false;
-  fx_set_device_state(number, kIdle);
+void Devices::Release(int device) {
+  devices_[IndexOf(device)].busy = false;
+  fx_set_device_state(device, kIdle);
 }
 
-const std::string& Devices::name(int number) const {
-  return const_cast<Devices*>(this)->Find(number)->name;
+const std::string& Devices::name(int device) const {
+  return devices_[IndexOf(device)].name;
 }
 
-Devices::Device* Devices::Find(int number) {
+size_t Devices::IndexOf(int device) const {
   const auto at =
       std::find_if(devices_.begin(), devices_.end(),
-                   [&](const Device& d) { return d.number == number; });
+                   [&](const Device& d) { return d.number == device; });
   assert(at != devices_.end());
-  return &*at;
+  return static_cast<size_t>(at - devices_.begin());
 }
 
 std::vector<std::string> Devices::Serving(const std::string& queue) const {

@@ -31,7 +31,7 @@ class Devices {
     int number;
     bool busy;
   };
-  Device* Find(int number);
+  size_t IndexOf(int device) const;
   std::vector<std::string> Serving(const std::string& queue) const;
 
   std::string root_;

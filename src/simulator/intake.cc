@@ -130,9 +130,8 @@ void Intake::Take(const std::string& name) {
     Say("command %s: not there any more", Printable(name).c_str());
     return;
   }
-  const kx::Object cmd(stream != nullptr
-                           ? fx_read_object(stream.get(), "obj-cmdrsp")
-                           : nullptr);
+  const kx::Object cmd(
+      stream != nullptr ? fx_read_object(stream.get(), "obj-cmdrsp") : nullptr);
   if (cmd == nullptr) {
     PutAside(dir.c_str(), name);
     return;
@@ -149,15 +148,17 @@ void Intake::Take(const std::string& name) {
         refusal.error);
   } else if (refusal.error != 0) {
     // The daemon has told the client that all is well.
-    LeaveMessage(root_, kx::TextOrEmpty(cmd.get(), "clientid"),
-                 name + ".msg",
+    LeaveMessage(root_, kx::TextOrEmpty(cmd.get(), "clientid"), name + ".msg",
                  "Your fax was not queued: " + refusal.text + "\n");
   }
   Kut_delete_file(path.text);
   for (Request& request : requests) {
     const long seqno = request.seqno();
     scheduler_->Add(std::move(request));
-    fx_launch(seqno, root_.c_str());
+    const int status = fx_launch(seqno, root_.c_str());
+    if (status != 0) {
+      Say("request %ld: its program ended with status %d", seqno, status);
+    }
   }
 }
 
@@ -203,6 +204,7 @@ Intake::Refusal Intake::MakeRequests(kx_object* cmd,
   }
   if (requests->size() == 1) return {};
   const long group = fx_next_seqno(cm_get_gseqno_file(root_.c_str()));
+  if (group < 0) return {kx_err_system, "Cannot take a group number"};
   int member = 0;
   for (const Request& request : *requests) {
     ++member;

@@ -109,7 +109,7 @@ void LayCommon(Placer* place) {
 // A user's folders, which are the user's own where the system knows the name.
 // The first path that could not be made; empty without one.
 std::string LayUser(const std::string& root, const std::string& user) {
-  const std::string dir = cm_get_user_dir(root.c_str(), user.c_str());
+  std::string dir = cm_get_user_dir(root.c_str(), user.c_str());
   const bool is_new = !Exists(dir);
   const int uid = Kut_uname_to_uid(user.c_str());
   Placer place(cm_get_faxq_dir(root.c_str()), uid >= 0 ? uid : cm_get_krt_uid(),

@@ -25,7 +25,7 @@ struct Outcome {
 class Outcomes {
  public:
   // False for a text that is no rule.
-  bool Add(std::string_view rule);
+  bool Add(std::string_view text);
   // How attempt `attempt`, counted from 1, at the number ends.
   const Outcome& Of(std::string_view number, int attempt) const;
 

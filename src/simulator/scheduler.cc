@@ -72,13 +72,14 @@ void Scheduler::TakeUp() {
 }
 
 void Scheduler::Add(Request request) {
-  kx_object* freq = request.freq.get();
-  Say("request %ld: queued for %s to %s on queue %s", request.seqno(),
-      Printable(request.client()).c_str(),
-      Printable(kx::TextOrEmpty(freq, "tofnum")).c_str(),
-      Printable(kx::TextOrEmpty(freq, "queue")).c_str());
+  const long seqno = request.seqno();
+  const std::string client = Printable(request.client());
   Insert(std::move(request));
   PublishJobs();
+  kx_object* freq = requests_.at(seqno).freq.get();
+  Say("request %ld: queued for %s to %s on queue %s", seqno, client.c_str(),
+      Printable(kx::TextOrEmpty(freq, "tofnum")).c_str(),
+      Printable(kx::TextOrEmpty(freq, "queue")).c_str());
 }
 
 void Scheduler::Insert(Request request) {
@@ -159,10 +160,10 @@ void Scheduler::Begin(Request& request, int device) {
   kx::SetTime(status, "stime", begun);
   kx::SetText(status, "etime", nullptr);
   kx::SetText(status, "dialed", kx::Text(request.freq.get(), "tofnum"));
+  Check(Save(root_, request), request, "status");
   Say("request %ld: attempt %d on %s", request.seqno(),
       kx::Number(request.freq.get(), "attempt") + 1,
       Printable(devices_.name(device)).c_str());
-  Check(Save(root_, request), request, "status");
 }
 
 void Scheduler::EndAttempt(Entry entry, const Outcome& outcome) {
@@ -181,15 +182,14 @@ void Scheduler::EndAttempt(Entry entry, const Outcome& outcome) {
   kx::SetNumber(freq, "rresult", result);
   devices_.Release(request.device);
   request.device = -1;
+  if (!IsOver(result)) {
+    request.due = Clock::now() + course_.pause;
+    Check(SaveStatus(root_, request) && SaveFreq(root_, request), request,
+          "status");
+  }
   Say("request %ld: attempt %d ended: %s, %d pages sent", request.seqno(),
       attempt, cm_result_to_desc(outcome.result), record.npages);
-  if (IsOver(result)) {
-    Finish(entry, result);
-    return;
-  }
-  request.due = Clock::now() + course_.pause;
-  Check(SaveStatus(root_, request) && SaveFreq(root_, request), request,
-        "status");
+  if (IsOver(result)) Finish(entry, result);
 }
 
 void Scheduler::Finish(Entry entry, int result) {
@@ -202,10 +202,11 @@ void Scheduler::Finish(Entry entry, int result) {
   Check(SaveStatus(root_, request) && SaveFreq(root_, request) &&
             Retire(root_, request),
         request, "end");
-  Say("request %ld: over: %s", request.seqno(), cm_result_to_desc(result));
   Notify(root_, request, result);
+  const long seqno = request.seqno();
   requests_.erase(entry);
   PublishJobs();
+  Say("request %ld: over: %s", seqno, cm_result_to_desc(result));
 }
 
 Clock::time_point Scheduler::NextTime() const {

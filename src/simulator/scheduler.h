@@ -7,6 +7,8 @@
 //   and the number of jobs in the status segment, an attempt in the outgoing
 //   log, then the client's status, then the request file. So a status never
 //   counts an attempt that the log does not have.
+// - What is said has been written: a script that waits for a line finds all of
+//   it in place.
 // - Time goes on in Advance alone.
 #ifndef SIMULATOR_SCHEDULER_H_
 #define SIMULATOR_SCHEDULER_H_

@@ -127,15 +127,20 @@ TEST_F(SxFile, UnreadableDirectoryIsSystemError) {
   EXPECT_EQ(kx_errno, kx_err_system);
 }
 
-// The path stays, the directory behind it is another one.
+// The path stays, the directory behind it is another one; a removed one's inode
+// number is likely to be given to its successor.
 TEST_F(SxFile, DirectoryThatWasReplacedIsFound) {
-  WriteFile(Path("a.cmd"), "");
-  EXPECT_EQ(Claim(), Claimed("a"));
-  EXPECT_EQ(Claim(), "");
-  std::filesystem::rename(dir_, dir_ + ".old");
-  std::filesystem::create_directory(dir_);
-  WriteFile(Path("b.cmd"), "");
-  EXPECT_EQ(Claim(), Claimed("b"));
+  for (const char* name : {"a", "b", "c"}) {
+    WriteFile(Path(std::string(name) + ".cmd"), "");
+    EXPECT_EQ(Claim(), Claimed(name));
+    EXPECT_EQ(Claim(), "");
+    if (*name == 'a') {
+      std::filesystem::rename(dir_, dir_ + ".old");
+    } else {
+      std::filesystem::remove_all(dir_);
+    }
+    std::filesystem::create_directory(dir_);
+  }
 }
 
 TEST_F(SxFile, ReadsCommandsAndSaysWhyNot) {

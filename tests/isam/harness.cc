@@ -45,8 +45,8 @@ ssize_t HookRead(int fd, void* buf, size_t size, off_t offset) {
 
 int HookWrite(int fd, const void* buf, size_t size, off_t offset) {
   ++g_writes;
-  // A signal ends a write at a page boundary of the file at best.
-  const auto half = [&] { g_real.write(fd, buf, size / 2, offset); };
+  // Death ends a write at a page boundary at best, never within a sector.
+  const auto half = [&] { g_real.write(fd, buf, size / 1024 * 512, offset); };
   if (Strikes(half)) return -1;
   struct stat st;
   fstat(fd, &st);
@@ -56,15 +56,19 @@ int HookWrite(int fd, const void* buf, size_t size, off_t offset) {
   }
   if (g_recorder != nullptr && g_recorder->FileOf(fd) >= 0)
     g_recorder->Note({g_recorder->FileOf(fd), offset,
-                      std::string(static_cast<const char*>(buf), size), false});
+                      std::string(static_cast<const char*>(buf), size),
+                      Recorder::kWrite});
   return g_real.write(fd, buf, size, offset);
 }
 
 int HookSync(int fd) {
   if (Strikes()) return -1;
-  if (g_recorder != nullptr && g_recorder->FileOf(fd) >= 0)
-    g_recorder->Note({g_recorder->FileOf(fd), 0, "", true});
-  return 0;
+  if (g_recorder == nullptr || g_recorder->FileOf(fd) < 0) return 0;
+  const bool fails = g_recorder->FlushFails();
+  g_recorder->Note({g_recorder->FileOf(fd), 0, "",
+                    fails ? Recorder::kLost : Recorder::kFlush});
+  if (fails) errno = EIO;
+  return fails ? -1 : 0;
 }
 
 int HookTruncate(int fd, off_t size) {
@@ -310,44 +314,63 @@ int Recorder::FileOf(int fd) const {
   return -1;
 }
 
+namespace {
+
+constexpr size_t kSector = 512;
+
+void WriteTo(std::string& disk, const Recorder::Event& event, size_t from,
+             size_t to) {
+  const size_t start = static_cast<size_t>(event.offset);
+  const size_t low = std::max(from, start);
+  const size_t high = std::min(to, start + event.bytes.size());
+  if (low >= high) return;
+  if (disk.size() < high) disk.resize(high);
+  disk.replace(low, high - low, event.bytes, low - start, high - low);
+}
+
+// Of each sector that the writes touch the disk has any version, its oldest and
+// its newest included. Sometimes the disk was quick, sometimes it had hardly
+// begun.
+void WriteSome(std::string& disk,
+               const std::vector<const Recorder::Event*>& all,
+               std::mt19937& random) {
+  std::map<size_t, std::vector<const Recorder::Event*>> sectors;
+  for (const Recorder::Event* event : all) {
+    const size_t start = static_cast<size_t>(event->offset);
+    for (size_t at = start / kSector;
+         at * kSector < start + event->bytes.size(); ++at)
+      sectors[at].push_back(event);
+  }
+  const auto eager = random() % 5;
+  for (const auto& [sector, versions] : sectors) {
+    size_t kept = random() % (versions.size() + 1);
+    if (eager == 0 && random() % 8 != 0) kept = 0;
+    if (eager == 4 && random() % 8 != 0) kept = versions.size();
+    for (size_t i = 0; i < kept; ++i)
+      WriteTo(disk, *versions[i], sector * kSector, (sector + 1) * kSector);
+  }
+}
+
+}  // namespace
+
 void Recorder::PowerLoss(size_t count, std::mt19937& random,
                          const std::string& name) {
-  constexpr size_t kSector = 512;
   for (int file = 0; file < 2; ++file) {
     std::string disk = base_[file];
-    const auto write = [&](const Event& event, size_t from, size_t to) {
-      const size_t start = static_cast<size_t>(event.offset);
-      const size_t low = std::max(from, start);
-      const size_t high = std::min(to, start + event.bytes.size());
-      if (low >= high) return;
-      if (disk.size() < high) disk.resize(high);
-      disk.replace(low, high - low, event.bytes, low - start, high - low);
-    };
-    size_t flushed = 0;
-    for (size_t i = 0; i < count; ++i)
-      if (events_[i].file == file && events_[i].flush) flushed = i;
-    std::map<size_t, std::vector<const Event*>> sectors;
+    std::vector<const Event*> pending;
     for (size_t i = 0; i < count; ++i) {
       const Event& event = events_[i];
-      if (event.file != file || event.flush) continue;
-      if (i < flushed) {
-        write(event, 0, SIZE_MAX);
+      if (event.file != file) continue;
+      if (event.kind == kWrite) {
+        pending.push_back(&event);
         continue;
       }
-      const size_t end = static_cast<size_t>(event.offset) + event.bytes.size();
-      for (size_t at = static_cast<size_t>(event.offset) / kSector;
-           at * kSector < end; ++at)
-        sectors[at].push_back(&event);
+      if (event.kind == kLost) WriteSome(disk, pending, random);
+      if (event.kind == kFlush)
+        for (const Event* write : pending) WriteTo(disk, *write, 0, SIZE_MAX);
+      pending.clear();
     }
-    // Sometimes the disk was quick, sometimes it had hardly begun.
-    const auto eager = random() % 5;
-    for (const auto& [sector, versions] : sectors) {
-      size_t kept = random() % (versions.size() + 1);
-      if (eager == 0 && random() % 8 != 0) kept = 0;
-      if (eager == 4 && random() % 8 != 0) kept = versions.size();
-      for (size_t i = 0; i < kept; ++i)
-        write(*versions[i], sector * kSector, (sector + 1) * kSector);
-    }
+    WriteSome(disk, pending, random);
     WriteFile(name + kExtensions[file], disk);
   }
 }

@@ -88,19 +88,27 @@ class Recorder {
   // versions that it had.
   void PowerLoss(size_t count, std::mt19937& random, const std::string& name);
 
+  // From now on every `n`th flush fails, and what it should have written is
+  // lost but for what the disk had already; as with a real kernel, later
+  // flushes do not make up for it.
+  void FailEachFlush(int n) { fail_each_ = n; }
+
+  enum Kind { kWrite, kFlush, kLost };
   struct Event {
     int file;  // 0 .idx, 1 .dat
     off_t offset;
     std::string bytes;
-    bool flush;
+    Kind kind;
   };
   void Note(Event event) { events_.push_back(std::move(event)); }
+  bool FlushFails() { return fail_each_ > 0 && ++flushes_ % fail_each_ == 0; }
   int FileOf(int fd) const;
 
  private:
   std::string name_;
   std::string base_[2];
   std::vector<Event> events_;
+  int fail_each_ = 0, flushes_ = 0;
 };
 
 void CopyTable(const std::string& from, const std::string& to);

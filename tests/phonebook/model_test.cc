@@ -149,8 +149,8 @@ class Model : public BookTest {
     std::string expected, listed;
     for (const Entry& entry : Sorted(sort)) {
       if (!IsIn(entry, group)) continue;
-      expected = step == "pbc-next" ? expected + entry.palias() + "|"
-                                    : entry.palias() + "|" + expected;
+      expected.insert(step == "pbc-next" ? expected.size() : 0,
+                      entry.palias() + "|");
     }
     client_.Reset();
     client_.Set({{"pbsort", kSorts[sort]},

@@ -244,7 +244,10 @@ TEST_F(Life, EachDestinationIsARequestOrNoneIs) {
   EXPECT_EQ(refused, Head("cmd-sendfax", "false", 19) +
                          "errmsg=No fax number\nobjend=obj-cmdrsp\n");
   for (const char* dir : {"requests", "temp", "krtnet/queued"}) {
-    EXPECT_TRUE(std::filesystem::is_empty(root_.Path(dir))) << dir;
+    // The saved command goes last, after the answer.
+    EXPECT_TRUE(support::Eventually([&] {
+      return std::filesystem::is_empty(root_.Path(dir));
+    })) << dir;
   }
   const std::string answer =
       submit(Destination("5550101") + Destination("5550102"));
@@ -288,8 +291,8 @@ TEST_F(Life, WhatCannotBeQueuedIsRefusedWithTheReason) {
   // Who had the daemon's answer finds a message.
   Ask("cmd-sendfax", "respond=false\n" + Argument("obj-env", ""));
   EXPECT_TRUE(support::Eventually([&] {
-    return support::ReadFile(root_.Path("faxq/" + root_.user() +
-                                        "/msgs/0001-007.msg")) ==
+    return support::ReadFile(
+               root_.Path("faxq/" + root_.user() + "/msgs/0001-007.msg")) ==
            "Your fax was not queued: No destination\n";
   }));
 }

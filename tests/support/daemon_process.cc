@@ -35,19 +35,16 @@ pid_t StartProgram(const std::string& program,
 Exit RunProgram(const std::string& program,
                 const std::vector<std::string>& args,
                 const std::string& kfaxdir) {
-  std::string folder =
-      (std::filesystem::temp_directory_path() / "krtrun.XXXXXX").string();
-  if (mkdtemp(folder.data()) == nullptr) throw std::runtime_error("mkdtemp");
+  const TempDir folder;
   const pid_t pid =
-      StartProgram(program, args, kfaxdir, folder + "/out", folder + "/err");
+      StartProgram(program, args, kfaxdir, folder / "out", folder / "err");
   Exit result;
   int status = 0;
   if (waitpid(pid, &status, 0) == pid && WIFEXITED(status)) {
     result.status = WEXITSTATUS(status);
   }
-  result.out = ReadFile(folder + "/out");
-  result.err = ReadFile(folder + "/err");
-  std::filesystem::remove_all(folder);
+  result.out = ReadFile(folder / "out");
+  result.err = ReadFile(folder / "err");
   return result;
 }
 

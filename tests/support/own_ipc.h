@@ -8,6 +8,7 @@
 #include <sched.h>
 #include <sys/file.h>
 #include <sys/shm.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "faxserver/fsshm.h"
@@ -18,6 +19,8 @@ class OwnIpc {
     if (unshare(CLONE_NEWIPC) == 0) return;
     lock_ = open("/tmp/krt-status-segment.lock", O_RDWR | O_CREAT | O_CLOEXEC,
                  0666);
+    // Every user's tests share the lock, whatever the umask of the first.
+    if (lock_ >= 0) static_cast<void>(fchmod(lock_, 0666) == 0);
     usable_ =
         lock_ >= 0 && flock(lock_, LOCK_EX) == 0 && shmget(kFxShmKey, 0, 0) < 0;
   }

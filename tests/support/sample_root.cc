@@ -1,10 +1,7 @@
 #include "support/sample_root.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <fstream>
 #include <sstream>
-#include <stdexcept>
 #include <thread>
 
 namespace support {
@@ -40,39 +37,17 @@ bool Eventually(const std::function<bool()>& condition,
   return true;
 }
 
-std::string ReadFile(const std::filesystem::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::ostringstream content;
-  content << file.rdbuf();
-  return content.str();
-}
-
-void WriteFile(const std::filesystem::path& path, const std::string& content) {
-  std::ofstream file(path, std::ios::binary);
-  file << content;
-  if (!file.flush()) throw std::runtime_error("cannot write " + path.string());
-}
-
 SampleRoot::SampleRoot() {
-  std::string name =
-      (std::filesystem::temp_directory_path() / "krtroot.XXXXXX").string();
-  if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("mkdtemp");
-  path_ = name;
   // Other users' processes come by in tests of permissions.
-  std::filesystem::permissions(path_, std::filesystem::perms(0755));
+  std::filesystem::permissions(path(), std::filesystem::perms(0755));
   for (const char* folder : kFolders) {
-    std::filesystem::create_directories(path_ / folder);
+    std::filesystem::create_directories(path() / folder);
   }
-}
-
-SampleRoot::~SampleRoot() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
 }
 
 void SampleRoot::AddUser(const std::string& user) const {
   for (const char* folder : {"options", "msgs", "events"}) {
-    std::filesystem::create_directories(path_ / "faxq" / user / folder);
+    std::filesystem::create_directories(path() / "faxq" / user / folder);
   }
 }
 

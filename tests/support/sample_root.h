@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "support/temp_dir.h"
+
 namespace support {
 
 // How long a test waits for what must happen.
@@ -18,20 +20,17 @@ constexpr std::chrono::seconds kDeadline{20};
 bool Eventually(const std::function<bool()>& condition,
                 std::chrono::milliseconds deadline = kDeadline);
 
-std::string ReadFile(const std::filesystem::path& path);
-void WriteFile(const std::filesystem::path& path, const std::string& content);
+using ::ReadFile;
+using ::WriteFile;
 
 // Makes the folders of the tree; removes everything at its end.
 class SampleRoot {
  public:
   SampleRoot();
-  SampleRoot(const SampleRoot&) = delete;
-  SampleRoot& operator=(const SampleRoot&) = delete;
-  ~SampleRoot();
 
   const std::filesystem::path& path() const { return path_; }
   // The protocol's spool folder.
-  std::filesystem::path spool() const { return path_ / "krtnet/filspool"; }
+  std::filesystem::path spool() const { return path() / "krtnet/filspool"; }
   // Makes a user with its queue, options, messages and events folders.
   void AddUser(const std::string& user) const;
 
@@ -45,7 +44,8 @@ class SampleRoot {
   std::vector<std::string> SpoolNames() const;
 
  private:
-  std::filesystem::path path_;
+  TempDir dir_;
+  std::filesystem::path path_ = dir_.path();
 };
 
 // A command in text form: the envelope's usual fields and then `more`, lines of

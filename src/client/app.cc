@@ -141,6 +141,11 @@ void App::Fail(int code, const std::string& subject, const std::string& text) {
     if (!verb.empty()) members.emplace_back("verb", JsonString(verb));
     if (!subject.empty()) members.emplace_back("subject", JsonString(subject));
     members.emplace_back("message", JsonString(text));
+    // What the exit status does not tell: it may have been executed.
+    if (code == krt_unknown) {
+      members.emplace_back("outcome", JsonString("unknown"));
+      code = krt_timed_out;
+    }
     members.emplace_back("status", std::to_string(code));
     std::cerr << JsonObject(members) << "\n";
     return;

@@ -175,16 +175,19 @@ void RunFaxRoute(App& app) {
         !app.Set(user, route.get(), "toid", user)) {
       continue;
     }
-    // Moved is it by the last one: before that, it must still be there.
+    // The last one moves it: until then it must still be there.
     const bool move =
         app.Has("move") && i + 1 == app.args() && app.worst() == 0;
     kx::Object shown(Kfx_Copy_Obj(route.get()));
-    if (app.Call(name + " " + user, move ? "cmd-fwdfax" : "cmd-copyfax",
+    std::string subject = name;
+    subject.append(" ").append(user);
+    if (app.Call(subject, move ? "cmd-fwdfax" : "cmd-copyfax",
                  std::move(route)) == nullptr) {
       continue;
     }
-    app.out().Done(shown.get(),
-                   name + (move ? " moved to " : " copied to ") + user);
+    std::string done = name;
+    done.append(move ? " moved to " : " copied to ").append(user);
+    app.out().Done(shown.get(), done);
   }
 }
 

@@ -34,6 +34,7 @@ bool AnyBegins(const std::string& words) {
 
 std::vector<const char*> Pointers(const std::vector<std::string>& words) {
   std::vector<const char*> pointers;
+  pointers.reserve(words.size());
   for (const std::string& word : words) pointers.push_back(word.c_str());
   return pointers;
 }
@@ -160,7 +161,8 @@ class Parser {
     const std::string name = verb.name;
     for (const auto& [option, value] : line_->options) {
       if (!Takes(verb, option)) {
-        return {krt_usage, name + ": does not take --" + option};
+        std::string text = name;
+        return {krt_usage, text.append(": does not take --").append(option)};
       }
     }
     const int count = static_cast<int>(line_->args.size());

@@ -190,7 +190,9 @@ bool ExportGroups(App& app, std::string* text, int* count) {
       })) {
     return false;
   }
-  for (const auto& [alias, description] : groups) {
+  for (const auto& group : groups) {
+    const std::string& alias = group.first;
+    const std::string& description = group.second;
     kx::Object pbcom = BookCommand(app, kx_pbc_lstmbg);
     kx::SetText(pbcom.get(), "pbkey", alias.c_str());
     // The group itself, so that one without members is not lost.

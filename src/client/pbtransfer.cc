@@ -37,6 +37,15 @@ bool ReadMaps(App& app, std::map<std::string, std::string>* maps) {
   return true;
 }
 
+void ReportUnknown(App& app, const std::string& column) {
+  const char* nearest = Nearest(Lower(column), PersonNames());
+  std::string text = "unknown column \"" + column + "\"";
+  if (nearest != nullptr) text += std::string(", perhaps ") + nearest;
+  text +=
+      "; --map \"" + column + "=FIELD\" takes it, --ignore-unknown skips it";
+  app.Fail(krt_bad_data, "", text);
+}
+
 // The field of each column, "" for one to be skipped. False after reporting.
 bool ReadHeading(App& app, const std::vector<std::string>& heading,
                  std::vector<std::string>* fields) {
@@ -48,13 +57,7 @@ bool ReadHeading(App& app, const std::vector<std::string>& heading,
     const char* name =
         FindPersonName(mapped != maps.end() ? mapped->second : column);
     if (name == nullptr && !app.Has("ignore-unknown")) {
-      const char* nearest = Nearest(Lower(column), PersonNames());
-      app.Fail(
-          krt_bad_data, "",
-          "unknown column \"" + column + "\"" +
-              (nearest == nullptr ? "" : std::string(", perhaps ") + nearest) +
-              "; --map \"" + column +
-              "=FIELD\" takes it, --ignore-unknown skips it");
+      ReportUnknown(app, column);
       return false;
     }
     if (name != nullptr && !seen.insert(name).second) {

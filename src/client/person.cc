@@ -8,6 +8,7 @@
 #include "client/format.h"
 #include "kx/kxobj.h"
 #include "phonebook/pb.h"
+#include "util/kutstr.h"
 
 namespace client {
 namespace {
@@ -126,8 +127,9 @@ std::string PersonText(kx_object* person, const std::string& name) {
   if (combined == nullptr) return kx::TextOrEmpty(person, name.c_str());
   char record[kRecordSize] = "";
   for (const char* field : combined->fields) {
-    const char* text = kx::TextOrEmpty(person, field);
-    std::memcpy(record + FindStored(field)->offset, text, std::strlen(text));
+    const db_field* stored = FindStored(field);
+    Kut_strcpyz(record + stored->offset, kx::TextOrEmpty(person, field),
+                static_cast<size_t>(stored->length));
   }
   char text[KX_PAIR_SIZE] = "";
   combined->to_text(record, text, sizeof text);

@@ -198,12 +198,15 @@ bool FillEnvelope(App& app, const Parts& parts,
 // Shows the request that was made; its number, or "" when the answer has none.
 std::string ShowQueued(App& app, const std::string& number, kx_object* answer) {
   kx_object* made = kx::Child(answer, "objptr");
-  const bool numbered = Kfx_Field_Type(made, "seqno") != -1;
-  const std::string seqno = numbered ? kx::TextOrEmpty(made, "seqno") : "";
-  const std::string line = app.Has("quiet") ? seqno
-                                            : "request " + seqno +
-                                                  (seqno.empty() ? "" : " ") +
-                                                  "queued for " + number;
+  std::string seqno;
+  if (Kfx_Field_Type(made, "seqno") != -1) {
+    seqno = kx::TextOrEmpty(made, "seqno");
+  }
+  std::string line = seqno;
+  if (!app.Has("quiet")) {
+    line = seqno.empty() ? "request" : "request " + seqno;
+    line += " queued for " + number;
+  }
   std::vector<JsonMember> more;
   if (Kfx_Field_Type(made, "tofnum") == -1) {
     more.emplace_back("tofnum", JsonString(number));

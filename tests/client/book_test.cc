@@ -105,6 +105,36 @@ TEST_F(Book, PersonsComeAndGo) {
         "krtctl: pb count: Phone-book does not exist (38)\n"}});
 }
 
+TEST_F(Book, BooksAndOrdersAreChosen) {
+  for (const char* line :
+       {"pb init --book system", "pb add palias=x lname=Zoe company=B",
+        "pb add palias=y lname=Amy company=C",
+        "pb add palias=z lname=Max company=A",
+        "pb add --book system palias=s lname=Sys"}) {
+    ASSERT_EQ(server_.Shell(std::string("krtctl -q ") + line).status, 0);
+  }
+  const struct {
+    const char* options;
+    const char* aliases;
+  } kCases[] = {{"", "x y z "},
+                {"--sort lname", "y z x "},
+                {"--sort company", "z x y "},
+                {"--sort unsorted", "x y z "},
+                {"--sort lname --from b", "z x "},
+                {"--sort lname --to n", "y z "},
+                {"--max 2", "x y "},
+                {"--book system", "s "},
+                {"--group none", ""}};
+  for (const auto& c : kCases) {
+    EXPECT_EQ(server_
+                  .Shell("krtctl -q pb list " + std::string(c.options) +
+                         " | cut -f1 | tr '\\n' ' '")
+                  .out,
+              c.aliases)
+        << c.options;
+  }
+}
+
 TEST_F(Book, ListsComeInPages) {
   std::string text = "palias,lname\n";
   for (int i = 0; i < 450; ++i) {

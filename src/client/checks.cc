@@ -140,6 +140,37 @@ void NoteDamage(void* context, const char* line) {
   if (damage->first.empty()) damage->first = line;
 }
 
+// Of what a rebuild tells, only the records that it had to leave out.
+void NoteLoss(void* context, const char* line) {
+  if (std::strstr(line, "left out") != nullptr) NoteDamage(context, line);
+}
+
+std::string StoreError(int code) {
+  const char* text = isam_errmsg(code);
+  return text != nullptr ? text
+                         : "error " + std::to_string(code) + " of the store";
+}
+
+// Makes a table's indexes again from its records, if that is wanted. Whether it
+// is in order now; a record that could not be kept is told.
+bool RebuildTable(Findings* findings, const std::string& path,
+                  const std::string& what) {
+  if (!findings->Repairs("Make the indexes of " + path +
+                         " again from its records?")) {
+    return false;
+  }
+  Damage lost;
+  if (isam_rebuild(path.c_str(), NoteLoss, &lost) != 0) return false;
+  if (lost.first.empty()) {
+    findings->Ok(what + ": indexes made again");
+  } else {
+    findings->Warn(
+        path + ": indexes made again without all records: " + lost.first,
+        "a backup has them");
+  }
+  return true;
+}
+
 // Compares a book's indexes with its records. Whether there is a book.
 bool CheckBook(Findings* findings, const std::string& dir,
                const std::string& whose) {
@@ -153,11 +184,10 @@ bool CheckBook(Findings* findings, const std::string& dir,
     Damage damage;
     const int code = isam_check(path.c_str(), NoteDamage, &damage);
     if (code == 0) continue;
-    findings->Fail(path + ": " +
-                       (damage.first.empty()
-                            ? "error " + std::to_string(code) + " of the store"
-                            : damage.first),
-                   "pb export, pb drop, pb init and pb import, or a backup");
+    const std::string what =
+        path + ": " + (damage.first.empty() ? StoreError(code) : damage.first);
+    if (RebuildTable(findings, path, what)) continue;
+    findings->Fail(what, "krtctl check --fix, or a backup");
     return true;
   }
   findings->Ok(whose);

@@ -117,7 +117,7 @@ TEST(Check, WhatLiesAboutIsFoundAndRepaired) {
   close(held);
 }
 
-TEST(Check, DamagedPhoneBookIsFound) {
+TEST(Check, DamagedPhoneBookIsFoundAndMadeAnew) {
   Server server;
   server.Start();
   ASSERT_EQ(server.Run({"pb", "init"}).status, 0);
@@ -132,6 +132,11 @@ TEST(Check, DamagedPhoneBookIsFound) {
   EXPECT_NE(Troubles(end).find("FAIL  " + server.Queue("options/pbper.dat")),
             std::string::npos)
       << end.out;
+  // The records are whole, so the indexes can be made from them.
+  EXPECT_NE(Troubles(server.Run({"check", "-q", "--fix"})), "");
+  EXPECT_EQ(Troubles(server.Run({"check", "-q", "--fix", "--yes"})), "");
+  EXPECT_EQ(Troubles(server.Run({"check", "-q"})), "");
+  EXPECT_EQ(server.Run({"pb", "show", "a"}).status, 0);
 }
 
 }  // namespace

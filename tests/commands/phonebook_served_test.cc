@@ -24,7 +24,7 @@ class ServedPhoneBook : public ::testing::TestWithParam<int> {
     }
   }
   static std::string Name(int session, int reference) {
-    char name[16];
+    char name[32];
     snprintf(name, sizeof name, "%04d-%03d", session, reference);
     return name;
   }

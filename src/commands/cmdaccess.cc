@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <ctime>
+#include <string>
 #include <vector>
 
 #include "cm/cmkrt.h"
@@ -42,18 +44,6 @@ bool IsOpen(int dirfd) {
   return (st.st_mode & S_IXGRP) != 0 && !IsFaxGroup(st.st_gid);
 }
 
-// `owner` may be null, for an owner without an entry.
-Writers WhoCouldWrite(const struct stat& st, const passwd* owner) {
-  if ((st.st_mode & S_IWOTH) != 0) {
-    return IsOpen(spool_fd(file_dir)) ? Writers::kOutsiders
-                                      : Writers::kFaxSystem;
-  }
-  if ((st.st_mode & S_IWGRP) == 0 || st.st_gid == 0) return Writers::kOwner;
-  const bool own = owner != nullptr && owner->pw_gid == st.st_gid;
-  return own || IsFaxGroup(st.st_gid) ? Writers::kFaxSystem
-                                      : Writers::kOutsiders;
-}
-
 bool IsInFaxGroup(const passwd& user) {
   const int fax_gid = cm_get_krt_gid();
   if (fax_gid == -1) return false;
@@ -67,16 +57,58 @@ bool IsInFaxGroup(const passwd& user) {
   return std::ranges::find(groups, static_cast<gid_t>(fax_gid)) != groups.end();
 }
 
-// What the owner of a file may do; `owner` is its entry, or null.
-Trust TrustIn(const struct stat& st, const passwd* owner) {
+// What the system's user database says of a file's owner.
+struct Owner {
+  uid_t uid;
+  bool known;  // has an entry; all below is set only then
+  bool in_fax_group;
+  gid_t gid;
+  std::string login;
+};
+
+// A daemon that serves commands by itself asks the database once a second, not
+// for every command of a busy client: asking takes longer than answering.
+constinit Owner g_owner = {};
+constinit time_t g_owner_asked = -1;
+
+const Owner& OwnerOf(const struct stat& st) {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  if (g_owner_asked == now.tv_sec && g_owner.uid == st.st_uid) return g_owner;
+  g_owner_asked = now.tv_sec;
+  g_owner = {};
+  g_owner.uid = st.st_uid;
+  // Of root no more than the uid matters.
+  const passwd* entry = st.st_uid != 0 ? getpwuid(st.st_uid) : nullptr;
+  if (entry != nullptr) {
+    g_owner.known = true;
+    g_owner.gid = entry->pw_gid;
+    g_owner.login = entry->pw_name;
+    g_owner.in_fax_group = IsInFaxGroup(*entry);
+  }
+  return g_owner;
+}
+
+Writers WhoCouldWrite(const struct stat& st, const Owner& owner) {
+  if ((st.st_mode & S_IWOTH) != 0) {
+    return IsOpen(spool_fd(file_dir)) ? Writers::kOutsiders
+                                      : Writers::kFaxSystem;
+  }
+  if ((st.st_mode & S_IWGRP) == 0 || st.st_gid == 0) return Writers::kOwner;
+  const bool own = owner.known && owner.gid == st.st_gid;
+  return own || IsFaxGroup(st.st_gid) ? Writers::kFaxSystem
+                                      : Writers::kOutsiders;
+}
+
+Trust TrustIn(const struct stat& st, const Owner& owner) {
   const Writers writers = WhoCouldWrite(st, owner);
   if (writers == Writers::kOutsiders) return Trust::kNobody;
   if (st.st_uid == 0 && writers == Writers::kOwner) return Trust::kRoot;
-  if (st.st_uid == geteuid() || cm_is_krt_admin(static_cast<int>(st.st_uid))) {
+  if (st.st_uid == geteuid() || cm_is_krt_admin(static_cast<int>(st.st_uid)) ||
+      owner.in_fax_group) {
     return Trust::kAnyClient;
   }
-  if (owner == nullptr) return Trust::kNobody;
-  return IsInFaxGroup(*owner) ? Trust::kAnyClient : Trust::kSelf;
+  return owner.known ? Trust::kSelf : Trust::kNobody;
 }
 
 bool NamesAUser(const kx_fielddef& field) {
@@ -107,37 +139,33 @@ bool NamesOnly(const char* login, kx_object* obj) {
   return true;
 }
 
-// The entry of the file's owner, in the library's static buffer; null without
-// one, and for root, whose entry says nothing new.
-const passwd* OwnerOf(const struct stat& st) {
-  return st.st_uid != 0 ? getpwuid(st.st_uid) : nullptr;
-}
-
 void LogRefusal(kx_object* cmd, const struct stat* st) {
   if (st == nullptr) {
     dmn_logf("Refused %s: it came from no file", sx_cmdtype(cmd));
     return;
   }
-  const char* name = Kut_uid_to_uname(static_cast<int>(st->st_uid));
+  const Owner& owner = OwnerOf(*st);
   dmn_logf("Refused %s for %s (%ld-%d): its file belongs to %s (uid %u), %04o",
            sx_cmdtype(cmd), cmd_client(cmd),
            static_cast<long>(kx::Number(cmd, "sessionid")),
            kx::Number(cmd, "reference"),
-           name != nullptr ? name : "nobody known",
+           owner.uid == 0 ? "root"
+           : owner.known  ? owner.login.c_str()
+                          : "nobody known",
            static_cast<unsigned>(st->st_uid),
            static_cast<unsigned>(st->st_mode & 07777));
 }
 
 bool IsPermitted(const cmd_row& row, kx_object* cmd, const struct stat& st) {
-  const passwd* owner = OwnerOf(st);
+  const Owner& owner = OwnerOf(st);
   const Trust trust = TrustIn(st, owner);
   const char* client = cmd_client(cmd);
   if (row.runs_program != 0 && Kut_uname_to_uid(client) == 0) {
     return trust == Trust::kRoot;
   }
   if (trust != Trust::kSelf) return trust != Trust::kNobody;
-  return std::strcmp(client, owner->pw_name) == 0 &&
-         NamesOnly(owner->pw_name, cmd);
+  const char* login = owner.login.c_str();
+  return std::strcmp(client, login) == 0 && NamesOnly(login, cmd);
 }
 
 }  // namespace

@@ -70,9 +70,7 @@ class Served : public ::testing::TestWithParam<const char*> {
     return Argument("obj-extcmd", "cmdstr=" + line + "\n" + more);
   }
   static std::string Text(const std::vector<std::string>& lines) {
-    std::vector<std::string> elements;
-    for (const auto& line : lines) elements.push_back("text=" + line + "\n");
-    return Argument("obj-msg", ListField("lines", "obj-text", elements));
+    return Argument("obj-msg", TextsField("lines", "obj-text", "text", lines));
   }
 
   const SampleRoot root_;
@@ -109,7 +107,7 @@ TEST_P(Served, EveryCommandHasItsAnswer) {
       "\nseqno=7\nactive=act-ready\nsubmittime=now\nsendtime=now\n"
       "exptime=now\natttime=now\nprilevel=0\nattempt=0\nmaxtrys=0\n"
       "retrymins=0\nsendres=?\nnotify=not-fail\ngseqno=0\nmemno=0\nrresult=0\n";
-  const std::string ok = "result=0\n";
+  const std::string ok = kDone;
   const struct {
     std::string type, argument, answer;
   } kCases[] = {

@@ -11,7 +11,8 @@
 #include <filesystem>
 #include <string>
 
-#include "kx/object.h"
+#include "support/objects.h"
+#include "support/sample_root.h"
 #include "support/temp_dir.h"
 #include "util/kutio.h"
 
@@ -65,14 +66,19 @@ class FifoReader {
   UniqueFd fd_;
 };
 
-// Polls until a condition holds; false when it does not within 20 seconds.
-template <typename Condition>
-bool Eventually(Condition condition) {
-  for (int i = 0; i < 4000; ++i) {
-    if (condition()) return true;
-    usleep(5000);
-  }
-  return false;
+// What a record holds: a number as a host of either byte order holds it, a text
+// in a field of `size` bytes.
+template <typename Int>
+std::string Bytes(Int value) {
+  return std::string(reinterpret_cast<const char*>(&value), sizeof value);
+}
+inline std::string Bytes(const std::string& text, size_t size) {
+  return text + std::string(size - text.size(), '\0');
+}
+// A record, or anything else that has bytes, as a text.
+template <typename Record>
+std::string Text(const Record& record) {
+  return std::string(record.begin(), record.end());
 }
 
 // A process that has ended and been waited for.

@@ -38,12 +38,12 @@ TEST_F(EmbeddedFile, KeepsItsBytes) {
        {0U, 1U, 2U, 3U, 44U, 45U, 46U, 90U, 4095U, 4096U, 1U << 20}) {
     const std::string bytes = RandomBytes(size);
     Spill("page.tif", bytes);
-    const Pairs pairs = Decomposed(FileObject(folder_ + "/page.tif").get(), 1);
+    const Pairs pairs = Decomposed(FileObject(folder_ / "page.tif").get(), 1);
     EXPECT_EQ(pairs.size(), 6 + (size + 44) / 45) << size;
     const kx::Object back = Composed("obj-file", pairs, "out");
     ASSERT_NE(back, nullptr) << size;
     EXPECT_STREQ(kx::Text(back.get(), "pathname"), "out/page.tif");
-    EXPECT_TRUE(Slurp("out/page.tif") == bytes) << size;
+    EXPECT_TRUE(ReadFile("out/page.tif") == bytes) << size;
   }
 }
 
@@ -84,7 +84,7 @@ TEST_F(EmbeddedFile, DecodesWhatOthersWrite) {
     FILE* file = std::fopen("out", "w");
     EXPECT_EQ(kx_outbuf(row.line.c_str(), file), row.count) << row.line;
     std::fclose(file);
-    EXPECT_EQ(Slurp("out"), row.bytes) << row.line;
+    EXPECT_EQ(ReadFile("out"), row.bytes) << row.line;
   }
 }
 
@@ -94,15 +94,17 @@ TEST_F(EmbeddedFile, StaysInItsFolder) {
     const kx::Object obj = Composed("obj-file", Carrying(name), "top/out");
     ASSERT_NE(obj, nullptr) << name;
     EXPECT_STREQ(kx::Text(obj.get(), "pathname"), "top/out/x") << name;
-    EXPECT_EQ(Slurp("top/out/x"), "cat") << name;
+    EXPECT_EQ(ReadFile("top/out/x"), "cat") << name;
     std::filesystem::remove("top/out/x");
   }
   for (const char* name : {"", ".", "..", "a/", "a/..", "a\\."}) {
     Stream stream{.pairs = Carrying(name), .at = 1};
     EXPECT_EQ(kx_decode(Stream::Read, &stream, "top/out"), nullptr) << name;
     EXPECT_EQ(kx_errno, kx_err_data) << name;
-    EXPECT_EQ(Composed("obj-file", Carrying(name), "top/out"), nullptr) << name;
-    EXPECT_EQ(kx_errno, kx_err_callback) << name;
+    EXPECT_EQ(
+        ErrorOf(Composed("obj-file", Carrying(name), "top/out").release()),
+        kx_err_callback)
+        << name;
   }
   const std::string longest(255, 'n');  // fits a name, but no path field
   EXPECT_EQ(Composed("obj-file", Carrying(longest), "top/out"), nullptr);
@@ -116,7 +118,7 @@ TEST_F(EmbeddedFile, ReplacesWhatIsThere) {
   std::filesystem::create_directory("out");
   const auto unpack = [] {
     return Composed("obj-file", Carrying("x"), "out") != nullptr &&
-           Slurp("out/x") == "cat";
+           ReadFile("out/x") == "cat";
   };
   std::filesystem::create_symlink("../victim", "out/x");
   EXPECT_TRUE(unpack());
@@ -126,7 +128,7 @@ TEST_F(EmbeddedFile, ReplacesWhatIsThere) {
   std::filesystem::remove("out/x");
   ASSERT_EQ(mkfifo("out/x", 0600), 0);  // would block a writer for ever
   EXPECT_TRUE(unpack());
-  EXPECT_EQ(Slurp("victim"), "mine");
+  EXPECT_EQ(ReadFile("victim"), "mine");
   std::filesystem::remove("out/x");
   std::filesystem::create_directory("out/x");
   EXPECT_FALSE(unpack());
@@ -146,7 +148,7 @@ TEST_F(EmbeddedFile, CutShortChangesNothing) {
       EXPECT_EQ(kx_errno, kx_err_callback) << n;
     }
   }
-  EXPECT_EQ(Slurp("x"), "old");
+  EXPECT_EQ(ReadFile("x"), "old");
   std::filesystem::remove("x");
   EXPECT_TRUE(std::filesystem::is_empty("."));
 }
@@ -155,8 +157,7 @@ TEST_F(EmbeddedFile, ThatCannotBeRead) {
   ASSERT_EQ(mkfifo("fifo", 0600), 0);
   for (const char* path : {"missing", "fifo", "."}) {
     Stream stream;
-    EXPECT_EQ(kx_encode(Stream::Write, &stream, path), -1) << path;
-    EXPECT_EQ(kx_errno, kx_err_system) << path;
+    EXPECT_EQ(ErrorOf(kx_encode(Stream::Write, &stream, path)), kx_err_system);
     EXPECT_NE(Kfx_Decomp_Obj(FileObject(path).get(), Stream::Write, &stream, 1),
               0);
     EXPECT_EQ(kx_errno, kx_err_callback) << path;
@@ -164,8 +165,9 @@ TEST_F(EmbeddedFile, ThatCannotBeRead) {
   Spill("file", RandomBytes(100));
   for (std::size_t n = 0; n < 6; ++n) {  // filebeg, four lines, fileend
     Stream stream{.fail_at = n};
-    EXPECT_EQ(kx_encode(Stream::Write, &stream, "file"), -1) << n;
-    EXPECT_EQ(kx_errno, kx_err_callback) << n;
+    EXPECT_EQ(ErrorOf(kx_encode(Stream::Write, &stream, "file")),
+              kx_err_callback)
+        << n;
   }
 }
 

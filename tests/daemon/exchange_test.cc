@@ -82,11 +82,6 @@ TEST_P(Exchange, WhatIsNoCommandIsLoggedAndHoldsNobody) {
   root.Drop("garbage", "no pairs here\n");
   EXPECT_TRUE(daemon.AwaitLog("Error processing cmd file garbage" + pid +
                               ": User rtn failed\n"));
-  mkfifo((root.spool() / "fifo.new").c_str(), 0666);
-  rename((root.spool() / "fifo.new").c_str(),
-         (root.spool() / "fifo.cmd").c_str());
-  EXPECT_TRUE(daemon.AwaitLog("Error processing cmd file fifo" + pid +
-                              ": Invalid argument\n"));
   mkdir((root.spool() / "dir.new").c_str(), 0777);
   rename((root.spool() / "dir.new").c_str(),
          (root.spool() / "dir.cmd").c_str());

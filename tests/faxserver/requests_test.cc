@@ -183,9 +183,6 @@ TEST(RequestList, IsByNumberWithoutWhatIsNoRequest) {
 TEST(RequestNames, AreThese) {
   const FaxRoot root;
   const std::string pid = std::to_string(getpid());
-  EXPECT_EQ(fx_freq_file(root.root(), 7, 0), root / "requests/r-7");
-  EXPECT_EQ(fx_freq_file(root.root(), 7, 1), root / "expired/x-7");
-  EXPECT_EQ(fx_fax_file(root.root(), 7), root / "temp/f-7.fax");
   EXPECT_EQ(fx_cvr_file(root.root(), 7), root / "temp/c-7.fax");
   root.Put("temp/f-" + pid + "-0.fax", "");
   EXPECT_EQ(fx_fax_tmp_file(root.root()), root / ("temp/f-" + pid + "-1.fax"));

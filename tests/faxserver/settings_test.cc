@@ -9,8 +9,6 @@
 
 namespace {
 
-using support::Eventually;
-
 // ---- Configuration ----
 
 TEST(Configuration, IsTheUsersOrEmpty) {
@@ -211,34 +209,6 @@ TEST(ExternalCommand, ChildThatStaysBehindHoldsNobody) {
   const std::string shown = Shell("sleep 600 & echo $!");
   ASSERT_EQ(shown.substr(0, 2), "0 ");
   EXPECT_EQ(kill(std::stoi(shown.substr(2)), SIGKILL), 0);
-}
-
-// Whether a process is there and no zombie that waits for somebody's parent.
-bool IsRunning(pid_t pid) {
-  const std::string stat = ReadFile("/proc/" + std::to_string(pid) + "/stat");
-  const size_t name_end = stat.rfind(") ");
-  return name_end != std::string::npos && stat[name_end + 2] != 'Z';
-}
-
-TEST(ExternalCommand, DiesWithItsWorkerAndSoDoItsChildren) {
-  const FaxRoot root;
-  const std::string script = "sleep 600 & echo $$ $! > " + (root / "new") +
-                             "; mv " + (root / "new") + " " + (root / "pids") +
-                             "; wait";
-  const pid_t worker = fork();
-  if (worker == 0) {
-    Shell(script);
-    _exit(0);
-  }
-  EXPECT_TRUE(Eventually([&] { return root.Has("pids"); }));
-  pid_t shell = 0, child = 0;
-  std::istringstream(ReadFile(root / "pids")) >> shell >> child;
-  ASSERT_GT(child, 0);
-  EXPECT_TRUE(IsRunning(shell) && IsRunning(child));
-  kill(worker, SIGKILL);
-  waitpid(worker, nullptr, 0);
-  EXPECT_TRUE(Eventually([&] { return !IsRunning(shell); }));
-  EXPECT_TRUE(Eventually([&] { return !IsRunning(child); }));
 }
 
 TEST(ExternalCommand, RunsAsTheUserOrNotAtAll) {

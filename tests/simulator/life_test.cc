@@ -11,6 +11,7 @@
 #include "faxserver/fsolog.h"
 #include "faxserver/fsshm.h"
 #include "simulator/sim_root.h"
+#include "support/objects.h"
 #include "support/own_ipc.h"
 #include "support/simulator_process.h"
 
@@ -18,12 +19,6 @@ namespace {
 
 using support::DaemonProcess;
 using support::SimulatorProcess;
-
-// An object in text form, as the field "objptr".
-std::string Argument(const std::string& type, const std::string& fields) {
-  return "objptr=" + type + "\nobjbeg=" + type + "\n" + fields +
-         "objend=" + type + "\n";
-}
 
 std::string Destination(const std::string& number) {
   return Argument("obj-dest", "tofnum=" + number + "\n");
@@ -217,11 +212,10 @@ TEST_F(Life, TryDoesNotWaitForTheTimeToSend) {
   Start({"--delay", "0.05"});
   Ask("cmd-sendfax",
       "respond=true\n" +
-          Argument("obj-env",
-                   "destptr=obj-list\nobjbeg=obj-list\n" +
-                       Destination("5550100") +
-                       "objend=obj-list\nparamptr=obj-param\nobjbeg=obj-param\n"
-                       "sendtime=20370101000000\nobjend=obj-param\n"));
+          Argument(
+              "obj-env",
+              Field("destptr", "obj-list", Destination("5550100")) +
+                  Field("paramptr", "obj-param", "sendtime=20370101000000\n")));
   EXPECT_TRUE(Holds(Status(1), "\nattempt=0\n"));
   const std::string tried = AskFor("cmd-try", 1);
   EXPECT_EQ(tried, Head("cmd-try", "false", 0) + "objend=obj-cmdrsp\n");
@@ -234,10 +228,10 @@ TEST_F(Life, TryDoesNotWaitForTheTimeToSend) {
 TEST_F(Life, EachDestinationIsARequestOrNoneIs) {
   Start({"--delay", "60"});
   const auto submit = [&](const std::string& destinations) {
-    return Ask("cmd-sendfax",
-               "respond=true\n" +
-                   Argument("obj-env", "destptr=obj-list\nobjbeg=obj-list\n" +
-                                           destinations + "objend=obj-list\n"));
+    return Ask(
+        "cmd-sendfax",
+        "respond=true\n" +
+            Argument("obj-env", Field("destptr", "obj-list", destinations)));
   };
   const std::string refused =
       submit(Destination("5550100") + Argument("obj-dest", "toname=Ann\n"));

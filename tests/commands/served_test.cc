@@ -6,6 +6,7 @@
 
 #include <fstream>
 #include <optional>
+#include <tuple>
 
 #include "faxserver/fax_root.h"
 #include "faxserver/fsshm.h"
@@ -108,9 +109,7 @@ TEST_P(Served, EveryCommandHasItsAnswer) {
       "exptime=now\natttime=now\nprilevel=0\nattempt=0\nmaxtrys=0\n"
       "retrymins=0\nsendres=?\nnotify=not-fail\ngseqno=0\nmemno=0\nrresult=0\n";
   const std::string ok = kDone;
-  const struct {
-    std::string type, argument, answer;
-  } kCases[] = {
+  const std::tuple<std::string, std::string, std::string> kCases[] = {
       // Who wants no answer from the other side has this daemon's.
       {"cmd-sendfax", "respond=false\n", "respond=true\n" + ok},
       {"cmd-try", Argument("obj-reqid", reqid), ok},
@@ -165,9 +164,9 @@ TEST_P(Served, EveryCommandHasItsAnswer) {
       {"cmd-faxcln", "", ok},
       {"cmd-noop", "", ok},
   };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.type + "\n" + c.argument);
-    EXPECT_EQ(Ask(c.type, c.argument), c.answer);
+  for (const auto& [type, argument, answer] : kCases) {
+    SCOPED_TRACE(type + "\n" + argument);
+    EXPECT_EQ(Ask(type, argument), answer);
   }
   EXPECT_EQ(scheduler.Take().size(), 2u * 68);
   EXPECT_EQ(spool.Take().size(), 80u);

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <map>
 #include <memory>
+#include <tuple>
 
 #include "support/daemon_process.h"
 
@@ -35,9 +36,7 @@ INSTANTIATE_TEST_SUITE_P(Modes, Exchange, ::testing::Values("0", "1"));
 TEST_P(Exchange, EveryKindOfCommandHasItsAnswer) {
   const SampleRoot root;
   DaemonProcess daemon(KRTCMD_PATH, root, Args());
-  const struct {
-    std::string name, command, response;
-  } kCases[] = {
+  const std::tuple<std::string, std::string, std::string> kCases[] = {
       {"3456-007",
        Command("cmd-noop", 123456, 7, "clntport=99\nrespond=false\n"),
        Answer("sessionid=123456\nreference=7\nclntport=99\ncmdtype=cmd-noop\n",
@@ -61,9 +60,9 @@ TEST_P(Exchange, EveryKindOfCommandHasItsAnswer) {
               "respond=false\nresult=19\nerrmsg=Unsupported command type "
               "srv-start\n")},
   };
-  for (const auto& c : kCases) {
-    root.Drop("any-" + c.name, c.command);
-    EXPECT_EQ(root.Response(c.name), c.response);
+  for (const auto& [name, command, response] : kCases) {
+    root.Drop("any-" + name, command);
+    EXPECT_EQ(root.Response(name), response);
   }
   // Without "respond", a bad type has no answer; the next command shows that
   // it was dealt with.

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 #include <pwd.h>
 
+#include <tuple>
+
 #include "fax_root.h"
 #include "faxserver/fsconfig.h"
 #include "faxserver/fsextcmd.h"
@@ -95,11 +97,7 @@ TEST(Monitors, RefusedListLeavesTheFileAsItWas) {
   const FaxRoot root;
   root.MakeUser("bob");
   root.Put("faxq/bob/options/monitors", "carol\n");
-  const struct {
-    const char* user;
-    const char* type;
-    const char* name;
-  } cases[] = {
+  const std::tuple<const char*, const char*, const char*> cases[] = {
       {"", "mon-incall", "ann"},
       {"dave", "mon-incall", "ann"},
       {"../faxq/bob", "mon-incall", "ann"},
@@ -111,10 +109,10 @@ TEST(Monitors, RefusedListLeavesTheFileAsItWas) {
       {"bob", "mon-incall", "a\nb"},
       {"bob", "mon-incall", " ann"},
   };
-  for (const auto& test : cases) {
-    const kx::Object monitor = Monitor(test.user, test.type, {test.name});
+  for (const auto& [user, type, name] : cases) {
+    const kx::Object monitor = Monitor(user, type, {name});
     EXPECT_EQ(ErrorOf(fx_set_monlist(root.root(), monitor.get())), 19)
-        << test.user << " " << test.type << " " << test.name;
+        << user << " " << type << " " << name;
   }
   EXPECT_EQ(ReadFile(root / "faxq/bob/options/monitors"), "carol\n");
 }

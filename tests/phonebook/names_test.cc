@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <string>
+#include <tuple>
 
 #include "kx/object.h"
 #include "phonebook/pb.h"
@@ -19,11 +20,7 @@ struct Record {
 };
 
 TEST(FullName, IsDividedIntoItsParts) {
-  const struct {
-    const char* text;
-    const char* first;
-    const char* last;
-  } kCases[] = {
+  const std::tuple<const char*, const char*, const char*> kCases[] = {
       {nullptr, "", ""},
       {" \t ", "", ""},
       {"Lovelace", "", "Lovelace"},
@@ -34,12 +31,12 @@ TEST(FullName, IsDividedIntoItsParts) {
       {"Ada St. John Smith", "Ada St.", "John Smith"},
       {"Ada B. C. Lovelace", "Ada B.", "C. Lovelace"},
   };
-  for (const auto& c : kCases) {
+  for (const auto& [text, first, last] : kCases) {
     Record record;
     memset(record.bytes, 'x', 100);
-    EXPECT_EQ(pb_name_to_perrec(c.text, record.bytes), 0);
-    EXPECT_EQ(record.At(kFname), c.first) << c.text;
-    EXPECT_EQ(record.At(kLname), c.last) << c.text;
+    EXPECT_EQ(pb_name_to_perrec(text, record.bytes), 0);
+    EXPECT_EQ(record.At(kFname), first) << text;
+    EXPECT_EQ(record.At(kLname), last) << text;
   }
 }
 

@@ -7,6 +7,7 @@
 
 #include <cstring>
 #include <optional>
+#include <tuple>
 
 #include "faxserver/fsolog.h"
 #include "faxserver/fsshm.h"
@@ -152,27 +153,22 @@ TEST_F(Life, BusyOnceThenSent) {
 TEST_F(Life, RequestsThatFailAreGivenUp) {
   Start(
       {"-o", "1=noanswer", "-o", "2=badfile", "-a", "2", "-d", "0", "-r", "0"});
-  const struct {
-    const char* number;
-    int attempts, result;
-    const char* words;
-  } kCases[] = {
+  const std::tuple<const char*, int, int, const char*> kCases[] = {
       {"5551", 2, 1003, "over: Max attempts reached"},
       {"5552", 1, 1005, "over: Failed"},
       {"5553", 1, 1000, "over: Normal"},
   };
   int seqno = 0;
-  for (const auto& c : kCases) {
-    Submit(c.number);
+  for (const auto& [number, attempts, result, words] : kCases) {
+    Submit(number);
     ++seqno;
-    ASSERT_TRUE(
-        sim_->Await("request " + std::to_string(seqno) + ": " + c.words))
-        << c.number;
+    ASSERT_TRUE(sim_->Await("request " + std::to_string(seqno) + ": " + words))
+        << number;
     const std::string status = Status(seqno);
-    EXPECT_TRUE(Holds(status, "\nattempt=" + std::to_string(c.attempts) + "\n"))
-        << c.number << status;
-    EXPECT_TRUE(Holds(status, "\nrresult=" + std::to_string(c.result) + "\n"))
-        << c.number << status;
+    EXPECT_TRUE(Holds(status, "\nattempt=" + std::to_string(attempts) + "\n"))
+        << number << status;
+    EXPECT_TRUE(Holds(status, "\nrresult=" + std::to_string(result) + "\n"))
+        << number << status;
     EXPECT_TRUE(root_.Has("expired/x-" + std::to_string(seqno)));
   }
 }
@@ -262,11 +258,7 @@ TEST_F(Life, EachDestinationIsARequestOrNoneIs) {
 TEST_F(Life, WhatCannotBeQueuedIsRefusedWithTheReason) {
   Start({});
   const std::string missing = root_.Path("missing.ps");
-  const struct {
-    std::string more;
-    int result;
-    std::string errmsg;
-  } kCases[] = {
+  const std::tuple<std::string, int, std::string> kCases[] = {
       {"", 11, "Invalid submit command"},
       {Argument("obj-reqid", "seqno=1\n"), 11, "Invalid submit command"},
       {Argument("obj-env", ""), 19, "No destination"},
@@ -276,11 +268,11 @@ TEST_F(Life, WhatCannotBeQueuedIsRefusedWithTheReason) {
       {"clientid=nobody.here\n" + Argument("obj-senv", "tofnum=1\n"), 7,
        "Cannot make request: Invalid user"},
   };
-  for (const auto& c : kCases) {
-    const std::string answer = Ask("cmd-sendfax", "respond=true\n" + c.more);
-    EXPECT_TRUE(Holds(answer, "\nresult=" + std::to_string(c.result) +
-                                  "\nerrmsg=" + c.errmsg + "\n"))
-        << c.more << answer;
+  for (const auto& [more, result, errmsg] : kCases) {
+    const std::string answer = Ask("cmd-sendfax", "respond=true\n" + more);
+    EXPECT_TRUE(Holds(answer, "\nresult=" + std::to_string(result) +
+                                  "\nerrmsg=" + errmsg + "\n"))
+        << more << answer;
   }
   // Who had the daemon's answer finds a message.
   Ask("cmd-sendfax", "respond=false\n" + Argument("obj-env", ""));

@@ -140,7 +140,7 @@ TEST_F(Images, UploadsFromElsewhereStayWhereTheyAre) {
 
 TEST_F(Images, ClientsStoreTheirOwnFilesFromAnywhere) {
   if (getuid() != 0) GTEST_SKIP() << "needs several users; runs as root only";
-  root_.MakeUser("daemon");
+  root_.AddUser("daemon");
   root_.Put("own", "mine");
   ASSERT_EQ(chown((root_ / "own").c_str(), 1, 1), 0);
   EXPECT_EQ(
@@ -157,7 +157,7 @@ struct Printing : Images {
   Printing() {
     const passwd* self = getpwuid(getuid());
     user_ = self != nullptr ? self->pw_name : "";
-    root_.MakeUser(user_);
+    root_.AddUser(user_);
     root_.MakeDir("bin");
     const char* path = getenv("PATH");
     path_ = path != nullptr ? path : "";

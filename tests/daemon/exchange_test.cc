@@ -124,8 +124,7 @@ TEST_P(Exchange, LoneCommandIsAnsweredAtOnce) {
   for (int i = 1; i <= 20; ++i) {
     const auto start = std::chrono::steady_clock::now();
     root.Drop("a", Command("cmd-noop", 1, i));
-    char name[32];
-    snprintf(name, sizeof name, "0001-%03d", i);
+    const std::string name = support::ExchangeName(1, i);
     EXPECT_NE(root.Response(name), "") << name;
     EXPECT_LT(std::chrono::steady_clock::now() - start,
               std::chrono::seconds(10));
@@ -176,8 +175,7 @@ TEST(Workers, DescriptorsAndZombiesDoNotGrow) {
   size_t before = 0;
   for (int i = 1; i <= 300; ++i) {
     root.Drop("a", Command("cmd-noop", i, 1));
-    char name[32];
-    snprintf(name, sizeof name, "%04d-001", i);
+    const std::string name = support::ExchangeName(i, 1);
     ASSERT_NE(root.Response(name), "") << name;
     if (i == 5) before = OpenDescriptors(daemon.pid());
   }

@@ -243,7 +243,7 @@ TEST(SequenceNumbers, SurviveDamage) {
 
 TEST(NewRequest, IsMadeOfEnvelopeTagsAndDefaults) {
   const FaxRoot root;
-  root.MakeUser("root");
+  root.AddUser("root");
   root.Put("OSEQF", "6\n");
   root.Put("requests/r-7", "in use");
   root.Put("expired/x-8", "in use");

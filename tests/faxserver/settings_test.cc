@@ -42,7 +42,7 @@ TEST(Configuration, IsTheUsersOrEmpty) {
 
 TEST(Monitors, FileIsReadByItsRules) {
   const FaxRoot root;
-  root.MakeUser("bob");
+  root.AddUser("bob");
   const auto read = [&] {
     const kx::Object monitor(fx_get_monlist(root.root(), "bob"));
     EXPECT_STREQ(kx::TextOrEmpty(monitor.get(), "clientid"), "bob");
@@ -95,7 +95,7 @@ TEST(Monitors, FileIsWrittenByTheKind) {
 
 TEST(Monitors, RefusedListLeavesTheFileAsItWas) {
   const FaxRoot root;
-  root.MakeUser("bob");
+  root.AddUser("bob");
   root.Put("faxq/bob/options/monitors", "carol\n");
   const std::tuple<const char*, const char*, const char*> cases[] = {
       {"", "mon-incall", "ann"},

@@ -203,7 +203,7 @@ kx::Object RequestId(const char* seqno, const char* type) {
 TEST_F(Cancel, IsTheOwnersAndTheAdministrators) {
   const FifoReader scheduler(root_ / "FIFO");
   ASSERT_EQ(fx_creat_stat_shm("", 0), 0);
-  for (const char* user : {"root", "daemon", "bin"}) root_.MakeUser(user);
+  for (const char* user : {"root", "daemon", "bin"}) root_.AddUser(user);
   PutRequest(root_, 1, "daemon");
   PutRequest(root_, 2, "root");
   PutRequest(root_, 4, "a-name-unknown");
@@ -268,7 +268,7 @@ fx_olog_record Attempt(int seqno, int attempt) {
 
 TEST(Status, IsReadFromTheClientsOwnEvents) {
   const FaxRoot root;
-  root.MakeUser("bob");
+  root.AddUser("bob");
   PutStatus(root, "5", "seqno=5\nclientid=bob\n");
   const kx::Object status(fx_read_status(root.root(), "bob", 5));
   ASSERT_NE(status, nullptr);
@@ -291,7 +291,7 @@ TEST(Status, IsReadFromTheClientsOwnEvents) {
 
 TEST(StatusList, HoldsTheAttemptsAndThenTheSummary) {
   const FaxRoot root;
-  root.MakeUser("bob");
+  root.AddUser("bob");
   for (const int attempt : {1, 2, 3}) {
     fx_append_olog(root.root(), Attempt(attempt == 2 ? 6 : 5, attempt));
   }
@@ -307,7 +307,7 @@ TEST(StatusList, HoldsTheAttemptsAndThenTheSummary) {
 
 TEST(StatusList, WithoutAttemptsIsTheOneStatus) {
   const FaxRoot root;
-  root.MakeUser("bob");
+  root.AddUser("bob");
   for (const char* attempt : {"attempt=0\n", ""}) {
     PutStatus(root, "5", std::string("rresult=1008\n") + attempt);
     EXPECT_EQ(
@@ -324,7 +324,7 @@ TEST(StatusList, WithoutAttemptsIsTheOneStatus) {
 
 TEST(CleanEvents, DropsThoseOfRequestsThatAreGone) {
   const FaxRoot root;
-  root.MakeUser("bob");
+  root.AddUser("bob");
   for (const char* name : {"1", "2", "3", "1x", "01", "note.tmp"}) {
     PutStatus(root, name, "");
   }

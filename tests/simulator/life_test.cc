@@ -35,17 +35,11 @@ class Life : public testing::Test {
   }
   // Sends a command of the caller's and gives the answer.
   std::string Ask(const std::string& type, const std::string& more) {
-    Drop(type, more);
-    return root_.Response(name_);
-  }
-  void Drop(const std::string& type, const std::string& more) {
-    ++reference_;
-    char name[16];
-    snprintf(name, sizeof name, "0001-%03d", reference_);
-    name_ = name;
-    root_.Drop(name,
+    name_ = support::ExchangeName(1, ++reference_);
+    root_.Drop(name_,
                support::Command(type, 1, reference_,
                                 "clientid=" + root_.user() + "\n" + more));
+    return root_.Response(name_);
   }
   std::string Submit(const std::string& number, const std::string& more = "") {
     return Ask("cmd-sendfax",

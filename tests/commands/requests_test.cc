@@ -291,7 +291,7 @@ TEST(CommandTable, OnlySubmitLeavesTheAnswerToTheClient) {
   EXPECT_EQ(rows, 28);
   EXPECT_EQ(find_ptbl(kx_cmd_statlst, cmd_table), nullptr);
   EXPECT_EQ(find_ptbl(0, cmd_table), nullptr);
-  const cmd_row empty[] = {{0, nullptr, 0}};
+  const cmd_row empty[] = {{0, nullptr, 0, 0}};
   EXPECT_EQ(find_ptbl(kx_cmd_noop, empty), nullptr);
 }
 

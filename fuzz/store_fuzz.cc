@@ -283,7 +283,7 @@ Block Choose(unsigned kind, uint32_t number) {
 // One edit: a number put somewhere in a block, a file cut or taken away.
 void Edit(fuzz::Input* in, Damage* damage) {
   const unsigned kind = in->Byte();
-  const uint32_t number = 1 + in->Byte() + (in->Byte() & 1) * 256u;
+  const uint32_t number = 1 + in->Byte();
   const std::size_t offset = in->Number(3);
   const unsigned width = 1 + in->Byte() % 4;
   const auto value = static_cast<uint32_t>(in->Number(4));

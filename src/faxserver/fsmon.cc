@@ -100,8 +100,7 @@ int fx_set_monlist(const char* root, kx_object* monitor) {
   const UniqueFd dir = fx_make_options_dir(root, user);
   FileReplacer file;
   const bool done =
-      dir.valid() && file.Open(Kut_basename(path), 0666, dir.get()) == 0 &&
-      file.KeepAttributes() == 0 &&
+      fx_replace_option(dir.get(), path, &file) == 0 &&
       Kut_write_full(file.fd(), content.data(), content.size()) == 0 &&
       file.Commit() == 0;
   return done ? fx_ok() : fx_fail(kx_err_system);

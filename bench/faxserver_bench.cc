@@ -1,13 +1,9 @@
 // The lists that clients ask for most, beside the bare system calls that each
-// needs. "ratio" is the time of ours over that of the bare calls, both taken in
-// the same run, turn by turn.
-#include <benchmark/benchmark.h>
+// needs.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -19,6 +15,7 @@
 #include "faxserver/fsstat.h"
 #include "faxserver/fsstate.h"
 #include "kx/object.h"
+#include "measure.h"
 #include "util/kutdir.h"
 #include "util/kutio.h"
 
@@ -32,9 +29,6 @@ constexpr int kLogRecords = 1'000'000;
 class Root {
  public:
   Root() {
-    std::string name = std::filesystem::temp_directory_path() / "krt-XXXXXX";
-    if (mkdtemp(name.data()) == nullptr) abort();
-    path_ = name;
     for (const char* dir : {"faxq/bob/events", "requests", "logs"}) {
       std::filesystem::create_directories(*this / dir);
     }
@@ -42,11 +36,10 @@ class Root {
     PutRequests();
     PutLog();
   }
-  ~Root() { std::filesystem::remove_all(path_); }
 
-  const char* path() const { return path_.c_str(); }
+  const char* path() const { return folder_.path().c_str(); }
   std::string operator/(const std::string& name) const {
-    return path_ + "/" + name;
+    return folder_ / name;
   }
 
  private:
@@ -70,7 +63,7 @@ class Root {
     kx::SetText(freq.get(), "clientid", "root");
     for (int i = 1; i <= kRequests; ++i) {
       kx::SetNumber(freq.get(), "seqno", i);
-      if (fx_save_freq(path(), freq.get()) != 0) abort();
+      Must(fx_save_freq(path(), freq.get()) == 0, "fx_save_freq");
     }
   }
   // The request that is asked for has its three attempts near the end.
@@ -87,33 +80,12 @@ class Root {
     }
   }
 
-  std::string path_;
+  const Folder folder_;
 };
 
 const Root& TheRoot() {
   static const Root root;
   return root;
-}
-
-template <typename Ours, typename Bare>
-void Compare(benchmark::State& state, Ours ours, Bare bare) {
-  using Clock = std::chrono::steady_clock;
-  Clock::duration our_time{}, bare_time{};
-  for (auto _ : state) {
-    const auto start = Clock::now();
-    ours();
-    const auto middle = Clock::now();
-    bare();
-    bare_time += Clock::now() - middle;
-    our_time += middle - start;
-  }
-  const double runs = static_cast<double>(state.iterations());
-  const auto us = [runs](Clock::duration time) {
-    return std::chrono::duration<double, std::micro>(time).count() / runs;
-  };
-  state.counters["ours_us"] = us(our_time);
-  state.counters["bare_us"] = us(bare_time);
-  state.counters["ratio"] = us(our_time) / us(bare_time);
 }
 
 // Opens, looks at and reads one file.
@@ -127,7 +99,7 @@ void ReadBare(int dirfd, const char* name, size_t limit) {
 
 void ReadAllBare(const std::string& path, size_t limit) {
   DirReader dir;
-  if (dir.Open(path.c_str()) != 0) abort();
+  Must(dir.Open(path.c_str()) == 0, "opening a directory");
   while (const char* name = dir.Next()) ReadBare(dir.fd(), name, limit);
 }
 
@@ -137,7 +109,7 @@ void MessageList(benchmark::State& state) {
       state,
       [&] {
         const kx::Object list(fx_get_fax_list(root.path(), "bob", 0));
-        if (Kfx_Bcount(list.get()) != kFaxes) abort();
+        Must(Kfx_Bcount(list.get()) == kFaxes, "fx_get_fax_list");
       },
       [&] { ReadAllBare(root / "faxq/bob", 256); });
 }
@@ -149,9 +121,8 @@ void State(benchmark::State& state) {
       state,
       [&] {
         const kx::Object object(fx_get_state(root.path()));
-        if (Kfx_Bcount(kx::Child(object.get(), "freqlist")) != kRequests) {
-          abort();
-        }
+        Must(Kfx_Bcount(kx::Child(object.get(), "freqlist")) == kRequests,
+             "fx_get_state");
       },
       [&] { ReadAllBare(root / "requests", 4096); });
 }
@@ -165,7 +136,7 @@ void StatusList(benchmark::State& state) {
       state,
       [&] {
         const kx::Object list(fx_status_list(root.path(), "bob", 42));
-        if (Kfx_Bcount(list.get()) != 4) abort();
+        Must(Kfx_Bcount(list.get()) == 4, "fx_status_list");
       },
       [&] {
         static char block[390 * kFxOlogRecordSize];
@@ -189,7 +160,7 @@ void RequestRead(benchmark::State& state) {
       state,
       [&] {
         const kx::Object freq(fx_load_freq(root.path(), 7, 0));
-        if (freq == nullptr) abort();
+        Must(freq != nullptr, "fx_load_freq");
       },
       [&] {
         ReadBare(AT_FDCWD, file.c_str(), 4096);
@@ -207,9 +178,7 @@ void RequestWrite(benchmark::State& state) {
   const std::string content(300, 'x');
   Compare(
       state,
-      [&] {
-        if (fx_save_freq(root.path(), freq.get()) != 0) abort();
-      },
+      [&] { Must(fx_save_freq(root.path(), freq.get()) == 0, "fx_save_freq"); },
       [&] {
         struct stat st;
         stat(file.c_str(), &st);

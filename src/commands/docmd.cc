@@ -5,6 +5,7 @@
 #include <new>
 #include <utility>
 
+#include "commands/cmdaccess.h"
 #include "commands/cmdresult.h"
 #include "commands/cmdtable.h"
 #include "daemon/logfile.h"
@@ -33,6 +34,14 @@ kx_object* BuildResponse(kx_object* cmd, const char* cmdtype) {
   return rsp;
 }
 
+// The answer to a command that is not its owner's to give; the log has it
+// already.
+int Refuse(kx_object* rsp) {
+  kx::SetNumber(rsp, "result", kx_err_permission);
+  kx::SetText(rsp, "errmsg", Kfx_Errmsg(kx_err_permission));
+  return -1;
+}
+
 int RunHandler(kx_object* cmd, kx_object* rsp, const char* cmdtype) {
   const int type = Kfx_Str_To_Enum(cmdtype);
   if (type == -1) {
@@ -44,6 +53,7 @@ int RunHandler(kx_object* cmd, kx_object* rsp, const char* cmdtype) {
   }
   if (row->client_decides == 0) kx::SetBool(cmd, "respond", true);
   try {
+    if (!cmd_is_permitted(*row, cmd)) return Refuse(rsp);
     return row->handler(cmd, rsp);
   } catch (const std::bad_alloc&) {
     return cmd_fail(rsp, kx_err_memory, "%s", Kfx_Errmsg(kx_err_memory));

@@ -8,10 +8,10 @@
 #include <iostream>
 #include <optional>
 
-#include "commands/handler_test.h"
 #include "faults/sweep.h"
+#include "faxserver/fax_root.h"
 #include "faxserver/fsshm.h"
-#include "phonebook/book.h"
+#include "phonebook/pb.h"
 #include "support/daemon_process.h"
 #include "support/own_ipc.h"
 
@@ -30,9 +30,9 @@ struct World {
                            O_RDONLY | O_NONBLOCK)};
   FifoReader scheduler{root.path() / "FIFO"};
 
-  std::string Path(const std::string& name) const { return root.path() / name; }
+  std::string Path(const std::string& name) const { return root / name; }
   void Put(const std::string& name, const std::string& content) const {
-    support::WriteFile(Path(name), content);
+    root.Put(name, content);
   }
 };
 

@@ -7,7 +7,6 @@
 
 #include <iostream>
 
-#include "commands/handler_test.h"
 #include "faults/sweep.h"
 #include "faxserver/fsdmnlst.h"
 #include "faxserver/fsfreq.h"
@@ -16,7 +15,10 @@
 #include "faxserver/fsshm.h"
 #include "kx/kxtext.h"
 #include "phonebook/pb.h"
+#include "support/objects.h"
 #include "support/own_ipc.h"
+#include "support/sample_root.h"
+#include "util/kutio.h"
 #include "util/kutmem.h"
 
 // Leaks of memory, where a sanitizer looks for them.
@@ -24,13 +26,15 @@ extern "C" [[gnu::weak]] int __lsan_do_recoverable_leak_check();
 
 namespace {
 
+using support::SampleRoot;
+
 // A piece of work on a root. `run` tells whether it claims success, `check`
 // what is wrong then, or when it claims failure.
 struct Work {
   const char* name;
-  std::function<void(const FaxRoot&)> prepare;
-  std::function<bool(const FaxRoot&)> run;
-  std::function<std::string(const FaxRoot&, bool done)> check;
+  std::function<void(const SampleRoot&)> prepare;
+  std::function<bool(const SampleRoot&)> run;
+  std::function<std::string(const SampleRoot&, bool done)> check;
 };
 
 void PrintTo(const Work& work, std::ostream* out) { *out << work.name; }
@@ -75,7 +79,7 @@ bool Pack(kx_object* file) {
   return fclose(stream) == 0 && written && sound;
 }
 
-bool Unpack(const FaxRoot&) {
+bool Unpack(const SampleRoot&) {
   FILE* stream = OpenStream("packed", O_RDONLY, "r");
   if (stream == nullptr) return false;
   const kx::Object file(
@@ -94,7 +98,7 @@ kx::Object MakeRequest(int seqno) {
   return freq;
 }
 
-void SaveRequests(const FaxRoot& root) {
+void SaveRequests(const SampleRoot& root) {
   for (const int seqno : {7, 8}) {
     fx_save_freq(root.root(), MakeRequest(seqno).get());
   }
@@ -113,7 +117,7 @@ std::string ListRequests(kx_object* list) {
 
 // ---- The phone book ----
 
-void CreateBook(const FaxRoot& root) {
+void CreateBook(const SampleRoot& root) {
   pb_setup("jsmith", root.root(), nullptr);
   pb_create(kx_pbt_usr);
   pb_open(kx_pbt_usr, kx_pbm_write);
@@ -135,7 +139,7 @@ bool Change(const std::function<int()>& change) {
 }
 
 // Finds the book's persons; whether it could.
-bool FindPersons(const FaxRoot&) {
+bool FindPersons(const SampleRoot&) {
   if (pb_open(kx_pbt_usr, kx_pbm_read) != 0) return false;
   g_found.reset(pb_list_per_get(kx_pbt_usr, kx_pbs_alias, kx_pbc_first, nullptr,
                                 0, nullptr));
@@ -154,7 +158,7 @@ std::string Persons() {
   return all;
 }
 
-std::string Holds(const FaxRoot& root, bool done, const char* before,
+std::string Holds(const SampleRoot& root, bool done, const char* before,
                   const char* after) {
   const std::string persons = FindPersons(root) ? Persons() : "unreadable";
   return Unless(persons == (done ? after : before), "the book: " + persons);
@@ -163,143 +167,143 @@ std::string Holds(const FaxRoot& root, bool done, const char* before,
 constexpr char kBook[] = "ann bob cid ";
 
 const Work kWorks[] = {
-    {"SaveObject", [](const FaxRoot& root) { root.Put("object", "old"); },
-     [](const FaxRoot&) {
+    {"SaveObject", [](const SampleRoot& root) { root.Put("object", "old"); },
+     [](const SampleRoot&) {
        static const kx::Object object =
            MakeObject("obj-config", "queue", "new");
        return Kfx_Save_Obj(object.get(), "object") == 0;
      },
-     [](const FaxRoot& root, bool done) {
+     [](const SampleRoot& root, bool done) {
        const std::string found = ReadFile(root / "object");
        return Unless(found == (done ? kConfig : "old"), found);
      }},
-    {"LoadObject", [](const FaxRoot& root) { root.Put("object", kConfig); },
-     [](const FaxRoot&) { return Found(Kfx_Load_Obj(nullptr, "object")); },
-     [](const FaxRoot&, bool done) {
+    {"LoadObject", [](const SampleRoot& root) { root.Put("object", kConfig); },
+     [](const SampleRoot&) { return Found(Kfx_Load_Obj(nullptr, "object")); },
+     [](const SampleRoot&, bool done) {
        return Unless(!done || ToText(g_found.get()) == kConfig, "another");
      }},
-    {"PackFile", [](const FaxRoot& root) { root.Put("file", kBytes); },
-     [](const FaxRoot&) {
+    {"PackFile", [](const SampleRoot& root) { root.Put("file", kBytes); },
+     [](const SampleRoot&) {
        static const kx::Object file =
            MakeObject("obj-file", "pathname", "file");
        return Pack(file.get());
      },
-     [](const FaxRoot& root, bool done) {
+     [](const SampleRoot& root, bool done) {
        std::filesystem::remove("temp/file");
        return Unless(!done || (Unpack(root) && ReadFile("temp/file") == kBytes),
                      "packed badly");
      }},
     {"UnpackFile",
-     [](const FaxRoot& root) {
+     [](const SampleRoot& root) {
        root.Put("file", kBytes);
        const kx::Object file = MakeObject("obj-file", "pathname", "file");
        Pack(file.get());
        root.Put("temp/file", "old");
      },
      Unpack,
-     [](const FaxRoot&, bool done) {
+     [](const SampleRoot&, bool done) {
        // A failure behind the embedded file leaves that in place.
        const std::string found = ReadFile("temp/file");
        return Unless(found == kBytes || (!done && found == "old"),
                      "half a file");
      }},
     {"SaveRequest",
-     [](const FaxRoot& root) {
+     [](const SampleRoot& root) {
        SaveRequests(root);
        const kx::Object freq = MakeRequest(7);
        kx::SetText(freq.get(), "tofnum", "1");
        fx_save_freq(root.root(), freq.get());
      },
-     [](const FaxRoot& root) {
+     [](const SampleRoot& root) {
        static const kx::Object freq = MakeRequest(7);
        return fx_save_freq(root.root(), freq.get()) == 0;
      },
-     [](const FaxRoot& root, bool done) {
+     [](const SampleRoot& root, bool done) {
        const kx::Object list(fx_rd_freqs(root.root()));
        const std::string found = ListRequests(list.get());
        const std::string rest = ":root 8:555-0142:root ";
        return Unless(found == (done ? "7:555-0142" : "7:1") + rest, found);
      }},
     {"ListRequests", SaveRequests,
-     [](const FaxRoot& root) { return Found(fx_rd_freqs(root.root())); },
-     [](const FaxRoot&, bool done) {
+     [](const SampleRoot& root) { return Found(fx_rd_freqs(root.root())); },
+     [](const SampleRoot&, bool done) {
        const std::string found = ListRequests(g_found.get());
        return Unless(!done || found == "7:555-0142:root 8:555-0142:root ",
                      found);
      }},
     {"MakeRequest",
-     [](const FaxRoot& root) {
-       root.MakeUser("jsmith");
+     [](const SampleRoot& root) {
+       root.AddUser("jsmith");
        SaveRequests(root);
        root.Put("OSEQF", "6\n");
      },
-     [](const FaxRoot& root) {
+     [](const SampleRoot& root) {
        static const kx::Object env = MakeObject("obj-env", "tofnum", "1");
        return Found(fx_make_freq(root.root(), "jsmith", env.get()));
      },
-     [](const FaxRoot&, bool done) {
+     [](const SampleRoot&, bool done) {
        return Unless(!done || kx::Number(g_found.get(), "seqno") == 9,
                      "a number that is taken");
      }},
     {"SetDefaultQueue",
-     [](const FaxRoot& root) { fx_queue_set_default(root.root(), "old"); },
-     [](const FaxRoot& root) {
+     [](const SampleRoot& root) { fx_queue_set_default(root.root(), "old"); },
+     [](const SampleRoot& root) {
        return fx_queue_set_default(root.root(), "new") == 0;
      },
-     [](const FaxRoot& root, bool done) {
+     [](const SampleRoot& root, bool done) {
        const std::string found = fx_queue_get_default(root.root());
        return Unless(found == (done ? "new" : "old"), found);
      }},
     {"CleanRegister",
-     [](const FaxRoot& root) {
+     [](const SampleRoot& root) {
        const std::string own = std::to_string(getpid()) + ":other\n";
        root.Put("krtnet/krtnet.lck", "1:mine\n" + own);
      },
-     [](const FaxRoot& root) {
+     [](const SampleRoot& root) {
        return fx_upd_daemon_list(root.root(), "mine") == 0;
      },
-     [](const FaxRoot& root, bool done) {
+     [](const SampleRoot& root, bool done) {
        const std::string own = std::to_string(getpid()) + ":other\n";
        const std::string found = ReadFile(root / "krtnet/krtnet.lck");
        return Unless(found == (done ? own : "1:mine\n" + own), found);
      }},
     {"ReadStatusMemory",
-     [](const FaxRoot&) {
+     [](const SampleRoot&) {
        fx_creat_stat_shm("", 1);
        fx_set_jobs_in_queue(5);
        fx_shm_detach();
      },
-     [](const FaxRoot& root) {
+     [](const SampleRoot& root) {
        g_jobs = fx_get_jobs_in_queue(root.root());
        fx_shm_detach();
        return g_jobs != -1;
      },
-     [](const FaxRoot&, bool done) {
+     [](const SampleRoot&, bool done) {
        return Unless(!done || g_jobs == 5, std::to_string(g_jobs) + " jobs");
      }},
     {"CreateBook",
-     [](const FaxRoot& root) {
+     [](const SampleRoot& root) {
        std::filesystem::remove_all(root / "faxq/jsmith");
        pb_setup("jsmith", root.root(), nullptr);
      },
-     [](const FaxRoot&) { return pb_create(kx_pbt_usr) == 0; },
-     [](const FaxRoot& root, bool done) {
+     [](const SampleRoot&) { return pb_create(kx_pbt_usr) == 0; },
+     [](const SampleRoot& root, bool done) {
        // What a failure left behind stands in nobody's way.
        if (!done && pb_create(kx_pbt_usr) != 0)
          return std::string("in the way");
        return Holds(root, true, "", "");
      }},
     {"AddPerson", CreateBook,
-     [](const FaxRoot&) {
+     [](const SampleRoot&) {
        static const kx::Object person =
            MakeObject("obj-person", "palias", "dan");
        return Change([] { return pb_per_add(kx_pbt_usr, person.get()); });
      },
-     [](const FaxRoot& root, bool done) {
+     [](const SampleRoot& root, bool done) {
        return Holds(root, done, kBook, "ann bob cid dan ");
      }},
     {"ChangePerson", CreateBook,
-     [](const FaxRoot&) {
+     [](const SampleRoot&) {
        static const kx::Object person = [] {
          kx::Object made = MakeObject("obj-person", "palias", "bob");
          kx::SetText(made.get(), "lname", "Lee");
@@ -307,23 +311,23 @@ const Work kWorks[] = {
        }();
        return Change([] { return pb_per_upd(kx_pbt_usr, person.get()); });
      },
-     [](const FaxRoot& root, bool done) {
+     [](const SampleRoot& root, bool done) {
        return Holds(root, done, kBook, "ann bobLee cid ");
      }},
     {"DeletePerson", CreateBook,
-     [](const FaxRoot&) {
+     [](const SampleRoot&) {
        return Change([] { return pb_per_del(kx_pbt_usr, "bob"); });
      },
-     [](const FaxRoot& root, bool done) {
+     [](const SampleRoot& root, bool done) {
        return Holds(root, done, kBook, "ann cid ");
      }},
     {"ListPersons", CreateBook, FindPersons,
-     [](const FaxRoot&, bool done) {
+     [](const SampleRoot&, bool done) {
        return Unless(!done || Persons() == kBook, Persons());
      }},
     {"DeleteBook", CreateBook,
-     [](const FaxRoot&) { return pb_delete(kx_pbt_usr) == 0; },
-     [](const FaxRoot& root, bool done) {
+     [](const SampleRoot&) { return pb_delete(kx_pbt_usr) == 0; },
+     [](const SampleRoot& root, bool done) {
        const int left = CountFiles(root / "faxq/jsmith/options");
        return Unless(!done || left == 0, std::to_string(left) + " files");
      }},
@@ -396,7 +400,7 @@ class Library : public ::testing::TestWithParam<Work> {
     return 1;
   }
 
-  FaxRoot root_;
+  SampleRoot root_;
   fault::Page* page_ = fault::MapPage(nullptr);
 };
 

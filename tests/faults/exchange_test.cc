@@ -1,6 +1,7 @@
 // The exchange of commands and responses with the real daemon, while calls of
 // the daemon and its workers fail.
 #include <gtest/gtest.h>
+#include <pwd.h>
 #include <signal.h>
 #include <sys/ioctl.h>
 
@@ -177,6 +178,10 @@ const Kind kKinds[] = {
     {"ListCovers", "cmd-reslist",
      Argument("obj-reqlst", "listtype=lst-covers\n"), Nothing, Fine},
     {"CoverTags", "cmd-cvrtags", Argument("obj-resource", "rname=std\n"),
+     Nothing, Fine},
+    {"External", "cmd-extcmd",
+     std::string("clientid=") + getpwuid(getuid())->pw_name + "\n" +
+         Argument("obj-extcmd", "cmdstr=echo hi\n"),
      Nothing, Fine},
     {"Status", "cmd-statatt", Argument("obj-reqid", "seqno=7\n"), Nothing,
      Fine},

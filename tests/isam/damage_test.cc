@@ -207,6 +207,27 @@ TEST_F(Damage, ARebuildLeavesOutWhatCannotBeKept) {
   EXPECT_EQ("", Verify(name_, model_));
 }
 
+// The ring may be all that has the last changes on disk. It is given up only
+// when the slots have them too.
+TEST_F(Damage, ARebuildSurvivesAPowerLoss) {
+  const std::string after = dir_ / "after";
+  std::mt19937 random(5);
+  Recorder recorder(base_);
+  int file = Open(base_);
+  for (uint32_t n = 900; n < 905; ++n)
+    ASSERT_EQ(0, Do(file, {Op::kRewrite, n % 2 + 1, Sample(n)}, model_));
+  CLRFIL(file);
+  const size_t begin = recorder.events();
+  ASSERT_EQ(0, isam_rebuild((base_ + ".dat").c_str(), nullptr, nullptr));
+  for (size_t trial = begin; trial <= recorder.events() + 150; ++trial) {
+    const size_t moment = std::min(trial, recorder.events() - 5);
+    recorder.PowerLoss(moment, random, after);
+    RestartMachine();
+    isam_rebuild((after + ".dat").c_str(), nullptr, nullptr);
+    ASSERT_EQ("", Verify(after, model_)) << "event " << moment - begin;
+  }
+}
+
 TEST_F(Damage, ARebuildThatDiesIsDoneAgain) {
   const std::string path = name_ + ".dat";
   int calls = 0;

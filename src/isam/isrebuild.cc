@@ -322,6 +322,7 @@ class Rebuilder {
   }
 
   // The ring keeps one entry, the new root page: it says which commit is last.
+  // The index file ends behind its last page; without one it was too short.
   isam_code WriteRoot() {
     root_.commit = commit_ + 1;
     root_.next_serial = next_serial_;
@@ -332,6 +333,8 @@ class Rebuilder {
     entry.Add(ImageKind::kRoot, 0, bytes, kRootSize);
     entry_length_ = entry.size();
     entry.Seal(root_.commit);
+    if (g_sys.truncate(idx_.get(), layout_.page_offset(root_.pages_used + 1)))
+      return CodeFromErrno();
     isam_code code = WriteAt(idx_.get(), bytes, kRootSize, kRootOffset);
     if (code == kIsamOk)
       code = WriteZeros(dat_.get(), kRingOffset, layout_.slot_offset(1));

@@ -207,6 +207,24 @@ TEST_F(Damage, ARebuildLeavesOutWhatCannotBeKept) {
   EXPECT_EQ("", Verify(name_, model_));
 }
 
+// The index file of a table without records is as long as one with them would
+// need it.
+TEST_F(Damage, ARebuiltTableWithoutRecordsTakesThemAgain) {
+  const std::string path = name_ + ".dat";
+  Model model;
+  ASSERT_EQ(0, Fill(name_, 3, model));
+  int file = Open(name_);
+  while (!model.empty())
+    ASSERT_EQ(0, Do(file, {Op::kDelete, model.begin()->first, {}}, model));
+  CLRFIL(file);
+  std::filesystem::remove(name_ + ".idx");
+  ASSERT_EQ(0, isam_rebuild(path.c_str(), nullptr, nullptr));
+  file = Open(name_);
+  EXPECT_EQ(0, Do(file, {Op::kAdd, 0, Sample(1)}, model));
+  CLRFIL(file);
+  EXPECT_EQ("", Verify(name_, model));
+}
+
 // The ring may be all that has the last changes on disk. It is given up only
 // when the slots have them too.
 TEST_F(Damage, ARebuildSurvivesAPowerLoss) {

@@ -257,7 +257,7 @@ frname       A = B
 ! config set: notify: "req-exp" is no value for it
 65$ krtctl config set queue=sixteen-letters-
 ! config set: queue: at most 15 bytes, not 16
-65$ two=$(printf 'queue=a\nb'); krtctl config set "$two"
+65$ krtctl config set "queue=$(printf 'a\nb')."
 ! config set: queue: one line without control characters only
 $ krtctl monitor show
 no calls

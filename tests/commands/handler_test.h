@@ -20,8 +20,8 @@
 class HandlerTest : public testing::Test {
  protected:
   HandlerTest() {
-    root_.MakeUser("jsmith");
-    root_.MakeUser("bob");
+    root_.AddUser("jsmith");
+    root_.AddUser("bob");
     kfaxdir = root_.root();
     netspool = spool_.c_str();
     file_dir = netspool;

@@ -1,4 +1,6 @@
 // Images and messages: fetched, stored, deleted, printed.
+#include <tuple>
+
 #include "handler_test.h"
 
 namespace {
@@ -107,9 +109,7 @@ TEST_F(Images, UploadsFromElsewhereStayWhereTheyAre) {
   symlink((root_ / "outside/secret").c_str(), (spool_ + "/link").c_str());
   mkfifo((spool_ + "/fifo").c_str(), 0666);
   symlink(spool_.c_str(), (root_ / "outside/spool").c_str());
-  const struct {
-    std::string path, name, why;
-  } kCases[] = {
+  const std::tuple<std::string, std::string, std::string> kCases[] = {
       {root_ / "outside/secret", "a.fax", denied},
       {spool_ + "/../../outside/secret", "a.fax", denied},
       {spool_ + "/sub/deep", "a.fax", denied},
@@ -124,9 +124,9 @@ TEST_F(Images, UploadsFromElsewhereStayWhereTheyAre) {
       {spool_ + "/up", "", gone},
       {spool_ + "/up", "msgs", ": Is a directory"},
   };
-  for (const auto& c : kCases) {
-    ExpectFailure(13, "Cannot move file " + c.path + c.why, "cmd-imgstore",
-                  Upload(c.path, c.name));
+  for (const auto& [path, name, why] : kCases) {
+    ExpectFailure(13, "Cannot move file " + path + why, "cmd-imgstore",
+                  Upload(path, name));
   }
   ExpectFailure(13, "Cannot move file " + gone, "cmd-imgstore",
                 Argument("obj-reqsto"));
@@ -140,7 +140,7 @@ TEST_F(Images, UploadsFromElsewhereStayWhereTheyAre) {
 
 TEST_F(Images, ClientsStoreTheirOwnFilesFromAnywhere) {
   if (getuid() != 0) GTEST_SKIP() << "needs several users; runs as root only";
-  root_.MakeUser("daemon");
+  root_.AddUser("daemon");
   root_.Put("own", "mine");
   ASSERT_EQ(chown((root_ / "own").c_str(), 1, 1), 0);
   EXPECT_EQ(
@@ -157,7 +157,7 @@ struct Printing : Images {
   Printing() {
     const passwd* self = getpwuid(getuid());
     user_ = self != nullptr ? self->pw_name : "";
-    root_.MakeUser(user_);
+    root_.AddUser(user_);
     root_.MakeDir("bin");
     const char* path = getenv("PATH");
     path_ = path != nullptr ? path : "";
@@ -191,17 +191,14 @@ TEST_F(Printing, PassesThePathAsOneWord) {
 }
 
 TEST_F(Printing, FailureIsAMessageToTheUser) {
-  const struct {
-    const char* script;
-    const char* message;
-  } kCases[] = {
+  const std::pair<const char*, const char*> kCases[] = {
       {"printf ' no paper \\nmore\\n' >&2\nexit 3", "no paper"},
       {"exit 1", "fxprint cmd failed"},
   };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.script);
-    EXPECT_EQ(Print("a.fax", c.script),
-              std::string("result=13\nerrmsg=") + c.message + "\n");
+  for (const auto& [script, message] : kCases) {
+    SCOPED_TRACE(script);
+    EXPECT_EQ(Print("a.fax", script),
+              std::string("result=13\nerrmsg=") + message + "\n");
     EXPECT_EQ(returned_, -1);
     struct stat st;
     ASSERT_EQ(stat(MessagesPath("0001-002.msg").c_str(), &st), 0);

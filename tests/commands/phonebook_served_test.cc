@@ -24,23 +24,18 @@ class ServedPhoneBook : public ::testing::TestWithParam<int> {
           std::vector<std::string>{"-N", GetParam() == 0 ? "0" : "1"}));
     }
   }
-  static std::string Name(int session, int reference) {
-    char name[32];
-    snprintf(name, sizeof name, "%04d-%03d", session, reference);
-    return name;
-  }
   static std::string Book(const std::string& type, const std::string& verb,
                           const std::string& lines) {
     return Argument("obj-pbcom", "pbcmd=pbc-" + verb + "\npbtype=" + type +
                                      "\npbmode=pbm-write\n" + lines);
   }
   void Drop(int session, int reference, const std::string& argument) const {
-    root_.Drop(Name(session, reference),
+    root_.Drop(support::ExchangeName(session, reference),
                Command("cmd-pbcmd", session, reference, argument));
   }
   std::string Ask(const std::string& argument) {
     Drop(1, ++reference_, argument);
-    return root_.Response(Name(1, reference_));
+    return root_.Response(support::ExchangeName(1, reference_));
   }
 
   const SampleRoot root_;
@@ -120,7 +115,9 @@ TEST_P(ServedPhoneBook, EachOfManyAddsAtOnceIsThereAfterwards) {
     Drop(2, i, Book("pbt-sys", "peradd", Argument("obj-person", alias)));
   }
   for (int i = 1; i <= kPersons; ++i) {
-    EXPECT_TRUE(Has(root_.Response(Name(2, i)), "\nresult=0\n")) << i;
+    EXPECT_TRUE(
+        Has(root_.Response(support::ExchangeName(2, i)), "\nresult=0\n"))
+        << i;
   }
   EXPECT_TRUE(Has(Ask(Book("pbt-sys", "cntper", "")),
                   "\npbmax=" + std::to_string(kPersons) + "\n"));

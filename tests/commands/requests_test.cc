@@ -2,6 +2,7 @@
 #include <sys/ipc.h>
 
 #include <cerrno>
+#include <tuple>
 
 #include "daemon/kfifo.h"
 #include "faxserver/fscom.h"
@@ -174,14 +175,11 @@ struct Routing : HandlerTest {
 TEST_F(Routing, MovesOrCopiesWithTimesAndOwner) {
   const std::string fax = root_ / "faxq/jsmith/a.fax";
   const std::string arrived = root_ / "faxq/bob/a.fax";
-  const struct {
-    const char* type;
-    const char* events;
-    bool stays;
-  } kCases[] = {{"cmd-copyfax", "2 bob\n", true},
-                {"cmd-fwdfax", "2 jsmith\n2 bob\n", false}};
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.type);
+  const std::tuple<const char*, const char*, bool> kCases[] = {
+      {"cmd-copyfax", "2 bob\n", true},
+      {"cmd-fwdfax", "2 jsmith\n2 bob\n", false}};
+  for (const auto& [type, events, stays] : kCases) {
+    SCOPED_TRACE(type);
     WriteFile(arrived, "old");
     WriteFile(fax, "image");
     chmod(fax.c_str(), 0640);
@@ -190,9 +188,9 @@ TEST_F(Routing, MovesOrCopiesWithTimesAndOwner) {
     if (getuid() == 0) {
       ASSERT_EQ(chown((root_ / "faxq/bob").c_str(), 1, 2), 0);
     }
-    EXPECT_EQ(Run(c.type, Route("jsmith", "bob", "a.fax")), kDone);
-    EXPECT_EQ(events_.Take(), c.events);
-    EXPECT_EQ(std::filesystem::exists(fax), c.stays);
+    EXPECT_EQ(Run(type, Route("jsmith", "bob", "a.fax")), kDone);
+    EXPECT_EQ(events_.Take(), events);
+    EXPECT_EQ(std::filesystem::exists(fax), stays);
     struct stat st;
     ASSERT_EQ(stat(arrived.c_str(), &st), 0);
     EXPECT_EQ(ReadFile(arrived), "image");
@@ -247,11 +245,7 @@ TEST_F(Routing, OtherTypesAreNoRoute) {
 
 // What an argument that is missing, or is of another type, is answered with.
 TEST_F(Requests, WrongArgumentsHaveTheirTexts) {
-  const struct {
-    int number;
-    const char* text;
-    const char* type;
-  } kCases[] = {
+  const std::tuple<int, const char*, const char*> kCases[] = {
       {11, "Invalid list request command", "cmd-reslist"},
       {11, "Invalid list request command", "cmd-msglist"},
       {11, "Invalid file-type command", "cmd-filetype"},
@@ -272,9 +266,9 @@ TEST_F(Requests, WrongArgumentsHaveTheirTexts) {
       {11, "Invalid extern cmd command", "cmd-extcmd"},
       {19, "No tags supplied", "cmd-cvrmatch"},
   };
-  for (const auto& c : kCases) {
-    ExpectFailure(c.number, c.text, c.type, "");
-    ExpectFailure(c.number, c.text, c.type, Argument("obj-person"));
+  for (const auto& [number, text, type] : kCases) {
+    ExpectFailure(number, text, type, "");
+    ExpectFailure(number, text, type, Argument("obj-person"));
   }
   // A cover page is any object with a name.
   ExpectFailures(

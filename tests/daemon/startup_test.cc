@@ -3,6 +3,7 @@
 #include <signal.h>
 
 #include <cstdlib>
+#include <tuple>
 
 #include "support/daemon_process.h"
 
@@ -33,22 +34,19 @@ constexpr char kVersion[] =
     "krtcmd: KRT*FAX network cmd daemon version 2.1.0\n";
 
 TEST(Startup, OptionsThatPrintAndExit) {
-  const struct {
-    std::vector<std::string> args;
-    int status;
-    std::string out, err;
-  } kCases[] = {
-      {{"-help"}, 0, kHelp, ""}, {{"-?"}, 0, kHelp, ""},
-      {{"-V"}, 0, kVersion, ""}, {{"-s", "-V", "-y"}, 0, kVersion, ""},
-      {{"-x"}, 1, "", kHint},    {{"-D", "-?"}, 1, "", kHint},
-      {{"-q"}, 1, "", kHint},
-  };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.args.back());
-    const Exit exit = RunProgram(KRTCMD_PATH, c.args);
-    EXPECT_EQ(exit.status, c.status);
-    EXPECT_EQ(exit.out, c.out);
-    EXPECT_EQ(exit.err, c.err);
+  const std::tuple<std::vector<std::string>, int, std::string, std::string>
+      kCases[] = {
+          {{"-help"}, 0, kHelp, ""}, {{"-?"}, 0, kHelp, ""},
+          {{"-V"}, 0, kVersion, ""}, {{"-s", "-V", "-y"}, 0, kVersion, ""},
+          {{"-x"}, 1, "", kHint},    {{"-D", "-?"}, 1, "", kHint},
+          {{"-q"}, 1, "", kHint},
+      };
+  for (const auto& [args, status, out, err] : kCases) {
+    SCOPED_TRACE(args.back());
+    const Exit exit = RunProgram(KRTCMD_PATH, args);
+    EXPECT_EQ(exit.status, status);
+    EXPECT_EQ(exit.out, out);
+    EXPECT_EQ(exit.err, err);
   }
   const Exit exit = RunProgram(KRTCMD_PATH, {"-d"});
   EXPECT_EQ(exit.status, 1);

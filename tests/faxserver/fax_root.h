@@ -16,35 +16,10 @@
 #include "support/temp_dir.h"
 #include "util/kutio.h"
 
-class FaxRoot : public TempDir {
+class FaxRoot : public support::SampleRoot {
  public:
-  FaxRoot() {
-    for (const char* dir :
-         {"Classes", "Covers", "Formatters", "groups", "tnp", "expired", "faxq",
-          "krtnet/netspool", "krtnet/filspool", "krtnet/queued", "logs",
-          "requests", "temp"}) {
-      MakeDir(dir);
-    }
-  }
-  const char* root() const { return path().c_str(); }
   void MakeDir(const std::string& name) const {
     std::filesystem::create_directories(*this / name);
-  }
-  void MakeUser(const std::string& user) const {
-    for (const char* dir : {"/events", "/msgs", "/options"}) {
-      MakeDir("faxq/" + user + dir);
-    }
-  }
-  void Put(const std::string& name, const std::string& content) const {
-    WriteFile(*this / name, content);
-  }
-  void PutProgram(const std::string& name, const std::string& script) const {
-    Put(name, "#!/bin/sh\n" + script);
-    chmod((*this / name).c_str(), 0755);
-  }
-  bool Has(const std::string& name) const {
-    struct stat st;
-    return lstat((*this / name).c_str(), &st) == 0;
   }
 };
 

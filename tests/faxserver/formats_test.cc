@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <random>
+#include <tuple>
 
 #include "fax_root.h"
 #include "faxserver/fsbytes.h"
@@ -55,12 +56,7 @@ TEST(FaxHeader, IsReadWholeOrNotAtAll) {
   fx_faxhdr foreign = Header(true);
   foreign.bytes[52] = 0x01;  // 258 pages, the high byte first or last
   foreign.bytes[53] = 0x02;
-  const struct {
-    const char* name;
-    std::string content;
-    int pages;
-    int error;
-  } cases[] = {
+  const std::tuple<const char*, std::string, int, int> cases[] = {
       {"whole", image + "image", 7, 0},
       {"cut", image.substr(0, 255), -1, 5},
       {"empty", "", -1, 5},
@@ -68,11 +64,10 @@ TEST(FaxHeader, IsReadWholeOrNotAtAll) {
       {"foreign", Bytes(foreign),
        __builtin_bswap16(fx_get<uint16_t>(foreign.bytes, 52)), 0},
   };
-  for (const auto& test : cases) {
-    root.Put(test.name, test.content);
-    EXPECT_EQ(fx_num_pages((root / test.name).c_str()), test.pages)
-        << test.name;
-    EXPECT_EQ(kx_errno, test.error) << test.name;
+  for (const auto& [name, content, pages, error] : cases) {
+    root.Put(name, content);
+    EXPECT_EQ(fx_num_pages((root / name).c_str()), pages) << name;
+    EXPECT_EQ(kx_errno, error) << name;
   }
   EXPECT_EQ(fx_num_pages((root / "none").c_str()), -1);
   EXPECT_EQ(kx_errno, 5);
@@ -131,12 +126,7 @@ TEST(OutgoingLog, GivesTheLastRecordsOfARequestFromTheEnd) {
     log += Text(fx_encode_olog(Attempt(i % 100 == 7 ? 42 : 1, i)));
   }
   root.Put("logs/OLOG", log + "a record that was cut");
-  const struct {
-    long seqno;
-    int max;
-    std::vector<int32_t> attempts;
-    int error;
-  } cases[] = {
+  const std::tuple<long, int, std::vector<int32_t>, int> cases[] = {
       {42, 3, {707, 807, 907}, 0},
       {42, 10, {7, 107, 207, 307, 407, 507, 607, 707, 807, 907}, 0},
       {42, 99, {7, 107, 207, 307, 407, 507, 607, 707, 807, 907}, 0},
@@ -144,11 +134,10 @@ TEST(OutgoingLog, GivesTheLastRecordsOfARequestFromTheEnd) {
       {42, -1, {}, 19},
       {43, 5, {}, 19},
   };
-  for (const auto& test : cases) {
-    EXPECT_EQ(Attempts(fx_read_olog_list(root.root(), test.seqno, test.max)),
-              test.attempts)
-        << test.seqno << " " << test.max;
-    EXPECT_EQ(kx_errno, test.error) << test.seqno << " " << test.max;
+  for (const auto& [seqno, max, attempts, error] : cases) {
+    EXPECT_EQ(Attempts(fx_read_olog_list(root.root(), seqno, max)), attempts)
+        << seqno << " " << max;
+    EXPECT_EQ(kx_errno, error) << seqno << " " << max;
   }
 }
 

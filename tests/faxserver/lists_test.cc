@@ -150,7 +150,7 @@ TEST(CoverMatch, FindsThePagesWithAllTags) {
 
 TEST(Messages, KeepEveryLine) {
   const FaxRoot root;
-  root.MakeUser("bob");
+  root.AddUser("bob");
   const std::string a(255, 'a'), b(254, 'b');
   const std::pair<std::string, std::string> cases[] = {
       {"", ""},
@@ -172,7 +172,7 @@ TEST(Messages, KeepEveryLine) {
 
 TEST(Messages, AreFilesOfTheUsersOwnDirectory) {
   const FaxRoot root;
-  root.MakeUser("bob");
+  root.AddUser("bob");
   root.Put("secret", "secret");
   std::filesystem::create_symlink(root / "secret", root / "faxq/bob/msgs/l");
   mkfifo((root / "faxq/bob/msgs/f").c_str(), 0600);
@@ -193,7 +193,7 @@ void SetTime(const std::string& path, time_t when) {
 
 TEST(MessageLists, HoldRegularVisibleFilesByName) {
   const FaxRoot root;
-  root.MakeUser("bob");
+  root.AddUser("bob");
   const fx_faxhdr header = fx_make_faxhdr(3);
   root.Put("faxq/bob/b.fax", Bytes(header));
   root.Put("faxq/bob/a.tif", "not a fax file");
@@ -225,7 +225,7 @@ TEST(MessageLists, HoldRegularVisibleFilesByName) {
 
 TEST(MessageLists, OfTheServerAreTheObjectsOfItsFile) {
   const FaxRoot root;
-  root.MakeUser("bob");
+  root.AddUser("bob");
   const std::string path = root / "faxq/bob/msgs/msg.srv";
   EXPECT_EQ(fx_get_srv_list(root.root(), "bob", 0), nullptr);
   EXPECT_EQ(kx_errno, 0) << "no file, no messages";
@@ -243,7 +243,7 @@ TEST(MessageLists, OfTheServerAreTheObjectsOfItsFile) {
 
 TEST(MessageLists, OfEventsAreByNumber) {
   const FaxRoot root;
-  root.MakeUser("bob");
+  root.AddUser("bob");
   for (const std::string seqno : {"10", "9"}) {
     root.Put("faxq/bob/events/" + seqno,
              Object("obj-status", "seqno=" + seqno + "\n"));
@@ -258,7 +258,7 @@ TEST(MessageLists, OfEventsAreByNumber) {
 TEST(MessageLists, OfRoutesAreTheOtherUsers) {
   const FaxRoot root;
   for (const char* user : {"bob", "carol", "ann", "a-user-with-a-long-name"}) {
-    root.MakeUser(user);
+    root.AddUser(user);
   }
   root.Put("faxq/file", "");
   EXPECT_EQ(Shown(kx::Object(fx_get_rte_list(root.root(), "bob", 0)),

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <set>
+#include <tuple>
 
 #include "cm/cmkrt.h"
 #include "fax_root.h"
@@ -68,12 +69,7 @@ TEST(RequestFile, OddLinesReadAsTheyAlwaysDid) {
   ASSERT_EQ(Save(root), 0);
   const std::vector<std::string> lines =
       Lines(ReadFile(root / "requests/r-42"));
-  const struct {
-    size_t line;
-    std::string text;
-    const char* field;
-    const char* value;
-  } cases[] = {
+  const std::tuple<size_t, std::string, const char*, const char*> cases[] = {
       {4, "N", "active", "act-expired"},
       {4, "Never", "active", "act-expired"},
       {4, "n", "active", "act-ready"},
@@ -91,14 +87,14 @@ TEST(RequestFile, OddLinesReadAsTheyAlwaysDid) {
       {23, "2", "sendres", "std"},
       {29, "a-queue-name-that-is-too-long", "queue", ""},
   };
-  for (const auto& test : cases) {
+  for (const auto& [line, text, field, value] : cases) {
     std::vector<std::string> changed = lines;
-    changed[test.line - 1] = test.text;
+    changed[line - 1] = text;
     root.Put("requests/r-1", Join(changed));
     const kx::Object freq(fx_load_freq(root.root(), 1, 0));
-    ASSERT_NE(freq, nullptr) << test.line << " " << test.text;
-    EXPECT_STREQ(kx::TextOrEmpty(freq.get(), test.field), test.value)
-        << test.line << " " << test.text;
+    ASSERT_NE(freq, nullptr) << line << " " << text;
+    EXPECT_STREQ(kx::TextOrEmpty(freq.get(), field), value)
+        << line << " " << text;
   }
 }
 
@@ -183,9 +179,6 @@ TEST(RequestList, IsByNumberWithoutWhatIsNoRequest) {
 TEST(RequestNames, AreThese) {
   const FaxRoot root;
   const std::string pid = std::to_string(getpid());
-  EXPECT_EQ(fx_freq_file(root.root(), 7, 0), root / "requests/r-7");
-  EXPECT_EQ(fx_freq_file(root.root(), 7, 1), root / "expired/x-7");
-  EXPECT_EQ(fx_fax_file(root.root(), 7), root / "temp/f-7.fax");
   EXPECT_EQ(fx_cvr_file(root.root(), 7), root / "temp/c-7.fax");
   root.Put("temp/f-" + pid + "-0.fax", "");
   EXPECT_EQ(fx_fax_tmp_file(root.root()), root / ("temp/f-" + pid + "-1.fax"));
@@ -250,7 +243,7 @@ TEST(SequenceNumbers, SurviveDamage) {
 
 TEST(NewRequest, IsMadeOfEnvelopeTagsAndDefaults) {
   const FaxRoot root;
-  root.MakeUser("root");
+  root.AddUser("root");
   root.Put("OSEQF", "6\n");
   root.Put("requests/r-7", "in use");
   root.Put("expired/x-8", "in use");

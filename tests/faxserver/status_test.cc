@@ -3,6 +3,7 @@
 #include <climits>
 #include <cstring>
 #include <set>
+#include <tuple>
 
 #include "cm/cmkrt.h"
 #include "fax_root.h"
@@ -118,21 +119,18 @@ TEST_F(StatusMemory, WrongMagicIsNoScheduler) {
 }
 
 TEST_F(StatusMemory, HeaderThatPromisesTooMuchIsNotBelieved) {
-  const struct {
-    size_t size;
-    int32_t said;
-    int modems;
-  } cases[] = {{168 + 48, 1, 1},    {168 + 48, 2, 1},
-               {168 + 47, 1, 0},    {168, INT32_MAX, 0},
-               {168 + 96, -1, 0},   {4096, INT32_MAX, (4096 - 168) / 48},
-               {168 + 48 * 3, 2, 2}};
-  for (const auto& test : cases) {
-    unsigned char* base = RawSegment(test.size);
+  const std::tuple<size_t, int32_t, int> cases[] = {
+      {168 + 48, 1, 1},    {168 + 48, 2, 1},
+      {168 + 47, 1, 0},    {168, INT32_MAX, 0},
+      {168 + 96, -1, 0},   {4096, INT32_MAX, (4096 - 168) / 48},
+      {168 + 48 * 3, 2, 2}};
+  for (const auto& [size, said, modems] : cases) {
+    unsigned char* base = RawSegment(size);
     Put(base, 0, kFxShmMagic);
-    Put(base, 4, test.said);
-    EXPECT_EQ(fx_get_num_modems(""), test.modems) << test.size;
-    EXPECT_EQ(fx_get_device_state("", test.modems), -1) << test.size;
-    EXPECT_EQ(fx_get_device_state("", -1), -1) << test.size;
+    Put(base, 4, said);
+    EXPECT_EQ(fx_get_num_modems(""), modems) << size;
+    EXPECT_EQ(fx_get_device_state("", modems), -1) << size;
+    EXPECT_EQ(fx_get_device_state("", -1), -1) << size;
     EXPECT_EQ(kx_errno, 22);
     shmdt(base);
   }
@@ -205,16 +203,11 @@ kx::Object RequestId(const char* seqno, const char* type) {
 TEST_F(Cancel, IsTheOwnersAndTheAdministrators) {
   const FifoReader scheduler(root_ / "FIFO");
   ASSERT_EQ(fx_creat_stat_shm("", 0), 0);
-  for (const char* user : {"root", "daemon", "bin"}) root_.MakeUser(user);
+  for (const char* user : {"root", "daemon", "bin"}) root_.AddUser(user);
   PutRequest(root_, 1, "daemon");
   PutRequest(root_, 2, "root");
   PutRequest(root_, 4, "a-name-unknown");
-  const struct {
-    const char* client;
-    const char* seqno;
-    const char* type;
-    int error;
-  } cases[] = {
+  const std::tuple<const char*, const char*, const char*, int> cases[] = {
       {"daemon", "1", "req-regular", 0},
       {"root", "1", "req-regular", 0},
       {"bin", "1", "req-regular", 12},
@@ -229,13 +222,11 @@ TEST_F(Cancel, IsTheOwnersAndTheAdministrators) {
       {"../faxq/root", "1", "req-regular", 19},
       {"", "1", "req-regular", 19},
   };
-  for (const auto& test : cases) {
-    const kx::Object id = RequestId(test.seqno, test.type);
-    EXPECT_EQ(ErrorOf(fx_cancel(root_.root(), test.client, id.get())),
-              test.error)
-        << test.client << " " << test.seqno << " " << test.type;
-    EXPECT_EQ(scheduler.Take(),
-              test.error == 0 ? Text(fx_encode_sched(7, 1)) : "");
+  for (const auto& [client, seqno, type, error] : cases) {
+    const kx::Object id = RequestId(seqno, type);
+    EXPECT_EQ(ErrorOf(fx_cancel(root_.root(), client, id.get())), error)
+        << client << " " << seqno << " " << type;
+    EXPECT_EQ(scheduler.Take(), error == 0 ? Text(fx_encode_sched(7, 1)) : "");
   }
   fx_rm_stat_shm("");
   const kx::Object id = RequestId("1", "req-regular");
@@ -277,7 +268,7 @@ fx_olog_record Attempt(int seqno, int attempt) {
 
 TEST(Status, IsReadFromTheClientsOwnEvents) {
   const FaxRoot root;
-  root.MakeUser("bob");
+  root.AddUser("bob");
   PutStatus(root, "5", "seqno=5\nclientid=bob\n");
   const kx::Object status(fx_read_status(root.root(), "bob", 5));
   ASSERT_NE(status, nullptr);
@@ -300,7 +291,7 @@ TEST(Status, IsReadFromTheClientsOwnEvents) {
 
 TEST(StatusList, HoldsTheAttemptsAndThenTheSummary) {
   const FaxRoot root;
-  root.MakeUser("bob");
+  root.AddUser("bob");
   for (const int attempt : {1, 2, 3}) {
     fx_append_olog(root.root(), Attempt(attempt == 2 ? 6 : 5, attempt));
   }
@@ -316,7 +307,7 @@ TEST(StatusList, HoldsTheAttemptsAndThenTheSummary) {
 
 TEST(StatusList, WithoutAttemptsIsTheOneStatus) {
   const FaxRoot root;
-  root.MakeUser("bob");
+  root.AddUser("bob");
   for (const char* attempt : {"attempt=0\n", ""}) {
     PutStatus(root, "5", std::string("rresult=1008\n") + attempt);
     EXPECT_EQ(
@@ -333,7 +324,7 @@ TEST(StatusList, WithoutAttemptsIsTheOneStatus) {
 
 TEST(CleanEvents, DropsThoseOfRequestsThatAreGone) {
   const FaxRoot root;
-  root.MakeUser("bob");
+  root.AddUser("bob");
   for (const char* name : {"1", "2", "3", "1x", "01", "note.tmp"}) {
     PutStatus(root, name, "");
   }

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <tuple>
 
 #include "isam/harness.h"
 
@@ -324,11 +325,7 @@ TEST_F(Store, ImpossibleCallsAreRefused) {
 
   // One thing wrong with each description.
   ISEG serial = {0, 4, kIsamSerial}, text = {4, 8, kIsamUpper};
-  const struct {
-    const char* what;
-    int length, indexes;
-    IIDX second;
-  } kWrong[] = {
+  const std::tuple<const char*, int, int, IIDX> kWrong[] = {
       {"record too long", kIsamMaxRecord + 1, 1, {}},
       {"no index", 100, 0, {}},
       {"key length without the serial number",
@@ -338,13 +335,12 @@ TEST_F(Store, ImpossibleCallsAreRefused) {
       {"segment behind the record", 11, 2, {8, 0, 0, 0, 0, 1, &text}},
       {"no segments", 100, 2, {8, 0, 0, 0, 0, 0, &text}},
   };
-  for (const auto& wrong : kWrong) {
-    IIDX indexes[2] = {{4, 0, 0, 0, 0, 1, &serial}, wrong.second};
+  for (const auto& [what, length, count, second] : kWrong) {
+    IIDX indexes[2] = {{4, 0, 0, 0, 0, 1, &serial}, second};
     const std::string path = dir_ / "wrong";
-    IFIL table = {path.c_str(), -1, wrong.length, 0, 0, wrong.indexes, 0, 0,
-                  indexes};
-    EXPECT_EQ(kIsamBadArgument, CREIFIL(&table)) << wrong.what;
-    EXPECT_FALSE(std::filesystem::exists(path + ".dat")) << wrong.what;
+    IFIL table = {path.c_str(), -1, length, 0, 0, count, 0, 0, indexes};
+    EXPECT_EQ(kIsamBadArgument, CREIFIL(&table)) << what;
+    EXPECT_FALSE(std::filesystem::exists(path + ".dat")) << what;
   }
 }
 

@@ -33,10 +33,7 @@ TEST(Enum, ValuesAreAContract) {
 }
 
 TEST(ErrorText, IsAContract) {
-  const struct {
-    int code;
-    const char* text;
-  } rows[] = {
+  const std::pair<int, const char*> rows[] = {
       {0, "No error"},        {1, "No memory"},
       {6, "User rtn failed"}, {19, "Invalid data"},
       {29, "C-Tree error"},   {36, "Logical EOF encountered"},
@@ -44,8 +41,8 @@ TEST(ErrorText, IsAContract) {
       {40, "System error"},   {41, "Error # 41"},
       {-1, "Error # -1"},     {INT_MIN, "Error # -2147483648"},
   };
-  for (const auto& row : rows) {
-    EXPECT_STREQ(Kfx_Errmsg(row.code), row.text) << row.code;
+  for (const auto& [code, text] : rows) {
+    EXPECT_STREQ(Kfx_Errmsg(code), text) << code;
   }
   std::strcpy(kx_servmsg, "isam: no room");
   EXPECT_STREQ(Kfx_Errmsg(2), "isam: no room");

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <random>
+#include <tuple>
 
 #include "pairs.h"
 
@@ -65,10 +66,7 @@ TEST_F(EmbeddedFile, IsTheseVeryLines) {
 // Other writers use the back-quote for zero bits and lose blanks at the end of
 // a line; lines may be longer than ours.
 TEST_F(EmbeddedFile, DecodesWhatOthersWrite) {
-  const struct {
-    std::string line, bytes;
-    int count;
-  } rows[] = {
+  const std::tuple<std::string, std::string, int> rows[] = {
       {" ", "", 0},
       {"`", "", 0},
       {"", "", 0},
@@ -80,11 +78,11 @@ TEST_F(EmbeddedFile, DecodesWhatOthersWrite) {
       {"#8", std::string("\x60\0\0", 3), 3},
       {"_" + std::string(84, '_'), std::string(63, '\xff'), 63},
   };
-  for (const auto& row : rows) {
+  for (const auto& [line, bytes, count] : rows) {
     FILE* file = std::fopen("out", "w");
-    EXPECT_EQ(kx_outbuf(row.line.c_str(), file), row.count) << row.line;
+    EXPECT_EQ(kx_outbuf(line.c_str(), file), count) << line;
     std::fclose(file);
-    EXPECT_EQ(ReadFile("out"), row.bytes) << row.line;
+    EXPECT_EQ(ReadFile("out"), bytes) << line;
   }
 }
 
@@ -175,24 +173,22 @@ TEST_F(EmbeddedFile, ThatCannotBeRead) {
 TEST_F(EmbeddedFile, TravelsInFiveFields) {
   Spill("x", "cat");
   std::filesystem::create_directory("out");
-  const struct {
-    const char *type, *field;
-  } rows[] = {{"obj-file", "pathname"},
-              {"obj-senv", "pathname"},
-              {"obj-reqcd", "clntpath"},
-              {"obj-cover", "notefile"},
-              {"obj-arg", "argstr"}};
-  for (const auto& row : rows) {
-    const kx::Object obj = kx::Build(row.type);
-    kx::SetText(obj.get(), row.field, "x");
+  const std::pair<const char*, const char*> rows[] = {{"obj-file", "pathname"},
+                                                      {"obj-senv", "pathname"},
+                                                      {"obj-reqcd", "clntpath"},
+                                                      {"obj-cover", "notefile"},
+                                                      {"obj-arg", "argstr"}};
+  for (const auto& [type, field] : rows) {
+    const kx::Object obj = kx::Build(type);
+    kx::SetText(obj.get(), field, "x");
     kx::SetBool(obj.get(), "ispath", true);
     const Pairs pairs = Decomposed(obj.get(), 1);
-    kx::Object back = Composed(row.type, pairs);
-    EXPECT_STREQ(kx::Text(back.get(), row.field), "*") << "no folder, no file";
-    back = Composed(row.type, pairs, "out");
-    ASSERT_NE(back, nullptr) << row.type;
-    EXPECT_STREQ(kx::Text(back.get(), row.field), "out/x") << row.type;
-    EXPECT_TRUE(std::filesystem::remove("out/x")) << row.type;
+    kx::Object back = Composed(type, pairs);
+    EXPECT_STREQ(kx::Text(back.get(), field), "*") << "no folder, no file";
+    back = Composed(type, pairs, "out");
+    ASSERT_NE(back, nullptr) << type;
+    EXPECT_STREQ(kx::Text(back.get(), field), "out/x") << type;
+    EXPECT_TRUE(std::filesystem::remove("out/x")) << type;
   }
   // An argument that is no path, or does not say, is plain text.
   const kx::Object arg = kx::Build("obj-arg");

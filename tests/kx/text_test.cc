@@ -91,10 +91,7 @@ TEST_F(TextForm, LinesOfEveryLength) {
 }
 
 TEST_F(TextForm, NumbersAreClamped) {
-  const struct {
-    const char* text;
-    int value;
-  } rows[] = {
+  const std::pair<const char*, int> rows[] = {
       {"2147483647", INT_MAX},
       {"2147483648", INT_MAX},
       {"4294967295", INT_MAX},
@@ -105,11 +102,11 @@ TEST_F(TextForm, NumbersAreClamped) {
       {"abc", 0},
       {"+", 0},
   };
-  for (const auto& row : rows) {
-    const std::string line = std::string("seqno=") + row.text;
+  for (const auto& [text, value] : rows) {
+    const std::string line = std::string("seqno=") + text;
     const kx::Object obj = Loaded("obj-reqid", line + "\nobjend=\n");
-    ASSERT_NE(obj, nullptr) << row.text;
-    EXPECT_EQ(kx::Number(obj.get(), "seqno"), row.value) << row.text;
+    ASSERT_NE(obj, nullptr) << text;
+    EXPECT_EQ(kx::Number(obj.get(), "seqno"), value) << text;
   }
   for (const char* line : {"seqno=-1", "seqno=-1x", "reqtype=req-none",
                            "reqtype=40", "reqtype=REQ-EXP"}) {

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <set>
 #include <string>
+#include <tuple>
 
 #include "support/temp_dir.h"
 #include "util/kutdir.h"
@@ -49,16 +50,14 @@ TEST_F(Files, KindsAreTold) {
   ASSERT_EQ(Kut_set_file_perms("program", 0700), 0);
   fs::create_symlink("program", "link");
   fs::create_symlink("nothing", "dangling");
-  const struct {
-    const char* name;
-    int regular, directory, executable;
-  } cases[] = {{"plain", 1, 0, 0},    {"program", 1, 0, 1}, {"link", 1, 0, 1},
-               {"dangling", 0, 0, 0}, {".", 0, 1, 0},       {"none", 0, 0, 0}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    EXPECT_EQ(Kut_is_reg_file(c.name), c.regular);
-    EXPECT_EQ(Kut_is_directory(c.name), c.directory);
-    EXPECT_EQ(Kut_is_exec_file(c.name), c.executable);
+  const std::tuple<const char*, int, int, int> cases[] = {
+      {"plain", 1, 0, 0},    {"program", 1, 0, 1}, {"link", 1, 0, 1},
+      {"dangling", 0, 0, 0}, {".", 0, 1, 0},       {"none", 0, 0, 0}};
+  for (const auto& [name, regular, directory, executable] : cases) {
+    SCOPED_TRACE(name);
+    EXPECT_EQ(Kut_is_reg_file(name), regular);
+    EXPECT_EQ(Kut_is_directory(name), directory);
+    EXPECT_EQ(Kut_is_exec_file(name), executable);
   }
 }
 

@@ -103,6 +103,10 @@ struct db_handle {
 int db_init();
 int db_end();
 
+// From now on paths that do not begin with "/" lead from the open directory
+// `dirfd`, which stays the caller's; AT_FDCWD at first.
+void db_set_folder(int dirfd);
+
 // Makes an empty table, on disk when this returns. An extension of `path` is
 // replaced. kDbExists.
 int db_create(const char* path, const db_field* fields, const db_key* keys);

@@ -136,8 +136,8 @@ int CLISAM();
 // --- Files ------------------------------------------------------------------
 
 // From now on paths that do not begin with "/" lead from the open directory
-// `dirfd`, which stays the caller's; AT_FDCWD at first. The store need not be
-// started.
+// `dirfd`, which stays the caller's; AT_FDCWD at first. An open table needs it
+// no more, one under creation does. The store need not be started.
 void isam_set_folder(int dirfd);
 
 // Removes one file of a table. The store need not be started.

@@ -1,6 +1,7 @@
 // Any bytes as the line of tags that a cover page prints. Each tag that comes
 // out has a name that is not the fax server's own, and comes back when it is
 // written as such a line.
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -54,7 +55,10 @@ void CheckSame(kx_object* a, kx_object* b) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-  std::string line(reinterpret_cast<const char*>(data), size);
+  // Tags do not depend on each other: a few show as much as many, and sooner.
+  constexpr std::size_t kLineMost = 255;
+  std::string line(reinterpret_cast<const char*>(data),
+                   std::min(size, kLineMost));
   const kx::Object tags(fx_parse_cover_tags(line.data()));
   CHECK(kx_errno == 0);
   for (kx_object* tag : kx::Elements(tags.get())) {

@@ -57,9 +57,8 @@
 // Slot
 //    0  8 checksum of the rest
 //    8  4 kSlotUsed, or the next free slot (0: this is the last)
-//   12    the record; a free slot keeps its serial number, the rest is zero.
-//   The
-//         highest serial number in any slot is thus the last given.
+//   12    the record; of a free slot the serial number, and zeros: the highest
+//         serial number in any slot is thus the last that was given
 //
 // Ring entry, at a multiple of 512
 //    0  8 magic "KRTREDO1"        8  8 checksum of 16 to the end

@@ -1,4 +1,6 @@
 // check: what it finds, and what it repairs.
+#include "client/check.h"
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -112,6 +114,36 @@ TEST(Check, WhatLiesAboutIsFoundAndRepaired) {
       std::filesystem::exists(server.Path("krtnet/sessions/0042.ctl")));
   EXPECT_TRUE(std::filesystem::exists(server.Path("krtnet/sessions/0043.ctl")));
   close(held);
+}
+
+// A claim lives for a moment. Who has it, and since when, tells whether it was
+// left behind.
+TEST(Check, ClaimIsAbandonedByTheDeadAndAfterAMinuteByTheLiving) {
+  const long gone = 999999999;
+  const struct {
+    long pid;
+    time_t since;
+    bool abandoned;
+  } kCases[] = {{getpid(), 0, false}, {getpid(), 59, false}, {1, 0, false},
+                {getpid(), 60, true}, {1, 3600, true},       {gone, 0, true},
+                {gone, 3600, true}};
+  for (const auto& c : kCases) {
+    EXPECT_EQ(client::IsAbandonedClaim(c.pid, c.since), c.abandoned)
+        << c.pid << " " << c.since;
+  }
+}
+
+TEST(Check, PuttingBackOverwritesNothing) {
+  const Server server;
+  const auto spool = server.root().spool();
+  WriteFile(spool / "0001-002.999999999", "first");
+  WriteFile(spool / "0001-002.cmd", "second");
+  EXPECT_NE(
+      Troubles(server.Run({"check", "-q", "--fix", "--yes"}))
+          .find("FAIL  abandoned command 0001-002.999999999: File exists"),
+      std::string::npos);
+  EXPECT_EQ(support::ReadFile(spool / "0001-002.999999999"), "first");
+  EXPECT_EQ(support::ReadFile(spool / "0001-002.cmd"), "second");
 }
 
 TEST(Check, DamagedPhoneBookIsFoundAndMadeAnew) {

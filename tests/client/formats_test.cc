@@ -77,6 +77,14 @@ TEST(Csv, AwkwardCellsComeBack) {
     rows.clear();
     EXPECT_EQ(client::ParseCsv(text, &rows).text, error) << text;
   }
+  // What looks like the mark of a file is not taken for it.
+  rows.clear();
+  const std::vector<std::string> marked = {
+      "\xEF\xBB\xBF"
+      "Ann",
+      "Lee"};
+  ASSERT_TRUE(client::ParseCsv(client::CsvLine(marked), &rows).ok());
+  EXPECT_EQ(rows[0].cells, marked);
   rows.clear();
   EXPECT_TRUE(client::ParseCsv("a,\nb", &rows).ok());
   EXPECT_EQ(rows[0].cells, (std::vector<std::string>{"a", ""}));

@@ -59,9 +59,15 @@ TEST(Monitors, FileIsReadByItsRules) {
       {"ALLOWALL\n!ALLOWALL\n", "mon-incall ALLOWALL;"},
       {"allowall\n", "mon-excall allowall;"},
       {"a-name-that-is-too-long\nann\n", "mon-excall ann;"},
+      {"ALLOWALL\n! bob\n!\n! \t\n", "mon-incall bob;"},
+      {"a\rb\nann\r\n", "mon-excall ann;"},
   };
   for (const auto& [content, shown] : cases) {
     root.Put("faxq/bob/options/monitors", content);
+    EXPECT_EQ(read(), shown) << content;
+    // A client may send back what it got.
+    const kx::Object monitor(fx_get_monlist(root.root(), "bob"));
+    EXPECT_EQ(fx_set_monlist(root.root(), monitor.get()), 0) << content;
     EXPECT_EQ(read(), shown) << content;
   }
   EXPECT_EQ(ErrorOf(fx_get_monlist(root.root(), "carol")), 7);

@@ -20,7 +20,8 @@
 namespace client {
 namespace {
 
-constexpr mode_t kCommandMode = 0660;
+// The daemon goes by the owner, so nobody else may write.
+constexpr mode_t kCommandMode = 0640;
 // How often to look without being told: where notifications work, only for
 // what another host did.
 constexpr long long kSlowLook = 1000;

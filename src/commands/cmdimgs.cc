@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "commands/cmdaccess.h"
 #include "commands/cmdargs.h"
 #include "commands/cmdresult.h"
 #include "commands/handlers.h"
@@ -29,13 +30,14 @@ bool OwnedBy(const struct stat& st, const char* user) {
   return uid >= 0 && st.st_uid == static_cast<uid_t>(uid);
 }
 
-// Whether the client may give the file away: it is one that was uploaded into a
-// spool directory, or the client's own. Errno when not.
-bool MayTake(int dirfd, const char* name, const char* client) {
+// Whether the client may give the file away: it is the client's own, or one
+// that a trusted client's session uploaded into a spool directory. Errno when
+// not.
+bool MayTake(int dirfd, const char* name, const char* client, bool trusted) {
   struct stat st;
   if (!cmd_open_file(dirfd, name, &st).valid()) return false;
-  if (IsDirectory(dirfd, file_dir) || IsDirectory(dirfd, netspool) ||
-      OwnedBy(st, client)) {
+  if (OwnedBy(st, client) || (trusted && (IsDirectory(dirfd, file_dir) ||
+                                          IsDirectory(dirfd, netspool)))) {
     return true;
   }
   errno = EACCES;
@@ -44,13 +46,14 @@ bool MayTake(int dirfd, const char* name, const char* client) {
 
 // Moves the uploaded file into the client's queue. An old image of that name is
 // replaced by the same step. 0, or -1 with errno.
-int Store(const char* client, const char* path, const char* filename) {
+int Store(const char* client, const char* path, const char* filename,
+          bool trusted) {
   const char* base = Kut_basename(path);
   char dir[KX_PAIR_SIZE];
   std::snprintf(dir, sizeof dir, "%.*s", static_cast<int>(base - path), path);
   // Held open, the directory cannot become another one behind the check.
   const UniqueFd from(Kut_open(dir, O_PATH | O_DIRECTORY));
-  if (!MayTake(from.get(), base, client)) return -1;
+  if (!MayTake(from.get(), base, client, trusted)) return -1;
   return cmd_move_file(from.get(), base, cmd_open_queue(client).get(),
                        filename);
 }
@@ -67,7 +70,7 @@ int process_imgstore(kx_object* cmd, kx_object* rsp) {
       kx::TextOrEmpty(kx::Child(request, "filobjptr"), "pathname");
   const char* filename =
       kx::TextOrEmpty(kx::Child(request, "finfoptr"), "filename");
-  if (Store(client, path, filename) != 0) {
+  if (Store(client, path, filename, cmd_is_trusted(cmd)) != 0) {
     return cmd_fail(rsp, kx_err_failed, "Cannot move file %s: %s", path,
                     Kut_sys_errstr());
   }

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include "commands/cmdaccess.h"
 #include "commands/cmdresult.h"
 #include "commands/cmdtable.h"
 #include "daemon/logfile.h"
@@ -25,6 +26,14 @@ kx_object* BuildResponse(kx_object* cmd, const char* cmdtype) {
   return rsp;
 }
 
+// The answer to a command that is not its owner's to give; the log has it
+// already.
+int Refuse(kx_object* rsp) {
+  kx::SetNumber(rsp, "result", kx_err_permission);
+  kx::SetText(rsp, "errmsg", Kfx_Errmsg(kx_err_permission));
+  return -1;
+}
+
 int RunHandler(kx_object* cmd, kx_object* rsp, const char* cmdtype) {
   const int type = Kfx_Str_To_Enum(cmdtype);
   if (type == -1) {
@@ -35,6 +44,7 @@ int RunHandler(kx_object* cmd, kx_object* rsp, const char* cmdtype) {
     return cmd_fail(rsp, kx_err_data, "Unsupported command type %s", cmdtype);
   }
   if (row->client_decides == 0) kx::SetBool(cmd, "respond", true);
+  if (!cmd_is_permitted(*row, cmd)) return Refuse(rsp);
   return row->handler(cmd, rsp);
 }
 

@@ -19,6 +19,7 @@ struct cmd_row {
   int type;  // kx_cmd_noop and so on; 0 in the row that ends a table
   cmd_handler handler;
   int client_decides;  // 1: answered only if the command's "respond" says so
+  int runs_program;    // 1: starts a program that runs as the command's client
 };
 
 // The first row of the type, or null.

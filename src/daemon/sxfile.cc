@@ -23,9 +23,16 @@ constexpr std::size_t kStreamBuffer = 16384;  // most exchanges fit in one
 
 constinit kx_pair_slot g_slot = {};
 
-// The type of the command read last, when the object library refused it.
-const kx_object* g_typed_cmd = nullptr;
-char g_cmdtype[KX_PAIR_SIZE] = "";
+// The command read last: itself, for comparison only, since its taker frees it;
+// its exchange name; its file's status; and its type when the object library
+// refused that.
+struct LastCommand {
+  const kx_object* cmd;
+  char exchange[32];
+  struct stat st;
+  char cmdtype[KX_PAIR_SIZE];
+};
+constinit LastCommand g_last = {};
 
 // Streams of this file share one buffer: only one is open at a time, and it
 // must not be allocated for every exchange.
@@ -57,12 +64,11 @@ int Fail(int error) {
 
 // Opens a claimed command. What is not a regular file was never a command: a
 // fifo or a device must not hold or feed the daemon.
-UniqueFd OpenClaimed(int dirfd, const char* name) {
-  struct stat st;
-  UniqueFd fd(Kut_open_regular(dirfd, name, O_NOFOLLOW, &st));
+UniqueFd OpenClaimed(int dirfd, const char* name, struct stat* st) {
+  UniqueFd fd(Kut_open_regular(dirfd, name, O_NOFOLLOW, st));
   if (!fd.valid()) return fd;
-  if (st.st_size > kSxCommandMax) {
-    errno = EFBIG;
+  if (st->st_nlink != 1 || st->st_size > kSxCommandMax) {
+    errno = st->st_nlink != 1 ? EMLINK : EFBIG;
     return UniqueFd();
   }
   return fd;
@@ -72,13 +78,13 @@ UniqueFd OpenClaimed(int dirfd, const char* name) {
 // not exist; every other refused value ends the command.
 int KeepCmdtype(const kx_fielddef* field, const char* value) {
   if (std::strcmp(field->name, "cmdtype") != 0) return -1;
-  Kut_strcpyz(g_cmdtype, value, sizeof g_cmdtype);
+  Kut_strcpyz(g_last.cmdtype, value, sizeof g_last.cmdtype);
   return 0;
 }
 
 kx_object* ReadCommand(UniqueFd fd) {
   g_slot.full = false;
-  g_cmdtype[0] = '\0';
+  g_last.cmdtype[0] = '\0';
   const Stream stream = OpenStream(std::move(fd), "r");
   if (stream == nullptr) {
     kx_errno = kx_err_system;
@@ -86,6 +92,13 @@ kx_object* ReadCommand(UniqueFd fd) {
   }
   return kx_comp_object_lenient("obj-cmdrsp", read_pair, stream.get(), nullptr,
                                 KeepCmdtype);
+}
+
+void Remember(kx_object* cmd) {
+  g_last.cmd = cmd;
+  const char* exchange = cmd != nullptr ? kx_tmp_name(cmd) : nullptr;
+  Kut_strcpyz(g_last.exchange, exchange != nullptr ? exchange : "",
+              sizeof g_last.exchange);
 }
 
 // ---- Copies ----
@@ -123,15 +136,26 @@ void SaveResponse(const char* dir, kx_object* rsp, const char* name) {
 
 // ---- Responses ----
 
+// Whose the response of that name is to be.
+uid_t Receiver(const char* exchange) {
+  const bool last = std::strcmp(exchange, g_last.exchange) == 0;
+  return last ? g_last.st.st_uid : geteuid();
+}
+
 // Creates the temporary file afresh: one that lies there was left by a process
 // that died, or put there as a trap.
-UniqueFd CreateTemporary(int dirfd, const char* name) {
+UniqueFd CreateTemporary(int dirfd, const char* name, uid_t owner) {
   constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
   UniqueFd fd(Kut_open_at(dirfd, name, kFlags, 0666));
   if (!fd.valid() && errno == EEXIST && unlinkat(dirfd, name, 0) == 0) {
     fd.reset(Kut_open_at(dirfd, name, kFlags, 0666));
   }
-  // The client may be anybody, whatever the umask says.
+  // The client may be anybody, whatever the umask says, and in a directory with
+  // the sticky bit it can only remove what is its own. Only root can give files
+  // away; without that the client has its answer all the same.
+  if (fd.valid() && owner != geteuid()) {
+    static_cast<void>(fchown(fd.get(), owner, static_cast<gid_t>(-1)) == 0);
+  }
   if (fd.valid() && fchmod(fd.get(), 0666) != 0) fd.reset();
   return fd;
 }
@@ -167,14 +191,14 @@ int sx_protocol() { return kFileProtocol; }
 
 kx_object* sx_cmd(const char* dir, const char* name, int save) {
   const int dirfd = spool_fd(dir);
-  UniqueFd fd = dirfd >= 0 ? OpenClaimed(dirfd, name) : UniqueFd();
+  UniqueFd fd = dirfd >= 0 ? OpenClaimed(dirfd, name, &g_last.st) : UniqueFd();
   const bool opened = fd.valid();
   const int open_errno = errno;
   kx_object* cmd = nullptr;
   if (opened) cmd = ReadCommand(std::move(fd));
   const int error = opened ? kx_errno : kx_err_system;
   if (dirfd >= 0) unlinkat(dirfd, name, 0);
-  g_typed_cmd = cmd;
+  Remember(cmd);
   if (cmd != nullptr && save != 0) SaveCommand(dir, cmd);
   if (!opened) errno = open_errno;
   kx_errno = error;
@@ -184,7 +208,11 @@ kx_object* sx_cmd(const char* dir, const char* name, int save) {
 const char* sx_cmdtype(kx_object* cmd) {
   const char* known = kx::Text(cmd, "cmdtype");
   if (known != nullptr) return known;
-  return cmd == g_typed_cmd ? g_cmdtype : "";
+  return cmd == g_last.cmd ? g_last.cmdtype : "";
+}
+
+const struct stat* sx_cmd_stat(kx_object* cmd) {
+  return cmd != nullptr && cmd == g_last.cmd ? &g_last.st : nullptr;
 }
 
 int sx_rsp(const char* dir, kx_object* rsp, int save) {
@@ -198,7 +226,9 @@ int sx_rsp(const char* dir, kx_object* rsp, int save) {
   if (save != 0) SaveResponse(dir, rsp, exchange);
 
   const int dirfd = spool_fd(dir);
-  UniqueFd fd = dirfd >= 0 ? CreateTemporary(dirfd, temporary) : UniqueFd();
+  UniqueFd fd = dirfd >= 0
+                    ? CreateTemporary(dirfd, temporary, Receiver(exchange))
+                    : UniqueFd();
   if (!fd.valid()) return Fail(kx_err_system);
   const int result = WriteResponse(std::move(fd), rsp);
   if (result == 0) {

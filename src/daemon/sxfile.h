@@ -12,12 +12,15 @@
 // - The list of ready files, the reader's push-back slot and the directory's
 //   descriptor are one each for the process; a worker uses what it inherits.
 // - Nothing in the directory is followed if it is a symbolic link, and nothing
-//   but a regular file is read.
+//   but a regular file with a single name is read: what has another could have
+//   been put here by somebody who is not its owner.
 //
 // Limits: a command whose claimed name would be longer than a file name may be
 // stays where it is.
 #ifndef DAEMON_SXFILE_H_
 #define DAEMON_SXFILE_H_
+
+#include <sys/stat.h>
 
 #include <cstddef>
 
@@ -48,9 +51,15 @@ int sx_comp_rtn(const void* a, const void* b);
 
 // Reads the claimed command `name`, deletes its file in every case but a
 // directory, and with `save` keeps a copy in <dir>/save. The command, which the
-// caller frees, or null: 3 when it cannot be opened, is no regular file or is
-// larger than kSxCommandMax, else what the reader of objects says.
+// caller frees, or null: 3 when it cannot be opened, is no regular file, has a
+// second name or is larger than kSxCommandMax, else what the reader of objects
+// says.
 kx_object* sx_cmd(const char* dir, const char* name, int save);
+
+// The status of the file that a command came from, as it was when it was read:
+// the owner in there is who gave the command. Null for another object than the
+// last sx_cmd's. Valid until the next sx_cmd.
+const struct stat* sx_cmd_stat(kx_object* cmd);
 
 // The type of a command as its file spelled it, "" when it had none. A type
 // that the object library does not know is text here and unset in the object.
@@ -59,9 +68,11 @@ const char* sx_cmdtype(kx_object* cmd);
 
 // Writes a response and renames it to its final name. The files that it names
 // are embedded, but for answers that hand on somebody else's object (the output
-// of a user's program, say), where they stay names. With `save` a copy goes to
-// <dir>/save. 0, or -1: 19 when the response has no exchange name, 3 when it
-// cannot be written. The response stays with the caller.
+// of a user's program, say), where they stay names. A response to the last
+// sx_cmd's command belongs to that one's owner where the process may give files
+// away. With `save` a copy goes to <dir>/save. 0, or -1: 19 when the response
+// has no exchange name, 3 when it cannot be written. The response stays with
+// the caller.
 int sx_rsp(const char* dir, kx_object* rsp, int save);
 
 // The extension of a command's saved copy: "net" for the commands that manage a

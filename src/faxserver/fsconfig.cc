@@ -25,8 +25,8 @@ int fx_set_config(const char* root, const char* user, kx_object* config) {
   const char* path = cm_get_config_file(root, user);
   const UniqueFd dir = fx_make_options_dir(root, user);
   FileReplacer file;
-  if (!dir.valid() || file.Open(Kut_basename(path), 0666, dir.get()) != 0 ||
-      file.KeepAttributes() != 0 || file.stream() == nullptr) {
+  if (fx_replace_option(dir.get(), path, &file) != 0 ||
+      file.stream() == nullptr) {
     return fx_fail(kx_err_system);
   }
   if (Kfx_Decomp_Obj(config, kx_write_pair_fp, file.stream(), 0) != 0) {

@@ -23,24 +23,6 @@ struct Monitors {
   kx::ListBuilder included;
 };
 
-void AddName(kx::ListBuilder* list, const char* name) {
-  kx::Object resource = kx::Build("obj-resource");
-  if (resource != nullptr && kx::SetText(resource.get(), "rname", name) == 0) {
-    list->Append(std::move(resource));
-  }
-}
-
-void ReadLine(const char* line, Monitors* monitors) {
-  if (*line == '\0' || *line == '#') return;
-  if (strcmp(line, kAllowAll) == 0) {
-    monitors->allow_all = true;
-  } else if (*line == '!') {
-    AddName(&monitors->excluded, line + 1);
-  } else {
-    AddName(&monitors->included, line);
-  }
-}
-
 // Whether a name, written as a line, is read back as itself.
 bool IsLine(const char* name, bool excluded) {
   std::string stripped = name;
@@ -48,6 +30,26 @@ bool IsLine(const char* name, bool excluded) {
   if (strpbrk(name, "\r\n") != nullptr) return false;
   return excluded ||
          (*name != '!' && *name != '#' && strcmp(name, kAllowAll) != 0);
+}
+
+void AddName(kx::ListBuilder* list, const char* name) {
+  kx::Object resource = kx::Build("obj-resource");
+  if (resource != nullptr && kx::SetText(resource.get(), "rname", name) == 0) {
+    list->Append(std::move(resource));
+  }
+}
+
+void ReadLine(char* line, Monitors* monitors) {
+  if (*line == '\0' || *line == '#') return;
+  if (strcmp(line, kAllowAll) == 0) {
+    monitors->allow_all = true;
+    return;
+  }
+  const bool excluded = *line == '!';
+  const char* name = excluded ? Kut_strip(line + 1) : line;
+  // What is read can be written: clients send back what they got.
+  if (*name == '\0' || !IsLine(name, excluded)) return;
+  AddName(excluded ? &monitors->excluded : &monitors->included, name);
 }
 
 // The file's content. False for a name that could not be read back.
@@ -98,8 +100,7 @@ int fx_set_monlist(const char* root, kx_object* monitor) {
   const UniqueFd dir = fx_make_options_dir(root, user);
   FileReplacer file;
   const bool done =
-      dir.valid() && file.Open(Kut_basename(path), 0666, dir.get()) == 0 &&
-      file.KeepAttributes() == 0 &&
+      fx_replace_option(dir.get(), path, &file) == 0 &&
       Kut_write_full(file.fd(), content.data(), content.size()) == 0 &&
       file.Commit() == 0;
   return done ? fx_ok() : fx_fail(kx_err_system);

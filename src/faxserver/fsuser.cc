@@ -59,6 +59,19 @@ UniqueFd fx_make_options_dir(const char* root, const char* user) {
   return fx_open_user_dir(root, user, path);
 }
 
+int fx_replace_option(int dirfd, const char* path, FileReplacer* file) {
+  struct stat st;
+  if (dirfd < 0 || fstat(dirfd, &st) != 0 ||
+      file->Open(Kut_basename(path), 0666, dirfd) != 0) {
+    return -1;
+  }
+  if (fchown(file->fd(), st.st_uid, static_cast<gid_t>(-1)) != 0 &&
+      errno != EPERM) {
+    return -1;
+  }
+  return file->KeepAttributes();
+}
+
 fx_stream fx_open_user_stream(const char* root, const char* user,
                               const char* path) {
   const char* queue = cm_get_user_dir(root, user);

@@ -5,6 +5,7 @@
 #include <sys/types.h>
 
 #include "faxserver/fsfile.h"
+#include "util/kutfile.h"
 #include "util/kutproc.h"
 
 // A user may own the queue directory and everything in it. So what lies below
@@ -18,7 +19,11 @@
 UniqueFd fx_open_user_dir(const char* root, const char* user, const char* path);
 // The user's options directory, made when missing.
 UniqueFd fx_make_options_dir(const char* root, const char* user);
-// A stream on a regular file below it, or null.
+// Starts the replacement of a file in that directory. A new file is given to
+// the directory's owner: what a user wrote must not look like root's. 0, or -1
+// with errno.
+int fx_replace_option(int dirfd, const char* path, FileReplacer* file);
+// A stream on a regular file below the queue directory, or null.
 fx_stream fx_open_user_stream(const char* root, const char* user,
                               const char* path);
 

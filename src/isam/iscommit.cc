@@ -191,13 +191,6 @@ isam_code Apply(Change& change, State state) {
   return kIsamOk;
 }
 
-bool SizesHold(const Table& table, const struct stat& dat,
-               const struct stat& idx) {
-  const Root& root = table.root;
-  return dat.st_size >= table.layout.slot_offset(root.slots_capacity + 1) &&
-         idx.st_size >= table.layout.page_offset(root.pages_capacity + 1);
-}
-
 // Someone may have deleted the table, and made another of the same name, since
 // it was opened or between the opens of its two files. What is written to
 // deleted files is lost, so it must not be acknowledged.

@@ -31,46 +31,43 @@ std::string Troubles(const Exit& end) {
   return found;
 }
 
+std::string Check(const Server& server, const std::string& options = "") {
+  return Troubles(server.Shell("krtctl check -q " + options));
+}
+
 TEST(Check, HealthyServerHasNoTroubles) {
   Server server;
   server.Start();
-  const Exit end = server.Run({"check", "-q"});
-  EXPECT_EQ(Troubles(end), "");
+  EXPECT_EQ(Check(server), "");
   const bool user = cm_get_krt_uid() >= 0 && cm_get_krt_gid() >= 0;
   const Exit offline = server.Run({"check", "--offline", "-q"});
   EXPECT_EQ(Troubles(offline), "");
   EXPECT_EQ(offline.status, user ? 0 : 1);
 }
 
-TEST(Check, MissingFoldersAreMade) {
+TEST(Check, MissingFoldersAreMadeAndOpenOnesNamed) {
   const Server server;
+  const std::string spool = server.root().spool();
   std::filesystem::remove(server.Path("krtnet/queued"));
-  std::filesystem::remove_all(server.root().spool());
-  const std::string missing = "FAIL  " + server.Path("krtnet/filspool") +
-                              " is missing; fix: krtctl check --fix\nFAIL  " +
-                              server.Path("krtnet/queued") +
-                              " is missing; fix: krtctl check --fix\n";
+  std::filesystem::remove_all(spool);
+  const std::string missing = " is missing; fix: krtctl check --fix\n";
   const Exit before = server.Run({"check", "-q", "--offline"});
   EXPECT_EQ(before.status, 1);
-  EXPECT_EQ(Troubles(before), missing);
-  EXPECT_EQ(Troubles(server.Run({"check", "-q", "--offline", "--fix"})), "");
+  EXPECT_EQ(Troubles(before), "FAIL  " + spool + missing + "FAIL  " +
+                                  server.Path("krtnet/queued") + missing);
+  EXPECT_EQ(Check(server, "--offline --fix"), "");
   struct stat st;
-  ASSERT_EQ(stat(server.root().spool().c_str(), &st), 0);
+  ASSERT_EQ(stat(spool.c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 07777, 02770U);
-  EXPECT_EQ(Troubles(server.Run({"check", "-q", "--offline"})), "");
-  const Exit nowhere = server.Run({"--root", "/nonexistent", "check", "-q"});
-  EXPECT_EQ(nowhere.status, 1);
-}
-
-TEST(Check, SpoolOpenToEverybodyFails) {
-  const Server server;
-  chmod(server.root().spool().c_str(), 0777);
-  EXPECT_EQ(Troubles(server.Run({"check", "-q", "--offline"})),
-            "FAIL  " + server.root().spool().string() +
-                " can be written by everybody; fix: chmod 2770 " +
-                server.root().spool().string() + "\n");
-  chmod(server.root().spool().c_str(), 01777);
-  EXPECT_EQ(Troubles(server.Run({"check", "-q", "--offline"})), "");
+  EXPECT_EQ(Check(server, "--offline"), "");
+  EXPECT_EQ(server.Run({"--root", "/nonexistent", "check", "-q"}).status, 1);
+  chmod(spool.c_str(), 0777);
+  EXPECT_EQ(Check(server, "--offline"),
+            "FAIL  " + spool +
+                " can be written by everybody; fix: chmod 2770 " + spool +
+                "\n");
+  chmod(spool.c_str(), 01777);
+  EXPECT_EQ(Check(server, "--offline"), "");
 }
 
 TEST(Check, WhatLiesAboutIsFoundAndRepaired) {
@@ -95,7 +92,7 @@ TEST(Check, WhatLiesAboutIsFoundAndRepaired) {
       open(server.Path("krtnet/sessions/0043.ctl").c_str(), O_RDWR | O_CLOEXEC);
   flock(held, LOCK_EX);
 
-  const std::string found = Troubles(server.Run({"check", "-q"}));
+  const std::string found = Check(server);
   for (const char* line :
        {"warn  register of daemons: dead entries 999999998:krtcmd; fix: krtctl "
         "check --fix\n",
@@ -154,7 +151,7 @@ TEST(Check, DamagedPhoneBookIsFoundAndMadeAnew) {
   server.Start();
   ASSERT_EQ(server.Run({"pb", "init"}).status, 0);
   ASSERT_EQ(server.Run({"pb", "add", "palias=a", "lname=b"}).status, 0);
-  EXPECT_EQ(Troubles(server.Run({"check", "-q"})), "");
+  EXPECT_EQ(Check(server), "");
   const std::string index = server.Queue("options/pbper.idx");
   std::string bytes = support::ReadFile(index);
   for (size_t i = 64; i < bytes.size(); ++i) bytes[i] ^= 0x55;
@@ -165,9 +162,9 @@ TEST(Check, DamagedPhoneBookIsFoundAndMadeAnew) {
             std::string::npos)
       << end.out;
   // The records are whole, so the indexes can be made from them.
-  EXPECT_NE(Troubles(server.Run({"check", "-q", "--fix"})), "");
-  EXPECT_EQ(Troubles(server.Run({"check", "-q", "--fix", "--yes"})), "");
-  EXPECT_EQ(Troubles(server.Run({"check", "-q"})), "");
+  EXPECT_NE(Check(server, "--fix"), "");
+  EXPECT_EQ(Check(server, "--fix --yes"), "");
+  EXPECT_EQ(Check(server), "");
   EXPECT_EQ(server.Run({"pb", "show", "a"}).status, 0);
 }
 

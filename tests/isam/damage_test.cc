@@ -8,6 +8,10 @@ namespace {
 
 const char* const kFiles[] = {".idx", ".dat"};
 
+void AppendLine(void* text, const char* line) {
+  *static_cast<std::string*>(text) += std::string(line) + "\n";
+}
+
 class Damage : public testing::Test {
  protected:
   void SetUp() override {
@@ -158,6 +162,14 @@ TEST_F(Damage, ARebuildMakesAllIndexesFromTheRecords) {
        [](std::string*, std::string* dat) { (*dat)[40] ^= 1; }},
       {"ring", [](std::string*,
                   std::string* dat) { (*dat)[isam::kRingOffset + 99] ^= 1; }},
+      {"a header with bytes that mean nothing",
+       [](std::string*, std::string* dat) {
+         auto* header = reinterpret_cast<uint8_t*>(dat->data());
+         header[2000] = 1;
+         isam::Put64(header + 8,
+                     isam::Checksum(header + 16, isam::kHeaderSize - 16,
+                                    isam::Get64(header + 24)));
+       }},
   };
   for (const auto& harm : kHarms) {
     std::string idx = bytes_[0], dat = bytes_[1];
@@ -168,6 +180,8 @@ TEST_F(Damage, ARebuildMakesAllIndexesFromTheRecords) {
         << harm.what;
     Model model = model_;
     ASSERT_EQ("", Verify(name_, model)) << harm.what;
+    EXPECT_EQ(0, isam_check((name_ + ".dat").c_str(), nullptr, nullptr))
+        << harm.what;
     RestartMachine();
     const int file = Open(name_);
     ASSERT_EQ(0, Do(file, {Op::kAdd, 0, Sample(90)}, model)) << harm.what;
@@ -192,12 +206,7 @@ TEST_F(Damage, ARebuildLeavesOutWhatCannotBeKept) {
             dat.begin() + table_->layout.slot_offset(1), '\0');
   Write(bytes_[0], dat);
   std::string said;
-  ASSERT_EQ(0, isam_rebuild((name_ + ".dat").c_str(),
-                            [](void* context, const char* line) {
-                              *static_cast<std::string*>(context) +=
-                                  std::string(line) + "\n";
-                            },
-                            &said));
+  ASSERT_EQ(0, isam_rebuild((name_ + ".dat").c_str(), AppendLine, &said));
   EXPECT_EQ(
       "the record in slot 8 is damaged and was left out\n"
       "record 10 has a key of record 9 and was left out\n",
@@ -205,6 +214,32 @@ TEST_F(Damage, ARebuildLeavesOutWhatCannotBeKept) {
   model_.erase(8);
   model_.erase(10);
   EXPECT_EQ("", Verify(name_, model_));
+}
+
+// Without them nobody can read the records, whatever the indexes.
+TEST_F(Damage, ARebuildNeedsTheFieldDefinitions) {
+  std::string dat = bytes_[1], said;
+  dat[isam::kFieldsOffset + 20] ^= 1;
+  Write(bytes_[0], dat);
+  EXPECT_EQ(kIsamDamaged,
+            isam_rebuild((name_ + ".dat").c_str(), AppendLine, &said));
+  EXPECT_EQ("the field definitions are damaged\n", said);
+  EXPECT_EQ(bytes_[0], ReadFile(name_ + ".idx"));
+  EXPECT_EQ(dat, ReadFile(name_ + ".dat"));
+}
+
+// A few bytes that speak of four thousand million slots take no memory for
+// them, and no time.
+TEST_F(Damage, ACheckGoesNoFurtherThanTheFiles) {
+  std::string idx = bytes_[0], said;
+  isam::Root root = table_->root;
+  root.slots_used = root.slots_capacity = 0xfffffffe;
+  isam::EncodeRoot(root, table_->layout.salt,
+                   reinterpret_cast<uint8_t*>(idx.data()) + isam::kRootOffset);
+  Write(idx, bytes_[1]);
+  EXPECT_EQ(kIsamDamaged,
+            isam_check((name_ + ".dat").c_str(), AppendLine, &said));
+  EXPECT_EQ("the files are shorter than the root page says\n", said);
 }
 
 TEST_F(Damage, ARebuildThatDiesIsDoneAgain) {

@@ -225,6 +225,12 @@ int CLISAM() {
   return 0;
 }
 
+void isam_set_folder(int dirfd) { isam::SetFolder(dirfd); }
+
+int isam_remove(const char* path) {
+  return isam::g_sys.unlink(path) == 0 ? 0 : Fail(isam::CodeFromErrno());
+}
+
 int CREIFIL(IFIL* description) {
   return Guarded([&] {
     if (description == nullptr || description->name == nullptr ||

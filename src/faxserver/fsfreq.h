@@ -57,8 +57,9 @@ kx_object* fx_load_freq(const char* root, long seqno, int expired);
 int fx_save_freq(const char* root, kx_object* freq);
 // Deletes the file of a request. 0 and kx_errno 0, or -1.
 int fx_del_freq(const char* root, long seqno, int expired);
-// All requests of the requests directory, by sequence number; one that cannot
-// be read is left out. Null: 0 when there is none, 3.
+// All requests of the requests directory, by sequence number; one that is
+// damaged, or may not be read, is left out. Null: 0 when there is none; 3, also
+// when one cannot be read for want of descriptors or a sound disk; 1.
 kx_object* fx_rd_freqs(const char* root);
 
 #endif  // FAXSERVER_FSFREQ_H_

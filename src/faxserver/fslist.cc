@@ -123,7 +123,7 @@ kx_object* fx_get_srv_list(const char* root, const char* user, int since) try {
   while (kx::Object message = fx_read_object(stream.get(), "obj-servmsg")) {
     fx_append(&list, std::move(message));
   }
-  if (ferror(stream.get()) != 0) return fx_null(kx_err_system);
+  if (fx_is_shortage()) return nullptr;  // no end of the file
   return fx_give(list.Take());
 } catch (const std::bad_alloc&) {
   return fx_null(kx_err_memory);

@@ -4,7 +4,9 @@
 //   it.
 // - The caller frees a returned list. Null is the empty list with kx_errno 0,
 //   also where the directory is missing; 7 for a user that is not valid, 3 for
-//   a directory that cannot be read.
+//   a directory that cannot be read. A list is whole: where an entry cannot be
+//   made or read for want of memory (1), descriptors or a sound disk (3), there
+//   is none.
 // - Only regular files are entries, links are not followed. Hidden files and
 //   those with the extension "tmp", which are being written, are none. A name
 //   that does not fit its field is left out and logged.
@@ -27,8 +29,8 @@ kx_object* fx_get_msg_list(const char* root, const char* user, int since);
 // "obj-route": every other valid user, `fromid` the user and `toid` the other.
 // Not narrowed by time.
 kx_object* fx_get_rte_list(const char* root, const char* user, int since);
-// "obj-status": the statuses of the events directory. One that cannot be read
-// is left out.
+// "obj-status": the statuses of the events directory. One that is damaged, or
+// may not be read, is left out.
 kx_object* fx_get_evt_list(const char* root, const char* user, int since);
 
 #endif  // FAXSERVER_FSLIST_H_

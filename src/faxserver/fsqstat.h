@@ -39,10 +39,12 @@ struct fx_qstat_record {
 fx_qstat_bytes fx_encode_qstat(const fx_qstat_record& record);
 fx_qstat_record fx_decode_qstat(const fx_qstat_bytes& bytes);
 
-// All whole records in file order. False when there is no such file.
+// All whole records in file order. False when there is no such file, or it
+// cannot be read.
 bool fx_read_qstat(const char* root, std::vector<fx_qstat_record>* records);
 
-// An "obj-queue" for each record, in file order. Null: 3 without a file.
+// An "obj-queue" for each record, in file order. Null: 3 without a file, or
+// when it or that of a class cannot be read at present; 1 without memory.
 kx_object* fx_rd_qstat(const char* root);
 
 #endif  // FAXSERVER_FSQSTAT_H_

@@ -1,5 +1,6 @@
 #include "faxserver/fsqueue.h"
 
+#include <cerrno>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,8 @@ const char* fx_queue_get_default(const char* root) {
   name[0] = '\0';
   const fx_stream stream = fx_open_stream(cm_get_default_file(root));
   if (stream == nullptr || !fx_read_line(stream.get(), name, sizeof name)) {
+    // An empty file names no queue, as a missing one does.
+    if (stream != nullptr && ferror(stream.get()) == 0) errno = ENOENT;
     name[0] = '\0';
     kx_errno = kx_err_system;
   } else {

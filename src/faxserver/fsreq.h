@@ -9,7 +9,8 @@
 // Cancels the request that the "obj-reqid" names. -1: 19 for an invalid client,
 // sequence number or request type; 13 for a group request and when the
 // scheduler does not run; 12 when the request is somebody else's and the client
-// no administrator; 3 when there is no such request, or no scheduler fifo.
+// no administrator; 3 when there is no such request or no scheduler fifo, or
+// when nobody can tell at present who the client or the owner is.
 int fx_cancel(const char* root, const char* clientid, kx_object* reqid);
 
 // Has the request that the "obj-reqid" names tried now. -1: 17 when the

@@ -6,7 +6,8 @@
 
 // An "obj-state", which the caller frees: whether the scheduler runs, the
 // default queue, devices, queues, and the requests waiting. A part whose file
-// is missing is left unset. Null only with 1 or 21, when there is no memory.
+// is missing is left unset. Null with 1 without memory, 3 when a part cannot be
+// read for want of descriptors or a sound disk.
 kx_object* fx_get_state(const char* root);
 
 #endif  // FAXSERVER_FSSTATE_H_

@@ -133,6 +133,16 @@ int INTISAM(int buffers, int files, int sectors);
 // store was not started.
 int CLISAM();
 
+// --- Files ------------------------------------------------------------------
+
+// From now on paths that do not begin with "/" lead from the open directory
+// `dirfd`, which stays the caller's; AT_FDCWD at first. An open table needs it
+// no more, one under creation does. The store need not be started.
+void isam_set_folder(int dirfd);
+
+// Removes one file of a table. The store need not be started.
+int isam_remove(const char* path);
+
 // --- Creation ---------------------------------------------------------------
 
 // Begins a table: makes <name>.dat and <name>.idx, mode 0660 whatever the

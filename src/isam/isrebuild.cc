@@ -95,10 +95,12 @@ class Rebuilder {
   }
 
   // The slots in place may be older than the ring; then they are brought up to
-  // date first, if the ring can still be read.
+  // date first, if the ring can still be read. That has to be on disk before
+  // the ring is given up. A rebuild that died has done it, and may have left
+  // half a ring: of that only the serial number still counts.
   isam_code FinishLastCommit() {
     uint8_t bytes[kStateSize];
-    State state;
+    State state = {};
     if (ReadAt(idx_.get(), bytes, kStateSize, kStateOffset) == kIsamOk &&
         DecodeState(bytes, layout_, &state)) {
       commit_ = state.commit;
@@ -114,6 +116,7 @@ class Rebuilder {
     if (image == nullptr || !DecodeRoot(image->bytes, layout_, &root))
       return kIsamOk;
     next_serial_ = root.next_serial;
+    if (state.phase == Phase::kRebuilding) return kIsamOk;
     for (const auto& [key, slot] : ring->images()) {
       if (key.first != ImageKind::kSlot || key.second > root.slots_used)
         continue;
@@ -121,7 +124,7 @@ class Rebuilder {
                                    layout_.slot_offset(key.second)))
         return code;
     }
-    return kIsamOk;
+    return SyncFile(dat_.get());
   }
 
   isam_code WriteState(Phase phase) {
@@ -320,6 +323,7 @@ class Rebuilder {
   }
 
   // The ring keeps one entry, the new root page: it says which commit is last.
+  // The index file ends behind its last page; without one it was too short.
   isam_code WriteRoot() {
     root_.commit = commit_ + 1;
     root_.next_serial = next_serial_;
@@ -330,6 +334,8 @@ class Rebuilder {
     entry.Add(ImageKind::kRoot, 0, bytes, kRootSize);
     entry_length_ = entry.size();
     entry.Seal(root_.commit);
+    if (g_sys.truncate(idx_.get(), layout_.page_offset(root_.pages_used + 1)))
+      return CodeFromErrno();
     isam_code code = WriteAt(idx_.get(), bytes, kRootSize, kRootOffset);
     if (code == kIsamOk)
       code = WriteZeros(dat_.get(), kRingOffset, layout_.slot_offset(1));
@@ -338,6 +344,7 @@ class Rebuilder {
           WriteAt(dat_.get(), entry.bytes().data(), entry.size(), kRingOffset);
     return code;
   }
+
   const std::string& name_;
   Reporter& out_;
   UniqueFd dat_, idx_;

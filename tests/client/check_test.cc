@@ -1,4 +1,6 @@
 // check: what it finds, and what it repairs.
+#include "client/check.h"
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -11,7 +13,6 @@ namespace {
 
 using ctl::Server;
 using support::Exit;
-using support::WriteFile;
 
 // The findings that are not "ok", but for what this machine may lack: the fax
 // system's user, and the processes of the rest of the fax server.
@@ -74,7 +75,7 @@ TEST(Check, WhatLiesAboutIsFoundAndRepaired) {
   const auto spool = server.root().spool();
   // What was alive when the daemon registered and is dead now.
   const std::string reg = server.Path("krtnet/krtnet.lck");
-  WriteFile(reg, support::ReadFile(reg) + "999999998:krtcmd\n");
+  WriteFile(reg, ReadFile(reg) + "999999998:krtcmd\n");
   const utimbuf old = {1, 1};
   const std::string command = support::Command("cmd-noop", 1, 2);
   WriteFile(spool / "0001-002.999999999", command);
@@ -107,11 +108,41 @@ TEST(Check, WhatLiesAboutIsFoundAndRepaired) {
   EXPECT_TRUE(std::filesystem::exists(spool / "0001-002.999999999"));
   server.Run({"check", "--fix", "--yes"});
   EXPECT_NE(server.root().Response("0001-002"), "");
-  EXPECT_EQ(support::ReadFile(reg).find("999999998"), std::string::npos);
+  EXPECT_EQ(ReadFile(reg).find("999999998"), std::string::npos);
   EXPECT_FALSE(
       std::filesystem::exists(server.Path("krtnet/sessions/0042.ctl")));
   EXPECT_TRUE(std::filesystem::exists(server.Path("krtnet/sessions/0043.ctl")));
   close(held);
+}
+
+// A claim lives for a moment. Who has it, and since when, tells whether it was
+// left behind.
+TEST(Check, ClaimIsAbandonedByTheDeadAndAfterAMinuteByTheLiving) {
+  const long gone = 999999999;
+  const struct {
+    long pid;
+    time_t since;
+    bool abandoned;
+  } kCases[] = {{getpid(), 0, false}, {getpid(), 59, false}, {1, 0, false},
+                {getpid(), 60, true}, {1, 3600, true},       {gone, 0, true},
+                {gone, 3600, true}};
+  for (const auto& c : kCases) {
+    EXPECT_EQ(client::IsAbandonedClaim(c.pid, c.since), c.abandoned)
+        << c.pid << " " << c.since;
+  }
+}
+
+TEST(Check, PuttingBackOverwritesNothing) {
+  const Server server;
+  const auto spool = server.root().spool();
+  WriteFile(spool / "0001-002.999999999", "first");
+  WriteFile(spool / "0001-002.cmd", "second");
+  EXPECT_NE(
+      Troubles(server.Run({"check", "-q", "--fix", "--yes"}))
+          .find("FAIL  abandoned command 0001-002.999999999: File exists"),
+      std::string::npos);
+  EXPECT_EQ(support::ReadFile(spool / "0001-002.999999999"), "first");
+  EXPECT_EQ(support::ReadFile(spool / "0001-002.cmd"), "second");
 }
 
 TEST(Check, DamagedPhoneBookIsFoundAndMadeAnew) {
@@ -121,7 +152,7 @@ TEST(Check, DamagedPhoneBookIsFoundAndMadeAnew) {
   ASSERT_EQ(server.Run({"pb", "add", "palias=a", "lname=b"}).status, 0);
   EXPECT_EQ(Check(server), "");
   const std::string index = server.Queue("options/pbper.idx");
-  std::string bytes = support::ReadFile(index);
+  std::string bytes = ReadFile(index);
   for (size_t i = 64; i < bytes.size(); ++i) bytes[i] ^= 0x55;
   WriteFile(index, bytes);
   const Exit end = server.Run({"check", "-q"});

@@ -220,6 +220,45 @@ TEST_F(Damage, ARebuildLeavesOutWhatCannotBeKept) {
   EXPECT_EQ("", Verify(name_, model_));
 }
 
+// The index file of a table without records is as long as one with them would
+// need it.
+TEST_F(Damage, ARebuiltTableWithoutRecordsTakesThemAgain) {
+  const std::string path = name_ + ".dat";
+  Model model;
+  ASSERT_EQ(0, Fill(name_, 3, model));
+  int file = Open(name_);
+  while (!model.empty())
+    ASSERT_EQ(0, Do(file, {Op::kDelete, model.begin()->first, {}}, model));
+  CLRFIL(file);
+  std::filesystem::remove(name_ + ".idx");
+  ASSERT_EQ(0, isam_rebuild(path.c_str(), nullptr, nullptr));
+  file = Open(name_);
+  EXPECT_EQ(0, Do(file, {Op::kAdd, 0, Sample(1)}, model));
+  CLRFIL(file);
+  EXPECT_EQ("", Verify(name_, model));
+}
+
+// The ring may be all that has the last changes on disk. It is given up only
+// when the slots have them too.
+TEST_F(Damage, ARebuildSurvivesAPowerLoss) {
+  const std::string after = dir_ / "after";
+  std::mt19937 random(5);
+  Recorder recorder(base_);
+  int file = Open(base_);
+  for (uint32_t n = 900; n < 905; ++n)
+    ASSERT_EQ(0, Do(file, {Op::kRewrite, n % 2 + 1, Sample(n)}, model_));
+  CLRFIL(file);
+  const size_t begin = recorder.events();
+  ASSERT_EQ(0, isam_rebuild((base_ + ".dat").c_str(), nullptr, nullptr));
+  for (size_t trial = begin; trial <= recorder.events() + 150; ++trial) {
+    const size_t moment = std::min(trial, recorder.events() - 5);
+    recorder.PowerLoss(moment, random, after);
+    RestartMachine();
+    isam_rebuild((after + ".dat").c_str(), nullptr, nullptr);
+    ASSERT_EQ("", Verify(after, model_)) << "event " << moment - begin;
+  }
+}
+
 // Without them nobody can read the records, whatever the indexes.
 TEST_F(Damage, ARebuildNeedsTheFieldDefinitions) {
   std::string dat = bytes_[1], said;

@@ -173,6 +173,25 @@ TEST_F(Command, DirectoryThatCannotBeMadeIsASystemError) {
   carol.Talk("create => 40\nopen => 38");
 }
 
+// A user owns the directory that "options" lies in.
+TEST_F(Command, BookBehindALinkIsNotTheUsers) {
+  AddPersons({"a"});
+  client_.Talk("create pbtype=pbt-sys\nperadd | palias=s");
+  std::filesystem::create_directories(root_ / "faxq/mallory");
+  for (const char* target : {"../alice/options", "../.."}) {
+    SCOPED_TRACE(target);
+    const std::filesystem::path link = root_ / "faxq/mallory/options";
+    std::filesystem::remove(link);
+    std::filesystem::create_symlink(target, link);
+    Client mallory("mallory");
+    mallory.Talk("open => 38\ncreate => 40\ndelete => 29");
+  }
+  client_.Talk(R"(
+lstper pbtype=pbt-sys rcmd=pbc-first => [s]
+lstper pbtype=pbt-usr rcmd=pbc-first => [a]
+)");
+}
+
 // A user may put any file where the book should be.
 TEST_F(Command, TableOfAnotherLayoutIsNoBook) {
   const std::string dir = root_ / "faxq/alice/options/";

@@ -17,6 +17,9 @@ namespace {
 namespace fs = std::filesystem;
 using Names = std::set<std::string>;
 
+// The error of a call, 0 where it succeeds.
+int ErrnoOf(int result) { return result == 0 ? 0 : errno; }
+
 mode_t PermsOf(const std::string& path) {
   struct stat st = {};
   EXPECT_EQ(lstat(path.c_str(), &st), 0);
@@ -81,10 +84,8 @@ TEST_F(Files, CopyTakesContentAndPermissions) {
 
 TEST_F(Files, FailedCopyLeavesNothing) {
   ASSERT_EQ(mkfifo("fifo", 0600), 0);
-  EXPECT_EQ(Kut_copy_file("fifo", "to"), -1);
-  EXPECT_EQ(errno, EINVAL);
-  EXPECT_EQ(Kut_copy_file("none", "to"), -1);
-  EXPECT_EQ(errno, ENOENT);
+  EXPECT_EQ(ErrnoOf(Kut_copy_file("fifo", "to")), EINVAL);
+  EXPECT_EQ(ErrnoOf(Kut_copy_file("none", "to")), ENOENT);
   EXPECT_EQ(List(), Names{"fifo"});
 }
 
@@ -133,27 +134,23 @@ TEST_F(Files, ReplacementThatCannotBeWrittenIsRemoved) {
   ASSERT_TRUE(full.valid() && stream != nullptr);
   ASSERT_GE(dup3(full.get(), file.fd(), O_CLOEXEC), 0);  // "no space" from here
   fputs("new", stream);
-  EXPECT_EQ(file.Commit(), -1);
-  EXPECT_EQ(errno, ENOSPC);
+  EXPECT_EQ(ErrnoOf(file.Commit()), ENOSPC);
   EXPECT_EQ(ReadFile("target"), "old");
   EXPECT_EQ(List(), Names{"target"});
-  EXPECT_EQ(file.Commit(), -1);
-  EXPECT_EQ(errno, EBADF);
+  EXPECT_EQ(ErrnoOf(file.Commit()), EBADF);
 }
 
 TEST_F(Files, ReplacementOverADirectoryFails) {
   ASSERT_EQ(Kut_make_dir("target"), 0);
   FileReplacer file;
   ASSERT_EQ(file.Open("target", 0600), 0);
-  EXPECT_EQ(file.Commit(), -1);
-  EXPECT_EQ(errno, EISDIR);
+  EXPECT_EQ(ErrnoOf(file.Commit()), EISDIR);
   EXPECT_EQ(List(), Names{"target"});
 
-  EXPECT_EQ(file.Open("none/target", 0600), -1);
-  EXPECT_EQ(errno, ENOENT);
+  EXPECT_EQ(ErrnoOf(file.Open("none/target", 0600)), ENOENT);
   EXPECT_EQ(file.Open("", 0600), -1);
-  EXPECT_EQ(file.Open(std::string(5000, 'x').c_str(), 0600), -1);
-  EXPECT_EQ(errno, ENAMETOOLONG);
+  EXPECT_EQ(ErrnoOf(file.Open(std::string(5000, 'x').c_str(), 0600)),
+            ENAMETOOLONG);
 }
 
 TEST_F(Files, ReplacementRelativeToADirectory) {
@@ -175,8 +172,7 @@ TEST_F(Files, DirectoriesAreMade) {
   EXPECT_EQ(Kut_make_dir_path("a/b/c"), 0);
   EXPECT_TRUE(fs::is_directory("a/b/c"));
   WriteFile("file", "");
-  EXPECT_EQ(Kut_make_dir_path("file"), -1);
-  EXPECT_EQ(errno, ENOTDIR);
+  EXPECT_EQ(ErrnoOf(Kut_make_dir_path("file")), ENOTDIR);
   EXPECT_EQ(Kut_make_dir_path("file/under"), -1);
   EXPECT_EQ(Kut_make_dir_path(""), -1);
   EXPECT_EQ(Kut_delete_dir("a/b"), -1) << "not empty";

@@ -170,7 +170,8 @@ class Rebuilder {
       return false;
     const std::vector<uint8_t> read = slot_;
     SealSlot(slot_.data(), number, layout_);
-    return read == slot_;
+    // A number that was never given would leave none to give.
+    return read == slot_ && Get32(slot_.data() + kSlotHeader) <= kLastSerial;
   }
 
   isam_code ReadSlots() {

@@ -57,7 +57,9 @@ isam_code GrowFile(Table& table, int fd, off_t start, off_t unit, uint32_t need,
     return code;
   }
   if (isam_code code = SyncOrDistrust(table, fd)) return code;
-  *capacity = static_cast<uint32_t>((to - start) / unit);
+  // The last step may go further than numbers reach.
+  *capacity = static_cast<uint32_t>(
+      std::min<off_t>((to - start) / unit, kSlotUsed - 1));
   return kIsamOk;
 }
 

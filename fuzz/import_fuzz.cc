@@ -1,7 +1,9 @@
 // Any text as a file of persons to import, CSV or vCards: an error that names a
 // line, or rows; and the persons that they make come back from their own vCard
 // and from their own line of CSV.
+#include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -10,7 +12,8 @@
 #include "client/person.h"
 #include "client/vcard.h"
 #include "fuzz/check.h"
-#include "fuzz/objects.h"
+#include "kx/kxobj.h"
+#include "kx/object.h"
 
 namespace {
 
@@ -26,21 +29,24 @@ kx::Object PersonOf(const Values& values) {
   return person;
 }
 
-// A value that has a line break in it is not told apart from one with a blank
-// in an object's text form; all others are compared.
+const char* g_version;  // of vCards
+
 void CheckVcard(kx_object* person) {
-  for (const char* version : {"3.0", "4.0"}) {
-    const std::string text = client::VcardOf(person, version);
-    std::vector<client::Card> cards;
-    CHECK(client::ParseVcards(text, &cards).ok());
-    CHECK(cards.size() == 1 && cards[0].line == 1);
-    kx::Object back = kx::Build("obj-person");
-    for (const auto& [name, value] : cards[0].values) {
-      // The parts that stand beside it are exact.
-      if (kx_field(name.c_str(), back.get()) == nullptr) continue;
-      CHECK(client::SetPersonText(back.get(), name, value).ok());
-    }
-    CHECK(fuzz::TextOf(back.get()) == fuzz::TextOf(person));
+  const std::string text = client::VcardOf(person, g_version);
+  std::vector<client::Card> cards;
+  CHECK(client::ParseVcards(text, &cards).ok());
+  CHECK(cards.size() == 1 && cards[0].line == 1);
+  kx::Object back = kx::Build("obj-person");
+  for (const auto& [name, value] : cards[0].values) {
+    // The parts that stand beside a combined name are exact.
+    if (kx_field(name.c_str(), back.get()) == nullptr) continue;
+    CHECK(client::SetPersonText(back.get(), name, value).ok());
+  }
+  for (const char* field : client::PersonFields()) {
+    const char* there = kx::Text(person, field);
+    const char* here = kx::Text(back.get(), field);
+    CHECK((there == nullptr) == (here == nullptr));
+    CHECK(there == nullptr || std::strcmp(there, here) == 0);
   }
 }
 
@@ -102,7 +108,11 @@ void Vcards(const std::string& text) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
-  const std::string text(reinterpret_cast<const char*>(data) + 1, size - 1);
+  // Rows do not depend on each other: a few show as much as many, and sooner.
+  constexpr std::size_t kMost = 600;
+  const std::string text(reinterpret_cast<const char*>(data) + 1,
+                         std::min(size, kMost) - 1);
+  g_version = data[0] / 2 % 2 == 0 ? "3.0" : "4.0";
   data[0] % 2 == 0 ? Csv(text) : Vcards(text);
   return 0;
 }

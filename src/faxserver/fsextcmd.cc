@@ -71,6 +71,12 @@ struct Child {
   bool ended = false;
   int status = 0;
 
+  // One that nobody listens to any more is not left running.
+  ~Child() {
+    if (pid <= 0 || ended) return;
+    fx_kill_guarded(pid);
+    Wait();
+  }
   bool HasEnded() {
     if (!ended && waitpid(pid, &status, WNOHANG) == pid) ended = true;
     return ended;
@@ -179,7 +185,7 @@ kx_object* Run(const Arguments& arguments, const kut_identity* identity,
 
 }  // namespace
 
-kx_object* fx_extcmd(const char*, const char* user, kx_object* extcmd) {
+kx_object* fx_extcmd(const char*, const char* user, kx_object* extcmd) try {
   Arguments arguments;
   if (!MakeArguments(extcmd, &arguments)) return fx_null(kx_err_data);
   kut_identity identity;
@@ -189,6 +195,8 @@ kx_object* fx_extcmd(const char*, const char* user, kx_object* extcmd) {
   }
   const fx_child_guard guard;
   return Run(arguments, run_as, kx::Bool(extcmd, "retobj") == 1);
+} catch (const std::bad_alloc&) {
+  return fx_null(kx_err_memory);
 }
 
 int fx_run_as(const char* user, const char* command) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 #include "isam/isbytes.h"
 #include "isam/ispage.h"
@@ -159,8 +160,9 @@ isam_code ApplyChange(Change& change) {
   return code;
 }
 
-// What the table now knows without reading it again.
-void Adopt(Change& change, const State& state) {
+// What the table now knows without reading it again: less, without memory. The
+// commit stands, so nothing may fail any more.
+void Adopt(Change& change, const State& state) try {
   Table& table = change.table;
   table.state = state;
   EncodeState(state, table.layout.salt, table.state_bytes);
@@ -168,6 +170,8 @@ void Adopt(Change& change, const State& state) {
   table.ahead.direction = 0;
   for (auto& [number, page] : change.pages)
     memcpy(table.cache.Room(number), page.get(), kPageSize);
+} catch (const std::bad_alloc&) {
+  Forget(change.table);
 }
 
 // Writes the flushed entry's contents in place. The commit counts from the

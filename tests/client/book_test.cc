@@ -5,8 +5,6 @@ namespace {
 
 using ctl::Server;
 using ctl::Session;
-using support::ReadFile;
-using support::WriteFile;
 
 class Book : public ::testing::Test {
  protected:

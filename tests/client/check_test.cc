@@ -13,7 +13,6 @@ namespace {
 
 using ctl::Server;
 using support::Exit;
-using support::WriteFile;
 
 // The findings that are not "ok", but for what this machine may lack: the fax
 // system's user, and the processes of the rest of the fax server.
@@ -76,7 +75,7 @@ TEST(Check, WhatLiesAboutIsFoundAndRepaired) {
   const auto spool = server.root().spool();
   // What was alive when the daemon registered and is dead now.
   const std::string reg = server.Path("krtnet/krtnet.lck");
-  WriteFile(reg, support::ReadFile(reg) + "999999998:krtcmd\n");
+  WriteFile(reg, ReadFile(reg) + "999999998:krtcmd\n");
   const utimbuf old = {1, 1};
   const std::string command = support::Command("cmd-noop", 1, 2);
   WriteFile(spool / "0001-002.999999999", command);
@@ -109,7 +108,7 @@ TEST(Check, WhatLiesAboutIsFoundAndRepaired) {
   EXPECT_TRUE(std::filesystem::exists(spool / "0001-002.999999999"));
   server.Run({"check", "--fix", "--yes"});
   EXPECT_NE(server.root().Response("0001-002"), "");
-  EXPECT_EQ(support::ReadFile(reg).find("999999998"), std::string::npos);
+  EXPECT_EQ(ReadFile(reg).find("999999998"), std::string::npos);
   EXPECT_FALSE(
       std::filesystem::exists(server.Path("krtnet/sessions/0042.ctl")));
   EXPECT_TRUE(std::filesystem::exists(server.Path("krtnet/sessions/0043.ctl")));
@@ -153,7 +152,7 @@ TEST(Check, DamagedPhoneBookIsFoundAndMadeAnew) {
   ASSERT_EQ(server.Run({"pb", "add", "palias=a", "lname=b"}).status, 0);
   EXPECT_EQ(Check(server), "");
   const std::string index = server.Queue("options/pbper.idx");
-  std::string bytes = support::ReadFile(index);
+  std::string bytes = ReadFile(index);
   for (size_t i = 64; i < bytes.size(); ++i) bytes[i] ^= 0x55;
   WriteFile(index, bytes);
   const Exit end = server.Run({"check", "-q"});

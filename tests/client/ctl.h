@@ -19,8 +19,6 @@ namespace ctl {
 
 using support::Eventually;
 using support::Exit;
-using support::ReadFile;
-using support::WriteFile;
 
 // A root with the caller as its fax user; the real daemon where a test starts
 // it.

@@ -23,7 +23,6 @@ using client::Status;
 using ctl::Server;
 using support::Eventually;
 using support::Exit;
-using support::ReadFile;
 
 Place PlaceOf(const Server& server) {
   Place place;
@@ -89,9 +88,9 @@ TEST(Slots, LeftOverNumberGoesOnCountingAndUsedOneIsLeftAlone) {
   for (int i = 0; i < client::kSlots; ++i) {
     char name[32];
     snprintf(name, sizeof name, "%04d-001.rsp", i);
-    if (i != 77) support::WriteFile(server.root().spool() / name, "");
+    if (i != 77) WriteFile(server.root().spool() / name, "");
   }
-  support::WriteFile(server.Path("krtnet/sessions/0077.ctl"), "998\n");
+  WriteFile(server.Path("krtnet/sessions/0077.ctl"), "998\n");
   Slot slot;
   ASSERT_TRUE(slot.Reserve(place).ok());
   EXPECT_EQ(slot.number(), 77);
@@ -120,14 +119,14 @@ TEST(Exchanges, ResponseOfAnotherSessionIsNotTaken) {
   kx::Object late(Kfx_Copy_Obj(cmd.get()));
   kx::SetNumber(late.get(), "sessionid",
                 kx::Number(cmd.get(), "sessionid") ^ 10000);
-  support::WriteFile(rsp, client::TextForm(late.get()));
+  WriteFile(rsp, client::TextForm(late.get()));
   size_t which;
   kx::Object answer;
   client::WaitFor wait{client::NowMs() + 100, -1, nullptr};
   EXPECT_EQ(exchange.WaitAny({name}, wait, &which, &answer).code,
             krt_timed_out);
   kx::SetNumber(cmd.get(), "result", 0);
-  support::WriteFile(rsp, client::TextForm(cmd.get()));
+  WriteFile(rsp, client::TextForm(cmd.get()));
   wait.deadline = client::After(10);
   EXPECT_TRUE(exchange.WaitAny({name}, wait, &which, &answer).ok());
   EXPECT_FALSE(std::filesystem::exists(rsp));
@@ -203,7 +202,7 @@ TEST(GivingUp, ClaimedCommandIsCollectedLater) {
   const std::string claim = server.root().spool() / (name + ".1");
   const std::string answer = ReadFile(claim);
   std::filesystem::remove(claim);
-  support::WriteFile(server.root().spool() / (name + ".rsp"), answer);
+  WriteFile(server.root().spool() / (name + ".rsp"), answer);
   const Exit late = server.Run({"collect", name});
   EXPECT_EQ(late.status, 1);  // a command has no "result"
   EXPECT_EQ(late.out, answer);
@@ -278,7 +277,7 @@ TEST(Places, RootComesFromTheFirstThatNamesOne) {
     std::string text = c.line;
     const size_t at = text.find("%s");
     if (at != text.npos) text.replace(at, 2, root);
-    support::WriteFile(defaults, text + "\n");
+    WriteFile(defaults, text + "\n");
     Place place;
     client::ChooseRoot(nullptr, defaults.c_str(), &place);
     EXPECT_EQ(place.root, c.found ? root : "/usr/krtfax/spool") << text;

@@ -264,7 +264,7 @@ TEST(Completions, LoadAndOfferWhatFits) {
     ++tried;
     const std::string file = server.Path("script." + name);
     const std::string start = name == "zsh" ? "compdef() { :; }\n" : "";
-    support::WriteFile(file, start + script.out + shell.ask);
+    WriteFile(file, start + script.out + shell.ask);
     for (const auto& [words, due] : kCases) {
       const Exit end = support::RunProgram(
           "/bin/sh",

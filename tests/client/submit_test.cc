@@ -8,9 +8,7 @@ namespace {
 using ctl::Server;
 using ctl::Session;
 using support::Exit;
-using support::ReadFile;
 using support::SimulatorProcess;
-using support::WriteFile;
 
 class Submit : public ::testing::Test {
  protected:

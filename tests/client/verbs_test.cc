@@ -8,8 +8,6 @@ namespace {
 using ctl::Server;
 using ctl::Session;
 using support::Exit;
-using support::ReadFile;
-using support::WriteFile;
 
 class Verbs : public ::testing::Test {
  protected:

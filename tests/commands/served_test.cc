@@ -160,7 +160,7 @@ TEST_P(Served, EveryCommandHasItsAnswer) {
   }
   EXPECT_EQ(scheduler.Take().size(), 2u * 68);
   EXPECT_EQ(spool.Take().size(), 80u);
-  EXPECT_EQ(support::ReadFile(Path("faxq/bob/a.fax")), "Cat");
+  EXPECT_EQ(ReadFile(Path("faxq/bob/a.fax")), "Cat");
   EXPECT_EQ(daemon_->Stop(), 0);
 }
 

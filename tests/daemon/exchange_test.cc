@@ -113,8 +113,8 @@ TEST_P(Exchange, CopiesAreKeptOnDemand) {
   const std::string command = Command("cmd-statlst", 7, 1, "respond=true\n");
   root.Drop("a", command);
   const std::string response = root.Response("0007-001");
-  EXPECT_EQ(support::ReadFile(root.spool() / "save/0007-001.cmd"), command);
-  EXPECT_EQ(support::ReadFile(root.spool() / "save/0007-001.rsp"), response);
+  EXPECT_EQ(ReadFile(root.spool() / "save/0007-001.cmd"), command);
+  EXPECT_EQ(ReadFile(root.spool() / "save/0007-001.rsp"), response);
 }
 
 // The daemon sleeps for a minute a pass; each command wakes it.
@@ -182,7 +182,7 @@ TEST(Workers, DescriptorsAndZombiesDoNotGrow) {
   EXPECT_EQ(OpenDescriptors(daemon.pid()), before);
   const auto children = "/proc/" + std::to_string(daemon.pid()) + "/task/" +
                         std::to_string(daemon.pid()) + "/children";
-  EXPECT_TRUE(Eventually([&] { return support::ReadFile(children).empty(); }));
+  EXPECT_TRUE(Eventually([&] { return ReadFile(children).empty(); }));
 }
 
 // Three daemons on one directory; one is killed in the middle. What it had

@@ -12,7 +12,6 @@ namespace {
 using support::DaemonProcess;
 using support::Eventually;
 using support::Exit;
-using support::ReadFile;
 using support::RunProgram;
 using support::SampleRoot;
 

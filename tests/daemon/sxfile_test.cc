@@ -14,9 +14,7 @@
 namespace {
 
 using support::Command;
-using support::ReadFile;
 using support::SampleRoot;
-using support::WriteFile;
 
 class SxFile : public ::testing::Test {
  protected:

@@ -27,7 +27,11 @@ using support::Exit;
 using support::ReadFile;
 using support::SampleRoot;
 
+#ifdef __SANITIZE_ADDRESS__
+constexpr int kExchanges = 2500;  // a process takes long to start
+#else
 constexpr int kExchanges = 10000;
+#endif
 constexpr int kDaemons = 3;
 constexpr size_t kUnderWay = 80;
 constexpr int kAnswersPerKill = 40;  // at most
@@ -72,17 +76,27 @@ class Crew {
     CollectOrphans();
   }
 
-  // Lets each daemon finish what it has taken, and ends it. Workers get the
-  // time they need: a daemon that ends kills those it still has.
+  // Lets each daemon finish what it has taken, and ends it; no command is
+  // waiting. One with workers kills those it still has, so they get the time
+  // they need. An inline daemon is not stopped: it may hold the phone book.
   void Retire(SpoolClient& client) {
-    for (const Member& member : members_) kill(member.pid(), SIGSTOP);
+    std::vector<Member*> with_workers;
     for (Member& member : members_) {
-      kill(member.pid(), SIGCONT);
+      if (member.inline_mode) {
+        EXPECT_EQ(member.daemon->Stop(), 0) << member.daemon->Log();
+      } else {
+        kill(member.pid(), SIGSTOP);
+        with_workers.push_back(&member);
+      }
+    }
+    for (Member* member : with_workers) {
+      kill(member->pid(), SIGCONT);
       // What it had claimed before, it has handed to a worker by now.
       const Answer probe = client.Ask("cmd-noop");
       EXPECT_EQ(probe.result, 0) << probe.text;
-      EXPECT_TRUE(Eventually([&] { return ChildrenOf(member.pid()).empty(); }));
-      EXPECT_EQ(member.daemon->Stop(), 0) << member.daemon->Log();
+      EXPECT_TRUE(
+          Eventually([&] { return ChildrenOf(member->pid()).empty(); }));
+      EXPECT_EQ(member->daemon->Stop(), 0) << member->daemon->Log();
     }
     EXPECT_TRUE(Eventually([&] { return CollectOrphans(); }));
   }
@@ -167,8 +181,12 @@ class Kill : public testing::Test {
 
   void Keep(const std::vector<Answer>& answers) {
     for (const Answer& answer : answers) {
-      EXPECT_EQ(answer.result, 0) << answer.text;
+      // On a busy machine the lock on the book may not be had in time.
+      const bool refused =
+          persons_.contains(answer.name) && answer.errmsg == "C-Tree error";
+      EXPECT_TRUE(answer.result == 0 || refused) << answer.text;
       answered_.insert(answer.name);
+      if (refused) refused_.insert(answer.name);
     }
     // A record of the spool fifo begins with the name of the saved command.
     for (std::string more; !(more = fifo_.Take()).empty();) {
@@ -269,7 +287,7 @@ class Kill : public testing::Test {
   SampleRoot root_;
   FifoReader fifo_{root_.spool() / "kfifo"};
   SpoolClient client_{root_.spool(), user_};
-  std::set<std::string> answered_;
+  std::set<std::string> answered_, refused_;
   std::map<std::string, std::string> persons_;  // aliases, by exchange
   std::set<std::string> submits_;
   std::string fifo_content_;
@@ -310,9 +328,10 @@ void Kill::CheckPersons() const {
   }
   for (const auto& [exchange, alias] : persons_) {
     const int count = times.contains(alias) ? times[alias] : 0;
-    const bool acknowledged = answered_.contains(exchange);
+    const bool refused = refused_.contains(exchange);
+    const bool acknowledged = answered_.contains(exchange) && !refused;
     EXPECT_GE(count, acknowledged ? 1 : 0) << alias << " is lost";
-    EXPECT_LE(count, claims.contains(exchange) ? 0 : 1) << alias;
+    EXPECT_LE(count, refused || claims.contains(exchange) ? 0 : 1) << alias;
     times.erase(alias);
   }
   EXPECT_EQ(times.size(), 1U) << book.out.substr(0, 200);  // the heading

@@ -135,10 +135,9 @@ TEST_F(Life, BusyOnceThenSent) {
   EXPECT_FALSE(root_.Has("temp/f-1.fax"));
   EXPECT_EQ(fx_get_jobs_in_queue(""), 0);
   EXPECT_EQ(fx_get_device_state("", 0), 2);
-  EXPECT_EQ(
-      support::ReadFile(root_.Path("faxq/" + root_.user() + "/msgs/fax-1.msg")),
-      "Your fax to 555-0199 (request 1)\nNormal\nAttempts: 2\n"
-      "Pages: 3\n");
+  EXPECT_EQ(ReadFile(root_.Path("faxq/" + root_.user() + "/msgs/fax-1.msg")),
+            "Your fax to 555-0199 (request 1)\nNormal\nAttempts: 2\n"
+            "Pages: 3\n");
   EXPECT_TRUE(sim_->Await("krtnet.net: event 8 for " + root_.user() +
                           ": messages changed\n"));
 }
@@ -271,7 +270,7 @@ TEST_F(Life, WhatCannotBeQueuedIsRefusedWithTheReason) {
   // Who had the daemon's answer finds a message.
   Ask("cmd-sendfax", "respond=false\n" + Argument("obj-env", ""));
   EXPECT_TRUE(support::Eventually([&] {
-    return support::ReadFile(
+    return ReadFile(
                root_.Path("faxq/" + root_.user() + "/msgs/0001-007.msg")) ==
            "Your fax was not queued: No destination\n";
   }));
@@ -284,12 +283,12 @@ TEST_F(Life, RequestOfAKilledRunIsTakenUp) {
   sim_->Stop(SIGKILL);
   // Saved by the daemon for a reader that never saw the record.
   const std::string queued = root_.Path("krtnet/queued/0001-009");
-  support::WriteFile(
-      queued, support::Command("cmd-sendfax", 1, 9,
-                               "clientid=" + root_.user() + "\nrespond=true\n" +
-                                   Argument("obj-senv", "tofnum=5550101\n")));
+  WriteFile(queued,
+            support::Command("cmd-sendfax", 1, 9,
+                             "clientid=" + root_.user() + "\nrespond=true\n" +
+                                 Argument("obj-senv", "tofnum=5550101\n")));
   const std::string fresh = root_.Path("krtnet/queued/0001-010");
-  support::WriteFile(fresh, support::ReadFile(queued));
+  WriteFile(fresh, ReadFile(queued));
   std::filesystem::last_write_time(
       queued,
       std::filesystem::file_time_type::clock::now() - std::chrono::minutes(5));
@@ -305,7 +304,7 @@ TEST_F(Life, RequestOfAKilledRunIsTakenUp) {
 
 TEST_F(Life, SavedCommandThatIsNoneIsPutAside) {
   Start({});
-  support::WriteFile(root_.Path("krtnet/queued/junk"), "no pairs here\n");
+  WriteFile(root_.Path("krtnet/queued/junk"), "no pairs here\n");
   std::string record(80, '\0');
   record.replace(0, 4, "junk");
   const int fifo = open(root_.Path("krtnet/filspool/kfifo").c_str(), O_WRONLY);

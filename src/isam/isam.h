@@ -270,8 +270,9 @@ int isam_check(const char* path, isam_report report, void* context);
 // unique keys all but the oldest, cannot be kept: each is reported. Without
 // whole field definitions it is not done (kIsamDamaged): they stand nowhere
 // else. No other process may change the table meanwhile (kIsamCannotLock);
-// readers get kIsamDamaged until it is done. Dying in it leaves a table that
-// must be rebuilt again. 0, or why it could not be done.
+// readers get kIsamDamaged until it is done. Dying or failing in it, as at a
+// record that cannot be read (kIsamIo), leaves a table that must be rebuilt
+// again. 0, or why it could not be done.
 int isam_rebuild(const char* path, isam_report report, void* context);
 
 #endif  // ISAM_ISAM_H_

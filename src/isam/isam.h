@@ -105,7 +105,8 @@ struct IFIL {
   const char* name;     // path without extension
   int file_no;          // -1; CREIFIL puts the file number here
   int record_length;    // bytes, serial number (4) included
-  int data_extension;   // bytes the data file grows by at least, >= 0
+  int data_extension;   // bytes the data file grows by at least, >= 0; no more
+                        // than 1 MiB of it counts
   int data_mode;        // kept and returned, not used
   int index_count;      // 1 to kIsamMaxIndexes; index 0 is that of the serial
                         // numbers: one kIsamSerial segment, no duplicates

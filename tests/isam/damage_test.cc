@@ -255,6 +255,26 @@ TEST_F(Damage, ARebuildSurvivesAPowerLoss) {
   }
 }
 
+// Each step of growth is written and flushed by whoever changes the table.
+TEST_F(Damage, AHeaderCannotDemandADiskFullOfZeros) {
+  isam::Layout layout = table_->layout;
+  layout.data_extension = layout.index_extension = 64 << 20;
+  std::string bytes[2] = {bytes_[0], bytes_[1]};
+  const isam::FileKind kinds[] = {isam::FileKind::kIndex,
+                                  isam::FileKind::kData};
+  for (int i = 0; i < 2; ++i)
+    isam::EncodeHeader(layout, kinds[i],
+                       reinterpret_cast<uint8_t*>(bytes[i].data()));
+  Write(bytes[0], bytes[1]);
+  const int file = Open(name_);
+  for (uint32_t n = 100; n < 500; ++n)
+    ASSERT_EQ(0, Do(file, {Op::kAdd, 0, Sample(n)}, model_));
+  CLRFIL(file);
+  EXPECT_EQ("", Verify(name_, model_));
+  for (const char* extension : kFiles)
+    EXPECT_LT(std::filesystem::file_size(name_ + extension), 3u << 20);
+}
+
 // Without them nobody can read the records, whatever the indexes.
 TEST_F(Damage, ARebuildNeedsTheFieldDefinitions) {
   std::string dat = bytes_[1], said;

@@ -64,11 +64,11 @@ Store& Filled(const Kind& kind, uint32_t persons) {
   return *store;
 }
 
-// Persons that are not in any book yet. What a forked writer has taken is
-// skipped, as it may have left some.
-uint32_t g_next_newcomer = 10'000'000;
-Person Newcomer() { return MakePerson(g_next_newcomer++); }
-void SkipNewcomers() { g_next_newcomer += 10'000'000; }
+// Persons that are not in any book yet.
+Person Newcomer() {
+  static uint32_t next = 10'000'000;
+  return MakePerson(next++);
+}
 
 class Opened {
  public:
@@ -180,21 +180,28 @@ void ScanAll(Run& run) {
            });
 }
 
-// While another process adds and deletes without a pause.
+// While another process adds and deletes without a pause. It ends between the
+// two, so that nobody is left in the book.
+volatile sig_atomic_t g_stop = 0;
+
+[[noreturn]] void AddAndDelete(Store& store) {
+  signal(SIGTERM, [](int) { g_stop = 1; });
+  store.Open(true);
+  while (g_stop == 0) {
+    const Person person = Newcomer();
+    store.Add(person);
+    store.Delete(person.alias);
+  }
+  store.Close();
+  _exit(0);
+}
+
 void GetBesideWriter(Run& run) {
   const pid_t writer = fork();
-  if (writer == 0) {
-    run.store.Open(true);
-    for (;;) {
-      const Person person = Newcomer();
-      run.store.Add(person);
-      run.store.Delete(person.alias);
-    }
-  }
+  if (writer == 0) AddAndDelete(run.store);
   Get(run);
-  kill(writer, SIGKILL);
+  kill(writer, SIGTERM);
   waitpid(writer, nullptr, 0);
-  SkipNewcomers();
 }
 
 // Ends the process at a write to the store's files.

@@ -172,7 +172,10 @@ class Rebuilder {
       return code;
     const std::vector<uint8_t> read = slot_;
     SealSlot(slot_.data(), number, layout_);
-    return read == slot_ ? kIsamOk : kIsamDamaged;
+    // A number that was never given would leave none to give.
+    return read == slot_ && Get32(slot_.data() + kSlotHeader) <= kLastSerial
+               ? kIsamOk
+               : kIsamDamaged;
   }
 
   isam_code ReadSlots() {

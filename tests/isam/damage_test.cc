@@ -197,7 +197,9 @@ TEST_F(Damage, ARebuildLeavesOutWhatCannotBeKept) {
     return reinterpret_cast<uint8_t*>(dat.data()) +
            table_->layout.slot_offset(n);
   };
-  slot(8)[100] ^= 1;  // damaged
+  slot(8)[100] ^= 1;                                      // damaged
+  isam::Put32(slot(11) + isam::kSlotHeader, 0xffffffff);  // never given
+  isam::SealSlot(slot(11), 11, table_->layout);
   // Record 10 gets the alias of record 9.
   memcpy(slot(10) + isam::kSlotHeader + 4, slot(9) + isam::kSlotHeader + 4,
          kAlias);
@@ -209,10 +211,12 @@ TEST_F(Damage, ARebuildLeavesOutWhatCannotBeKept) {
   ASSERT_EQ(0, isam_rebuild((name_ + ".dat").c_str(), AppendLine, &said));
   EXPECT_EQ(
       "the record in slot 8 is damaged and was left out\n"
+      "the record in slot 11 is damaged and was left out\n"
       "record 10 has a key of record 9 and was left out\n",
       said);
   model_.erase(8);
   model_.erase(10);
+  model_.erase(11);
   EXPECT_EQ("", Verify(name_, model_));
 }
 

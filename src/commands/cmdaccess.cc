@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
-#include <string>
 #include <vector>
 
 #include "cm/cmkrt.h"
@@ -65,7 +64,7 @@ struct Owner {
   bool known;  // has an entry; all below is set only then
   bool in_fax_group;
   gid_t gid;
-  std::string login;
+  char login[256];
 };
 
 // A daemon that serves commands by itself asks the database once a second, not
@@ -80,15 +79,16 @@ const Owner& OwnerOf(const struct stat& st) {
   g_owner_asked = -1;  // until all is known: there may be no memory for it
   g_owner = {};
   g_owner.uid = st.st_uid;
+  errno = 0;
   // Of root no more than the uid matters.
   const passwd* entry = st.st_uid != 0 ? getpwuid(st.st_uid) : nullptr;
-  if (entry != nullptr) {
-    g_owner.known = true;
-    g_owner.gid = entry->pw_gid;
-    g_owner.login = entry->pw_name;
+  if (entry != nullptr && std::strlen(entry->pw_name) < sizeof g_owner.login) {
     g_owner.in_fax_group = IsInFaxGroup(*entry);
+    g_owner.gid = entry->pw_gid;
+    std::strcpy(g_owner.login, entry->pw_name);
+    g_owner.known = true;
   }
-  g_owner_asked = now.tv_sec;
+  if (entry != nullptr || !Kut_is_shortage(errno)) g_owner_asked = now.tv_sec;
   return g_owner;
 }
 
@@ -153,7 +153,7 @@ void LogRefusal(kx_object* cmd, const struct stat* st) {
            static_cast<long>(kx::Number(cmd, "sessionid")),
            kx::Number(cmd, "reference"),
            owner.uid == 0 ? "root"
-           : owner.known  ? owner.login.c_str()
+           : owner.known  ? owner.login
                           : "nobody known",
            static_cast<unsigned>(st->st_uid),
            static_cast<unsigned>(st->st_mode & 07777));
@@ -171,7 +171,7 @@ bool IsPermitted(const cmd_row& row, kx_object* cmd, const struct stat& st) {
     }
   }
   if (trust != Trust::kSelf) return trust != Trust::kNobody;
-  const char* login = owner.login.c_str();
+  const char* login = owner.login;
   return std::strcmp(client, login) == 0 && NamesOnly(login, cmd);
 }
 

@@ -259,6 +259,19 @@ TEST_F(Damage, ARebuildSurvivesAPowerLoss) {
   }
 }
 
+TEST_F(Damage, AnEmptyTableIsRebuiltToo) {
+  const std::string name = dir_ / "empty", path = name + ".dat";
+  ASSERT_EQ(0, Create(name));
+  WriteFile(name + ".idx", "");
+  ASSERT_EQ(0, isam_rebuild(path.c_str(), nullptr, nullptr));
+  EXPECT_EQ(0, isam_check(path.c_str(), nullptr, nullptr));
+  Model model;
+  const int file = Open(name);
+  EXPECT_EQ(0, Do(file, {Op::kAdd, 0, Sample(1)}, model));
+  CLRFIL(file);
+  EXPECT_EQ("", Verify(name, model));
+}
+
 // Each step of growth is written and flushed by whoever changes the table.
 TEST_F(Damage, AHeaderCannotDemandADiskFullOfZeros) {
   isam::Layout layout = table_->layout;

@@ -96,6 +96,7 @@ constexpr off_t kRingOffset = 8192;
 constexpr uint32_t kPageHeader = 32;
 constexpr uint32_t kSlotHeader = 12;
 constexpr uint32_t kSlotUsed = 0xffffffff;
+constexpr uint32_t kLastSerial = 0xfffffffe;  // no higher number is given
 constexpr uint32_t kEntryHeader = 48;
 constexpr uint32_t kImageHeader = 12;
 

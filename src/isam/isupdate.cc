@@ -12,8 +12,6 @@
 namespace isam {
 namespace {
 
-constexpr uint32_t kLastSerial = 0xfffffffe;
-
 // Builds a change with `build` and commits it.
 template <typename Build>
 isam_code Update(Table& table, bool keep_lock, Build build) {

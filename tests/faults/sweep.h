@@ -51,6 +51,10 @@ inline std::string Describe(const FaultRow& row, int n) {
   return text.str();
 }
 
+inline std::string Unless(bool right, const std::string& complaint) {
+  return right ? "" : complaint;
+}
+
 inline int CountFiles(const std::string& dir) {
   int count = 0;
   std::error_code gone;
@@ -62,6 +66,20 @@ inline int CountFiles(const std::string& dir) {
 }
 inline int CountDescriptors(pid_t pid) {
   return CountFiles("/proc/" + std::to_string(pid) + "/fd");
+}
+
+// Removes the files that are somebody's on the way to their names; whether
+// there were any.
+inline bool RemoveTemporaries(const std::filesystem::path& root) {
+  bool found = false;
+  for (const auto& entry :
+       std::filesystem::recursive_directory_iterator(root)) {
+    const std::string name = entry.path().filename();
+    if (name.find(".new") == name.npos && !name.ends_with(".tmp")) continue;
+    found = true;
+    std::filesystem::remove(entry.path());
+  }
+  return found;
 }
 
 #endif  // FAULTS_SWEEP_H_

@@ -1,13 +1,9 @@
 // Commands in, responses out, with the real daemon.
-#include <dirent.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <chrono>
-#include <map>
-#include <memory>
 #include <tuple>
 
 #include "support/daemon_process.h"
@@ -158,74 +154,6 @@ TEST(Workers, WithoutRoomForAWorkerCommandsWait) {
     EXPECT_EQ(daemon.Stop(), 0) << tasks;
     EXPECT_EQ(root.SpoolNames(), std::vector<std::string>{"a.cmd"});
   }
-}
-
-size_t OpenDescriptors(pid_t pid) {
-  size_t count = 0;
-  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(
-           "/proc/" + std::to_string(pid) + "/fd")) {
-    ++count;
-  }
-  return count;
-}
-
-TEST(Workers, DescriptorsAndZombiesDoNotGrow) {
-  const SampleRoot root;
-  DaemonProcess daemon(KRTCMD_PATH, root);
-  size_t before = 0;
-  for (int i = 1; i <= 300; ++i) {
-    root.Drop("a", Command("cmd-noop", i, 1));
-    const std::string name = support::ExchangeName(i, 1);
-    ASSERT_NE(root.Response(name), "") << name;
-    if (i == 5) before = OpenDescriptors(daemon.pid());
-  }
-  EXPECT_EQ(OpenDescriptors(daemon.pid()), before);
-  const auto children = "/proc/" + std::to_string(daemon.pid()) + "/task/" +
-                        std::to_string(daemon.pid()) + "/children";
-  EXPECT_TRUE(Eventually([&] { return ReadFile(children).empty(); }));
-}
-
-// Three daemons on one directory; one is killed in the middle. What it had
-// claimed and not answered is lost with it, and stays under its claimed name;
-// all else is answered exactly once.
-TEST(SeveralDaemons, AnswerEachCommandOnceEvenWhenOneDies) {
-  constexpr int kCommands = 600;
-  const SampleRoot root;
-  std::vector<std::unique_ptr<DaemonProcess>> daemons;
-  for (int i = 0; i < 3; ++i) {
-    daemons.push_back(std::make_unique<DaemonProcess>(
-        KRTCMD_PATH, root, std::vector<std::string>{"-N", "1", "-Z", "FD"}));
-  }
-  for (int i = 1; i <= kCommands; ++i) {
-    root.Drop(std::to_string(i), Command("cmd-noop", i, 1));
-    if (i == kCommands / 2) kill(daemons[0]->pid(), SIGKILL);
-  }
-  const std::string dead = "." + std::to_string(daemons[0]->pid());
-  // A name that is renamed while the folder is read may be missed, so that the
-  // absence of others alone says nothing.
-  const auto settled = [&] {
-    const auto names = root.SpoolNames();
-    return Count(root, ".rsp") >= kCommands - 1 &&
-           std::all_of(names.begin(), names.end(), [&](const auto& name) {
-             return name.ends_with(".rsp") || name.ends_with(".tmp") ||
-                    name.ends_with(dead);
-           });
-  };
-  EXPECT_TRUE(Eventually(settled));
-
-  std::map<std::string, int> processed;  // by what the logs say
-  for (const auto& daemon : daemons) {
-    const std::string log = daemon->Log();
-    const std::string text = "Processing cmd-noop for jsmith (";
-    for (size_t at = 0; (at = log.find(text, at)) != std::string::npos; ++at) {
-      ++processed[log.substr(at + text.size(), 8)];
-    }
-  }
-  for (const auto& [exchange, times] : processed) {
-    EXPECT_EQ(times, 1) << exchange;
-  }
-  EXPECT_LE(Count(root, dead), 1);
-  EXPECT_GE(Count(root, ".rsp"), kCommands - 1);
 }
 
 }  // namespace

@@ -181,7 +181,11 @@ Status Exchange::WaitAny(const std::vector<std::string>& names,
     for (size_t i = 0; i < names.size(); ++i) {
       Status s = Take(names[i], wait.unpack_dir, answer);
       if (s.code == krt_timed_out) continue;
-      if (s.ok() && !IsOurs(names[i], answer->get())) continue;
+      if (s.ok() && !IsOurs(names[i], answer->get())) {
+        // Whoever gives up the wait must not find it in the answer's place.
+        answer->reset();
+        continue;
+      }
       if (SlotOfName(names[i], '-') == slot_.number()) --open_;
       *which = i;
       return s;

@@ -126,6 +126,7 @@ TEST(Exchanges, ResponseOfAnotherSessionIsNotTaken) {
   client::WaitFor wait{client::NowMs() + 100, -1, nullptr};
   EXPECT_EQ(exchange.WaitAny({name}, wait, &which, &answer).code,
             krt_timed_out);
+  EXPECT_EQ(answer, nullptr);
   kx::SetNumber(cmd.get(), "result", 0);
   support::WriteFile(rsp, client::TextForm(cmd.get()));
   wait.deadline = client::After(10);

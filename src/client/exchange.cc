@@ -114,16 +114,16 @@ void Exchange::Close() { slot_.Release(open_ <= 0); }
 
 Status Exchange::Name(kx_object* cmd, std::string* name) {
   int reference;
-  // A response to a command that was given up may still lie there, or come:
-  // its reference is not used again.
-  for (int tries = 0;; ++tries) {
+  for (int tries = 0; tries < kMaxReference; ++tries) {
     if (Status s = slot_.NextReference(&reference); !s.ok()) return s;
     kx::SetNumber(cmd, "sessionid", slot_.session());
     kx::SetNumber(cmd, "reference", reference);
     *name = kx_tmp_name(cmd);
-    if (tries == kMaxReference || (!Taken(*name) && !Waiting(*name))) break;
+    // A response to a command that was given up may still lie there, or come:
+    // its reference is not used again.
+    if (!Taken(*name) && !Waiting(*name)) return {};
   }
-  return {};
+  return {krt_system, place_.spool + ": all references are in use"};
 }
 
 Status Exchange::Send(kx_object* cmd, const std::string& name) {

@@ -39,7 +39,8 @@ class Exchange {
   // Gives the number back; what is still unanswered keeps its files.
   void Close();
 
-  // Fills in session and reference of the next command, and says its name.
+  // Fills in session and reference of the next command, and says its name, of
+  // which nothing is in the spool. krt_system when there is no such name.
   Status Name(kx_object* cmd, std::string* name);
   // Sends a command that has its name.
   Status Send(kx_object* cmd, const std::string& name);

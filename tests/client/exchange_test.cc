@@ -134,6 +134,20 @@ TEST(Exchanges, ResponseOfAnotherSessionIsNotTaken) {
   EXPECT_FALSE(std::filesystem::exists(rsp));
 }
 
+// A command must not replace another one that nobody has taken yet.
+TEST(Exchanges, NoMoreThanThereAreReferences) {
+  const Server server;
+  Exchange exchange;
+  ASSERT_TRUE(exchange.Open(PlaceOf(server)).ok());
+  const kx::Object cmd = Noop();
+  std::string name;
+  for (int i = 0; i < client::kMaxReference; ++i) {
+    ASSERT_TRUE(exchange.Name(cmd.get(), &name).ok()) << i;
+    support::WriteFile(server.root().spool() / (name + ".cmd"), "");
+  }
+  EXPECT_EQ(exchange.Name(cmd.get(), &name).code, krt_system);
+}
+
 // Client and daemon reach for the command at the same time: one of them gets
 // it, whatever the moment.
 TEST(Exchanges, WithdrawalAndClaimNeverBothSucceed) {

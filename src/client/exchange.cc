@@ -48,12 +48,6 @@ int AppendPair(void* context, const char* name, const char* value, int code) {
   return 0;
 }
 
-std::string Decompose(kx_object* obj, int embed) {
-  std::string text;
-  if (Kfx_Decomp_Obj(obj, AppendPair, &text, embed) != 0) text.clear();
-  return text;
-}
-
 // Opens a response, nothing else: a link or a fifo of that name is somebody's
 // trap.
 UniqueFd OpenRegular(const std::string& path) {
@@ -92,8 +86,11 @@ Deadline After(int seconds) {
   return seconds == 0 ? -1 : NowMs() + seconds * 1000LL;
 }
 
-std::string TextForm(kx_object* obj) { return Decompose(obj, 0); }
-std::string TextFormWithFiles(kx_object* obj) { return Decompose(obj, 1); }
+std::string TextForm(kx_object* obj) {
+  std::string text;
+  if (Kfx_Decomp_Obj(obj, AppendPair, &text, 0) != 0) text.clear();
+  return text;
+}
 
 bool IsExchangeName(const std::string& name) {
   constexpr char kPattern[] = "dddd-ddd";
@@ -106,7 +103,7 @@ bool IsExchangeName(const std::string& name) {
 }
 
 Status Exchange::Open(const Place& place) {
-  place_ = place;
+  Attach(place);
   return slot_.Reserve(place);
 }
 

@@ -387,6 +387,10 @@ TEST(Library, CallSendAndWait) {
     EXPECT_EQ(krt_wait(client, name, &answer), krt_ok) << krt_error(client);
     Kfx_Free_Obj(answer);
   }
+  for (const char* name : {static_cast<const char*>(nullptr), "../x"}) {
+    EXPECT_EQ(krt_wait(client, name, &answer), krt_usage);
+    EXPECT_STREQ(krt_error(client), "no name of an exchange");
+  }
   krt_close(client);
   const krt_options nowhere = {"/nonexistent", nullptr, nullptr, -1, 0};
   EXPECT_EQ(krt_open(&nowhere, &client), krt_no_root);

@@ -81,22 +81,20 @@ std::string App::ValueOr(const char* option, const char* otherwise) const {
 
 int App::Run(int argc, const char* const* argv) {
   Start(argc, argv);
-  const bool written = out_.Finish();
-  // A pager that was closed early is no failure worth words.
-  if (!written && errno != EPIPE) {
-    Fail(krt_io, "", std::string("standard output: ") + std::strerror(errno));
-  } else if (!written) {
+  const int error = out_.Finish();
+  if (error == EPIPE) {
+    // A pager that was closed early is no failure worth words.
     Worsen(krt_io);
+  } else if (error != 0) {
+    Fail(krt_io, "", std::string("standard output: ") + std::strerror(error));
   }
   return ExitStatus();
 }
 
-int App::Start(int argc, const char* const* argv) {
+void App::Start(int argc, const char* const* argv) {
   Status s = ParseCommandLine(argc, argv, &line_);
-  if (!ConfigureOutput() || !s.ok()) {
-    if (!s.ok()) Fail("", s);
-    return worst_;
-  }
+  if (!ConfigureOutput()) return;
+  if (!s.ok()) return Fail("", s);
   if (Has("version")) {
     out_.Raw(std::string(kProgram) + " " + kVersion + "\n");
   } else if (Has("help")) {
@@ -104,7 +102,6 @@ int App::Start(int argc, const char* const* argv) {
   } else {
     line_.verb->run(*this);
   }
-  return worst_;
 }
 
 bool App::ConfigureOutput() {
@@ -112,9 +109,7 @@ bool App::ConfigureOutput() {
   options.form = Has("json")   ? Form::kJson
                  : Has("text") ? Form::kText
                                : Form::kHuman;
-  // What a dry run prints is a command file, not results.
-  options.many = line_.verb != nullptr && line_.verb->many && !dry_run() &&
-                 !Has("help") && !Has("version");
+  options.many = Has("help") || (line_.verb != nullptr && line_.verb->many);
   options.quiet = Has("quiet");
   options.terminal = isatty(STDOUT_FILENO) != 0;
   options.color = UseColor(line_.Value("color"), STDOUT_FILENO);

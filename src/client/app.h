@@ -84,7 +84,7 @@ class App {
  private:
   Status Await(const std::string& name, const char* unpack_dir,
                kx::Object* answer);
-  int Start(int argc, const char* const* argv);
+  void Start(int argc, const char* const* argv);
   bool ConfigureOutput();
   void ReportRefusal(const std::string& subject, kx_object* answer);
   int ExitStatus();

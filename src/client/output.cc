@@ -1,6 +1,7 @@
 #include "client/output.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -301,14 +302,23 @@ void Output::Line(const std::string& line) {
 }
 
 void Output::Raw(const std::string& text) {
-  std::fwrite(text.data(), 1, text.size(), stdout);
+  const bool good =
+      std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+  if (!good && error_ == 0) error_ = errno;
+  written_ = true;
 }
 
-bool Output::Finish() {
+int Output::Flush() {
+  if (std::fflush(stdout) != 0 && error_ == 0) error_ = errno;
+  return error_;
+}
+
+int Output::Finish() {
   if (options_.form == Form::kJson && options_.many) {
-    Raw(count_ == 0 ? "[]\n" : "]\n");
+    // A dry run prints command files instead of results.
+    if (count_ > 0 || !written_) Raw(count_ > 0 ? "]\n" : "[]\n");
   }
-  return std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+  return Flush();
 }
 
 std::string Output::Painted(const std::string& text, Paint paint) const {

@@ -20,7 +20,7 @@ enum class Form { kHuman, kJson, kText };
 
 struct OutputOptions {
   Form form = Form::kHuman;
-  bool many = false;
+  bool many = false;  // JSON: the results are an array
   bool quiet = false;
   bool color = false;
   bool terminal = false;
@@ -62,8 +62,11 @@ class Output {
   void Line(const std::string& line);
   // Bytes as they are, whatever the form.
   void Raw(const std::string& text);
-  // Ends the results. False when something could not be written.
-  [[nodiscard]] bool Finish();
+  // Brings out what is buffered. 0, or the error number of the first write that
+  // failed.
+  int Flush();
+  // Ends the results; the result is Flush's.
+  [[nodiscard]] int Finish();
 
   std::string Painted(const std::string& text, Paint paint) const;
 
@@ -71,7 +74,9 @@ class Output {
   void Json(const std::string& value);
 
   OutputOptions options_;
-  int count_ = 0;  // JSON values so far
+  int count_ = 0;         // JSON values so far
+  bool written_ = false;  // anything at all
+  int error_ = 0;         // of the first write that failed
 };
 
 // A field as people read it: enums without their prefix, times, results and

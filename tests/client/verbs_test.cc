@@ -175,6 +175,9 @@ TEST_F(Verbs, System) {
         ""},
        {{"wait", "7", "-q"}, 1, "", "krtctl: wait 7: Max attempts reached\n"},
        {{"msg", "list", "--events", "-qj"}, 0, "*", ""}});
+  // Nobody reads any more.
+  EXPECT_EQ(server_.Shell("(krtctl state --watch 1; echo $? >&2) | true").err,
+            "74\n");
 }
 
 TEST_F(Verbs, ReceivedFaxes) {
@@ -415,11 +418,28 @@ TEST(JsonOutput, IsReadByAnotherParser) {
             "[{'type': 'obj-msg', 'lines': [{'type': 'obj-text', 'text': "
             "'q\" b\\\\ t\\x01 \\xe9 \\ufffd \\ufffd\\ufffd\\ufffd "
             "\\U0001f4e0'}]}]\n");
-  for (const char* verb :
-       {"ping", "state", "list results", "queue", "fax list", "msg list",
-        "cover list", "config show", "config set queue=q", "monitor show",
-        "monitor except", "clean", "run -- echo x", "check", "user list",
-        "completion bash", "help", "help fax", "--no-wait clean"}) {
+  for (const char* verb : {"ping",
+                           "state",
+                           "list results",
+                           "queue",
+                           "fax list",
+                           "msg list",
+                           "cover list",
+                           "config show",
+                           "config set queue=q",
+                           "monitor show",
+                           "monitor except",
+                           "clean",
+                           "run -- echo x",
+                           "check",
+                           "user list",
+                           "completion bash",
+                           "help",
+                           "help fax",
+                           "ping --help",
+                           "--help",
+                           "-n user list",
+                           "--no-wait clean"}) {
     const Exit end = server.Shell(std::string("krtctl -j ") + verb + python);
     EXPECT_EQ(end.status, 0) << verb << ": " << end.out << end.err;
     EXPECT_NE(end.out, "") << verb;

@@ -307,6 +307,10 @@ TEST_F(Book, ExportThenImportReproducesTheBook) {
             "g1,\"One, \"\"two\"\"\",X2\r\n");
   EXPECT_EQ(server_.Shell("krtctl -j pb export | head -c 30").out,
             "[{\"type\":\"obj-person\",\"palias\"");
+  EXPECT_EQ(server_.Shell("krtctl -j pb export --groups").out,
+            "[{\"type\":\"obj-group\",\"galias\":\"empty\",\"members\":[]},"
+            "{\"type\":\"obj-group\",\"galias\":\"g1\",\"gdesc\":\"One, "
+            "\\\"two\\\"\",\"members\":[\"p3\",\"x1\",\"X2\"]}]\n");
 }
 
 }  // namespace

@@ -62,22 +62,6 @@ void SendMembers(App& app, int pbcmd, const char* done) {
   }
 }
 
-void ShowEntries(App& app, kx::Object pbcom) {
-  if (pbcom == nullptr) return;
-  if (app.dry_run()) {
-    kx::SetNumber(pbcom.get(), "pbmax", kPage);
-    kx::SetEnum(pbcom.get(), "rcmd", kx_pbc_first);
-    CallBook(app, "", std::move(pbcom));
-    return;
-  }
-  kx::ListBuilder found;
-  ForEachEntry(app, std::move(pbcom), [&](kx_object* entry) {
-    found.Append(kx::Object(Kfx_Copy_Obj(entry)));
-    return true;
-  });
-  app.out().Table(found.head());
-}
-
 }  // namespace
 
 void RunPbGroupList(App& app) {

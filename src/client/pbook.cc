@@ -155,6 +155,22 @@ bool ForEachEntry(App& app, kx::Object pbcom,
   }
 }
 
+void ShowEntries(App& app, kx::Object pbcom, long max) {
+  if (pbcom == nullptr) return;
+  if (app.dry_run()) {
+    kx::SetNumber(pbcom.get(), "pbmax", kPage);
+    kx::SetEnum(pbcom.get(), "rcmd", kx_pbc_first);
+    CallBook(app, "", std::move(pbcom));
+    return;
+  }
+  kx::ListBuilder found;
+  ForEachEntry(app, std::move(pbcom), [&](kx_object* entry) {
+    found.Append(kx::Object(Kfx_Copy_Obj(entry)));
+    return found.count() < max;
+  });
+  app.out().Table(found.head());
+}
+
 bool LookUpDestinations(App& app, const std::string& alias,
                         kx::ListBuilder* list) {
   const bool either = !app.Has("book");

@@ -5,6 +5,7 @@
 #ifndef CLIENT_PBOOK_H_
 #define CLIENT_PBOOK_H_
 
+#include <climits>
 #include <functional>
 #include <string>
 #include <vector>
@@ -32,6 +33,10 @@ kx::Object FetchPerson(App& app, const std::string& alias,
 // failure, which has been reported, and when `each` returns false.
 bool ForEachEntry(App& app, kx::Object pbcom,
                   const std::function<bool(kx_object* entry)>& each);
+
+// Shows the first `max` entries of a list command (null: none) as a table, or
+// sends it once with --dry-run.
+void ShowEntries(App& app, kx::Object pbcom, long max = LONG_MAX);
 
 // Adds an "obj-dest" for the person of that alias, or for each member of the
 // group of that alias: of the book that --book names, or else the user's and

@@ -61,8 +61,7 @@ bool IsOfUser(int result) {
          result == kx_err_failed || result == kx_err_data;
 }
 
-}  // namespace
-
+// Has SIGINT and SIGTERM end waits.
 void CatchSignals() {
   if (pipe2(g_pipe, O_CLOEXEC | O_NONBLOCK) != 0) return;
   struct sigaction action = {};
@@ -70,9 +69,9 @@ void CatchSignals() {
   sigemptyset(&action.sa_mask);
   sigaction(SIGINT, &action, nullptr);
   sigaction(SIGTERM, &action, nullptr);
-  // A reader that went away is a failed write, not an end without words.
-  signal(SIGPIPE, SIG_IGN);
 }
+
+}  // namespace
 
 std::string App::ValueOr(const char* option, const char* otherwise) const {
   const char* value = line_.Value(option);
@@ -80,6 +79,8 @@ std::string App::ValueOr(const char* option, const char* otherwise) const {
 }
 
 int App::Run(int argc, const char* const* argv) {
+  // A reader that went away is a failed write, not an end without words.
+  signal(SIGPIPE, SIG_IGN);
   Start(argc, argv);
   const int error = out_.Finish();
   if (error == EPIPE) {
@@ -171,6 +172,8 @@ void App::Note(const std::string& text) {
 bool App::Connect() {
   if (tried_) return connected_;
   tried_ = true;
+  // Not before: who reads the input that a verb begins with is simply ended.
+  CatchSignals();
   krt_options options = {line_.Value("root"), line_.Value("spool"),
                          line_.Value("user"), -1, g_pipe[0]};
   long seconds;

@@ -20,7 +20,7 @@ namespace client {
 
 class App {
  public:
-  // Runs the command line. The exit status.
+  // Runs the command line, once in a process. The exit status.
   int Run(int argc, const char* const* argv);
 
   const CommandLine& line() const { return line_; }
@@ -43,7 +43,8 @@ class App {
   // What went well without having a result to show; silent with --quiet.
   void Note(const std::string& text);
 
-  // Opens the connection; reports why not.
+  // Opens the connection; reports why not. From then on SIGINT and SIGTERM end
+  // waits, not the process.
   bool Connect();
   Link& link() { return link_; }
   const Identity& identity() { return link_.identity(); }
@@ -97,9 +98,6 @@ class App {
   int worst_ = 0;
   int last_code_ = 0;
 };
-
-// Installs the handlers that end waits on SIGINT and SIGTERM.
-void CatchSignals();
 
 }  // namespace client
 

@@ -245,6 +245,13 @@ TEST(GivingUp, SignalsEndTheWaitAndTakeTheCommandBack) {
     EXPECT_EQ(end.status, 128 + sig) << end.err;
     EXPECT_EQ(end.err, "krtctl: ping: interrupted, not executed\n");
     EXPECT_EQ(server.root().SpoolNames(), std::vector<std::string>{});
+    // It reads its input, and is killed where it does not heed the signal.
+    EXPECT_EQ(
+        server
+            .Shell("cd " + server.Path("") + "; mkfifo pipe; timeout -k 9 -s " +
+                   number + " 0.5 " KRTCTL_PATH " raw pipe")
+            .status,
+        124);
   }
 }
 

@@ -308,7 +308,8 @@ TEST_F(Verbs, SettingsAndMonitors) {
        {{"monitor", "except", "-q"}, 0, "", ""},
        {{"monitor", "show"}, 0, "all calls\n", ""}});
   const Exit edited = server_.Shell(
-      "EDITOR='sed -i s/^queue=.*/queue=slow/' krtctl config edit && "
+      "EDITOR='kill -INT $PPID; sed -i s/^queue=.*/queue=slow/' "
+      "krtctl config edit && "
       "krtctl config show");
   EXPECT_EQ(edited.out,
             "stored\nnotify       okfail\nfrname       A = B\n"

@@ -48,18 +48,6 @@ int AppendPair(void* context, const char* name, const char* value, int code) {
   return 0;
 }
 
-// Opens a response, nothing else: a link or a fifo of that name is somebody's
-// trap.
-UniqueFd OpenRegular(const std::string& path) {
-  UniqueFd fd(Kut_open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
-  struct stat st;
-  if (fd.valid() && (fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode))) {
-    fd.reset();
-    errno = EINVAL;
-  }
-  return fd;
-}
-
 Status WriteNew(const std::string& path, const std::string& text) {
   UniqueFd fd(Kut_open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW,
                        kCommandMode));
@@ -196,7 +184,8 @@ Status Exchange::WaitAny(const std::vector<std::string>& names,
 Status Exchange::Take(const std::string& name, const char* unpack_dir,
                       kx::Object* answer) {
   const std::string path = place_.spool + "/" + name + ".rsp";
-  UniqueFd fd = OpenRegular(path);
+  // A link or a fifo of that name is somebody's trap.
+  UniqueFd fd(Kut_open_regular(AT_FDCWD, path.c_str(), O_NOFOLLOW));
   if (!fd.valid()) {
     if (errno == ENOENT) return {krt_timed_out, name + ": no answer yet"};
     return SystemFailure(krt_io, path);

@@ -281,7 +281,7 @@ TEST(Responses, OnlyWholeRegularFilesAreTaken) {
        ": not a response: Invalid object"},
       {"a link", "ln -s /etc/passwd $r", ": Too many levels of symbolic links"},
       {"a fifo", "mkfifo $r", ": Invalid argument"},
-      {"a folder", "mkdir $r", ": Invalid argument"},
+      {"a folder", "mkdir $r", ": Is a directory"},
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.what);

@@ -234,8 +234,11 @@ TEST_F(Verbs, FetchedFileGoesWhereItShould) {
   WriteFile(server_.Queue("x.txt"), "text\n");
   const Exit end = server_.Shell("cd " + dir +
                                  " && umask 077 && krtctl fax "
-                                 "get x.txt && ls -A");
-  EXPECT_EQ(end.out, "x.txt -> x.txt\nx.txt\n");
+                                 "get x.txt && ls -A\n"
+                                 "mkfifo pipe; krtctl -yq fax get x.txt -o "
+                                 "pipe & cat pipe; wait; test -p pipe");
+  EXPECT_EQ(end.status, 0) << end.err;
+  EXPECT_EQ(end.out, "x.txt -> x.txt\nx.txt\ntext\n");
   EXPECT_EQ(ReadFile(dir + "/x.txt"), "text\n");
 }
 

@@ -140,7 +140,8 @@ class CardBuilder {
   }
 
   Card Finish() {
-    if (!Has("lname") && !Has("fname") && !full_name_.empty()) {
+    // Our own cards say a name exactly; where they have none, FN is made up.
+    if (!Has("lname") && !Has("fname") && !Has("palias")) {
       Add("name", full_name_);
     }
     return std::move(card_);

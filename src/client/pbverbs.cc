@@ -82,10 +82,7 @@ bool GiveAlias(App& app, kx_object* person) {
     const kx::Object taken =
         FetchPerson(app, kx::Text(person, "palias"), &absent);
     if (absent) return true;
-    if (taken == nullptr) {
-      app.Fail(krt_refused, "", "cannot look for a free alias; give palias=");
-      return false;
-    }
+    if (taken == nullptr) return false;
   }
 }
 

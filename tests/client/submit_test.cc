@@ -142,10 +142,10 @@ TEST_F(Submit, NumbersComeFromThePhoneBook) {
                     "request 1 queued for 49-89-1234 x5\n",
                     ""},
                    {{"submit", file_, "-t", "@all", "-t", "@sys"},
-                    0,
+                    65,
                     "request 2 queued for 49-89-1234 x5\n"
                     "request 3 queued for 2\nrequest 4 queued for 3\n",
-                    ""},
+                    "krtctl: submit @nofax: the person has no fax number\n"},
                    {{"submit", file_, "-t", "@nofax"},
                     65,
                     "",

@@ -96,11 +96,12 @@ void ImportPersons(App& app, const std::string& text) {
   ImportCount count;
   const std::string on_duplicate = app.ValueOr("on-duplicate", "reject");
   if (NeedsAliases(file)) {
-    const std::string from = app.ValueOr("alias-from", "name");
+    const std::string given = app.ValueOr("alias-from", "name");
+    const char* from = FindPersonName(given);
     std::set<std::string> used;
-    if (FindPersonName(from) == nullptr) {
+    if (from == nullptr) {
       return app.Fail(krt_usage, "",
-                      "--alias-from: unknown field \"" + from + "\"");
+                      "--alias-from: unknown field \"" + given + "\"");
     }
     if (!app.dry_run() && !ReadAliases(app, &used)) return;
     MakeAliases(&file, from, &used);

@@ -33,6 +33,10 @@ TEST(NoBook, IsSaidSo) {
         1,
         "",
         "krtctl: pb list: Phone-book does not exist (38)\n"},
+       {{"pb", "add", "lname=Lee"},
+        1,
+        "",
+        "krtctl: pb add Lee: Phone-book does not exist (38)\n"},
        {{"pb", "drop"}, 64, "", "krtctl: nothing deleted; --yes deletes\n"}});
 }
 
@@ -187,7 +191,8 @@ TEST_F(Book, ImportNamesWhatItRejects) {
   end = Import("in.csv", kAwkward, "-n --map mail=email");
   EXPECT_EQ(end.out, "7 rows: 2 fit, 0 updated, 0 skipped, 5 rejected\n");
   EXPECT_EQ(end.err, kReasons);
-  end = Import("in.csv", kAwkward, "--map Mail=email --rejects " + rejects);
+  end = Import("in.csv", kAwkward,
+               "--map Mail=email --alias-from NAME --rejects " + rejects);
   EXPECT_EQ(end.status, 1);
   EXPECT_EQ(end.out, "7 rows: 2 added, 0 updated, 0 skipped, 5 rejected\n");
   EXPECT_EQ(end.err, kReasons);

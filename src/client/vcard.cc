@@ -122,6 +122,7 @@ class CardBuilder {
     if (p.name.compare(0, sizeof kOwn - 1, kOwn) == 0) {
       Add(p.name.substr(sizeof kOwn - 1), Text(p.value));
     } else if (p.name == "n") {
+      has_n_ = true;
       AddParts(p, {"lname", "fname"});
     } else if (p.name == "fn") {
       full_name_ = Text(p.value);
@@ -140,10 +141,9 @@ class CardBuilder {
   }
 
   Card Finish() {
-    // Our own cards say a name exactly; where they have none, FN is made up.
-    if (!Has("lname") && !Has("fname") && !Has("palias")) {
-      Add("name", full_name_);
-    }
+    // In our own cards N is exact; where it is empty, FN is made up.
+    const bool exact = has_n_ && Has("palias");
+    if (!exact && !Has("lname") && !Has("fname")) Add("name", full_name_);
     return std::move(card_);
   }
 
@@ -176,6 +176,7 @@ class CardBuilder {
 
   Card card_;
   std::string full_name_;
+  bool has_n_ = false;
 };
 
 std::string Escaped(const std::string& text) {

@@ -377,8 +377,11 @@ TEST_F(Verbs, CommandsAsSuch) {
 }
 
 TEST_F(Verbs, Users) {
+  // A broken link is no user, and what is missing of one is made.
+  std::filesystem::create_symlink("loop", server_.Path("faxq/loop"));
+  std::filesystem::create_directory(server_.Path("faxq/daemon"));
   Expect(server_,
-         {{{"user", "list"}, 0, server_.user() + "\n", ""},
+         {{{"user", "list"}, 0, "daemon\n" + server_.user() + "\n", ""},
           {{"user", "add", "daemon", "no-such-user", "a/b"},
            67,
            "daemon is a fax user now\n",

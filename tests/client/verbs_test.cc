@@ -373,6 +373,14 @@ TEST_F(Verbs, CommandsAsSuch) {
   const Exit sent = server_.Shell("krtctl -q --no-wait clean");
   ASSERT_EQ(sent.out.size(), 9U) << sent.out;
   Expect(server_, {{{"collect", "-q", sent.out.substr(0, 8)}, 0, "*", ""}});
+  // Where nothing can be unpacked, a file that comes is not lost.
+  WriteFile(server_.Queue("f.txt"), "text\n");
+  EXPECT_EQ(server_
+                .Shell("cd /proc; n=$(krtctl -q --no-wait fax get f.txt -o -)\n"
+                       "d=$(krtctl collect $n | sed -n 's/^files: //p')\n"
+                       "cat $d/f.txt; rm -r $d")
+                .out,
+            "text\n");
   EXPECT_EQ(server_.root().SpoolNames(), std::vector<std::string>{});
 }
 

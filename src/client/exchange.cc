@@ -1,6 +1,5 @@
 #include "client/exchange.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/inotify.h>
@@ -10,12 +9,12 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <ctime>
 #include <memory>
 
 #include "kx/kxtext.h"
+#include "util/kutdir.h"
 
 namespace client {
 namespace {
@@ -217,13 +216,11 @@ bool Exchange::Waiting(const std::string& name) const {
 }
 
 bool Exchange::Taken(const std::string& name) const {
-  const std::unique_ptr<DIR, int (*)(DIR*)> dir(opendir(place_.spool.c_str()),
-                                                closedir);
-  if (dir == nullptr) return false;
-  while (const dirent* entry = readdir(dir.get())) {
-    const std::string file = entry->d_name;
-    if (file.compare(0, name.size() + 1, name + ".") == 0 &&
-        file != name + ".cmd") {
+  DirReader dir;
+  if (dir.Open(place_.spool.c_str()) != 0) return false;
+  while (const char* entry = dir.Next()) {
+    const std::string file = entry;
+    if (file.starts_with(name + ".") && file != name + ".cmd") {
       return true;
     }
   }

@@ -257,7 +257,7 @@ const char* Nearest(const std::string& word,
   for (const char* name : names) {
     const std::string candidate = name;
     size_t distance = Distance(word, candidate);
-    if (word.size() >= 3 && candidate.compare(0, word.size(), word) == 0) {
+    if (word.size() >= 3 && candidate.starts_with(word)) {
       distance = 1;
     }
     if (distance < best) {

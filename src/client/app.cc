@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -233,6 +232,13 @@ kx::Object App::Query(const std::string& subject, const char* cmdtype,
     Fail(subject, s);
   }
   return nullptr;
+}
+
+void App::Perform(const std::string& subject, const char* cmdtype,
+                  kx::Object argument, const std::string& done) {
+  const kx::Object shown(Kfx_Copy_Obj(argument.get()));
+  if (Call(subject, cmdtype, std::move(argument)) == nullptr) return;
+  out_.Done(shown.get(), done);
 }
 
 kx::Object App::Deliver(const std::string& subject, kx::Object cmd,

@@ -63,6 +63,10 @@ class App {
                   kx::Object argument, const char* unpack_dir = nullptr);
   kx::Object Query(const std::string& subject, const char* cmdtype,
                    kx::Object argument, const char* unpack_dir = nullptr);
+  // The same for a command with nothing to show but that it went well: a result
+  // is the argument, with `done` for people.
+  void Perform(const std::string& subject, const char* cmdtype,
+               kx::Object argument, const std::string& done);
   // Sends a command that is complete. `name` (may be null) has its name.
   kx::Object Deliver(const std::string& subject, kx::Object cmd,
                      const std::string* name, const char* unpack_dir = nullptr);

@@ -5,7 +5,6 @@
 #include "client/actions.h"
 #include "client/app.h"
 #include "client/files.h"
-#include "client/format.h"
 #include "client/lists.h"
 #include "client/staging.h"
 #include "cm/cmpaths.h"
@@ -41,8 +40,7 @@ Status OpenFetched(kx_object* answer, const PrivateDir& dir, UniqueFd* fd) {
   const std::string path =
       kx::TextOrEmpty(kx::Child(answer, "objptr"), "pathname");
   if (path.empty()) return {krt_internal, "the answer names no file"};
-  const bool unpacked =
-      path.compare(0, dir.path().size() + 1, dir.path() + "/") == 0;
+  const bool unpacked = path.starts_with(dir.path() + "/");
   fd->reset(
       Kut_open_regular(AT_FDCWD, path.c_str(), unpacked ? O_NOFOLLOW : 0));
   if (!fd->valid()) return SystemFailure(krt_io, path);
@@ -162,16 +160,12 @@ void RunFaxRoute(App& app) {
     // The last one moves it: until then it must still be there.
     const bool move =
         app.Has("move") && i + 1 == app.args() && app.worst() == 0;
-    kx::Object shown(Kfx_Copy_Obj(route.get()));
     std::string subject = name;
     subject.append(" ").append(user);
-    if (app.Call(subject, move ? "cmd-fwdfax" : "cmd-copyfax",
-                 std::move(route)) == nullptr) {
-      continue;
-    }
     std::string done = name;
     done.append(move ? " moved to " : " copied to ").append(user);
-    app.out().Done(shown.get(), done);
+    app.Perform(subject, move ? "cmd-fwdfax" : "cmd-copyfax", std::move(route),
+                done);
   }
 }
 

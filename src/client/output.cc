@@ -78,6 +78,35 @@ std::string CodeInWords(const char* field, const char* text) {
   return text;
 }
 
+// A field as people read it: enums without their prefix, times, results and
+// priorities in words. Empty when it is unset.
+std::string HumanValue(kx_object* obj, const char* field, bool terminal) {
+  const int type = Kfx_Field_Type(obj, field);
+  if (type == -1 || type == kx_typ_data || type == kx_typ_obj ||
+      type == kx_typ_list) {
+    return "";
+  }
+  const char* text = kx::Text(obj, field);
+  if (text == nullptr) return "";
+  switch (type) {
+    case kx_typ_enum: {
+      const char* dash = std::strchr(text, '-');
+      return dash != nullptr ? dash + 1 : text;
+    }
+    case kx_typ_bool:
+      return std::strcmp(text, "true") == 0 ? "yes" : "no";
+    case kx_typ_time: {
+      const time_t t = kx::Time(obj, field);
+      return terminal ? LocalTime(t) : FullTime(t);
+    }
+    case kx_typ_word:
+    case kx_typ_long:
+      return CodeInWords(field, text);
+    default:
+      return Printable(text);
+  }
+}
+
 // What a person has as one number is four fields.
 std::string FaxNumber(kx_object* person) {
   std::string number;
@@ -196,33 +225,6 @@ void AppendDetails(kx_object* obj, const std::string& indent, bool terminal,
 }
 
 }  // namespace
-
-std::string HumanValue(kx_object* obj, const char* field, bool terminal) {
-  const int type = Kfx_Field_Type(obj, field);
-  if (type == -1 || type == kx_typ_data || type == kx_typ_obj ||
-      type == kx_typ_list) {
-    return "";
-  }
-  const char* text = kx::Text(obj, field);
-  if (text == nullptr) return "";
-  switch (type) {
-    case kx_typ_enum: {
-      const char* dash = std::strchr(text, '-');
-      return dash != nullptr ? dash + 1 : text;
-    }
-    case kx_typ_bool:
-      return std::strcmp(text, "true") == 0 ? "yes" : "no";
-    case kx_typ_time: {
-      const time_t t = kx::Time(obj, field);
-      return terminal ? LocalTime(t) : FullTime(t);
-    }
-    case kx_typ_word:
-    case kx_typ_long:
-      return CodeInWords(field, text);
-    default:
-      return Printable(text);
-  }
-}
 
 void Output::Json(const std::string& value) {
   if (options_.many) Raw(count_ == 0 ? "[" : ",\n ");

@@ -79,10 +79,6 @@ class Output {
   int error_ = 0;         // of the first write that failed
 };
 
-// A field as people read it: enums without their prefix, times, results and
-// priorities in words. Empty when it is unset.
-std::string HumanValue(kx_object* obj, const char* field, bool terminal);
-
 }  // namespace client
 
 #endif  // CLIENT_OUTPUT_H_

@@ -1,6 +1,5 @@
 // pb group list, show, add, edit, rm, join, leave
 #include "client/actions.h"
-#include "client/format.h"
 #include "client/pbook.h"
 
 namespace client {

@@ -2,7 +2,6 @@
 #include "client/actions.h"
 #include "client/app.h"
 #include "client/files.h"
-#include "client/format.h"
 #include "client/staging.h"
 
 namespace client {

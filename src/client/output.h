@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "client/format.h"
 #include "client/json.h"
 #include "kx/kfx.h"
 
@@ -46,10 +47,10 @@ class Output {
   // The same for what went well and has nothing to show: no line with --quiet.
   void Done(kx_object* obj, const std::string& line,
             const std::vector<JsonMember>& more = {}) {
-    Result(obj, options_.quiet ? "" : line, more);
+    Result(obj, options_.quiet ? "" : Printable(line), more);
   }
   void Done(const std::vector<JsonMember>& members, const std::string& line) {
-    Result(members, options_.quiet ? "" : line);
+    Result(members, options_.quiet ? "" : Printable(line));
   }
   // A result as a line a field.
   void Details(kx_object* obj);

@@ -1,12 +1,15 @@
 // The object library: the text form to and from memory, through the same line
-// functions as object files, and fields by name.
-#include <benchmark/benchmark.h>
+// functions as object files, beside the same lines through stdio alone; and
+// fields by name.
 #include <stdio.h>
 
 #include <cstdlib>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "kx/kxtext.h"
+#include "measure.h"
 
 namespace {
 
@@ -52,17 +55,32 @@ std::string TextOf(kx_object* obj) {
   return text;
 }
 
+// Adds the counters "MB_s" and "bare_MB_s".
+void CountBytes(benchmark::State& state, const std::string& text) {
+  const double bytes = static_cast<double>(text.size());
+  state.counters["MB_s"] = bytes / state.counters["us"];
+  state.counters["bare_MB_s"] = bytes / state.counters["bare_us"];
+}
+
 void Decompose(benchmark::State& state, kx::Object (*make)()) {
   const kx::Object obj = make();
-  FILE* file = fopen("/dev/null", "w");
-  for (auto _ : state) {
-    if (Kfx_Decomp_Obj(obj.get(), kx_write_pair_fp, file, 0) != 0) {
-      state.SkipWithError(Kfx_Errmsg(kx_errno));
-      break;
-    }
+  const std::string text = TextOf(obj.get());
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) {
+    lines.push_back(line + "\n");
   }
-  state.SetBytesProcessed(state.iterations() *
-                          static_cast<int64_t>(TextOf(obj.get()).size()));
+  FILE* file = fopen("/dev/null", "w");
+  Compare(
+      state,
+      [&] {
+        Must(Kfx_Decomp_Obj(obj.get(), kx_write_pair_fp, file, 0) == 0,
+             "Kfx_Decomp_Obj");
+      },
+      [&] {
+        for (const std::string& line : lines) fputs(line.c_str(), file);
+      });
+  CountBytes(state, text);
   fclose(file);
 }
 
@@ -70,17 +88,21 @@ void Compose(benchmark::State& state, kx::Object (*make)()) {
   const kx::Object obj = make();
   std::string text = TextOf(obj.get());
   FILE* file = fmemopen(text.data(), text.size(), "r");
-  for (auto _ : state) {
-    rewind(file);
-    const kx::Object back(Kfx_Comp_Obj(Kfx_Object_Type(obj.get()),
-                                       kx_read_pair_fp, file, nullptr));
-    if (back == nullptr) {
-      state.SkipWithError(Kfx_Errmsg(kx_errno));
-      break;
-    }
-  }
-  state.SetBytesProcessed(state.iterations() *
-                          static_cast<int64_t>(text.size()));
+  Compare(
+      state,
+      [&] {
+        rewind(file);
+        const kx::Object back(Kfx_Comp_Obj(Kfx_Object_Type(obj.get()),
+                                           kx_read_pair_fp, file, nullptr));
+        Must(back != nullptr, "Kfx_Comp_Obj");
+      },
+      [&] {
+        rewind(file);
+        char line[KX_PAIR_SIZE];
+        while (fgets(line, sizeof line, file) != nullptr) {
+        }
+      });
+  CountBytes(state, text);
   fclose(file);
 }
 

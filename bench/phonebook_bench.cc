@@ -1,17 +1,15 @@
 // The phone book's counts and lists in books of two sizes: what a command takes
 // from a range of 20 persons must not depend on the size of the book.
 //
-// Each argument is a number of persons. The books are made first, in the
-// directory for temporary files, which takes a flush for each person.
-#include <benchmark/benchmark.h>
-
+// Each argument is a number of persons.
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <map>
+#include <memory>
 #include <string>
 
 #include "kx/object.h"
+#include "measure.h"
 #include "phonebook/pb.h"
 #include "util/kutenv.h"
 
@@ -21,13 +19,8 @@ constexpr int kInRange = 20;
 constexpr char kUser[] = "bench";
 constexpr int kBook = kx_pbt_sys;
 
-[[noreturn]] void Die(const char* what) {
-  fprintf(stderr, "%s: %s\n", what, pb_errmsg(pb_errno));
-  exit(1);
-}
-
 void Check(int result, const char* what) {
-  if (result < 0 || pb_errno != 0) Die(what);
+  Must(result >= 0 && pb_errno == 0, what);
 }
 
 // Persons are added in an order that has nothing to do with their names.
@@ -61,30 +54,18 @@ void Fill(int persons) {
   Check(pb_close(kBook), "close");
 }
 
-// The directory with a book of that many persons, which lives as long as the
-// program.
-class Books {
- public:
-  const std::string& Get(int persons) {
-    std::string& root = roots_[persons];
-    if (root.empty()) {
-      root = std::filesystem::temp_directory_path() / "krt-bench-XXXXXX";
-      if (mkdtemp(root.data()) == nullptr) Die("mkdtemp");
-      pb_setup(kUser, root.c_str(), nullptr);
-      Fill(persons);
-    }
-    return root;
+// The directory with a book of that many persons, made at first use.
+const std::string& Book(int persons) {
+  static std::map<int, std::unique_ptr<const Folder>> books;
+  auto& folder = books[persons];
+  if (folder == nullptr) {
+    folder = std::make_unique<const Folder>();
+    pb_setup(kUser, folder->path().c_str(), nullptr);
+    const WithoutFlushes fast;
+    Fill(persons);
   }
-  ~Books() {
-    for (const auto& [persons, root] : roots_) {
-      std::error_code ignored;
-      std::filesystem::remove_all(root, ignored);
-    }
-  }
-
- private:
-  std::map<int, std::string> roots_;
-};
+  return folder->path();
+}
 
 // The bounds of 20 persons in the middle.
 struct Bounds {
@@ -99,8 +80,7 @@ class OpenBook {
  public:
   explicit OpenBook(benchmark::State& state)
       : persons(static_cast<int>(state.range(0))), bounds(persons) {
-    static Books books;
-    const std::string& root = books.Get(persons);
+    const std::string& root = Book(persons);
     setenv("KFAXDIR", root.c_str(), 1);
     Kut_env_reset();
     pb_setup(kUser, root.c_str(), nullptr);
@@ -112,68 +92,66 @@ class OpenBook {
 };
 
 void ExpectLength(kx_object* list, int length) {
-  if (Kfx_Bcount(list) != length) Die("wrong list");
+  Must(Kfx_Bcount(list) == length, "listing");
   if (list != nullptr) Kfx_Free_Obj(list);
 }
 
 void CountRange(benchmark::State& state) {
   const OpenBook book(state);
-  for (auto _ : state) {
-    if (pb_count_persons(kBook, kx_pbs_lname, nullptr, book.bounds.from.c_str(),
-                         book.bounds.to.c_str()) != kInRange) {
-      Die("count");
-    }
-  }
+  Repeat(state, [&] {
+    Must(
+        pb_count_persons(kBook, kx_pbs_lname, nullptr, book.bounds.from.c_str(),
+                         book.bounds.to.c_str()) == kInRange,
+        "counting");
+  });
 }
 
 // As the range of a count would be walked without seeking its start.
 void CountFromTheFirst(benchmark::State& state) {
   const OpenBook book(state);
-  for (auto _ : state) {
-    if (pb_count_persons(kBook, kx_pbs_lname, nullptr, nullptr,
-                         book.bounds.to.c_str()) !=
-        book.persons / 2 + kInRange) {
-      Die("count");
-    }
-  }
+  Repeat(state, [&] {
+    Must(
+        pb_count_persons(kBook, kx_pbs_lname, nullptr, nullptr,
+                         book.bounds.to.c_str()) == book.persons / 2 + kInRange,
+        "counting");
+  });
 }
 
 void CountMembersInRange(benchmark::State& state) {
   const OpenBook book(state);
-  for (auto _ : state) {
-    if (pb_count_persons(kBook, kx_pbs_lname, "g", book.bounds.from.c_str(),
-                         book.bounds.to.c_str()) != kInRange / 10) {
-      Die("count");
-    }
-  }
+  Repeat(state, [&] {
+    Must(pb_count_persons(kBook, kx_pbs_lname, "g", book.bounds.from.c_str(),
+                          book.bounds.to.c_str()) == kInRange / 10,
+         "counting");
+  });
 }
 
 void ListRange(benchmark::State& state) {
   const OpenBook book(state);
-  for (auto _ : state) {
+  Repeat(state, [&] {
     ExpectLength(
         pb_list_per_pos_get(kBook, kx_pbs_company, book.bounds.from.c_str(),
                             book.bounds.to.c_str(), nullptr, 0, 0),
         kInRange);
-  }
+  });
 }
 
 void ListFromAName(benchmark::State& state) {
   const OpenBook book(state);
-  for (auto _ : state) {
+  Repeat(state, [&] {
     ExpectLength(pb_list_per_get(kBook, kx_pbs_lname, kx_pbc_gteq,
                                  book.bounds.from.c_str(), kInRange, nullptr),
                  kInRange);
-  }
+  });
 }
 
 // The last page of a group, which everything before it must not slow down.
 void ListLastMembers(benchmark::State& state) {
   const OpenBook book(state);
-  for (auto _ : state) {
+  Repeat(state, [&] {
     ExpectLength(pb_list_mem_get_by_grp(kBook, kx_pbc_last, "g", kInRange),
                  kInRange);
-  }
+  });
 }
 
 // A whole command, with its open and close: the next 20 persons.
@@ -194,11 +172,11 @@ void CommandListNext(benchmark::State& state) {
   Check(do_pbcmd(kUser, com.get()), "list");
   set("rcmd", "pbc-next");
   const std::string cursor = kx::Text(com.get(), "curper");
-  for (auto _ : state) {
+  Repeat(state, [&] {
     set("curper", cursor.c_str());
     Check(do_pbcmd(kUser, com.get()), "list");
-  }
-  if (Kfx_Bcount(kx::Child(com.get(), "objptr")) != kInRange) Die("wrong list");
+  });
+  Must(Kfx_Bcount(kx::Child(com.get(), "objptr")) == kInRange, "listing");
 }
 
 void CommandGetByAlias(benchmark::State& state) {
@@ -213,7 +191,7 @@ void CommandGetByAlias(benchmark::State& state) {
                                           {"pbkey", book.bounds.from}}) {
     kx::SetText(com.get(), field, text.c_str());
   }
-  for (auto _ : state) Check(do_pbcmd(kUser, com.get()), "get");
+  Repeat(state, [&] { Check(do_pbcmd(kUser, com.get()), "get"); });
 }
 
 }  // namespace

@@ -29,17 +29,29 @@ std::string Slurp(const fs::path& path) {
   return bytes.str();
 }
 
-// A folder with the folder "in", for as long as the process lives.
-const fs::path& Folder() {
-  static const fs::path folder = [] {
+// A folder of this process, which lives as long as it does, with two folders in
+// it: where the object's files are unpacked, and where what came of them is.
+struct Folders {
+  fs::path top, in, copies;
+
+  Folders() {
     std::string name =
         std::string(fs::exists("/dev/shm") ? "/dev/shm" : "/tmp") +
         "/kx_file_fuzz-XXXXXX";
     CHECK(mkdtemp(name.data()) != nullptr);
-    atexit([] { fs::remove_all(Folder()); });
-    return fs::path(name);
-  }();
-  return folder;
+    top = name;
+    // Names of one length, or the longest that fit in one do not in the other.
+    in = top / "in";
+    copies = top / "re";
+    fs::create_directory(in);
+    fs::create_directory(copies);
+  }
+  ~Folders() { fs::remove_all(top); }
+};
+
+const Folders& Place() {
+  static const Folders folders;
+  return folders;
 }
 
 kx::Object ObjectOf(std::string bytes, const fs::path& directory) {
@@ -66,23 +78,25 @@ void EncodeAgain(const fs::path& file, const fs::path& copies) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-  const fs::path in = Folder() / "in";
-  // Not longer than "in", or the longest names that fit there do not fit here.
-  const fs::path copies = Folder() / "re";
-  fs::create_directory(in);
-  const kx::Object obj =
-      ObjectOf(std::string(reinterpret_cast<const char*>(data), size), in);
-  for (const auto& entry : fs::directory_iterator(Folder())) {
-    CHECK(entry.path() == in);
+  const Folders& place = Place();
+  const kx::Object obj = ObjectOf(
+      std::string(reinterpret_cast<const char*>(data), size), place.in);
+  for (const auto& entry : fs::directory_iterator(place.top)) {
+    CHECK(entry.path() == place.in || entry.path() == place.copies);
   }
-  fs::create_directory(copies);
-  for (const auto& entry : fs::directory_iterator(in)) {
+  bool copied = false;
+  for (const auto& entry : fs::directory_iterator(place.in)) {
     CHECK(entry.is_regular_file() && !entry.is_symlink());
     // Temporary files begin like this; a stream may name one so, too.
-    if (entry.path().filename().string().starts_with(".new-")) continue;
-    EncodeAgain(entry.path(), copies);
+    if (!entry.path().filename().string().starts_with(".new-")) {
+      EncodeAgain(entry.path(), place.copies);
+      copied = true;
+    }
+    fs::remove(entry.path());
   }
-  fs::remove_all(in);
-  fs::remove_all(copies);
+  if (!copied) return 0;
+  for (const auto& entry : fs::directory_iterator(place.copies)) {
+    fs::remove(entry.path());
+  }
   return 0;
 }

@@ -3,23 +3,15 @@
 #include <stdio.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
 #include "fuzz/check.h"
-#include "kx/kxtext.h"
+#include "fuzz/objects.h"
 
 namespace {
 
-struct Lines {
-  FILE* file;
-  kx_pair_slot slot;
-
-  static int Read(void* context, char* name, char* value, int mode) {
-    auto* self = static_cast<Lines*>(context);
-    return kx_read_line(self->file, &self->slot, name, value, mode);
-  }
-};
+using fuzz::Lines;
+using fuzz::TextOf;
 
 // The type that the first line names, else that of commands.
 std::string TypeOf(Lines* lines) {
@@ -39,17 +31,6 @@ kx::Object ObjectOf(const std::string& text) {
   CHECK(obj == nullptr || kx_errno == 0);
   fclose(lines.file);
   return obj;
-}
-
-std::string TextOf(kx_object* obj) {
-  char* bytes = nullptr;
-  std::size_t size = 0;
-  FILE* file = open_memstream(&bytes, &size);
-  CHECK(Kfx_Decomp_Obj(obj, kx_write_pair_fp, file, 0) == 0);
-  fclose(file);
-  std::string text(bytes, size);
-  std::free(bytes);
-  return text;
 }
 
 }  // namespace

@@ -2,7 +2,7 @@
 # Sourced by the scripts: installs the packages that a purpose needs.
 #
 #   need build            what the program and its tests need
-#   need lint bench fuzz docs package
+#   need lint bench peers fuzz docs package
 #                         further purposes, as many as wanted
 #
 # Prints nothing and asks for nothing when all is there. Elsewhere than on a
@@ -13,9 +13,10 @@ packages_for() {
   case $1 in
     build) echo g++ cmake ninja-build libgtest-dev libgmock-dev ;;
     lint) echo clang-format clang-tidy ;;
-    bench) echo libbenchmark-dev libsqlite3-dev liblmdb-dev libdb-dev ;;
+    bench) echo libbenchmark-dev python3 ;;
+    peers) echo libsqlite3-dev liblmdb-dev libdb-dev ;;
     fuzz) echo clang libclang-rt-14-dev ;;
-    docs) echo graphviz mandoc scdoc ;;
+    docs) echo graphviz gnuplot-nox mandoc scdoc ;;
     package) echo dpkg-dev fakeroot lintian mmdebstrap scdoc ;;
     *) echo "deps.sh: no such purpose: $1" >&2; return 1 ;;
   esac

@@ -2,6 +2,7 @@
 #ifndef CLIENT_CHECK_H_
 #define CLIENT_CHECK_H_
 
+#include <ctime>
 #include <string>
 
 #include "client/app.h"
@@ -40,6 +41,11 @@ void CheckDaemon(Findings* findings);
 void CheckScheduler(Findings* findings);
 void CheckFifos(Findings* findings);
 // What lies about.
+
+// Whether a command that process `pid` claimed `since` seconds ago was left
+// behind: its process is gone, or it has had its time (a daemon that could not
+// fork lives on, and a process id comes again).
+bool IsAbandonedClaim(long pid, time_t since);
 void CheckSpoolFiles(Findings* findings);
 void CheckSlots(Findings* findings);
 void CheckBooks(Findings* findings);

@@ -17,13 +17,14 @@
 #include "faxserver/fsshm.h"
 #include "isam/isam.h"
 #include "kx/object.h"
+#include "util/kutfile.h"
 #include "util/kutio.h"
 
 namespace client {
 namespace {
 
 constexpr time_t kOldAfter = 3600;      // seconds, for what is in the spool
-constexpr time_t kAbandonedAfter = 60;  // a claim is read at once
+constexpr time_t kAbandonedAfter = 60;  // seconds; a claim is read at once
 
 // The names in a directory, sorted; none when it cannot be read.
 std::vector<std::string> Names(const std::string& dir) {
@@ -39,6 +40,13 @@ std::vector<std::string> Names(const std::string& dir) {
 time_t AgeOf(const std::string& path) {
   struct stat st;
   return lstat(path.c_str(), &st) == 0 ? time(nullptr) - st.st_mtime : 0;
+}
+
+// How long ago a command was claimed: the rename set the time of its status.
+// The time of its content is the client's.
+time_t SinceClaim(const std::string& path) {
+  struct stat st;
+  return lstat(path.c_str(), &st) == 0 ? time(nullptr) - st.st_ctime : 0;
 }
 
 void CheckRegister(Findings* findings) {
@@ -103,13 +111,14 @@ bool IsNumber(const std::string& text) {
 void CheckClaim(Findings* findings, const std::string& name, long pid) {
   const std::string& spool = findings->place().spool;
   const std::string path = spool + "/" + name;
-  if (ProcessExists(pid) || AgeOf(path) < kAbandonedAfter) return;
+  if (!IsAbandonedClaim(pid, SinceClaim(path))) return;
   const std::string base = name.substr(0, name.rfind('.'));
   const std::string what = "abandoned command " + name;
-  // The daemon removes a claim as soon as it has read it: this one was not
-  // carried out.
+  // Whoever removes a claim may carry it out: this one was not. A worker that
+  // has just read it finds it gone and leaves it alone.
   if (findings->Repairs("Put " + name + " back to be carried out?")) {
-    if (rename(path.c_str(), (spool + "/" + base + ".cmd").c_str()) == 0) {
+    const std::string ready = spool + "/" + base + ".cmd";
+    if (Kut_rename_fresh(AT_FDCWD, path.c_str(), ready.c_str()) == 0) {
       return findings->Ok(what + ": put back");
     }
     return findings->Fail(what + ": " + std::strerror(errno), "look as root");
@@ -195,6 +204,10 @@ bool CheckBook(Findings* findings, const std::string& dir,
 }
 
 }  // namespace
+
+bool IsAbandonedClaim(long pid, time_t since) {
+  return !ProcessExists(pid) || since >= kAbandonedAfter;
+}
 
 void CheckDaemon(Findings* findings) {
   CheckRegister(findings);

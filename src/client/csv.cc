@@ -89,6 +89,7 @@ class Parser {
 std::string Cell(const std::string& text) {
   const bool plain =
       text.find_first_of(",\"\r\n") == text.npos &&
+      text.compare(0, 3, kByteOrderMark) != 0 &&
       (text.empty() || (text.front() != ' ' && text.back() != ' '));
   if (plain) return text;
   std::string quoted = "\"";

@@ -256,7 +256,10 @@ const char* Nearest(const std::string& word,
   size_t best = word.size() < 4 ? 2 : 3;
   for (const char* name : names) {
     const std::string candidate = name;
-    size_t distance = Distance(word, candidate);
+    const size_t apart = std::max(word.size(), candidate.size()) -
+                         std::min(word.size(), candidate.size());
+    // The lengths alone put them so far apart, and a word may be very long.
+    size_t distance = apart < best ? Distance(word, candidate) : best;
     if (word.size() >= 3 && candidate.starts_with(word)) {
       distance = 1;
     }

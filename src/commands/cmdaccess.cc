@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <string>
@@ -18,6 +19,7 @@
 #include "daemon/sxfile.h"
 #include "daemon/sxspool.h"
 #include "kx/kxobj.h"
+#include "util/kuterr.h"
 #include "util/kutuser.h"
 
 namespace {
@@ -75,7 +77,7 @@ const Owner& OwnerOf(const struct stat& st) {
   timespec now;
   clock_gettime(CLOCK_MONOTONIC, &now);
   if (g_owner_asked == now.tv_sec && g_owner.uid == st.st_uid) return g_owner;
-  g_owner_asked = now.tv_sec;
+  g_owner_asked = -1;  // until all is known: there may be no memory for it
   g_owner = {};
   g_owner.uid = st.st_uid;
   // Of root no more than the uid matters.
@@ -86,6 +88,7 @@ const Owner& OwnerOf(const struct stat& st) {
     g_owner.login = entry->pw_name;
     g_owner.in_fax_group = IsInFaxGroup(*entry);
   }
+  g_owner_asked = now.tv_sec;
   return g_owner;
 }
 
@@ -160,8 +163,12 @@ bool IsPermitted(const cmd_row& row, kx_object* cmd, const struct stat& st) {
   const Owner& owner = OwnerOf(st);
   const Trust trust = TrustIn(st, owner);
   const char* client = cmd_client(cmd);
-  if (row.runs_program != 0 && Kut_uname_to_uid(client) == 0) {
-    return trust == Trust::kRoot;
+  if (row.runs_program != 0) {
+    // Whom the database cannot tell at present may be root as well.
+    const int uid = Kut_uname_to_uid(client);
+    if (uid == 0 || (uid == -1 && Kut_is_shortage(errno))) {
+      return trust == Trust::kRoot;
+    }
   }
   if (trust != Trust::kSelf) return trust != Trust::kNobody;
   const char* login = owner.login.c_str();

@@ -53,9 +53,9 @@ bool Settle(const char* path) {
   return fsync(fd.get()) == 0;
 }
 
-void SyncDirectory(const char* dir) {
+bool SyncDirectory(const char* dir) {
   const UniqueFd fd(Kut_open(dir, O_RDONLY | O_DIRECTORY));
-  if (fd.valid()) fsync(fd.get());
+  return fd.valid() && fsync(fd.get()) == 0;
 }
 
 // Saves the command under a name of its own in the queued directory. False with
@@ -68,11 +68,14 @@ bool SaveQueued(kx_object* cmd, const char* dir, char (&name)[kNameSize]) {
                 static_cast<int>(getpid()));
   const cm_path temp = cm_join_path(dir, temp_name);
   if (Kfx_Save_Obj(cmd, temp.text) != 0) return false;
-  const bool queued =
-      Settle(temp.text) && TakeName(dir, temp.text, exchange, name);
-  const int saved = errno;
+  bool queued = Settle(temp.text) && TakeName(dir, temp.text, exchange, name);
+  int saved = errno;
   Kut_delete_file(temp.text);
-  if (queued) SyncDirectory(dir);
+  if (queued && !SyncDirectory(dir)) {
+    saved = errno;
+    Kut_delete_file(cm_join_plain(dir, name).text);
+    queued = false;
+  }
   errno = saved;
   kx_errno = queued ? kx_err_none : kx_err_system;
   return queued;

@@ -2,6 +2,9 @@
 
 #include <unistd.h>
 
+#include <new>
+#include <utility>
+
 #include "commands/cmdaccess.h"
 #include "commands/cmdresult.h"
 #include "commands/cmdtable.h"
@@ -16,8 +19,13 @@ namespace {
 constexpr const char* kEchoed[] = {"sessionid", "reference", "clientid",
                                    "hostname", "clntport"};
 
+// Made in advance: a command whose file is gone gets its answer even when there
+// is no memory left to make one.
+kx_object* g_reserve = nullptr;
+
 kx_object* BuildResponse(kx_object* cmd, const char* cmdtype) {
   kx_object* rsp = Kfx_Build_Obj("obj-cmdrsp");
+  if (rsp == nullptr) rsp = std::exchange(g_reserve, nullptr);
   if (rsp == nullptr) return nullptr;
   for (const char* field : kEchoed) Kfx_Set(rsp, field, Kfx_Get(cmd, field));
   Kfx_Set(rsp, "cmdtype", cmdtype);
@@ -44,8 +52,12 @@ int RunHandler(kx_object* cmd, kx_object* rsp, const char* cmdtype) {
     return cmd_fail(rsp, kx_err_data, "Unsupported command type %s", cmdtype);
   }
   if (row->client_decides == 0) kx::SetBool(cmd, "respond", true);
-  if (!cmd_is_permitted(*row, cmd)) return Refuse(rsp);
-  return row->handler(cmd, rsp);
+  try {
+    if (!cmd_is_permitted(*row, cmd)) return Refuse(rsp);
+    return row->handler(cmd, rsp);
+  } catch (const std::bad_alloc&) {
+    return cmd_fail(rsp, kx_err_memory, "%s", Kfx_Errmsg(kx_err_memory));
+  }
 }
 
 int Deliver(kx_object* rsp) {
@@ -87,7 +99,12 @@ int do_cmd(kx_object* cmd) {
     Kfx_Free_Obj(rsp);
   }
   Kfx_Free_Obj(cmd);
+  cmd_reserve();
   return outcome;
+}
+
+void cmd_reserve() {
+  if (g_reserve == nullptr) g_reserve = Kfx_Build_Obj("obj-cmdrsp");
 }
 
 void cmd_failed(kx_object* cmd) {

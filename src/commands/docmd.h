@@ -31,6 +31,10 @@ const cmd_row* find_ptbl(int type, const cmd_row* table);
 // made.
 int do_cmd(kx_object* cmd);
 
+// Sets a response aside, if there is none, for a command that comes when there
+// is no memory for one. Before the first command; do_cmd sees to it afterwards.
+void cmd_reserve();
+
 // Logs that a command's response could not be written, with the object
 // library's present message.
 void cmd_failed(kx_object* cmd);

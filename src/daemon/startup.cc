@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "cm/cmpaths.h"
+#include "commands/docmd.h"
 #include "daemon/background.h"
 #include "daemon/logfile.h"
 #include "daemon/monitor.h"
@@ -21,6 +22,7 @@
 #include "util/kuterr.h"
 #include "util/kutfile.h"
 #include "util/kutopt.h"
+#include "util/kutuser.h"
 
 namespace {
 
@@ -142,6 +144,12 @@ bool Initialize() {
     dmn_logf("Cannot initialize socket connection: %s", Kut_sys_errstr());
     return false;
   }
+  cmd_reserve();
+  // Somebody unknown makes the C library load all services of the user
+  // database. It ends a process that has no memory for that: once, here, and
+  // not while a command is carried out.
+  Kut_uname_to_uid("krtfax-nobody");
+  Kut_gname_to_gid("krtfax-nobody");
   return true;
 }
 

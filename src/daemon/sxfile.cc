@@ -10,9 +10,11 @@
 #include <cstring>
 #include <iterator>
 
+#include "daemon/logfile.h"
 #include "daemon/sxspool.h"
 #include "kx/kxtext.h"
 #include "util/kutdir.h"
+#include "util/kuterr.h"
 #include "util/kutfile.h"
 #include "util/kutio.h"
 #include "util/kutstr.h"
@@ -82,16 +84,23 @@ int KeepCmdtype(const kx_fielddef* field, const char* value) {
   return 0;
 }
 
-kx_object* ReadCommand(UniqueFd fd) {
+// The command in the file, or null. `unread` is set where the system could not
+// give the file's content or keep it in memory, so that nobody knows whether it
+// holds a command.
+kx::Object ReadCommand(UniqueFd fd, bool* unread) {
   g_slot.full = false;
   g_last.cmdtype[0] = '\0';
+  kx::Object cmd;
   const Stream stream = OpenStream(std::move(fd), "r");
-  if (stream == nullptr) {
-    kx_errno = kx_err_system;
-    return nullptr;
+  errno = stream != nullptr ? 0 : ENOMEM;
+  if (stream != nullptr) {
+    cmd.reset(kx_comp_object_lenient("obj-cmdrsp", read_pair, stream.get(),
+                                     nullptr, KeepCmdtype));
   }
-  return kx_comp_object_lenient("obj-cmdrsp", read_pair, stream.get(), nullptr,
-                                KeepCmdtype);
+  // The object library tells every failure to make an object in the same way.
+  *unread = cmd == nullptr && (errno == ENOMEM || std::ferror(stream.get()));
+  if (*unread) kx_errno = kx_err_system;
+  return cmd;
 }
 
 void Remember(kx_object* cmd) {
@@ -172,6 +181,16 @@ int Embeds(kx_object* rsp) {
   return std::ranges::find(kHandedOn, type) == std::end(kHandedOn) ? 1 : 0;
 }
 
+// Gives the written response its name. Its client waits for that name alone, so
+// a failure that passes is not taken at its word.
+void TakeName(int dirfd, const char* temporary, const char* final) {
+  for (int tries = 0; tries < 2; ++tries) {
+    if (renameat(dirfd, temporary, dirfd, final) == 0) return;
+  }
+  dmn_logf("Cannot rename response %s to %s: %s", temporary, final,
+           Kut_sys_errstr());
+}
+
 // Writes the whole response to `fd`: 0, or the failing step's result.
 int WriteResponse(UniqueFd fd, kx_object* rsp) {
   FILE* stream = OpenStream(std::move(fd), "w").release();
@@ -192,17 +211,27 @@ int sx_protocol() { return kFileProtocol; }
 kx_object* sx_cmd(const char* dir, const char* name, int save) {
   const int dirfd = spool_fd(dir);
   UniqueFd fd = dirfd >= 0 ? OpenClaimed(dirfd, name, &g_last.st) : UniqueFd();
-  const bool opened = fd.valid();
-  const int open_errno = errno;
-  kx_object* cmd = nullptr;
-  if (opened) cmd = ReadCommand(std::move(fd));
-  const int error = opened ? kx_errno : kx_err_system;
-  if (dirfd >= 0) unlinkat(dirfd, name, 0);
-  Remember(cmd);
-  if (cmd != nullptr && save != 0) SaveCommand(dir, cmd);
-  if (!opened) errno = open_errno;
+  kx::Object cmd;
+  bool unread = !fd.valid() && Kut_is_shortage(errno);
+  kx_errno = kx_err_system;
+  if (fd.valid()) cmd = ReadCommand(std::move(fd), &unread);
+  int error = kx_errno;
+  const int saved = errno;
+  Remember(nullptr);
+  if (unread) return nullptr;
+  const bool gone = unlinkat(dirfd, name, 0) == 0;
+  if (cmd == nullptr) {
+    errno = saved;
+  } else if (!gone) {
+    // Carried out now, it could be carried out once more from its file.
+    cmd.reset();
+    error = kx_err_system;
+  } else if (save != 0) {
+    SaveCommand(dir, cmd.get());
+  }
+  Remember(cmd.get());
   kx_errno = error;
-  return cmd;
+  return cmd.release();
 }
 
 const char* sx_cmdtype(kx_object* cmd) {
@@ -232,7 +261,7 @@ int sx_rsp(const char* dir, kx_object* rsp, int save) {
   if (!fd.valid()) return Fail(kx_err_system);
   const int result = WriteResponse(std::move(fd), rsp);
   if (result == 0) {
-    renameat(dirfd, temporary, dirfd, final);
+    TakeName(dirfd, temporary, final);
   } else {
     const int saved = errno;
     unlinkat(dirfd, temporary, 0);

@@ -49,11 +49,13 @@ int sx_ready(const char* dir, char* name);
 // Compares two names (pointers to const char *) byte by byte, for sorting.
 int sx_comp_rtn(const void* a, const void* b);
 
-// Reads the claimed command `name`, deletes its file in every case but a
-// directory, and with `save` keeps a copy in <dir>/save. The command, which the
-// caller frees, or null: 3 when it cannot be opened, is no regular file, has a
-// second name or is larger than kSxCommandMax, else what the reader of objects
-// says.
+// Reads the claimed command `name`, deletes its file, and with `save` keeps a
+// copy in <dir>/save. The command, which the caller frees, or null: 3 when it
+// cannot be opened, read or deleted, is no regular file, has a second name or
+// is larger than kSxCommandMax, else what the reader of objects says. A
+// directory stays, and so does a file that could not be read for want of
+// descriptors, memory or a sound disk, or that could not be deleted: the claim
+// is there, and nothing is done.
 kx_object* sx_cmd(const char* dir, const char* name, int save);
 
 // The status of the file that a command came from, as it was when it was read:

@@ -99,13 +99,6 @@ int Scan(const char* dir, const char* ext) {
   return 0;
 }
 
-// Renames without overwriting, where the file system can.
-int RenameFresh(int dirfd, const char* from, const char* to) {
-  if (renameat2(dirfd, from, dirfd, to, RENAME_NOREPLACE) == 0) return 0;
-  if (errno != EINVAL && errno != ENOSYS) return -1;
-  return renameat(dirfd, from, dirfd, to);
-}
-
 // Claims `name` as <base>.<pid> into `claimed`. A file of that name (a command
 // of the same name that a worker has yet to read, or one that was left behind
 // under this pid) is not overwritten: the claim is <base>-<n>.<pid> then.
@@ -117,7 +110,7 @@ bool Claim(int dirfd, const char* name, char* claimed) {
     const int length = std::snprintf(claimed, kSxNameSize, "%.*s%s.%d", base,
                                      name, suffix, g_list.pid);
     if (length >= static_cast<int>(kSxNameSize)) return false;
-    if (RenameFresh(dirfd, name, claimed) == 0) return true;
+    if (Kut_rename_fresh(dirfd, name, claimed) == 0) return true;
     if (errno != EEXIST) return false;
     std::snprintf(suffix, sizeof suffix, "-%d", n);
   }

@@ -103,6 +103,10 @@ struct db_handle {
 int db_init();
 int db_end();
 
+// From now on paths that do not begin with "/" lead from the open directory
+// `dirfd`, which stays the caller's; AT_FDCWD at first.
+void db_set_folder(int dirfd);
+
 // Makes an empty table, on disk when this returns. An extension of `path` is
 // replaced. kDbExists.
 int db_create(const char* path, const db_field* fields, const db_key* keys);
@@ -122,9 +126,9 @@ int db_info(int datno, db_field** fields, db_key** keys,
             const db_field* pseudo);
 
 // Whether the table has exactly these stored fields and keys, and nothing else
-// in its records; a caller that
-// counts on its own layout asks after db_open, since the file may be anybody's.
-// 0, or -1 with kDbData. Pseudo rows end `fields`; `unique` is 0 or 1.
+// in its records: a caller that counts on its own layout asks after db_open,
+// since the file may be anybody's. 0, or -1 with kDbData. Pseudo rows end
+// `fields`; `unique` is 0 or 1.
 int db_same_layout(const db_handle* db, const db_field* fields,
                    const db_key* keys);
 
@@ -144,8 +148,7 @@ int db_record_size(const db_handle* db);
 //                                than, `text`: the key's fields in order, each
 //                                padded with NUL to its length, all of them
 //   kx_pbc_alias                 the record of serial number `current`,
-//   whatever
-//                                `key` says
+//                                whatever `key` says
 // kDbEof from the four moving steps, kDbNotFound from the others; `current` is
 // then unchanged.
 int db_pos(db_handle* db, int key, int step, const void* text);

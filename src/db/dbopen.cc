@@ -1,7 +1,3 @@
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "db/dbpriv.h"
@@ -48,8 +44,8 @@ int Create(db_description* description, const char* path,
 int DeleteFile(const char* path, const char* extension) {
   char name[sizeof db_handle::path];
   if (SetPath(path, extension, name) != 0) return -1;
-  if (unlink(name) == 0) return 0;
-  return db_fail_store(errno == ENOENT ? kIsamNoFile : kIsamIo);
+  const int code = isam_remove(name);
+  return code == 0 ? 0 : db_fail_store(code);
 }
 
 // Opens the data file and what belongs to it, while the store runs.
@@ -91,6 +87,8 @@ int db_end() {
   const int code = CLISAM();
   return code == 0 ? 0 : db_fail_store(code);
 }
+
+void db_set_folder(int dirfd) { isam_set_folder(dirfd); }
 
 int db_create(const char* path, const db_field* fields, const db_key* keys) {
   char name[sizeof db_handle::path];

@@ -2,9 +2,13 @@
 #ifndef FAXSERVER_FSBASE_H_
 #define FAXSERVER_FSBASE_H_
 
+#include <cerrno>
 #include <cstddef>
+#include <new>
+#include <utility>
 
 #include "kx/object.h"
+#include "util/kuterr.h"
 
 // Set the error number and give the result that goes with it.
 inline int fx_ok() {
@@ -18,6 +22,25 @@ inline int fx_fail(int error) {
 inline std::nullptr_t fx_null(int error) {
   kx_errno = error;
   return nullptr;
+}
+
+// Whether the failure of the step before tells nothing about what it looked
+// for: an entry that could not be read for want of memory or descriptors must
+// not make a list that is shorter and looks whole.
+inline bool fx_is_shortage() {
+  return kx_errno == kx_err_memory ||
+         (kx_errno == kx_err_system && Kut_is_shortage(errno));
+}
+
+// An object, and an object's place in a list, for functions that catch
+// std::bad_alloc at the edge of the library.
+inline kx::Object fx_build(const char* type) {
+  kx::Object object = kx::Build(type);
+  if (object == nullptr) throw std::bad_alloc();
+  return object;
+}
+inline void fx_append(kx::ListBuilder* list, kx::Object element) {
+  if (!list->Append(std::move(element))) throw std::bad_alloc();
 }
 
 // Gives an object, or a list, away to a caller that frees it; kx_errno 0.

@@ -83,8 +83,7 @@ kx::Object MakeTag(const Entry& entry) {
   if (strcmp(name, "FXSENTON") == 0 || strcmp(name, "FXPAGES") == 0) {
     return nullptr;
   }
-  kx::Object tag = kx::Build("obj-cvrtag");
-  if (tag == nullptr) return nullptr;
+  kx::Object tag = fx_build("obj-cvrtag");
   if (kx::SetText(tag.get(), "tagname", name) != 0) {
     fx_logf("Tag name %s is too long", name);
     return nullptr;
@@ -131,18 +130,20 @@ bool HasAll(kx_object* tags, kx_object* wanted) {
 
 }  // namespace
 
-kx_object* fx_parse_cover_tags(char* line) {
+kx_object* fx_parse_cover_tags(char* line) try {
   kx::ListBuilder list;
   Entry entry;
   for (char* at = NextEntry(line, &entry); at != nullptr;
        at = NextEntry(at, &entry)) {
     kx::Object tag = MakeTag(entry);
-    if (tag != nullptr) list.Append(std::move(tag));
+    if (tag != nullptr) fx_append(&list, std::move(tag));
   }
   return fx_give(list.Take());
+} catch (const std::bad_alloc&) {
+  return fx_null(kx_err_memory);
 }
 
-kx_object* fx_get_cover_tags(const char* root, const char* name) {
+kx_object* fx_get_cover_tags(const char* root, const char* name) try {
   if (!cm_is_plain_name(name)) return fx_null(kx_err_data);
   const std::string path = FindCover(root, name);
   if (path.empty()) return fx_null(kx_err_data);
@@ -153,19 +154,24 @@ kx_object* fx_get_cover_tags(const char* root, const char* name) {
   const bool got = fgets(line, sizeof line, pipe) != nullptr;
   fx_pclose(pipe);
   return got ? fx_parse_cover_tags(line) : fx_null(kx_err_io);
+} catch (const std::bad_alloc&) {
+  return fx_null(kx_err_memory);
 }
 
-kx_object* fx_cover_matchlist(const char* root, kx_object* tags) {
+kx_object* fx_cover_matchlist(const char* root, kx_object* tags) try {
   const kx::Object pages(fx_res_allcvr_list(root));
   if (kx_errno != kx_err_none) return nullptr;
   kx::ListBuilder matches;
   for (kx_object* page : kx::Elements(pages.get())) {
     const std::string name = kx::TextOrEmpty(page, "rname");
     const kx::Object has(fx_get_cover_tags(root, name.c_str()));
+    if (kx_errno != kx_err_none && fx_is_shortage()) return nullptr;
     if (kx_errno != kx_err_none || !HasAll(has.get(), tags)) continue;
     kx::Object match(Kfx_Copy_Obj(page));
     if (match == nullptr) return nullptr;
-    matches.Append(std::move(match));
+    fx_append(&matches, std::move(match));
   }
   return fx_give(matches.Take());
+} catch (const std::bad_alloc&) {
+  return fx_null(kx_err_memory);
 }

@@ -50,25 +50,31 @@ std::string FormatEntry(pid_t pid, const char* name) {
 
 }  // namespace
 
-int fx_add_daemon_list(const char* kfaxdir, const char* name, pid_t pid) {
+int fx_add_daemon_list(const char* kfaxdir, const char* name, pid_t pid) try {
   const UniqueFd list(Kut_open(cm_get_dmnlist_file(kfaxdir),
                                O_WRONLY | O_APPEND | O_CREAT, kListMode));
   if (!list.valid()) return -1;
   // One write: entries of daemons that start at once do not mix.
   const std::string entry = FormatEntry(pid, name);
   return Kut_write_full(list.get(), entry.data(), entry.size());
+} catch (const std::bad_alloc&) {
+  errno = ENOMEM;
+  return -1;
 }
 
-pid_t fx_chk_daemon_list(const char* kfaxdir, const char* name) {
+pid_t fx_chk_daemon_list(const char* kfaxdir, const char* name) try {
   std::vector<Entry> entries;
   if (!ReadList(kfaxdir, &entries)) return -1;
   for (const Entry& entry : entries) {
     if (entry.name == name && IsAlive(entry.pid)) return entry.pid;
   }
   return 0;
+} catch (const std::bad_alloc&) {
+  errno = ENOMEM;
+  return -1;
 }
 
-int fx_upd_daemon_list(const char* kfaxdir, const char* name) {
+int fx_upd_daemon_list(const char* kfaxdir, const char* name) try {
   std::vector<Entry> entries;
   if (!ReadList(kfaxdir, &entries) && errno != ENOENT) return -1;
   std::string text;
@@ -81,13 +87,19 @@ int fx_upd_daemon_list(const char* kfaxdir, const char* name) {
   if (Kut_write_full(list.fd(), text.data(), text.size()) != 0) return -1;
   fx_give_to_krt(list.fd(), kListMode);
   return list.Commit();
+} catch (const std::bad_alloc&) {
+  errno = ENOMEM;
+  return -1;
 }
 
-int fx_kill_daemons(const char* kfaxdir, const char* name) {
+int fx_kill_daemons(const char* kfaxdir, const char* name) try {
   std::vector<Entry> entries;
   if (!ReadList(kfaxdir, &entries)) return -1;
   for (const Entry& entry : entries) {
     if (entry.name == name && entry.pid > 0) kill(entry.pid, SIGTERM);
   }
   return 0;
+} catch (const std::bad_alloc&) {
+  errno = ENOMEM;
+  return -1;
 }

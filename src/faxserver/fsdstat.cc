@@ -35,8 +35,7 @@ constexpr TextField kTexts[] = {
 };
 
 kx::Object MakeDevice(const char* root, const fx_dstat_record& record) {
-  kx::Object device = kx::Build("obj-device");
-  if (device == nullptr) return device;
+  kx::Object device = fx_build("obj-device");
   for (const TextField& text : kTexts) {
     kx::SetText(device.get(), text.field, (record.*text.member).c_str());
   }
@@ -79,16 +78,19 @@ fx_dstat_record fx_decode_dstat(const fx_dstat_bytes& bytes) {
   return record;
 }
 
-kx_object* fx_rd_dstat(const char* root) {
+kx_object* fx_rd_dstat(const char* root) try {
   const fx_stream stream = fx_open_stream(cm_get_dstat_file(root));
   if (stream == nullptr) return fx_null(kx_err_system);
   kx::ListBuilder list;
   fx_dstat_bytes bytes;
   while (fread(bytes.data(), bytes.size(), 1, stream.get()) == 1) {
-    kx::Object device = MakeDevice(root, fx_decode_dstat(bytes));
-    if (device == nullptr || !list.Append(std::move(device))) break;
+    fx_append(&list, MakeDevice(root, fx_decode_dstat(bytes)));
   }
   // One attachment serves all devices; none outlives the list.
   fx_shm_detach();
+  if (ferror(stream.get()) != 0) return fx_null(kx_err_system);
   return fx_give(list.Take());
+} catch (const std::bad_alloc&) {
+  fx_shm_detach();
+  return fx_null(kx_err_memory);
 }

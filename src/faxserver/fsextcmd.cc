@@ -71,6 +71,12 @@ struct Child {
   bool ended = false;
   int status = 0;
 
+  // One that nobody listens to any more is not left running.
+  ~Child() {
+    if (pid <= 0 || ended) return;
+    fx_kill_guarded(pid);
+    Wait();
+  }
   bool HasEnded() {
     if (!ended && waitpid(pid, &status, WNOHANG) == pid) ended = true;
     return ended;
@@ -84,31 +90,35 @@ struct Child {
   }
 };
 
-// Reads what is there. 1: goes on, 0: the end, -1: nothing now, or an error.
-int ReadSome(int fd, std::string* output) {
+enum class Got { kSome, kEnd, kNothingNow, kError };
+
+// Reads some of what is there.
+Got ReadSome(int fd, std::string* output) {
   char chunk[kChunkSize];
   ssize_t got;
   do {
     got = read(fd, chunk, sizeof chunk);
   } while (got < 0 && errno == EINTR);
-  if (got > 0) output->append(chunk, static_cast<size_t>(got));
-  return got > 0 ? 1 : static_cast<int>(got);
+  if (got < 0) return errno == EAGAIN ? Got::kNothingNow : Got::kError;
+  output->append(chunk, static_cast<size_t>(got));
+  return got > 0 ? Got::kSome : Got::kEnd;
 }
 
 // Reads all that the command prints, until it closes its output or ends: a
-// process that it left behind may hold the pipe open for ever. False when it
-// prints too much.
-bool ReadOutput(int fd, Child* child, std::string* output) {
+// process that it left behind may hold the pipe open for ever. An error number:
+// 19 when it prints too much.
+int ReadOutput(int fd, Child* child, std::string* output) {
   fcntl(fd, F_SETFL, O_NONBLOCK);
   for (;;) {
     // First the look, then the reading: what it printed before it ended is in
     // the pipe by then.
     const bool ended = child->HasEnded();
-    int more;
-    while ((more = ReadSome(fd, output)) > 0) {
-      if (output->size() > kFxMaxOutput) return false;
+    Got got;
+    while ((got = ReadSome(fd, output)) == Got::kSome) {
+      if (output->size() > kFxMaxOutput) return kx_err_data;
     }
-    if (more == 0 || ended) return true;
+    if (got == Got::kError) return kx_err_system;
+    if (got == Got::kEnd || ended) return kx_err_none;
     pollfd wanted = {fd, POLLIN, 0};
     poll(&wanted, 1, kPauseMs);
   }
@@ -134,7 +144,7 @@ kx_object* MakeResult(const std::string& output, bool is_object) {
 kx_object* MakeErrorText(int fd) {
   std::string text;
   lseek(fd, 0, SEEK_SET);
-  while (text.size() <= kFxMaxOutput && ReadSome(fd, &text) > 0) {
+  while (text.size() <= kFxMaxOutput && ReadSome(fd, &text) == Got::kSome) {
   }
   kx_object* message = MakeResult(text, false);
   kx_errno = kx_err_failed;
@@ -167,11 +177,8 @@ kx_object* Run(const Arguments& arguments, const kut_identity* identity,
   }
   writer.reset();
   std::string output;
-  if (!ReadOutput(reader.get(), &child, &output)) {
-    fx_kill_guarded(child.pid);
-    child.Wait();
-    return fx_null(kx_err_data);
-  }
+  const int error = ReadOutput(reader.get(), &child, &output);
+  if (error != kx_err_none) return fx_null(error);
   child.Wait();
   if (child.ExitStatus() != 0) return MakeErrorText(errors.get());
   return MakeResult(output, is_object);
@@ -179,7 +186,7 @@ kx_object* Run(const Arguments& arguments, const kut_identity* identity,
 
 }  // namespace
 
-kx_object* fx_extcmd(const char*, const char* user, kx_object* extcmd) {
+kx_object* fx_extcmd(const char*, const char* user, kx_object* extcmd) try {
   Arguments arguments;
   if (!MakeArguments(extcmd, &arguments)) return fx_null(kx_err_data);
   kut_identity identity;
@@ -189,6 +196,8 @@ kx_object* fx_extcmd(const char*, const char* user, kx_object* extcmd) {
   }
   const fx_child_guard guard;
   return Run(arguments, run_as, kx::Bool(extcmd, "retobj") == 1);
+} catch (const std::bad_alloc&) {
+  return fx_null(kx_err_memory);
 }
 
 int fx_run_as(const char* user, const char* command) {

@@ -82,7 +82,13 @@ kx::Object fx_read_object(FILE* stream, const char* type) {
     }
     type = found;
   }
-  return kx::Object(Kfx_Comp_Obj(type, ReadPair, &source, nullptr));
+  errno = 0;
+  kx::Object object(Kfx_Comp_Obj(type, ReadPair, &source, nullptr));
+  if (object != nullptr) return object;
+  // To the object library the one is an early end, the other a bad object.
+  if (ferror(stream) != 0) kx_errno = kx_err_system;
+  if (errno == ENOMEM) kx_errno = kx_err_memory;
+  return object;
 }
 
 kx::Object fx_load_object(const char* path, const char* type) {

@@ -46,7 +46,8 @@ bool fx_read_line(FILE* stream, char* line, size_t size);
 
 // Loads an object of the type (null: of any) from a stream or file in the text
 // form, without unpacking what is embedded. Null: 3 when the file cannot be
-// opened, which is a null stream; otherwise as Kfx_Comp_Obj.
+// opened, which is a null stream, or read; 1 without memory; otherwise as
+// Kfx_Comp_Obj.
 kx::Object fx_read_object(FILE* stream, const char* type);
 kx::Object fx_load_object(const char* path, const char* type);
 

@@ -31,11 +31,13 @@ constexpr size_t kFileLimit = 256 * 1024;
 // lookup would read the system's user file.
 class UserNames {
  public:
+  // "" for a uid that nobody has; null with errno when that cannot be told.
   const char* Get(int uid) {
     for (const auto& [known, name] : names_) {
       if (known == uid) return name.c_str();
     }
     const char* name = Kut_uid_to_uname(uid);
+    if (name == nullptr && Kut_is_shortage(errno)) return nullptr;
     names_.emplace_back(uid, name != nullptr ? name : "");
     return names_.back().second.c_str();
   }
@@ -47,6 +49,7 @@ class UserNames {
 struct Target {
   kx_object* freq;
   UserNames* names;
+  bool* failed;  // set, with errno, by a line that could not be understood
 };
 
 struct Source {
@@ -73,7 +76,9 @@ void ReadTime(const Target& to, const char* field, const char* line) {
 }
 
 void ReadOwner(const Target& to, const char* field, const char* line) {
-  kx::SetText(to.freq, field, to.names->Get(Kfx_Str_To_Long(line)));
+  const char* name = to.names->Get(Kfx_Str_To_Long(line));
+  if (name == nullptr) *to.failed = true;
+  kx::SetText(to.freq, field, name);
 }
 
 void ReadActive(const Target& to, const char* field, const char* line) {
@@ -199,15 +204,17 @@ bool NextLine(std::string_view* rest, char* line) {
 
 // Makes the object out of a file's content; nothing of a short file remains.
 kx::Object ParseFreq(std::string_view content, UserNames* names) {
-  kx::Object freq = kx::Build("obj-freq");
-  if (freq == nullptr) return freq;
+  kx::Object freq = fx_build("obj-freq");
   char line[kLineSize];
+  bool failed = false;
   for (const LineRule& rule : kLines) {
     if (!NextLine(&content, line)) {
       errno = EBADMSG;
-      return kx::Object(fx_null(kx_err_system));
+      failed = true;
+    } else {
+      rule.read({freq.get(), names, &failed}, rule.field, line);
     }
-    rule.read({freq.get(), names}, rule.field, line);
+    if (failed) return kx::Object(fx_null(kx_err_system));
   }
   kx_errno = kx_err_none;
   return freq;
@@ -221,15 +228,16 @@ kx::Object ReadFreqAt(int dirfd, const char* name, UserNames* names) {
   return ParseFreq(content, names);
 }
 
-std::string FormatFreq(const char* root, kx_object* freq) {
+// False with errno when nobody can tell who the owner is.
+bool FormatFreq(const char* root, kx_object* freq, std::string* content) {
   int owner = Kut_uname_to_uid(kx::TextOrEmpty(freq, "clientid"));
+  if (owner == -1 && Kut_is_shortage(errno)) return false;
   if (owner == -1) owner = cm_get_krt_uid();
-  std::string content;
   for (const LineRule& rule : kLines) {
-    content += rule.write({freq, root, owner}, rule.field);
-    content += '\n';
+    *content += rule.write({freq, root, owner}, rule.field);
+    *content += '\n';
   }
-  return content;
+  return true;
 }
 
 int Replace(const char* path, const std::string& content) {
@@ -243,21 +251,26 @@ int Replace(const char* path, const std::string& content) {
 
 }  // namespace
 
-kx_object* fx_read_freq(const char* path) {
+kx_object* fx_read_freq(const char* path) try {
   UserNames names;
   return ReadFreqAt(AT_FDCWD, path, &names).release();
+} catch (const std::bad_alloc&) {
+  return fx_null(kx_err_memory);
 }
 
 kx_object* fx_load_freq(const char* root, long seqno, int expired) {
   return fx_read_freq(fx_freq_file(root, seqno, expired));
 }
 
-int fx_save_freq(const char* root, kx_object* freq) {
+int fx_save_freq(const char* root, kx_object* freq) try {
   if (Kfx_Is_Obj_Type(freq, "obj-freq") == 0) return -1;
   const int seqno = kx::Number(freq, "seqno");
-  const std::string content = FormatFreq(root, freq);
-  const int saved = Replace(fx_freq_file(root, seqno, 0), content);
-  return saved == 0 ? fx_ok() : fx_fail(kx_err_system);
+  std::string content;
+  const bool saved = FormatFreq(root, freq, &content) &&
+                     Replace(fx_freq_file(root, seqno, 0), content) == 0;
+  return saved ? fx_ok() : fx_fail(kx_err_system);
+} catch (const std::bad_alloc&) {
+  return fx_fail(kx_err_memory);
 }
 
 int fx_del_freq(const char* root, long seqno, int expired) {
@@ -265,14 +278,17 @@ int fx_del_freq(const char* root, long seqno, int expired) {
   return deleted == 0 ? fx_ok() : fx_fail(kx_err_system);
 }
 
-kx_object* fx_rd_freqs(const char* root) {
+kx_object* fx_rd_freqs(const char* root) try {
   DirReader dir;
   if (dir.Open(cm_get_requests_dir(root)) != 0) return fx_null(kx_err_system);
   UserNames names;
   kx::ListBuilder list;
   for (const fx_numbered& entry : fx_numbered_names(&dir, "r-")) {
     kx::Object freq = ReadFreqAt(dir.fd(), entry.name.c_str(), &names);
-    if (freq != nullptr) list.Append(std::move(freq));
+    if (freq == nullptr && fx_is_shortage()) return nullptr;
+    if (freq != nullptr) fx_append(&list, std::move(freq));
   }
   return fx_give(list.Take());
+} catch (const std::bad_alloc&) {
+  return fx_null(kx_err_memory);
 }

@@ -65,16 +65,20 @@ void SetPages(int fd, kx_object* info) {
   }
 }
 
-// The entry of a received fax; null for what is none.
+// The entry of a received fax; null for what is none, and with 3 for what could
+// not be looked at.
 kx::Object MakeFaxInfo(const DirReader& dir, const char* name, const char* user,
                        int since) {
   struct stat st;
   const UniqueFd fd = fx_open_file(dir.fd(), name, fx_links::kRefuse, &st);
+  kx_errno = kx_err_system;
+  if (!fd.valid() && fx_is_shortage()) return nullptr;
+  kx_errno = kx_err_none;
   // One that may not be read is listed all the same.
   if (!fd.valid() && !StatRegular(dir, name, &st)) return nullptr;
   if (!IsNewer(st, since)) return nullptr;
-  kx::Object info = kx::Build("obj-faxinfo");
-  if (info == nullptr || !SetName(info.get(), "filename", name)) return nullptr;
+  kx::Object info = fx_build("obj-faxinfo");
+  if (!SetName(info.get(), "filename", name)) return nullptr;
   kx::SetText(info.get(), "clientid", user);
   kx::SetEnum(info.get(), "fstatus", kx_fst_new);
   if (fd.valid()) SetPages(fd.get(), info.get());
@@ -88,8 +92,8 @@ kx::Object MakeMessageInfo(const DirReader& dir, const char* name, int since) {
       !IsNewer(st, since)) {
     return nullptr;
   }
-  kx::Object info = kx::Build("obj-tinfo");
-  if (info == nullptr || !SetName(info.get(), "filename", name)) return nullptr;
+  kx::Object info = fx_build("obj-tinfo");
+  if (!SetName(info.get(), "filename", name)) return nullptr;
   kx::SetTime(info.get(), "msgtime", FileTime(st));
   return info;
 }
@@ -98,15 +102,15 @@ kx::Object MakeRoute(const char* root, const char* user, const char* other) {
   if (strcmp(user, other) == 0 || !fx_is_valid_user(root, other)) {
     return nullptr;
   }
-  kx::Object route = kx::Build("obj-route");
-  if (route == nullptr || !SetName(route.get(), "toid", other)) return nullptr;
+  kx::Object route = fx_build("obj-route");
+  if (!SetName(route.get(), "toid", other)) return nullptr;
   kx::SetText(route.get(), "fromid", user);
   return route;
 }
 
 }  // namespace
 
-kx_object* fx_get_srv_list(const char* root, const char* user, int since) {
+kx_object* fx_get_srv_list(const char* root, const char* user, int since) try {
   if (!fx_is_valid_user(root, user)) return fx_null(kx_err_user);
   const fx_stream stream =
       fx_open_user_stream(root, user, cm_get_servmsg_file(root, user));
@@ -117,45 +121,55 @@ kx_object* fx_get_srv_list(const char* root, const char* user, int since) {
   kx::ListBuilder list;
   if (!IsNewer(st, since)) return fx_give(list.Take());
   while (kx::Object message = fx_read_object(stream.get(), "obj-servmsg")) {
-    list.Append(std::move(message));
+    fx_append(&list, std::move(message));
   }
+  if (ferror(stream.get()) != 0) return fx_null(kx_err_system);
   return fx_give(list.Take());
+} catch (const std::bad_alloc&) {
+  return fx_null(kx_err_memory);
 }
 
-kx_object* fx_get_fax_list(const char* root, const char* user, int since) {
+kx_object* fx_get_fax_list(const char* root, const char* user, int since) try {
   DirReader dir;
   if (!OpenDir(root, user, cm_get_user_dir(root, user), &dir)) return nullptr;
   kx::ListBuilder list;
   for (const std::string& name : fx_visible_names(&dir)) {
     kx::Object info = MakeFaxInfo(dir, name.c_str(), user, since);
-    if (info != nullptr) list.Append(std::move(info));
+    if (info == nullptr && fx_is_shortage()) return nullptr;
+    if (info != nullptr) fx_append(&list, std::move(info));
   }
   return fx_give(list.Take());
+} catch (const std::bad_alloc&) {
+  return fx_null(kx_err_memory);
 }
 
-kx_object* fx_get_msg_list(const char* root, const char* user, int since) {
+kx_object* fx_get_msg_list(const char* root, const char* user, int since) try {
   DirReader dir;
   if (!OpenDir(root, user, cm_get_msgs_dir(root, user), &dir)) return nullptr;
   kx::ListBuilder list;
   for (const std::string& name : fx_visible_names(&dir)) {
     kx::Object info = MakeMessageInfo(dir, name.c_str(), since);
-    if (info != nullptr) list.Append(std::move(info));
+    if (info != nullptr) fx_append(&list, std::move(info));
   }
   return fx_give(list.Take());
+} catch (const std::bad_alloc&) {
+  return fx_null(kx_err_memory);
 }
 
-kx_object* fx_get_rte_list(const char* root, const char* user, int) {
+kx_object* fx_get_rte_list(const char* root, const char* user, int) try {
   DirReader dir;
   if (!OpenDir(root, user, cm_get_faxq_dir(root), &dir)) return nullptr;
   kx::ListBuilder list;
   for (const std::string& other : fx_visible_names(&dir)) {
     kx::Object route = MakeRoute(root, user, other.c_str());
-    if (route != nullptr) list.Append(std::move(route));
+    if (route != nullptr) fx_append(&list, std::move(route));
   }
   return fx_give(list.Take());
+} catch (const std::bad_alloc&) {
+  return fx_null(kx_err_memory);
 }
 
-kx_object* fx_get_evt_list(const char* root, const char* user, int since) {
+kx_object* fx_get_evt_list(const char* root, const char* user, int since) try {
   DirReader dir;
   if (!OpenDir(root, user, cm_get_evnt_dir(root, user), &dir)) return nullptr;
   kx::ListBuilder list;
@@ -165,7 +179,10 @@ kx_object* fx_get_evt_list(const char* root, const char* user, int since) {
       continue;
     }
     kx::Object status(fx_read_status(root, user, entry.number));
-    if (status != nullptr) list.Append(std::move(status));
+    if (status == nullptr && fx_is_shortage()) return nullptr;
+    if (status != nullptr) fx_append(&list, std::move(status));
   }
   return fx_give(list.Take());
+} catch (const std::bad_alloc&) {
+  return fx_null(kx_err_memory);
 }

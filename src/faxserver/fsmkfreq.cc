@@ -118,14 +118,16 @@ void SetTimes(const char* root, kx_object* env, kx_object* freq) {
 
 }  // namespace
 
-long fx_next_seqno(const char* path) {
+long fx_next_seqno(const char* path) try {
   const UniqueFd fd(Kut_open(path, O_RDWR | O_CREAT, 0664));
   const long next = fd.valid() && Lock(fd.get()) ? CountUp(fd.get()) : -1;
   return next >= 0 ? (fx_ok(), next) : fx_fail(kx_err_system);
+} catch (const std::bad_alloc&) {
+  return fx_fail(kx_err_memory);
 }
 
 kx_object* fx_make_freq(const char* root, const char* clientid,
-                        kx_object* env) {
+                        kx_object* env) try {
   if (!fx_is_valid_user(root, clientid)) return fx_null(kx_err_user);
   if (kx::Text(env, "tofnum") == nullptr) return fx_null(kx_err_data);
   kx::Object freq = kx::Build("obj-freq");
@@ -142,4 +144,6 @@ kx_object* fx_make_freq(const char* root, const char* clientid,
   SetNumbers(root, env, freq.get());
   SetTimes(root, env, freq.get());
   return fx_give(std::move(freq));
+} catch (const std::bad_alloc&) {
+  return fx_null(kx_err_memory);
 }

@@ -23,24 +23,6 @@ struct Monitors {
   kx::ListBuilder included;
 };
 
-void AddName(kx::ListBuilder* list, const char* name) {
-  kx::Object resource = kx::Build("obj-resource");
-  if (resource != nullptr && kx::SetText(resource.get(), "rname", name) == 0) {
-    list->Append(std::move(resource));
-  }
-}
-
-void ReadLine(const char* line, Monitors* monitors) {
-  if (*line == '\0' || *line == '#') return;
-  if (strcmp(line, kAllowAll) == 0) {
-    monitors->allow_all = true;
-  } else if (*line == '!') {
-    AddName(&monitors->excluded, line + 1);
-  } else {
-    AddName(&monitors->included, line);
-  }
-}
-
 // Whether a name, written as a line, is read back as itself.
 bool IsLine(const char* name, bool excluded) {
   std::string stripped = name;
@@ -48,6 +30,25 @@ bool IsLine(const char* name, bool excluded) {
   if (strpbrk(name, "\r\n") != nullptr) return false;
   return excluded ||
          (*name != '!' && *name != '#' && strcmp(name, kAllowAll) != 0);
+}
+
+void AddName(kx::ListBuilder* list, const char* name) {
+  kx::Object resource = fx_build("obj-resource");
+  if (kx::SetText(resource.get(), "rname", name) != 0) return;
+  fx_append(list, std::move(resource));
+}
+
+void ReadLine(char* line, Monitors* monitors) {
+  if (*line == '\0' || *line == '#') return;
+  if (strcmp(line, kAllowAll) == 0) {
+    monitors->allow_all = true;
+    return;
+  }
+  const bool excluded = *line == '!';
+  const char* name = excluded ? Kut_strip(line + 1) : line;
+  // What is read can be written: clients send back what they got.
+  if (*name == '\0' || !IsLine(name, excluded)) return;
+  AddName(excluded ? &monitors->excluded : &monitors->included, name);
 }
 
 // The file's content. False for a name that could not be read back.
@@ -66,7 +67,7 @@ bool Format(kx_object* names, bool allow_all, std::string* content) {
 
 }  // namespace
 
-kx_object* fx_get_monlist(const char* root, const char* user) {
+kx_object* fx_get_monlist(const char* root, const char* user) try {
   if (!fx_is_valid_user(root, user)) return fx_null(kx_err_user);
   kx::Object monitor = kx::Build("obj-monitor");
   if (monitor == nullptr) return nullptr;
@@ -74,18 +75,28 @@ kx_object* fx_get_monlist(const char* root, const char* user) {
   Monitors monitors;
   const fx_stream stream =
       fx_open_user_stream(root, user, cm_get_monitors_file(root, user));
+  // A client that changes the list sends all of it back: what could not be read
+  // would be lost.
+  if (stream == nullptr && Kut_is_shortage(errno)) {
+    return fx_null(kx_err_system);
+  }
   char line[kLineSize];
   while (stream != nullptr && fx_read_line(stream.get(), line, sizeof line)) {
     ReadLine(line, &monitors);
+  }
+  if (stream != nullptr && ferror(stream.get()) != 0) {
+    return fx_null(kx_err_system);
   }
   const bool all = monitors.allow_all;
   kx::SetEnum(monitor.get(), "montype", all ? kx_mon_incall : kx_mon_excall);
   kx::SetChild(monitor.get(), "names",
                all ? monitors.excluded.Take() : monitors.included.Take());
   return fx_give(std::move(monitor));
+} catch (const std::bad_alloc&) {
+  return fx_null(kx_err_memory);
 }
 
-int fx_set_monlist(const char* root, kx_object* monitor) {
+int fx_set_monlist(const char* root, kx_object* monitor) try {
   const char* user = kx::Text(monitor, "clientid");
   const int type = kx::Enum(monitor, "montype");
   std::string content;
@@ -102,4 +113,6 @@ int fx_set_monlist(const char* root, kx_object* monitor) {
       Kut_write_full(file.fd(), content.data(), content.size()) == 0 &&
       file.Commit() == 0;
   return done ? fx_ok() : fx_fail(kx_err_system);
+} catch (const std::bad_alloc&) {
+  return fx_fail(kx_err_memory);
 }

@@ -8,8 +8,9 @@
 //     !name      an excluded user, where ALLOWALL stands
 //     name       a user whose calls are shown, where it does not
 //
-// Only the whole line ALLOWALL is the switch: "!ALLOWALL" excludes a user of
-// that name.
+// Blanks around a name are not part of it, and a name with a carriage return in
+// it is none. Only the whole line ALLOWALL is the switch: "!ALLOWALL" excludes
+// a user of that name.
 #ifndef FAXSERVER_FSMON_H_
 #define FAXSERVER_FSMON_H_
 

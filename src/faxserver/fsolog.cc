@@ -125,7 +125,7 @@ int fx_append_olog(const char* root, const fx_olog_record& record) {
 }
 
 std::vector<fx_olog_record> fx_read_olog_list(const char* root, long seqno,
-                                              int max) {
+                                              int max) try {
   std::vector<fx_olog_record> found;
   struct stat st;
   const UniqueFd log =
@@ -145,6 +145,9 @@ std::vector<fx_olog_record> fx_read_olog_list(const char* root, long seqno,
                    });
   kx_errno = found.empty() ? kx_err_data : kx_err_none;
   return found;
+} catch (const std::bad_alloc&) {
+  kx_errno = kx_err_memory;
+  return {};
 }
 
 int fx_merge_stat_olog(kx_object* status, const fx_olog_record& record) {

@@ -25,26 +25,28 @@ int TypeEnum(int16_t type) {
   return type == kClassQueue ? kx_que_class : -1;
 }
 
-// The devices of a class, without the class itself.
-kx::Object ReadClass(const char* root, const std::string& name) {
+// The devices of a class, without the class itself, into `devices`. False with
+// 3 when they cannot be read at present.
+bool ReadClass(const char* root, const std::string& name, kx::Object* out) {
   kx::ListBuilder devices;
   const cm_path path = cm_join_plain(cm_get_class_dir(root), name.c_str());
   const fx_stream stream = fx_open_stream(path.text);
-  if (stream == nullptr) return nullptr;
+  kx_errno = kx_err_system;
+  if (stream == nullptr) return !fx_is_shortage();
   char line[kClassLineSize];
   while (fx_read_line(stream.get(), line, sizeof line)) {
     if (*line == '\0' || name == line) continue;
-    kx::Object device = kx::Build("obj-resource");
-    if (device == nullptr) break;
+    kx::Object device = fx_build("obj-resource");
     if (kx::SetText(device.get(), "rname", line) != 0) continue;
-    devices.Append(std::move(device));
+    fx_append(&devices, std::move(device));
   }
-  return devices.Take();
+  *out = devices.Take();
+  kx_errno = kx_err_system;
+  return ferror(stream.get()) == 0;
 }
 
 kx::Object MakeQueue(const char* root, const fx_qstat_record& record) {
-  kx::Object queue = kx::Build("obj-queue");
-  if (queue == nullptr) return queue;
+  kx::Object queue = fx_build("obj-queue");
   kx::SetText(queue.get(), "qname", record.qname.c_str());
   const int type = TypeEnum(record.qtype);
   if (type != -1) kx::SetEnum(queue.get(), "qtype", type);
@@ -52,7 +54,9 @@ kx::Object MakeQueue(const char* root, const fx_qstat_record& record) {
   kx::SetBool(queue.get(), "accepting", record.accepting != 0);
   kx::SetText(queue.get(), "areason", record.areason.c_str());
   if (record.qtype == kClassQueue) {
-    kx::SetChild(queue.get(), "devices", ReadClass(root, record.qname));
+    kx::Object devices;
+    if (!ReadClass(root, record.qname, &devices)) return nullptr;
+    kx::SetChild(queue.get(), "devices", std::move(devices));
   }
   return queue;
 }
@@ -86,16 +90,19 @@ bool fx_read_qstat(const char* root, std::vector<fx_qstat_record>* records) {
   while (fread(bytes.data(), bytes.size(), 1, stream.get()) == 1) {
     records->push_back(fx_decode_qstat(bytes));
   }
-  return true;
+  return ferror(stream.get()) == 0;
 }
 
-kx_object* fx_rd_qstat(const char* root) {
+kx_object* fx_rd_qstat(const char* root) try {
   std::vector<fx_qstat_record> records;
   if (!fx_read_qstat(root, &records)) return fx_null(kx_err_system);
   kx::ListBuilder list;
   for (const fx_qstat_record& record : records) {
     kx::Object queue = MakeQueue(root, record);
-    if (queue == nullptr || !list.Append(std::move(queue))) break;
+    if (queue == nullptr) return nullptr;
+    fx_append(&list, std::move(queue));
   }
   return fx_give(list.Take());
+} catch (const std::bad_alloc&) {
+  return fx_null(kx_err_memory);
 }

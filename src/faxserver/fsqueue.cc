@@ -30,7 +30,7 @@ const char* fx_queue_get_default(const char* root) {
   return name;
 }
 
-int fx_queue_set_default(const char* root, const char* name) {
+int fx_queue_set_default(const char* root, const char* name) try {
   const std::string line = std::string(name != nullptr ? name : "") + "\n";
   FileReplacer file;
   const bool done = file.Open(cm_get_default_file(root), 0666) == 0 &&
@@ -38,21 +38,25 @@ int fx_queue_set_default(const char* root, const char* name) {
                     Kut_write_full(file.fd(), line.data(), line.size()) == 0 &&
                     file.Commit() == 0;
   return done ? fx_ok() : fx_fail(kx_err_system);
+} catch (const std::bad_alloc&) {
+  return fx_fail(kx_err_memory);
 }
 
-kx_object* fx_queue_list(const char* root) {
+kx_object* fx_queue_list(const char* root) try {
   std::vector<fx_qstat_record> records;
   if (!fx_read_qstat(root, &records)) return fx_null(kx_err_system);
   kx::Object list;
   for (const fx_qstat_record& record : records) {
-    kx::Object queue = kx::Build("obj-resource");
-    if (queue == nullptr) break;
+    kx::Object queue = fx_build("obj-resource");
     if (kx::SetText(queue.get(), "rname", record.qname.c_str()) != 0) {
       fx_logf("Queue name %s is too long", record.qname.c_str());
       continue;
     }
     kx::SetText(queue.get(), "rdesc", record.qname.c_str());
     list.reset(fx_add_in_order(list.release(), queue.release()));
+    if (kx_errno == kx_err_memory) return nullptr;
   }
   return fx_give(std::move(list));
+} catch (const std::bad_alloc&) {
+  return fx_null(kx_err_memory);
 }

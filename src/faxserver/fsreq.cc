@@ -14,17 +14,25 @@
 
 namespace {
 
-int UidOr(const char* name, int otherwise) {
-  const int uid = Kut_uname_to_uid(name);
-  return uid != -1 ? uid : otherwise;
+// The uid of a user into `uid`, `otherwise` for an unknown one. False when that
+// cannot be told at present: nobody is taken for somebody else, who may more.
+bool GetUid(const char* name, int otherwise, int* uid) {
+  *uid = Kut_uname_to_uid(name);
+  if (*uid == -1 && Kut_is_shortage(errno)) return false;
+  if (*uid == -1) *uid = otherwise;
+  return true;
 }
 
 int CancelRegular(const char* root, const char* clientid, int seqno) {
   const kx::Object freq(fx_load_freq(root, seqno, 0));
   if (freq == nullptr) return -1;
-  const int caller = UidOr(clientid, static_cast<int>(getuid()));
-  const int owner =
-      UidOr(kx::TextOrEmpty(freq.get(), "clientid"), cm_get_krt_uid());
+  int caller;
+  int owner;
+  if (!GetUid(clientid, static_cast<int>(getuid()), &caller) ||
+      !GetUid(kx::TextOrEmpty(freq.get(), "clientid"), cm_get_krt_uid(),
+              &owner)) {
+    return fx_fail(kx_err_system);
+  }
   if (caller != owner && !cm_is_krt_admin(caller)) {
     return fx_fail(kx_err_permission);
   }

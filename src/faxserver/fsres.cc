@@ -35,7 +35,8 @@ using Choices = std::vector<Choice>;
 
 enum class Which { kRegular, kExecutable };
 
-// The lines of a list file. False when there is no such file.
+// The lines of a list file. False when it cannot be read; errno ENOENT: there
+// is none.
 bool ReadListFile(const char* path, Choices* choices) {
   const fx_stream stream = fx_open_stream(path);
   if (stream == nullptr) return false;
@@ -46,7 +47,9 @@ bool ReadListFile(const char* path, Choices* choices) {
     const char* desc = line + length;
     choices->push_back({std::string(line, length), desc + strspn(desc, " \t")});
   }
-  return true;
+  if (ferror(stream.get()) == 0) return true;
+  errno = EIO;
+  return false;
 }
 
 // The visible files of a directory, sorted by name. A missing one has none.
@@ -66,14 +69,13 @@ bool ReadFileNames(const char* path, Which which, Choices* choices) {
 kx_object* MakeList(const Choices& choices) {
   kx::ListBuilder list;
   for (const Choice& choice : choices) {
-    kx::Object resource = kx::Build("obj-resource");
-    if (resource == nullptr) return nullptr;
+    kx::Object resource = fx_build("obj-resource");
     if (kx::SetText(resource.get(), "rname", choice.name.c_str()) != 0) {
       fx_logf("Resource name %s is too long", choice.name.c_str());
       continue;
     }
     kx::SetText(resource.get(), "rdesc", choice.desc.c_str());
-    list.Append(std::move(resource));
+    fx_append(&list, std::move(resource));
   }
   return fx_give(list.Take());
 }
@@ -130,22 +132,27 @@ kx_object* fx_get_res_list(const char* root, int listtype) {
   return fx_null(kx_err_data);
 }
 
-kx_object* fx_res_cvr_list(const char* root) {
+kx_object* fx_res_cvr_list(const char* root) try {
   Choices choices;
   if (ReadListFile(cm_get_cvrlist_file(root), &choices)) {
     return MakeList(choices);
   }
   if (errno != ENOENT) return fx_null(kx_err_system);
   return fx_res_allcvr_list(root);
+} catch (const std::bad_alloc&) {
+  return fx_null(kx_err_memory);
 }
 
-kx_object* fx_res_allcvr_list(const char* root) {
+kx_object* fx_res_allcvr_list(const char* root) try {
   Choices files;
   if (!ReadFileNames(cm_get_covers_dir(root), Which::kExecutable, &files)) {
     return fx_null(kx_err_system);
   }
   Choices described;
-  ReadListFile(cm_get_cvrlist_file(root), &described);
+  if (!ReadListFile(cm_get_cvrlist_file(root), &described) &&
+      Kut_is_shortage(errno)) {
+    return fx_null(kx_err_system);
+  }
   Choices covers;
   for (Choice& file : files) {
     Kut_rmv_file_ext(file.name.data());
@@ -159,9 +166,11 @@ kx_object* fx_res_allcvr_list(const char* root) {
   std::sort(covers.begin(), covers.end(),
             [](const Choice& a, const Choice& b) { return a.name < b.name; });
   return MakeList(covers);
+} catch (const std::bad_alloc&) {
+  return fx_null(kx_err_memory);
 }
 
-kx_object* fx_res_filtyp_list(const char* root) {
+kx_object* fx_res_filtyp_list(const char* root) try {
   Choices types;
   for (const cm_filetype_row& row : cm_filetypes()) {
     types.push_back({row.name, row.desc});
@@ -176,30 +185,42 @@ kx_object* fx_res_filtyp_list(const char* root) {
     }
   }
   return MakeList(types);
+} catch (const std::bad_alloc&) {
+  return fx_null(kx_err_memory);
 }
 
-kx_object* fx_res_pglen_list(const char*) {
+kx_object* fx_res_pglen_list(const char*) try {
   return MakeList({{"letter", "11 inches"},
                    {"legal", "14 inches"},
                    {"a4", "297 mm"},
                    {"a3", "420 mm"},
                    {"a5", "210 mm"}});
+} catch (const std::bad_alloc&) {
+  return fx_null(kx_err_memory);
 }
 
-kx_object* fx_res_grp_list(const char* root) {
+kx_object* fx_res_grp_list(const char* root) try {
   return ListOfFileNames(cm_get_groups_dir(root));
+} catch (const std::bad_alloc&) {
+  return fx_null(kx_err_memory);
 }
 
-kx_object* fx_res_prt_list(const char* root) {
+kx_object* fx_res_prt_list(const char* root) try {
   return ListOfLines(cm_get_prtlist_file(root));
+} catch (const std::bad_alloc&) {
+  return fx_null(kx_err_memory);
 }
 
-kx_object* fx_res_retry_list(const char* root) {
+kx_object* fx_res_retry_list(const char* root) try {
   return ListOfLines(cm_get_retry_file(root));
+} catch (const std::bad_alloc&) {
+  return fx_null(kx_err_memory);
 }
 
-kx_object* fx_res_tnp_list(const char* root) {
+kx_object* fx_res_tnp_list(const char* root) try {
   return ListOfFileNames(cm_get_tnp_dir(root));
+} catch (const std::bad_alloc&) {
+  return fx_null(kx_err_memory);
 }
 
 kx_object* fx_add_in_order(kx_object* list, kx_object* resource) {

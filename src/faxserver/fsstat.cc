@@ -60,11 +60,15 @@ bool IsStale(const char* root, const char* name) {
 
 }  // namespace
 
-kx_object* fx_read_status(const char* root, const char* clientid, long seqno) {
+kx_object* fx_read_status(const char* root, const char* clientid,
+                          long seqno) try {
   return ReadStatus(root, clientid, seqno).release();
+} catch (const std::bad_alloc&) {
+  return fx_null(kx_err_memory);
 }
 
-kx_object* fx_status_list(const char* root, const char* clientid, long seqno) {
+kx_object* fx_status_list(const char* root, const char* clientid,
+                          long seqno) try {
   kx::Object status = ReadStatus(root, clientid, seqno);
   if (status == nullptr) return nullptr;
   kx::ListBuilder list;
@@ -83,9 +87,11 @@ kx_object* fx_status_list(const char* root, const char* clientid, long seqno) {
   }
   if (!list.Append(std::move(status))) return fx_null(kx_err_memory);
   return fx_give(list.Take());
+} catch (const std::bad_alloc&) {
+  return fx_null(kx_err_memory);
 }
 
-int fx_clean_events(const char* root, const char* user) {
+int fx_clean_events(const char* root, const char* user) try {
   DirReader dir;
   if (dir.Open(cm_get_evnt_dir(root, user), AT_FDCWD, O_NOFOLLOW) != 0) {
     return fx_ok();
@@ -96,4 +102,6 @@ int fx_clean_events(const char* root, const char* user) {
   }
   for (const std::string& name : stale) unlinkat(dir.fd(), name.c_str(), 0);
   return fx_ok();
+} catch (const std::bad_alloc&) {
+  return fx_fail(kx_err_memory);
 }

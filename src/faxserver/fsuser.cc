@@ -42,7 +42,7 @@ UniqueFd OpenParent(const char* queue, const char* below, std::string* last) {
 }  // namespace
 
 UniqueFd fx_open_user_dir(const char* root, const char* user,
-                          const char* path) {
+                          const char* path) try {
   const char* queue = cm_get_user_dir(root, user);
   const char* below = BelowQueue(queue, path);
   if (below == nullptr) return UniqueFd();
@@ -51,6 +51,9 @@ UniqueFd fx_open_user_dir(const char* root, const char* user,
   if (!dir.valid() || last.empty()) return dir;
   return UniqueFd(
       Kut_open_at(dir.get(), last.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW));
+} catch (const std::bad_alloc&) {
+  errno = ENOMEM;
+  return UniqueFd();
 }
 
 UniqueFd fx_make_options_dir(const char* root, const char* user) {
@@ -73,7 +76,7 @@ int fx_replace_option(int dirfd, const char* path, FileReplacer* file) {
 }
 
 fx_stream fx_open_user_stream(const char* root, const char* user,
-                              const char* path) {
+                              const char* path) try {
   const char* queue = cm_get_user_dir(root, user);
   const char* below = BelowQueue(queue, path);
   if (below == nullptr) return nullptr;
@@ -81,6 +84,9 @@ fx_stream fx_open_user_stream(const char* root, const char* user,
   const UniqueFd dir = OpenParent(queue, below, &last);
   if (!dir.valid()) return nullptr;
   return fx_open_stream_at(dir.get(), last.c_str(), fx_links::kRefuse);
+} catch (const std::bad_alloc&) {
+  errno = ENOMEM;
+  return nullptr;
 }
 
 bool fx_is_valid_user(const char* root, const char* user) {

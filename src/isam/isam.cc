@@ -186,16 +186,17 @@ isam_code OpenAny(const char* path, int mode, int* number) {
   if (name.empty()) return kIsamBadArgument;
   *number = FreeNumber();
   if (*number < 0) return kIsamTooManyFiles;
-  auto& place = g_store->open[*number / kStride].table;
-  if (isam_code code = isam::OpenTable(name, mode == kIsamUpdate, &place))
+  std::unique_ptr<Table> table;
+  if (isam_code code = isam::OpenTable(name, mode == kIsamUpdate, &table))
     return code;
   // Somebody died, or the machine was started anew: mended at once if nobody
   // else is at it. If that fails, reading goes by the ring, and a change fails.
-  if (mode == kIsamUpdate && !place->current &&
-      place->writer.TryWriter(place->idx.get()) == kIsamOk) {
-    (void)isam::BeginWrite(*place);
-    isam::EndWrite(*place, false);
+  if (mode == kIsamUpdate && !table->current &&
+      table->writer.TryWriter(table->idx.get()) == kIsamOk) {
+    const isam::WriteScope scope{*table};
+    (void)isam::BeginWrite(*table);
   }
+  g_store->open[*number / kStride].table = std::move(table);
   return kIsamOk;
 }
 
@@ -222,6 +223,12 @@ int CLISAM() {
   delete g_store;
   g_store = nullptr;
   return 0;
+}
+
+void isam_set_folder(int dirfd) { isam::SetFolder(dirfd); }
+
+int isam_remove(const char* path) {
+  return isam::g_sys.unlink(path) == 0 ? 0 : Fail(isam::CodeFromErrno());
 }
 
 int CREIFIL(IFIL* description) {
@@ -343,9 +350,9 @@ int LKISAM(int mode) {
 
 int isam_lock(int datno) {
   return WithTable(datno, [](Table& table) {
+    isam::WriteScope scope{table};
     const isam_code code = isam::BeginWrite(table);
-    table.keep_lock = code == kIsamOk;
-    isam::EndWrite(table, code == kIsamOk);
+    table.keep_lock = scope.keep = code == kIsamOk;
     return code;
   });
 }

@@ -133,6 +133,16 @@ int INTISAM(int buffers, int files, int sectors);
 // store was not started.
 int CLISAM();
 
+// --- Files ------------------------------------------------------------------
+
+// From now on paths that do not begin with "/" lead from the open directory
+// `dirfd`, which stays the caller's; AT_FDCWD at first. An open table needs it
+// no more, one under creation does. The store need not be started.
+void isam_set_folder(int dirfd);
+
+// Removes one file of a table. The store need not be started.
+int isam_remove(const char* path);
+
 // --- Creation ---------------------------------------------------------------
 
 // Begins a table: makes <name>.dat and <name>.idx, mode 0660 whatever the
@@ -257,10 +267,11 @@ int isam_check(const char* path, isam_report report, void* context);
 
 // Makes all indexes again from the records alone; also when the .idx file is
 // damaged or missing. Records that fail their checksum, and of those with equal
-// unique keys all but the oldest, cannot be kept: each is reported. No other
-// process may change the table meanwhile (kIsamCannotLock); readers get
-// kIsamDamaged until it is done. Dying in it leaves a table that must be
-// rebuilt again. 0, or why it could not be done.
+// unique keys all but the oldest, cannot be kept: each is reported. Without
+// whole field definitions it is not done (kIsamDamaged): they stand nowhere
+// else. No other process may change the table meanwhile (kIsamCannotLock);
+// readers get kIsamDamaged until it is done. Dying in it leaves a table that
+// must be rebuilt again. 0, or why it could not be done.
 int isam_rebuild(const char* path, isam_report report, void* context);
 
 #endif  // ISAM_ISAM_H_

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 #include "isam/isbytes.h"
 #include "isam/ispage.h"
@@ -157,8 +158,9 @@ isam_code ApplyChange(Change& change) {
   return code;
 }
 
-// What the table now knows without reading it again.
-void Adopt(Change& change, const State& state) {
+// What the table now knows without reading it again: less, without memory. The
+// commit stands, so nothing may fail any more.
+void Adopt(Change& change, const State& state) try {
   Table& table = change.table;
   table.state = state;
   EncodeState(state, table.layout.salt, table.state_bytes);
@@ -166,6 +168,8 @@ void Adopt(Change& change, const State& state) {
   table.ahead.direction = 0;
   for (auto& [number, page] : change.pages)
     memcpy(table.cache.Room(number), page.get(), kPageSize);
+} catch (const std::bad_alloc&) {
+  Forget(change.table);
 }
 
 // Writes the flushed entry's contents in place. The commit counts from the
@@ -189,13 +193,6 @@ isam_code Apply(Change& change, State state) {
   else
     Forget(table);
   return kIsamOk;
-}
-
-bool SizesHold(const Table& table, const struct stat& dat,
-               const struct stat& idx) {
-  const Root& root = table.root;
-  return dat.st_size >= table.layout.slot_offset(root.slots_capacity + 1) &&
-         idx.st_size >= table.layout.page_offset(root.pages_capacity + 1);
 }
 
 // Someone may have deleted the table, and made another of the same name, since

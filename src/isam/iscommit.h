@@ -17,6 +17,13 @@ namespace isam {
 // `keep` leaves the lock with the table for its next change.
 void EndWrite(Table& table, bool keep);
 
+// Ends what was begun in a scope, also when there was no memory to go on.
+struct WriteScope {
+  Table& table;
+  bool keep = false;
+  ~WriteScope() { EndWrite(table, keep); }
+};
+
 // Makes the change durable and visible. kIsamOk from the commit point on, even
 // if writing in place fails: then the ring stands in. Every other code means
 // that the change was not made. (Only if the disk refuses to take it back too,

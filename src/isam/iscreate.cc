@@ -98,8 +98,8 @@ isam_code OpenIndex(NewTable& table, const std::string& path) {
 
 NewTable::~NewTable() {
   if (!ours) return;
-  if (idx.valid()) g_sys.unlink((name + ".idx").c_str());
-  g_sys.unlink((name + ".dat").c_str());
+  if (idx.valid()) g_sys.unlink(idx_path.c_str());
+  g_sys.unlink(dat_path.c_str());
 }
 
 isam_code WriteEmptyIndex(int fd, const Layout& layout) {
@@ -129,18 +129,17 @@ isam_code SyncFolder(const std::string& path) {
 
 isam_code BeginTable(const std::string& name, const Layout& layout,
                      std::unique_ptr<NewTable>* out) {
-  auto table = std::make_unique<NewTable>();
-  table->name = name;
+  auto table = std::make_unique<NewTable>(name);
   table->layout = layout;
   if (g_sys.random(&table->layout.salt, sizeof layout.salt) != 0)
     return kIsamIo;
-  isam_code code = OpenData(*table, name + ".dat");
+  isam_code code = OpenData(*table, table->dat_path);
   if (code != kIsamOk) return code;
   bool data_is_new;
   code = CheckData(*table, &data_is_new);
   table->ours = code == kIsamOk && data_is_new;
-  if (code == kIsamOk) code = ClearIndex(name + ".idx", data_is_new);
-  if (code == kIsamOk) code = OpenIndex(*table, name + ".idx");
+  if (code == kIsamOk) code = ClearIndex(table->idx_path, data_is_new);
+  if (code == kIsamOk) code = OpenIndex(*table, table->idx_path);
   table->ours |= code == kIsamOk;
   if (code == kIsamOk) code = WriteData(*table);
   if (code == kIsamOk) code = WriteEmptyIndex(table->idx.get(), table->layout);

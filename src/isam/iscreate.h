@@ -15,7 +15,11 @@ namespace isam {
 constexpr mode_t kFileMode = 0660;
 
 struct NewTable {
-  std::string name;  // path without extension
+  // The path without extension, and those of the two files: kept, since there
+  // may be no memory to make them when they have to be taken away.
+  explicit NewTable(const std::string& path)
+      : name(path), dat_path(path + ".dat"), idx_path(path + ".idx") {}
+  const std::string name, dat_path, idx_path;
   UniqueFd dat, idx;
   Layout layout;
   Lock lock;  // on the data file: nobody else creates this table meanwhile

@@ -45,9 +45,9 @@
 //
 // Page
 //    0  8 checksum of 8 to the end of the entries        8 8 commit number
-//   16  4 page number   20 1 type   21 1 index   22 1 level (1 = leaf)   23 1
-//   zero 24  2 entries       26 2 zero   28 4 next free page 32    entries in
-//   ascending order: key, then 4 bytes: the slot of the record
+//   16  4 page number   20 1 type     21 1 index    22 1 level (1 = leaf)
+//   23  1 zero          24 2 entries  26 2 zero     28 4 next free page
+//   32    entries in ascending order: key, then 4 bytes: the slot of the record
 //         (leaf), or the page that holds the keys from this one on (inner page;
 //         there the first key is not looked at)
 //   A key is the segments of the record in order, and, where duplicates are
@@ -55,12 +55,10 @@
 //   an index are equal.
 //
 // Slot
-//    0  8 checksum of the rest    8 4 kSlotUsed, or the next free slot (0 =
-//    last)
-//   12    the record; of a free slot only the serial number is kept, the rest
-//   is
-//         zero. The highest serial number in any slot is thus the last one
-//         given.
+//    0  8 checksum of the rest
+//    8  4 kSlotUsed, or the next free slot (0: this is the last)
+//   12    the record; of a free slot the serial number, and zeros: the highest
+//         serial number in any slot is thus the last that was given
 //
 // Ring entry, at a multiple of 512
 //    0  8 magic "KRTREDO1"        8  8 checksum of 16 to the end
@@ -68,8 +66,7 @@
 //   32  8 base: the commits before it are on disk, in place, in both files
 //   40  4 length 44 4 images
 //   48    images: 4 kind, 4 number, 4 length, then the bytes as they are to
-//   stand
-//         in place
+//         stand in place
 #ifndef ISAM_ISFORMAT_H_
 #define ISAM_ISFORMAT_H_
 
@@ -99,6 +96,7 @@ constexpr off_t kRingOffset = 8192;
 constexpr uint32_t kPageHeader = 32;
 constexpr uint32_t kSlotHeader = 12;
 constexpr uint32_t kSlotUsed = 0xffffffff;
+constexpr uint32_t kLastSerial = 0xfffffffe;  // no higher number is given
 constexpr uint32_t kEntryHeader = 48;
 constexpr uint32_t kImageHeader = 12;
 

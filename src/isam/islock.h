@@ -1,13 +1,10 @@
 // The locks of a table: bytes of the index file far beyond its end.
 //
 //   writer   exclusive while a change is built and committed
-//   pending  exclusive while a writer waits for, or has, the apply lock;
-//   readers
-//            look at it first, so that a stream of them cannot keep a writer
-//            out
-//   apply    exclusive while a commit is written in place (a few writes, never
-//   a
-//            flush); shared by readers that met one
+//   pending  exclusive while a writer waits for, or has, the apply lock; looked
+//            at first by readers, so that a stream of them keeps no writer out
+//   apply    exclusive while a commit is written in place (a few writes, no
+//            flush); shared by readers that met one, and by a check
 //
 // - A lock belongs to the open file: it does not vanish when another descriptor
 //   of the file is closed, and the kernel frees it with the last descriptor.

@@ -37,6 +37,7 @@ class Rebuilder {
     isam_code code = OpenFiles();
     if (code == kIsamOk) code = lock_.TakeWriter(idx_.get());
     if (code == kIsamOk) code = SettleHeaders();
+    if (code == kIsamOk) code = CheckFields();
     if (code == kIsamOk) code = FinishLastCommit();
     if (code == kIsamOk) code = WriteState(Phase::kRebuilding);
     if (code == kIsamOk) code = WriteHeaders();
@@ -68,23 +69,38 @@ class Rebuilder {
   isam_code SettleHeaders() {
     uint8_t dat[kHeaderSize], idx[kHeaderSize];
     Layout of_idx;
-    dat_good_ = ReadAt(dat_.get(), dat, kHeaderSize, 0) == kIsamOk &&
-                DecodeHeader(dat, FileKind::kData, &layout_) == kIsamOk;
+    const bool dat_good =
+        ReadAt(dat_.get(), dat, kHeaderSize, 0) == kIsamOk &&
+        DecodeHeader(dat, FileKind::kData, &layout_) == kIsamOk;
     idx_good_ = ReadAt(idx_.get(), idx, kHeaderSize, 0) == kIsamOk &&
                 DecodeHeader(idx, FileKind::kIndex, &of_idx) == kIsamOk &&
-                (!dat_good_ || of_idx.salt == layout_.salt);
-    if (dat_good_) return kIsamOk;
+                (!dat_good || of_idx.salt == layout_.salt);
+    if (dat_good) return kIsamOk;
     if (!idx_good_) return kIsamDamaged;
     layout_ = of_idx;
     out_.Say("the header of the data file was damaged");
     return kIsamOk;
   }
 
+  // Nothing but the data file tells what the records mean: no index helps those
+  // who cannot read them.
+  isam_code CheckFields() {
+    uint8_t bytes[kFieldsSize];
+    DODA fields[kIsamMaxFields];
+    if (ReadAt(dat_.get(), bytes, kFieldsSize, kFieldsOffset) == kIsamOk &&
+        DecodeFields(bytes, layout_.salt, fields) >= 0)
+      return kIsamOk;
+    out_.Say("the field definitions are damaged");
+    return kIsamDamaged;
+  }
+
   // The slots in place may be older than the ring; then they are brought up to
-  // date first, if the ring can still be read.
+  // date first, if the ring can still be read. That has to be on disk before
+  // the ring is given up. A rebuild that died has done it, and may have left
+  // half a ring: of that only the serial number still counts.
   isam_code FinishLastCommit() {
     uint8_t bytes[kStateSize];
-    State state;
+    State state = {};
     if (ReadAt(idx_.get(), bytes, kStateSize, kStateOffset) == kIsamOk &&
         DecodeState(bytes, layout_, &state)) {
       commit_ = state.commit;
@@ -100,6 +116,7 @@ class Rebuilder {
     if (image == nullptr || !DecodeRoot(image->bytes, layout_, &root))
       return kIsamOk;
     next_serial_ = root.next_serial;
+    if (state.phase == Phase::kRebuilding) return kIsamOk;
     for (const auto& [key, slot] : ring->images()) {
       if (key.first != ImageKind::kSlot || key.second > root.slots_used)
         continue;
@@ -107,7 +124,7 @@ class Rebuilder {
                                    layout_.slot_offset(key.second)))
         return code;
     }
-    return kIsamOk;
+    return SyncFile(dat_.get());
   }
 
   isam_code WriteState(Phase phase) {
@@ -127,18 +144,23 @@ class Rebuilder {
     return SyncFile(idx_.get());
   }
 
+  // A header that is as it should be is left alone: half written it is none.
+  isam_code WriteHeader(int fd, FileKind kind) {
+    uint8_t there[kHeaderSize], bytes[kHeaderSize];
+    EncodeHeader(layout_, kind, bytes);
+    if (ReadAt(fd, there, kHeaderSize, 0) == kIsamOk &&
+        memcmp(there, bytes, kHeaderSize) == 0)
+      return kIsamOk;
+    return WriteAt(fd, bytes, kHeaderSize, 0);
+  }
+
   isam_code WriteHeaders() {
-    uint8_t bytes[kHeaderSize];
-    if (!dat_good_) {
-      EncodeHeader(layout_, FileKind::kData, bytes);
-      if (isam_code code = WriteAt(dat_.get(), bytes, kHeaderSize, 0))
-        return code;
+    if (!idx_good_) {
+      out_.Say("the index file was missing or damaged");
+      if (g_sys.chmod(idx_.get(), kFileMode) != 0) return CodeFromErrno();
     }
-    if (idx_good_) return kIsamOk;
-    out_.Say("the index file was missing or damaged");
-    if (g_sys.chmod(idx_.get(), kFileMode) != 0) return CodeFromErrno();
-    EncodeHeader(layout_, FileKind::kIndex, bytes);
-    return WriteAt(idx_.get(), bytes, kHeaderSize, 0);
+    if (isam_code code = WriteHeader(idx_.get(), FileKind::kIndex)) return code;
+    return WriteHeader(dat_.get(), FileKind::kData);
   }
 
   bool ReadSlot(uint32_t number) {
@@ -148,7 +170,8 @@ class Rebuilder {
       return false;
     const std::vector<uint8_t> read = slot_;
     SealSlot(slot_.data(), number, layout_);
-    return read == slot_;
+    // A number that was never given would leave none to give.
+    return read == slot_ && Get32(slot_.data() + kSlotHeader) <= kLastSerial;
   }
 
   isam_code ReadSlots() {
@@ -300,6 +323,7 @@ class Rebuilder {
   }
 
   // The ring keeps one entry, the new root page: it says which commit is last.
+  // The index file ends behind its last page; without one it was too short.
   isam_code WriteRoot() {
     root_.commit = commit_ + 1;
     root_.next_serial = next_serial_;
@@ -310,6 +334,8 @@ class Rebuilder {
     entry.Add(ImageKind::kRoot, 0, bytes, kRootSize);
     entry_length_ = entry.size();
     entry.Seal(root_.commit);
+    if (g_sys.truncate(idx_.get(), layout_.page_offset(root_.pages_used + 1)))
+      return CodeFromErrno();
     isam_code code = WriteAt(idx_.get(), bytes, kRootSize, kRootOffset);
     if (code == kIsamOk)
       code = WriteZeros(dat_.get(), kRingOffset, layout_.slot_offset(1));
@@ -318,12 +344,13 @@ class Rebuilder {
           WriteAt(dat_.get(), entry.bytes().data(), entry.size(), kRingOffset);
     return code;
   }
+
   const std::string& name_;
   Reporter& out_;
   UniqueFd dat_, idx_;
   Lock lock_;
   Layout layout_;
-  bool dat_good_ = false, idx_good_ = false;
+  bool idx_good_ = false;
   uint64_t commit_ = 0, changes_ = 0;
   uint32_t next_serial_ = 1, entry_length_ = 0;
   Root root_ = {};

@@ -12,6 +12,8 @@
 namespace isam {
 namespace {
 
+int g_folder = AT_FDCWD;
+
 template <typename Call>
 auto Uninterrupted(Call call) {
   auto result = call();
@@ -21,8 +23,11 @@ auto Uninterrupted(Call call) {
 
 int SysOpen(const char* path, int flags, mode_t mode) {
   // A fifo or a link under the name of a table must neither hang nor lead away.
-  return Kut_open(path, flags | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, mode);
+  return Kut_open_at(g_folder, path, flags | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY,
+                     mode);
 }
+
+int SysUnlink(const char* path) { return unlinkat(g_folder, path, 0); }
 
 int SysSync(int fd) {
   return Uninterrupted([=] { return fdatasync(fd); });
@@ -99,9 +104,11 @@ const uint8_t* SysBootId() {
 }  // namespace
 
 constinit Sys g_sys = {
-    SysOpen,     Kut_pread_full, Kut_pwrite_full, SysSync, SysSyncFull,
-    SysTruncate, fchmod,         fstat,           unlink,  SysLock,
+    SysOpen,     Kut_pread_full, Kut_pwrite_full, SysSync,   SysSyncFull,
+    SysTruncate, fchmod,         fstat,           SysUnlink, SysLock,
     SysIsLocked, SysBootId,      SysRandom,       5000};
+
+void SetFolder(int dirfd) { g_folder = dirfd; }
 
 isam_code CodeFromErrno() {
   switch (errno) {

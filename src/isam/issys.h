@@ -37,6 +37,9 @@ struct Sys {
 
 extern Sys g_sys;
 
+// The directory that relative paths lead from; the working directory at first.
+void SetFolder(int dirfd);
+
 // What errno means to the caller of the store.
 isam_code CodeFromErrno();
 

@@ -124,6 +124,13 @@ isam_code OpenTable(const std::string& name, bool writable,
   return kIsamOk;
 }
 
+bool SizesHold(const Table& table, const struct stat& dat,
+               const struct stat& idx) {
+  const Root& root = table.root;
+  return dat.st_size >= table.layout.slot_offset(root.slots_capacity + 1) &&
+         idx.st_size >= table.layout.page_offset(root.pages_capacity + 1);
+}
+
 bool StillCurrent(const Table& table) {
   uint8_t bytes[kStateSize];
   return ReadAt(table.idx.get(), bytes, kStateSize, kStateOffset) == kIsamOk &&

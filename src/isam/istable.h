@@ -3,6 +3,8 @@
 #ifndef ISAM_ISTABLE_H_
 #define ISAM_ISTABLE_H_
 
+#include <sys/stat.h>
+
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -87,6 +89,11 @@ struct Table {
 
 // Whether the files are still as `table` knows them: one small read.
 [[nodiscard]] bool StillCurrent(const Table& table);
+
+// Whether the files have room for all slots and pages that the root page
+// counts: room is made before the root page says so.
+[[nodiscard]] bool SizesHold(const Table& table, const struct stat& dat,
+                             const struct stat& idx);
 
 // Forgets what is known of the contents.
 void Forget(Table& table);

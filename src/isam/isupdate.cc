@@ -12,11 +12,13 @@
 namespace isam {
 namespace {
 
-constexpr uint32_t kLastSerial = 0xfffffffe;
-
 // Builds a change with `build` and commits it.
 template <typename Build>
 isam_code Update(Table& table, bool keep_lock, Build build) {
+  WriteScope scope{table};
+  // Room for what is the current record afterwards: a change that was made must
+  // not fail for it.
+  table.cursor.record.reserve(table.layout.record_length);
   isam_code code = BeginWrite(table);
   while (code == kIsamOk) {
     Change change(table);
@@ -28,7 +30,7 @@ isam_code Update(Table& table, bool keep_lock, Build build) {
     }
     code = Repair(table);  // the build met a bad page: mend it and build anew
   }
-  EndWrite(table, code == kIsamOk && (keep_lock || table.keep_lock));
+  scope.keep = code == kIsamOk && (keep_lock || table.keep_lock);
   return code;
 }
 

@@ -77,8 +77,8 @@ int kx_read_line(FILE* file, kx_pair_slot* slot, char* name, char* value,
   char* equals = std::strchr(name, '=');
   if (equals == nullptr) return -1;
   *equals = '\0';
-  std::strcpy(value, equals + 1);
-  Kut_strip_nl(value);
+  char* end = stpcpy(value, equals + 1);
+  if (end > value && end[-1] == '\n') end[-1] = '\0';
   return 0;
 }
 

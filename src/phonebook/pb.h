@@ -9,9 +9,9 @@
 //   (34), those that change something want it open for writing (35), and a
 //   kind that is unknown or not set up is 37. A failure of the database is 29
 //   unless said otherwise.
-// - Keys are looked up without regard to case; aliases are cut to 15
-//   characters first. A null key, group or bound is the empty text, which
-//   stands for none.
+// - Keys are looked up without regard to case. Aliases and groups are cut to 15
+//   characters first; the key of a step is taken as it is. A null key, group or
+//   bound is the empty text, which stands for none.
 // - Objects and lists that are returned belong to the caller.
 // - A change is on disk when it returns 0, and found by every later call of any
 //   process. Each of several changes that belong together (a person and its

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -58,6 +59,27 @@ void SetPaths(pb_book* book, const char* directory) {
   book->sort = -1;
 }
 
+// A book's directory, where its tables are reached by their names alone while
+// this lives. A user can exchange what lies in the queue directory at any
+// moment: "options" must be no link to another's, and stay what it was.
+class Folder {
+ public:
+  explicit Folder(const pb_book& book)
+      : fd_(Kut_open(Kut_dirname(book.per_path),
+                     O_PATH | O_DIRECTORY |
+                         (book.kind == kx_pbt_usr ? O_NOFOLLOW : 0))) {
+    db_set_folder(fd_.get());
+  }
+  Folder(const Folder&) = delete;
+  Folder& operator=(const Folder&) = delete;
+  ~Folder() { db_set_folder(AT_FDCWD); }
+  // -1 with errno when there is none: then no table can be reached.
+  int fd() const { return fd_.get(); }
+
+ private:
+  const UniqueFd fd_;
+};
+
 void CloseTables(pb_book* book) {
   for (const Table& table : kTables) {
     if (book->*table.handle != nullptr) db_close(book->*table.handle);
@@ -67,7 +89,7 @@ void CloseTables(pb_book* book) {
 }
 
 int OpenTable(pb_book* book, const Table& table) {
-  db_handle* db = db_open(book->*table.path, book->mode, table.pseudo);
+  db_handle* db = db_open(table.name, book->mode, table.pseudo);
   if (db == nullptr) {
     return pb_fail(db_errno() == kDbAbsent ? table.absent : kx_err_database);
   }
@@ -93,8 +115,9 @@ Owner OwnerOf(const pb_book& book) {
 // right to do so it stays with the process's user, who can use it as well. It
 // may lie where the new owner can exchange it: nothing is given away that has
 // another name, or that this user did not make.
-void GiveAway(const char* path, const Owner& owner) {
-  const UniqueFd fd(Kut_open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
+void GiveAway(int dirfd, const char* path, const Owner& owner) {
+  const UniqueFd fd(
+      Kut_open_at(dirfd, path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
   struct stat st;
   if (!fd.valid() || fstat(fd.get(), &st) != 0 || st.st_uid != geteuid()) {
     return;
@@ -109,19 +132,18 @@ int MakeDirectory(const pb_book& book, const Owner& owner) {
   const char* directory = Kut_dirname(book.per_path);
   if (Kut_is_directory(directory)) return 0;
   if (Kut_make_dir_path(directory) != 0) return pb_fail(kx_err_pb_system);
-  GiveAway(directory, owner);
+  GiveAway(AT_FDCWD, directory, owner);
   return 0;
 }
 
-int CreateTable(const pb_book& book, const Table& table, const Owner& owner) {
-  const char* path = book.*table.path;
-  if (db_create(path, table.fields, table.keys) != 0) {
+int CreateTable(const Folder& folder, const Table& table, const Owner& owner) {
+  if (db_create(table.name, table.fields, table.keys) != 0) {
     return db_errno() == kDbExists ? 0 : pb_fail(kx_err_database);
   }
   for (const char* extension : {"dat", "idx"}) {
-    char name[sizeof pb_book::per_path + sizeof ".dat"];
-    snprintf(name, sizeof name, "%s.%s", path, extension);
-    GiveAway(name, owner);
+    char name[16];
+    snprintf(name, sizeof name, "%s.%s", table.name, extension);
+    GiveAway(folder.fd(), name, owner);
   }
   return 0;
 }
@@ -168,6 +190,10 @@ int pb_open(int kind, int mode) {
   if (book == nullptr) return -1;
   if (book->open != 0) return 0;
   if (pb_init(book, mode) != 0) return -1;
+  const Folder folder(*book);
+  if (folder.fd() == -1 && (errno == ENOENT || errno == ENOTDIR)) {
+    return pb_fail(kx_err_no_book);
+  }
   for (const Table& table : kTables) {
     if (OpenTable(book, table) == 0) continue;
     CloseTables(book);
@@ -190,8 +216,10 @@ int pb_create(int kind) {
   if (book->open != 0) return 0;
   const Owner owner = OwnerOf(*book);
   if (MakeDirectory(*book, owner) != 0) return -1;
+  const Folder folder(*book);
+  if (folder.fd() == -1) return pb_fail(kx_err_pb_system);
   for (const Table& table : kTables) {
-    if (CreateTable(*book, table, owner) != 0) return -1;
+    if (CreateTable(folder, table, owner) != 0) return -1;
   }
   return 0;
 }
@@ -200,10 +228,11 @@ int pb_delete(int kind) {
   const pb_book* book = pb_get_pb(kind);
   if (book == nullptr) return -1;
   if (book->open != 0) return pb_fail(kx_err_database);
+  const Folder folder(*book);
   // All of them, since a group left behind would be in the next book.
   int result = 0;
   for (const Table& table : kTables) {
-    if (db_delete(book->*table.path) != 0) result = pb_fail(kx_err_database);
+    if (db_delete(table.name) != 0) result = pb_fail(kx_err_database);
   }
   return result;
 }

@@ -28,3 +28,19 @@ const char* Kut_strerror(int errnum) {
   static char buffer[kTextSize];
   return CopyText(errnum, buffer);
 }
+
+bool Kut_is_shortage(int errnum) {
+  switch (errnum) {
+    case EAGAIN:
+    case EDQUOT:
+    case EINTR:
+    case EIO:
+    case EMFILE:
+    case ENFILE:
+    case ENOMEM:
+    case ENOSPC:
+      return true;
+    default:
+      return false;
+  }
+}

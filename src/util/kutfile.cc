@@ -94,6 +94,12 @@ int Kut_rename_file(const char* from, const char* to) {
 
 int Kut_link_file(const char* from, const char* to) { return link(from, to); }
 
+int Kut_rename_fresh(int dirfd, const char* from, const char* to) {
+  if (renameat2(dirfd, from, dirfd, to, RENAME_NOREPLACE) == 0) return 0;
+  if (errno != EINVAL && errno != ENOSYS) return -1;
+  return renameat(dirfd, from, dirfd, to);
+}
+
 int Kut_copy_file(const char* from, const char* to) {
   struct stat st;
   const UniqueFd source(Kut_open_regular(AT_FDCWD, from, 0, &st));

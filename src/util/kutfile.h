@@ -46,6 +46,9 @@ int Kut_is_exec_file(const char* path);
 int Kut_delete_file(const char* path);
 int Kut_rename_file(const char* from, const char* to);
 int Kut_link_file(const char* from, const char* to);
+// Renames `from` to `to`, both relative to `dirfd`, unless there is a `to`:
+// then -1 with EEXIST. A file system that cannot do that (NFS, say) overwrites.
+int Kut_rename_fresh(int dirfd, const char* from, const char* to);
 
 // Copies the regular file `from`, any size in constant memory, over `to`, with
 // the permissions of `from` less the umask. `to` is replaced in one step: on

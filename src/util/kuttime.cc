@@ -1,8 +1,9 @@
 #include "util/kuttime.h"
 
-#include <cstdio>
+#include <charconv>
 #include <cstring>
 #include <ctime>
+#include <initializer_list>
 
 #include "util/kutstr.h"
 
@@ -102,11 +103,16 @@ const char* Kut_time_2_str(long t, int long_form) {
   const time_t when = t;
   tm utc = {};
   if (gmtime_r(&when, &utc) == nullptr) return nullptr;
-  snprintf(buffer, sizeof buffer,
-           long_form != 0 ? "%04ld/%02d/%02d %02d:%02d:%02d"
-                          : "%04ld%02d%02d%02d%02d%02d",
-           utc.tm_year + 1900L, utc.tm_mon + 1, utc.tm_mday, utc.tm_hour,
-           utc.tm_min, utc.tm_sec);
+  // By hand: printf took a sixth of the time of writing a status.
+  char* at = std::to_chars(buffer, buffer + 32, utc.tm_year + 1900L).ptr;
+  const char* before = long_form != 0 ? "// ::" : "";
+  for (const int part :
+       {utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec}) {
+    if (*before != '\0') *at++ = *before++;
+    *at++ = static_cast<char>('0' + part / 10);
+    *at++ = static_cast<char>('0' + part % 10);
+  }
+  *at = '\0';
   return buffer;
 }
 

@@ -3,11 +3,8 @@
 
 namespace {
 
-using ctl::Expect;
 using ctl::Server;
-using support::Exit;
-using support::ReadFile;
-using support::WriteFile;
+using ctl::Session;
 
 class Book : public ::testing::Test {
  protected:
@@ -15,148 +12,107 @@ class Book : public ::testing::Test {
     server_.Start();
     ASSERT_EQ(server_.Run({"pb", "init"}).status, 0);
   }
-  Exit Import(const std::string& name, const std::string& text,
-              const std::string& options = "") {
-    WriteFile(server_.Path(name), text);
-    return server_.Shell("krtctl pb import '" + server_.Path(name) + "' " +
-                         options);
-  }
   Server server_;
 };
 
-TEST(NoBook, IsSaidSo) {
-  Server server;
-  server.Start();
-  Expect(
-      server,
-      {{{"pb", "list"},
-        1,
-        "",
-        "krtctl: pb list: Phone-book does not exist (38)\n"},
-       {{"pb", "add", "lname=Lee"},
-        1,
-        "",
-        "krtctl: pb add Lee: Phone-book does not exist (38)\n"},
-       {{"pb", "drop"}, 64, "", "krtctl: nothing deleted; --yes deletes\n"}});
-}
-
 TEST_F(Book, PersonsComeAndGo) {
-  Expect(
-      server_,
-      {{{"pb", "add", "fname=Ann", "lname=Lee", "fax=49 89 12 x5"},
-        0,
-        "AnnLee added\n",
-        ""},
-       {{"pb", "add", "fname=Ann", "lname=Lee", "-q"}, 0, "AnnLee2\n", ""},
-       {{"pb", "add", "palias=annlee"},
-        1,
-        "",
-        "krtctl: pb add annlee: Duplicate alias (33)\n"},
-       {{"pb", "add", "lnam=x"},
-        64,
-        "",
-        "krtctl: unknown field \"lnam\"; did you mean \"lname\"?\n"},
-       {{"pb", "add", "zip=1234567890123"},
-        65,
-        "",
-        "krtctl: pb add: zip: at most 11 bytes, not 13\n"},
-       {{"pb", "edit", "ANNLEE", "company=Acme", "fax="},
-        0,
-        "AnnLee changed\n",
-        ""},
-       {{"pb", "edit", "annlee", "palias=other"},
-        65,
-        "",
-        "krtctl: pb edit annlee: palias: an alias cannot be changed\n"},
-       {{"pb", "show", "annlee", "-j"},
-        0,
-        "[{\"type\":\"obj-person\",\"palias\":\"AnnLee\",\"lname\":\"Lee\","
-        "\"fname\":\"Ann\",\"company\":\"Acme\",\"fcntry\":\" \",\"farea\":"
-        "\" \",\"flocal\":\" \",\"fext\":\" \"}]\n",
-        "*"},
-       {{"pb", "show", "zed"},
-        1,
-        "",
-        "krtctl: pb show zed: Invalid person (30)\n"},
-       {{"pb", "find", "ACM", "-q"}, 0, "*", ""},
-       {{"pb", "find", "nothing", "-j"}, 1, "[]\n", ""},
-       {{"pb", "count"}, 0, "2\n", ""},
-       {{"pb", "count", "--from", "annlee2"}, 0, "1\n", ""},
-       {{"pb", "group", "add", "Staff", "All of us"}, 0, "Staff added\n", ""},
-       {{"pb", "count", "--group", "staff"}, 0, "0\n", ""},
-       {{"pb", "group", "join", "STAFF", "annlee", "zed"},
-        1,
-        "AnnLee is a member of Staff\n",
-        "krtctl: pb group join zed: Invalid person (30)\n"},
-       {{"pb", "group", "list", "AnnLee", "-q"}, 0, "Staff\tAll of us\n", ""},
-       {{"pb", "count", "--group", "staff"}, 0, "1\n", ""},
-       // Whatever the spelling given, the memberships go too.
-       {{"pb", "rm", "annlee"}, 0, "AnnLee deleted\n", ""},
-       {{"pb", "group", "show", "staff"}, 0, "", ""},
-       {{"pb", "group", "join", "staff", "annlee2", "-q"}, 0, "", ""},
-       {{"pb", "group", "leave", "staff", "annlee2"},
-        0,
-        "AnnLee2 is no member any more of Staff\n",
-        ""},
-       {{"pb", "group", "rm", "staff", "staff"},
-        1,
-        "Staff deleted\n",
-        "krtctl: pb group rm staff: Invalid group (31)\n"},
-       {{"pb", "drop", "-yq"}, 0, "", ""},
-       {{"pb", "count"},
-        1,
-        "",
-        "krtctl: pb count: Phone-book does not exist (38)\n"}});
+  Session(server_, R"(
+$ krtctl pb add fname=Ann lname=Lee 'fax=49 89 12 x5'
+AnnLee added
+$ krtctl pb add fname=Ann lname=Lee -q
+AnnLee2
+1$ krtctl pb add palias=annlee
+! pb add annlee: Duplicate alias (33)
+64$ krtctl pb add lnam=x
+! unknown field "lnam"; did you mean "lname"?
+65$ krtctl pb add zip=1234567890123
+! pb add: zip: at most 11 bytes, not 13
+$ krtctl pb edit ANNLEE company=Acme fax=
+AnnLee changed
+65$ krtctl pb edit annlee palias=other
+! pb edit annlee: palias: an alias cannot be changed
+$ krtctl pb show annlee -j
+[{"type":"obj-person","palias":"AnnLee","lname":"Lee","fname":"Ann","company":"Acme","fcntry":" ","farea":" ","flocal":" ","fext":" "}]
+!*
+1$ krtctl pb show zed
+! pb show zed: Invalid person (30)
+$ krtctl pb find ACM -q
+*
+1$ krtctl pb find nothing -j
+[]
+$ krtctl pb count
+2
+$ krtctl pb count --from annlee2
+1
+$ krtctl pb group add Staff 'All of us'
+Staff added
+$ krtctl pb count --group staff
+0
+1$ krtctl pb group join STAFF annlee zed
+AnnLee is a member of Staff
+! pb group join zed: Invalid person (30)
+$ krtctl pb group list AnnLee -q
+Staff	All of us
+$ krtctl pb count --group staff
+1
+$ krtctl pb rm annlee
+AnnLee deleted
+$ krtctl pb group show staff
+$ krtctl pb group join staff annlee2 -q
+$ krtctl pb group leave staff annlee2
+AnnLee2 is no member any more of Staff
+1$ krtctl pb group rm staff staff
+Staff deleted
+! pb group rm staff: Invalid group (31)
+64$ krtctl pb drop
+! nothing deleted; --yes deletes
+$ krtctl pb drop -yq
+1$ krtctl pb count
+! pb count: Phone-book does not exist (38)
+1$ krtctl pb add lname=Lee
+! pb add Lee: Phone-book does not exist (38)
+)");
 }
 
 TEST_F(Book, BooksAndOrdersAreChosen) {
-  for (const char* line :
-       {"pb init --book system", "pb add palias=x lname=Zoe company=B",
-        "pb add palias=y lname=Amy company=C",
-        "pb add palias=z lname=Max company=A",
-        "pb add --book system palias=s lname=Sys"}) {
-    ASSERT_EQ(server_.Shell(std::string("krtctl -q ") + line).status, 0);
-  }
-  const struct {
-    const char* options;
-    const char* aliases;
-  } kCases[] = {{"", "x y z "},
-                {"--sort lname", "y z x "},
-                {"--sort company", "z x y "},
-                {"--sort unsorted", "x y z "},
-                {"--sort lname --from b", "z x "},
-                {"--sort lname --to n", "y z "},
-                {"--max 2", "x y "},
-                {"--book system", "s "},
-                {"--group none", ""}};
-  for (const auto& c : kCases) {
-    EXPECT_EQ(server_
-                  .Shell("krtctl -q pb list " + std::string(c.options) +
-                         " | cut -f1 | tr '\\n' ' '")
-                  .out,
-              c.aliases)
-        << c.options;
+  Session(server_, R"(
+$ krtctl -q pb init --book system
+$ krtctl -q pb add palias=x lname=Zoe company=B
+x
+$ krtctl -q pb add palias=y lname=Amy company=C
+y
+$ krtctl -q pb add palias=z lname=Max company=A
+z
+$ krtctl -q pb add --book system palias=s lname=Sys
+s
+)");
+  const std::pair<std::string, const char*> kCases[] = {
+      {"", "x y z"},
+      {"--sort lname", "y z x"},
+      {"--sort company", "z x y"},
+      {"--sort unsorted", "x y z"},
+      {"--sort lname --from b", "z x"},
+      {"--sort lname --to n", "y z"},
+      {"--max 2", "x y"},
+      {"--book system", "s"},
+      {"--group none", ""}};
+  for (const auto& [options, aliases] : kCases) {
+    Session(server_, "$ echo $(krtctl -q pb list " + options + " | cut -f1)\n" +
+                         aliases + "\n");
   }
 }
 
 TEST_F(Book, ListsComeInPages) {
-  std::string text = "palias,lname\n";
-  for (int i = 0; i < 450; ++i) {
-    text += "p" + std::to_string(1000 + i) + ",L\n";
-  }
-  const Exit import = Import("many.csv", text);
-  EXPECT_EQ(import.out,
-            "450 rows: 450 added, 0 updated, 0 skipped, 0 rejected\n")
-      << import.err;
-  std::string expected;
-  for (int i = 0; i < 450; ++i) {
-    expected += "p" + std::to_string(1000 + i) + "\n";
-  }
-  EXPECT_EQ(server_.Shell("krtctl pb list -q | cut -f1").out, expected);
-  EXPECT_EQ(
-      server_.Shell("krtctl pb list -q --from p1100 --to p1350 | wc -l").out,
-      "250\n");
-  EXPECT_EQ(server_.Shell("krtctl pb list -q --max 201 | wc -l").out, "201\n");
+  Session(server_, R"(
+$ (echo palias,lname; seq -f 'p%g,L' 1000 1449) > ROOT/many.csv
+$ krtctl pb import ROOT/many.csv
+450 rows: 450 added, 0 updated, 0 skipped, 0 rejected
+$ seq -f p%g 1000 1449 > ROOT/all && krtctl pb list -q | cut -f1 | cmp - ROOT/all
+$ krtctl pb list -q --from p1100 --to p1350 | wc -l
+250
+$ krtctl pb list -q --max 201 | wc -l
+201
+)");
   EXPECT_EQ(server_.root().SpoolNames(), std::vector<std::string>{});
 }
 
@@ -173,96 +129,85 @@ constexpr char kAwkward[] =
     ",No Alias,,7,,\r\n";
 
 TEST_F(Book, ImportNamesWhatItRejects) {
-  const std::string rejects = server_.Path("rejects.csv");
-  Exit end = Import("in.csv", kAwkward);
-  EXPECT_EQ(end.status, 65);
-  EXPECT_EQ(end.err,
-            "krtctl: pb import: unknown column \"Mail\", perhaps email; --map "
-            "\"Mail=FIELD\" "
-            "takes it, --ignore-unknown skips it\n");
+  WriteFile(server_.Path("in.csv"), kAwkward);
   const std::string kReasons =
-      "krtctl: pb import row 2: company: one line without control characters "
-      "only (line 3)\n"
-      "krtctl: pb import row 3: fax: \"1234567-1-1\" does not fit (line 5)\n"
-      "krtctl: pb import row 4: the alias A1 is in the file already (line 6)\n"
-      "krtctl: pb import row 5: notes: at most 63 bytes, not 65 (line 7)\n"
-      "krtctl: pb import row 6: more cells than the heading has (line 8)\n";
-  // Without the server: what can be seen in the file.
-  end = Import("in.csv", kAwkward, "-n --map mail=email");
-  EXPECT_EQ(end.out, "7 rows: 2 fit, 0 updated, 0 skipped, 5 rejected\n");
-  EXPECT_EQ(end.err, kReasons);
-  end = Import("in.csv", kAwkward,
-               "--map Mail=email --alias-from NAME --rejects " + rejects);
-  EXPECT_EQ(end.status, 1);
-  EXPECT_EQ(end.out, "7 rows: 2 added, 0 updated, 0 skipped, 5 rejected\n");
-  EXPECT_EQ(end.err, kReasons);
-  EXPECT_NE(ReadFile(rejects).find(
-                "a2,Bob,\"two\nlines\",1,,,2,company: one line without control "
-                "characters only\r\n"),
-            std::string::npos)
-      << ReadFile(rejects);
-  EXPECT_EQ(server_.Run({"pb", "show", "a1"}).out,
-            "palias       a1\nlname        Lee\nfname        Ann B.\n"
-            "company      Acme, \"Inc.\"\nnotes        \xC3\xA9t\xC3\xA9\n"
-            "fcntry       +49\nfarea        89\nflocal       12-34\n"
-            "fext         5\nemail        a@b\n");
-  EXPECT_EQ(server_.Run({"pb", "show", "NOALIAS"}).status, 0);
+      R"(! pb import row 2: company: one line without control characters only (line 3)
+! pb import row 3: fax: "1234567-1-1" does not fit (line 5)
+! pb import row 4: the alias A1 is in the file already (line 6)
+! pb import row 5: notes: at most 63 bytes, not 65 (line 7)
+! pb import row 6: more cells than the heading has (line 8)
+)";
+  // First without the server: what can be seen in the file.
+  Session(
+      server_,
+      R"(
+65$ krtctl pb import ROOT/in.csv
+! pb import: unknown column "Mail", perhaps email; --map "Mail=FIELD" takes it, --ignore-unknown skips it
+1$ krtctl pb import ROOT/in.csv -n --map mail=email
+7 rows: 2 fit, 0 updated, 0 skipped, 5 rejected
+)" + kReasons +
+          R"(1$ krtctl pb import ROOT/in.csv --map Mail=email --alias-from NAME --rejects ROOT/rejects.csv
+7 rows: 2 added, 0 updated, 0 skipped, 5 rejected
+)" + kReasons +
+          R"($ krtctl pb show a1
+palias       a1
+lname        Lee
+fname        Ann B.
+company      Acme, "Inc."
+notes        été
+fcntry       +49
+farea        89
+flocal       12-34
+fext         5
+email        a@b
+$ krtctl pb show NOALIAS | head -n 1
+palias       NoAlias
+)");
+  EXPECT_NE(ReadFile(server_.Path("rejects.csv"))
+                .find("a2,Bob,\"two\nlines\",1,,,2,company: one line without "
+                      "control characters only\r\n"),
+            std::string::npos);
 }
 
 TEST_F(Book, DuplicatesAreDealtWithAsAsked) {
-  const std::string text = "palias,lname\na,One\nb,Two\nA,Three\n";
-  ASSERT_EQ(Import("one.csv", "palias,lname,city\na,Old,Town\n").status, 0);
-  Exit end = Import("in.csv", text);
-  EXPECT_EQ(end.out, "3 rows: 1 added, 0 updated, 0 skipped, 2 rejected\n");
-  EXPECT_EQ(end.err,
-            "krtctl: pb import row 1: Duplicate alias (33) (line 2)\n"
-            "krtctl: pb import row 3: the alias A is in the file already (line "
-            "4)\n");
-  end = Import("in.csv", text, "--on-duplicate skip");
-  EXPECT_EQ(end.status, 0) << end.err;
-  EXPECT_EQ(end.out, "3 rows: 0 added, 0 updated, 3 skipped, 0 rejected\n");
-  end = Import("in.csv", text, "--on-duplicate update -j");
-  EXPECT_EQ(end.out,
-            "{\"type\":\"import\",\"rows\":3,\"added\":0,\"updated\":3,"
-            "\"skipped\":0,\"rejected\":0}\n");
-  EXPECT_EQ(server_.Run({"pb", "show", "a"}).out,
-            "palias       a\nlname        Three\ncity         Town\n");
+  Session(server_, R"(
+$ printf 'palias,lname,city\na,Old,Town\n' | krtctl -q pb import -
+$ printf 'palias,lname\na,One\nb,Two\nA,Three\n' > ROOT/in.csv
+1$ krtctl pb import ROOT/in.csv
+3 rows: 1 added, 0 updated, 0 skipped, 2 rejected
+! pb import row 1: Duplicate alias (33) (line 2)
+! pb import row 3: the alias A is in the file already (line 4)
+$ krtctl pb import ROOT/in.csv --on-duplicate skip
+3 rows: 0 added, 0 updated, 3 skipped, 0 rejected
+$ krtctl pb import ROOT/in.csv --on-duplicate update -j
+{"type":"import","rows":3,"added":0,"updated":3,"skipped":0,"rejected":0}
+$ krtctl pb show a
+palias       a
+lname        Three
+city         Town
+)");
 }
 
 // Nobody answers, or the daemon is gone after the first answer: what was under
 // way is taken back, the rest was never sent.
 TEST_F(Book, ImportGivesUpInOrder) {
   server_.Stop();
-  std::string text = "palias\n";
-  for (int i = 0; i < 50; ++i) text += "p" + std::to_string(i) + "\n";
-  WriteFile(server_.Path("in.csv"), text);
-  const struct {
-    const char* then;
-    int status;
-    const char* out;
-  } kCases[] = {
-      {"", 75, "32\n50 rows: 0 added, 0 updated, 0 skipped, 50 rejected\n"},
-      {"f=$(ls | grep 001.cmd); sed '/^respond/a result=0' $f >x; rm $f\n"
-       ": >../krtnet.lck; mv x ${f%.cmd}.rsp;",
-       69, "32\n50 rows: 1 added, 0 updated, 0 skipped, 49 rejected\n"}};
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.then);
-    server_.Pretend();
-    const Exit end = server_.Shell(
-        "cd " + server_.root().spool().string() +
-        "; krtctl --timeout 2 pb import " + server_.Path("in.csv") +
-        " & pid=$!\n"
-        "while [ $(ls | grep -c cmd) -lt 32 ]; do :; done\n"
-        "ls | wc -l;" +
-        c.then + " wait $pid");
-    EXPECT_EQ(end.status, c.status) << end.err;
-    EXPECT_EQ(end.out, c.out);
-    EXPECT_NE(end.err.find("krtctl: pb import row 32: not executed (line 33)\n"
-                           "krtctl: pb import row 33: not sent (line 34)\n"),
-              std::string::npos)
-        << end.err;
-    EXPECT_EQ(server_.root().SpoolNames(), std::vector<std::string>{});
-  }
+  server_.Pretend();
+  Session(server_, R"(
+$ (echo palias; seq -f p%g 0 49) > ROOT/in.csv
+75$ krtctl --timeout 2 pb import ROOT/in.csv 2> ROOT/err & pid=$!; while [ $(ls SPOOL | grep -c cmd) -lt 32 ]; do :; done; ls SPOOL | wc -l; wait $pid
+32
+50 rows: 0 added, 0 updated, 0 skipped, 50 rejected
+$ grep -A1 'row 32' ROOT/err
+krtctl: pb import row 32: not executed (line 33)
+krtctl: pb import row 33: not sent (line 34)
+69$ cd SPOOL; krtctl --timeout 2 pb import ../../in.csv 2> ROOT/err & pid=$!; while [ $(ls | grep -c cmd) -lt 32 ]; do :; done; f=$(ls | grep 001.cmd); sed '/^respond/a result=0' $f > x; rm $f; : > ../krtnet.lck; mv x ${f%.cmd}.rsp; wait $pid
+50 rows: 1 added, 0 updated, 0 skipped, 49 rejected
+$ grep -A1 'row 32' ROOT/err
+krtctl: pb import row 32: not executed (line 33)
+krtctl: pb import row 33: not sent (line 34)
+)");
+  EXPECT_EQ(server_.root().SpoolNames(), std::vector<std::string>{});
 }
 
 // Every field, long and with everything that a format might stumble over.
@@ -276,46 +221,32 @@ TEST_F(Book, ExportThenImportReproducesTheBook) {
   for (int i = 0; i < 60; ++i) {
     text += "p" + std::to_string(i) + ",L" + std::to_string(i) + ",,,,,,1\n";
   }
-  ASSERT_EQ(Import("in.csv", text).status, 0);
-  for (const char* line : {"pb group add g1 'One, \"two\"'",
-                           "pb group add empty", "pb group join g1 x1 X2 p3"}) {
-    ASSERT_EQ(server_.Shell(std::string("krtctl -q ") + line).status, 0);
-  }
-  const std::string dir = server_.Path("");
-  ASSERT_EQ(server_
-                .Shell("cd " + dir +
-                       " && krtctl -q pb export book.csv && krtctl -q pb "
-                       "export book.vcf && krtctl -q pb export "
-                       "--vcard-version 3.0 book3.vcf && krtctl -q pb "
-                       "export --groups groups.csv")
-                .err,
-            "");
-  const std::string book = ReadFile(server_.Path("book.csv"));
-  for (const char* file : {"book.csv", "book.vcf", "book3.vcf"}) {
-    SCOPED_TRACE(file);
-    const Exit end = server_.Shell(
-        "cd " + dir +
-        " && krtctl -yq pb drop && krtctl -q pb init && krtctl "
-        "-q pb import " +
-        file +
-        " && krtctl pb import --groups groups.csv && "
-        "krtctl -q pb export again.csv && krtctl -q pb export --groups "
-        "groups2.csv");
-    EXPECT_EQ(end.err, "");
-    EXPECT_EQ(ReadFile(server_.Path("again.csv")), book);
-    EXPECT_EQ(ReadFile(server_.Path("groups2.csv")),
-              ReadFile(server_.Path("groups.csv")));
+  WriteFile(server_.Path("in.csv"), text);
+  Session(server_, R"(
+$ krtctl pb import ROOT/in.csv
+62 rows: 62 added, 0 updated, 0 skipped, 0 rejected
+$ krtctl pb group add g1 'One, "two"' && krtctl pb group add empty && krtctl -q pb group join g1 x1 X2 p3
+g1 added
+empty added
+$ for f in book.csv book.vcf '--vcard-version 3.0 book3.vcf' '--groups groups.csv'; do cd ROOT; krtctl -q pb export $f; done
+$ krtctl -j pb export | head -c 30; echo
+[{"type":"obj-person","palias"
+$ krtctl -j pb export --groups
+[{"type":"obj-group","galias":"empty","members":[]},{"type":"obj-group","galias":"g1","gdesc":"One, \"two\"","members":["p3","x1","X2"]}]
+)");
+  for (const std::string file : {"book.csv", "book.vcf", "book3.vcf"}) {
+    Session(server_, R"(
+$ cd ROOT && krtctl -yq pb drop && krtctl -q pb init && krtctl -q pb import )" +
+                         file + R"(
+$ krtctl -q pb import --groups ROOT/groups.csv
+$ krtctl -q pb export ROOT/again.csv && cmp ROOT/again.csv ROOT/book.csv
+$ krtctl -q pb export --groups ROOT/again.csv && cmp ROOT/again.csv ROOT/groups.csv
+)");
   }
   EXPECT_EQ(ReadFile(server_.Path("groups.csv")),
             "galias,gdesc,palias\r\nempty,,\r\ng1,\"One, \"\"two\"\"\",\r\n"
             "g1,\"One, \"\"two\"\"\",p3\r\ng1,\"One, \"\"two\"\"\",x1\r\n"
             "g1,\"One, \"\"two\"\"\",X2\r\n");
-  EXPECT_EQ(server_.Shell("krtctl -j pb export | head -c 30").out,
-            "[{\"type\":\"obj-person\",\"palias\"");
-  EXPECT_EQ(server_.Shell("krtctl -j pb export --groups").out,
-            "[{\"type\":\"obj-group\",\"galias\":\"empty\",\"members\":[]},"
-            "{\"type\":\"obj-group\",\"galias\":\"g1\",\"gdesc\":\"One, "
-            "\\\"two\\\"\",\"members\":[\"p3\",\"x1\",\"X2\"]}]\n");
 }
 
 }  // namespace

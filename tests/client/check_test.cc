@@ -1,4 +1,6 @@
 // check: what it finds, and what it repairs.
+#include "client/check.h"
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -11,7 +13,6 @@ namespace {
 
 using ctl::Server;
 using support::Exit;
-using support::WriteFile;
 
 // The findings that are not "ok", but for what this machine may lack: the fax
 // system's user, and the processes of the rest of the fax server.
@@ -29,46 +30,43 @@ std::string Troubles(const Exit& end) {
   return found;
 }
 
+std::string Check(const Server& server, const std::string& options = "") {
+  return Troubles(server.Shell("krtctl check -q " + options));
+}
+
 TEST(Check, HealthyServerHasNoTroubles) {
   Server server;
   server.Start();
-  const Exit end = server.Run({"check", "-q"});
-  EXPECT_EQ(Troubles(end), "");
+  EXPECT_EQ(Check(server), "");
   const bool user = cm_get_krt_uid() >= 0 && cm_get_krt_gid() >= 0;
   const Exit offline = server.Run({"check", "--offline", "-q"});
   EXPECT_EQ(Troubles(offline), "");
   EXPECT_EQ(offline.status, user ? 0 : 1);
 }
 
-TEST(Check, MissingFoldersAreMade) {
+TEST(Check, MissingFoldersAreMadeAndOpenOnesNamed) {
   const Server server;
+  const std::string spool = server.root().spool();
   std::filesystem::remove(server.Path("krtnet/queued"));
-  std::filesystem::remove_all(server.root().spool());
-  const std::string missing = "FAIL  " + server.Path("krtnet/filspool") +
-                              " is missing; fix: krtctl check --fix\nFAIL  " +
-                              server.Path("krtnet/queued") +
-                              " is missing; fix: krtctl check --fix\n";
+  std::filesystem::remove_all(spool);
+  const std::string missing = " is missing; fix: krtctl check --fix\n";
   const Exit before = server.Run({"check", "-q", "--offline"});
   EXPECT_EQ(before.status, 1);
-  EXPECT_EQ(Troubles(before), missing);
-  EXPECT_EQ(Troubles(server.Run({"check", "-q", "--offline", "--fix"})), "");
+  EXPECT_EQ(Troubles(before), "FAIL  " + spool + missing + "FAIL  " +
+                                  server.Path("krtnet/queued") + missing);
+  EXPECT_EQ(Check(server, "--offline --fix"), "");
   struct stat st;
-  ASSERT_EQ(stat(server.root().spool().c_str(), &st), 0);
+  ASSERT_EQ(stat(spool.c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 07777, 02770U);
-  EXPECT_EQ(Troubles(server.Run({"check", "-q", "--offline"})), "");
-  const Exit nowhere = server.Run({"--root", "/nonexistent", "check", "-q"});
-  EXPECT_EQ(nowhere.status, 1);
-}
-
-TEST(Check, SpoolOpenToEverybodyFails) {
-  const Server server;
-  chmod(server.root().spool().c_str(), 0777);
-  EXPECT_EQ(Troubles(server.Run({"check", "-q", "--offline"})),
-            "FAIL  " + server.root().spool().string() +
-                " can be written by everybody; fix: chmod 2770 " +
-                server.root().spool().string() + "\n");
-  chmod(server.root().spool().c_str(), 01777);
-  EXPECT_EQ(Troubles(server.Run({"check", "-q", "--offline"})), "");
+  EXPECT_EQ(Check(server, "--offline"), "");
+  EXPECT_EQ(server.Run({"--root", "/nonexistent", "check", "-q"}).status, 1);
+  chmod(spool.c_str(), 0777);
+  EXPECT_EQ(Check(server, "--offline"),
+            "FAIL  " + spool +
+                " can be written by everybody; fix: chmod 2770 " + spool +
+                "\n");
+  chmod(spool.c_str(), 01777);
+  EXPECT_EQ(Check(server, "--offline"), "");
 }
 
 TEST(Check, WhatLiesAboutIsFoundAndRepaired) {
@@ -77,7 +75,7 @@ TEST(Check, WhatLiesAboutIsFoundAndRepaired) {
   const auto spool = server.root().spool();
   // What was alive when the daemon registered and is dead now.
   const std::string reg = server.Path("krtnet/krtnet.lck");
-  WriteFile(reg, support::ReadFile(reg) + "999999998:krtcmd\n");
+  WriteFile(reg, ReadFile(reg) + "999999998:krtcmd\n");
   const utimbuf old = {1, 1};
   const std::string command = support::Command("cmd-noop", 1, 2);
   WriteFile(spool / "0001-002.999999999", command);
@@ -93,7 +91,7 @@ TEST(Check, WhatLiesAboutIsFoundAndRepaired) {
       open(server.Path("krtnet/sessions/0043.ctl").c_str(), O_RDWR | O_CLOEXEC);
   flock(held, LOCK_EX);
 
-  const std::string found = Troubles(server.Run({"check", "-q"}));
+  const std::string found = Check(server);
   for (const char* line :
        {"warn  register of daemons: dead entries 999999998:krtcmd; fix: krtctl "
         "check --fix\n",
@@ -110,11 +108,41 @@ TEST(Check, WhatLiesAboutIsFoundAndRepaired) {
   EXPECT_TRUE(std::filesystem::exists(spool / "0001-002.999999999"));
   server.Run({"check", "--fix", "--yes"});
   EXPECT_NE(server.root().Response("0001-002"), "");
-  EXPECT_EQ(support::ReadFile(reg).find("999999998"), std::string::npos);
+  EXPECT_EQ(ReadFile(reg).find("999999998"), std::string::npos);
   EXPECT_FALSE(
       std::filesystem::exists(server.Path("krtnet/sessions/0042.ctl")));
   EXPECT_TRUE(std::filesystem::exists(server.Path("krtnet/sessions/0043.ctl")));
   close(held);
+}
+
+// A claim lives for a moment. Who has it, and since when, tells whether it was
+// left behind.
+TEST(Check, ClaimIsAbandonedByTheDeadAndAfterAMinuteByTheLiving) {
+  const long gone = 999999999;
+  const struct {
+    long pid;
+    time_t since;
+    bool abandoned;
+  } kCases[] = {{getpid(), 0, false}, {getpid(), 59, false}, {1, 0, false},
+                {getpid(), 60, true}, {1, 3600, true},       {gone, 0, true},
+                {gone, 3600, true}};
+  for (const auto& c : kCases) {
+    EXPECT_EQ(client::IsAbandonedClaim(c.pid, c.since), c.abandoned)
+        << c.pid << " " << c.since;
+  }
+}
+
+TEST(Check, PuttingBackOverwritesNothing) {
+  const Server server;
+  const auto spool = server.root().spool();
+  WriteFile(spool / "0001-002.999999999", "first");
+  WriteFile(spool / "0001-002.cmd", "second");
+  EXPECT_NE(
+      Troubles(server.Run({"check", "-q", "--fix", "--yes"}))
+          .find("FAIL  abandoned command 0001-002.999999999: File exists"),
+      std::string::npos);
+  EXPECT_EQ(support::ReadFile(spool / "0001-002.999999999"), "first");
+  EXPECT_EQ(support::ReadFile(spool / "0001-002.cmd"), "second");
 }
 
 TEST(Check, DamagedPhoneBookIsFoundAndMadeAnew) {
@@ -122,9 +150,9 @@ TEST(Check, DamagedPhoneBookIsFoundAndMadeAnew) {
   server.Start();
   ASSERT_EQ(server.Run({"pb", "init"}).status, 0);
   ASSERT_EQ(server.Run({"pb", "add", "palias=a", "lname=b"}).status, 0);
-  EXPECT_EQ(Troubles(server.Run({"check", "-q"})), "");
+  EXPECT_EQ(Check(server), "");
   const std::string index = server.Queue("options/pbper.idx");
-  std::string bytes = support::ReadFile(index);
+  std::string bytes = ReadFile(index);
   for (size_t i = 64; i < bytes.size(); ++i) bytes[i] ^= 0x55;
   WriteFile(index, bytes);
   const Exit end = server.Run({"check", "-q"});
@@ -133,9 +161,9 @@ TEST(Check, DamagedPhoneBookIsFoundAndMadeAnew) {
             std::string::npos)
       << end.out;
   // The records are whole, so the indexes can be made from them.
-  EXPECT_NE(Troubles(server.Run({"check", "-q", "--fix"})), "");
-  EXPECT_EQ(Troubles(server.Run({"check", "-q", "--fix", "--yes"})), "");
-  EXPECT_EQ(Troubles(server.Run({"check", "-q"})), "");
+  EXPECT_NE(Check(server, "--fix"), "");
+  EXPECT_EQ(Check(server, "--fix --yes"), "");
+  EXPECT_EQ(Check(server), "");
   EXPECT_EQ(server.Run({"pb", "show", "a"}).status, 0);
 }
 

@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -18,8 +19,6 @@ namespace ctl {
 
 using support::Eventually;
 using support::Exit;
-using support::ReadFile;
-using support::WriteFile;
 
 // A root with the caller as its fax user; the real daemon where a test starts
 // it.
@@ -45,9 +44,11 @@ class Server {
     args.insert(args.begin(), {"--root", root_.path()});
     return support::RunProgram(KRTCTL_PATH, args);
   }
-  // A shell command line in which "krtctl" is the program under test.
+  // A shell command line in which "krtctl" is the program under test, and
+  // $KRTCTL its path.
   Exit Shell(const std::string& line) const {
-    const std::string function = "krtctl() { " KRTCTL_PATH " --root '" +
+    const std::string function = "KRTCTL=" KRTCTL_PATH
+                                 "\nkrtctl() { $KRTCTL --root '" +
                                  root_.path().string() + "' \"$@\"; }\n";
     return support::RunProgram("/bin/sh", {"-c", function + line});
   }
@@ -67,27 +68,61 @@ class Server {
   std::unique_ptr<support::DaemonProcess> daemon_;
 };
 
-// One command line, and how it ends: the whole output, unless it is "*".
-struct Case {
-  std::vector<std::string> args;
-  int status;
-  std::string out;
-  std::string err;
+// One command of a session: its line, how it must end, and how it ended.
+struct Step {
+  std::string line, out, err;
+  int status = 0;
 };
 
-inline std::string Words(const std::vector<std::string>& args) {
-  std::string text = "krtctl";
-  for (const std::string& arg : args) text += " " + arg;
-  return text;
+// Takes a session apart, see Session().
+inline std::vector<Step> Steps(const std::string& text) {
+  std::vector<Step> steps;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) {
+    const size_t digits = line.find_first_not_of("0123456789");
+    if (digits != line.npos && line[digits] == '$') {
+      steps.push_back({line.substr(digits + 1), "", ""});
+      steps.back().status = std::atoi(line.c_str());
+    } else if (line.starts_with("! ")) {
+      steps.back().err += "krtctl: " + line.substr(2) + "\n";
+    } else if (line.starts_with("!")) {
+      steps.back().err += line.substr(1) + "\n";
+    } else if (!steps.empty()) {
+      steps.back().out += line + "\n";
+    } else {
+      EXPECT_EQ(line, "") << "before the first command";
+    }
+  }
+  EXPECT_FALSE(steps.empty()) << text;
+  return steps;
 }
 
-inline void Expect(const Server& server, const std::vector<Case>& cases) {
-  for (const Case& c : cases) {
-    SCOPED_TRACE(Words(c.args));
-    const Exit end = server.Run(c.args);
-    EXPECT_EQ(end.status, c.status);
-    EXPECT_EQ(c.out == "*" ? "*" : end.out, c.out);
-    EXPECT_EQ(c.err == "*" ? "*" : end.err, c.err);
+// Does what a session at the shell shows, and compares all of the output:
+//
+//     $ krtctl ping -q            a command line, with status 0
+//     66$ krtctl fax put -        one that ends with another status
+//     stored                      what it prints
+//     ! fax put: ...              an error line that begins with "krtctl: "
+//     !{"type":"error"}           any other line of the error output
+//
+// "*" and "!*" are any output; ROOT, SPOOL and USER are the server's.
+inline void Session(const Server& server, std::string text) {
+  const std::pair<std::string, std::string> kNames[] = {
+      {"SPOOL", server.root().spool()},
+      {"ROOT", server.root().path()},
+      {"USER", server.user()}};
+  for (const auto& [name, value] : kNames) {
+    for (size_t at = 0; (at = text.find(name, at)) != text.npos;
+         at += value.size()) {
+      text.replace(at, name.size(), value);
+    }
+  }
+  for (const Step& step : Steps(text)) {
+    SCOPED_TRACE(step.line);
+    const Exit end = server.Shell(step.line);
+    EXPECT_EQ(end.status, step.status);
+    EXPECT_EQ(step.out == "*\n" ? "*\n" : end.out, step.out);
+    EXPECT_EQ(step.err == "*\n" ? "*\n" : end.err, step.err);
   }
 }
 

@@ -23,7 +23,6 @@ using client::Status;
 using ctl::Server;
 using support::Eventually;
 using support::Exit;
-using support::ReadFile;
 
 Place PlaceOf(const Server& server) {
   Place place;
@@ -89,9 +88,9 @@ TEST(Slots, LeftOverNumberGoesOnCountingAndUsedOneIsLeftAlone) {
   for (int i = 0; i < client::kSlots; ++i) {
     char name[32];
     snprintf(name, sizeof name, "%04d-001.rsp", i);
-    if (i != 77) support::WriteFile(server.root().spool() / name, "");
+    if (i != 77) WriteFile(server.root().spool() / name, "");
   }
-  support::WriteFile(server.Path("krtnet/sessions/0077.ctl"), "998\n");
+  WriteFile(server.Path("krtnet/sessions/0077.ctl"), "998\n");
   Slot slot;
   ASSERT_TRUE(slot.Reserve(place).ok());
   EXPECT_EQ(slot.number(), 77);
@@ -120,7 +119,7 @@ TEST(Exchanges, ResponseOfAnotherSessionIsNotTaken) {
   kx::Object late(Kfx_Copy_Obj(cmd.get()));
   kx::SetNumber(late.get(), "sessionid",
                 kx::Number(cmd.get(), "sessionid") ^ 10000);
-  support::WriteFile(rsp, client::TextForm(late.get()));
+  WriteFile(rsp, client::TextForm(late.get()));
   size_t which;
   kx::Object answer;
   client::WaitFor wait{client::NowMs() + 100, -1, nullptr};
@@ -128,7 +127,7 @@ TEST(Exchanges, ResponseOfAnotherSessionIsNotTaken) {
             krt_timed_out);
   EXPECT_EQ(answer, nullptr);
   kx::SetNumber(cmd.get(), "result", 0);
-  support::WriteFile(rsp, client::TextForm(cmd.get()));
+  WriteFile(rsp, client::TextForm(cmd.get()));
   wait.deadline = client::After(10);
   EXPECT_TRUE(exchange.WaitAny({name}, wait, &which, &answer).ok());
   EXPECT_FALSE(std::filesystem::exists(rsp));
@@ -143,7 +142,7 @@ TEST(Exchanges, NoMoreThanThereAreReferences) {
   std::string name;
   for (int i = 0; i < client::kMaxReference; ++i) {
     ASSERT_TRUE(exchange.Name(cmd.get(), &name).ok()) << i;
-    support::WriteFile(server.root().spool() / (name + ".cmd"), "");
+    WriteFile(server.root().spool() / (name + ".cmd"), "");
   }
   EXPECT_EQ(exchange.Name(cmd.get(), &name).code, krt_system);
 }
@@ -185,15 +184,12 @@ TEST(Exchanges, WithdrawalAndClaimNeverBothSucceed) {
 TEST(GivingUp, UnclaimedCommandIsTakenBack) {
   Server server;
   server.Pretend();
-  ctl::Expect(server, {{{"ping", "--timeout", "1"},
-                        75,
-                        "",
-                        "krtctl: ping: no answer in 1 s, not executed\n"}});
-  const Exit end = server.Shell("KRTCTL_TIMEOUT=1 krtctl --json ping");
-  EXPECT_EQ(end.status, 75);
-  EXPECT_EQ(end.err,
-            "{\"type\":\"error\",\"verb\":\"ping\",\"message\":\"no answer in "
-            "1 s, not executed\",\"status\":75}\n");
+  ctl::Session(server, R"(
+75$ krtctl ping --timeout 1
+! ping: no answer in 1 s, not executed
+75$ KRTCTL_TIMEOUT=1 krtctl --json ping
+!{"type":"error","verb":"ping","message":"no answer in 1 s, not executed","status":75}
+)");
   EXPECT_EQ(server.root().SpoolNames(), std::vector<std::string>{});
   EXPECT_EQ(Sessions(server), std::vector<std::string>{});
 }
@@ -221,7 +217,7 @@ TEST(GivingUp, ClaimedCommandIsCollectedLater) {
   const std::string claim = server.root().spool() / (name + ".1");
   const std::string answer = ReadFile(claim);
   std::filesystem::remove(claim);
-  support::WriteFile(server.root().spool() / (name + ".rsp"), answer);
+  WriteFile(server.root().spool() / (name + ".rsp"), answer);
   const Exit late = server.Run({"collect", name});
   EXPECT_EQ(late.status, 1);  // a command has no "result"
   EXPECT_EQ(late.out, answer);
@@ -233,68 +229,51 @@ TEST(GivingUp, SignalsEndTheWaitAndTakeTheCommandBack) {
   for (const int sig : {SIGINT, SIGTERM}) {
     Server server;
     server.Pretend();
-    const std::string number = std::to_string(sig);
-    const Exit end =
-        server.Shell(KRTCTL_PATH " --root " + server.root().path().string() +
-                     " ping & pid=$!\n"
-                     "while [ -z \"$(ls " +
-                     server.root().spool().string() +
-                     ")\" ]; do :; done\n"
-                     "kill -" +
-                     number + " $pid; wait $pid");
-    EXPECT_EQ(end.status, 128 + sig) << end.err;
-    EXPECT_EQ(end.err, "krtctl: ping: interrupted, not executed\n");
+    ctl::Session(
+        server,
+        std::to_string(128 + sig) +
+            "$ $KRTCTL --root ROOT ping & pid=$!; while [ -z \"$(ls SPOOL)\" "
+            "]; do :; done; kill -" +
+            std::to_string(sig) +
+            " $pid; wait $pid\n! ping: interrupted, not executed\n"
+            // It reads its input, and is killed where it does not heed this.
+            "124$ mkfifo ROOT/pipe; timeout -k 9 -s " +
+            std::to_string(sig) + " 0.5 $KRTCTL raw ROOT/pipe\n");
     EXPECT_EQ(server.root().SpoolNames(), std::vector<std::string>{});
-    // It reads its input, and is killed where it does not heed the signal.
-    EXPECT_EQ(
-        server
-            .Shell("cd " + server.Path("") + "; mkfifo pipe; timeout -k 9 -s " +
-                   number + " 0.5 " KRTCTL_PATH " raw pipe")
-            .status,
-        124);
   }
 }
 
 TEST(GivingUp, DaemonThatDoesNotRunIsSaidSo) {
-  Server server;
-  const char* kText =
-      "krtctl: ping: the daemon is not running; start it (systemctl start "
-      "krtcmd), then: krtctl ping\n";
-  ctl::Expect(server, {{{"ping"}, 69, "", kText}});
+  const Server server;
   // A dead entry may be that of another host: the command is offered a while.
-  support::WriteFile(server.Path("krtnet/krtnet.lck"), "999999999:krtcmd\n");
-  ctl::Expect(server, {{{"ping", "--timeout", "1"}, 69, "", kText}});
+  ctl::Session(server, R"(
+69$ krtctl ping
+! ping: the daemon is not running; start it (systemctl start krtcmd), then: krtctl ping
+69$ echo 999999999:krtcmd > ROOT/krtnet/krtnet.lck; krtctl ping --timeout 1
+! ping: the daemon is not running; start it (systemctl start krtcmd), then: krtctl ping
+)");
   EXPECT_EQ(server.root().SpoolNames(), std::vector<std::string>{});
 }
 
-// What lies under the response's name and is none.
+// What lies under the response's name and is none stays: it is all that tells
+// what became of the command.
 TEST(Responses, OnlyWholeRegularFilesAreTaken) {
-  const struct {
-    const char* what;
-    const char* make;  // shell, with $r as the response's path
-    const char* says;
-  } kCases[] = {
-      {"not an object", "echo hello > $r", ": not a response: User rtn failed"},
-      {"cut short", "echo objbeg=obj-cmdrsp > $r",
-       ": not a response: User rtn failed"},
-      {"another type", "printf 'objbeg=obj-arg\nobjend=obj-arg\n' > $r",
-       ": not a response: Invalid object"},
-      {"a link", "ln -s /etc/passwd $r", ": Too many levels of symbolic links"},
-      {"a fifo", "mkfifo $r", ": Invalid argument"},
-      {"a folder", "mkdir $r", ": Is a directory"},
-  };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.what);
-    const Server server;
-    const std::string rsp = server.root().spool() / "0007-008.rsp";
-    server.Shell("r=" + rsp + "; " + c.make);
-    const Exit end = server.Run({"collect", "0007-008"});
-    EXPECT_GE(end.status, 70);
-    EXPECT_EQ(end.err, "krtctl: collect 0007-008: " + rsp + c.says + "\n");
-    // It is all that tells what became of the command.
-    EXPECT_TRUE(std::filesystem::is_symlink(rsp) ||
-                std::filesystem::exists(rsp));
-  }
+  ctl::Session(Server(), R"(
+70$ cd SPOOL; echo hello > 0007-001.rsp; krtctl collect 0007-001
+! collect 0007-001: SPOOL/0007-001.rsp: not a response: User rtn failed
+70$ cd SPOOL; echo objbeg=obj-cmdrsp > 0007-002.rsp; krtctl collect 0007-002
+! collect 0007-002: SPOOL/0007-002.rsp: not a response: User rtn failed
+70$ cd SPOOL; printf 'objbeg=obj-arg\nobjend=\n' > 0007-003.rsp; krtctl collect 0007-003
+! collect 0007-003: SPOOL/0007-003.rsp: not a response: Invalid object
+74$ cd SPOOL; ln -s /etc/passwd 0007-004.rsp; krtctl collect 0007-004
+! collect 0007-004: SPOOL/0007-004.rsp: Too many levels of symbolic links
+74$ cd SPOOL; mkfifo 0007-005.rsp; krtctl collect 0007-005
+! collect 0007-005: SPOOL/0007-005.rsp: Invalid argument
+74$ cd SPOOL; mkdir 0007-006.rsp; krtctl collect 0007-006
+! collect 0007-006: SPOOL/0007-006.rsp: Is a directory
+$ ls SPOOL | wc -l
+6
+)");
 }
 
 TEST(Places, RootComesFromTheFirstThatNamesOne) {
@@ -316,7 +295,7 @@ TEST(Places, RootComesFromTheFirstThatNamesOne) {
     std::string text = c.line;
     const size_t at = text.find("%s");
     if (at != text.npos) text.replace(at, 2, root);
-    support::WriteFile(defaults, text + "\n");
+    WriteFile(defaults, text + "\n");
     Place place;
     client::ChooseRoot(nullptr, defaults.c_str(), &place);
     EXPECT_EQ(place.root, c.found ? root : "/usr/krtfax/spool") << text;
@@ -334,8 +313,11 @@ TEST(Places, SpoolOfAnotherDaemon) {
   const std::string spool = server.Path("other");
   std::filesystem::create_directory(spool);
   server.Start({"-d", spool});
-  ctl::Expect(server, {{{"--spool", spool, "ping", "-q"}, 0, "", ""},
-                       {{"ping", "--timeout", "1"}, 75, "", "*"}});
+  ctl::Session(server, R"(
+$ krtctl --spool ROOT/other ping -q
+75$ krtctl ping --timeout 1
+!*
+)");
 }
 
 // Every client sends a host name of its own, which its answer must repeat.
@@ -344,15 +326,9 @@ TEST(ManyClients, TwoHundredKeepTheirAnswersApart) {
   server.Start();
   const std::string out = server.Path("answers");
   std::filesystem::create_directory(out);
-  const Exit end = server.Shell(
-      "for i in $(seq 200); do\n"
-      "  printf 'objbeg=obj-cmdrsp\\nhostname=h%d\\ncmdtype=cmd-noop\\n"
-      "objend=obj-cmdrsp\\n' $i |\n"
-      "  krtctl --timeout 120 raw > " +
-      out +
-      "/$i 2>&1 &\n"
-      "done; wait");
-  EXPECT_EQ(end.err, "");
+  ctl::Session(server, R"(
+$ for i in $(seq 200); do printf "objbeg=obj-cmdrsp\nhostname=h$i\ncmdtype=cmd-noop\nobjend=\n" | krtctl --timeout 120 raw > ROOT/answers/$i 2>&1 & done; wait
+)");
   for (int i = 1; i <= 200; ++i) {
     const std::string answer = ReadFile(out + "/" + std::to_string(i));
     EXPECT_NE(answer.find("\nhostname=h" + std::to_string(i) + "\n"),

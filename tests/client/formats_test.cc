@@ -1,5 +1,6 @@
 // Texts in and out: times, CSV, vCards, completions.
 #include <cstdlib>
+#include <tuple>
 
 #include "client/csv.h"
 #include "client/ctl.h"
@@ -72,18 +73,23 @@ TEST(Csv, AwkwardCellsComeBack) {
   EXPECT_EQ(rows[0].cells, cells);
   EXPECT_EQ(rows[1].cells, cells);
   EXPECT_EQ(rows[1].line, 6);
-  const struct {
-    const char* text;
-    const char* error;
-  } kBad[] = {
+  const std::pair<const char*, const char*> kBad[] = {
       {"a\nb,\"c\nd", "line 2: a quote that is not closed"},
       {"a\nb\"c", "line 2: a quote inside a field without quotes"},
       {"\"a\"b", "line 1: something after a closing quote"},
   };
-  for (const auto& c : kBad) {
+  for (const auto& [text, error] : kBad) {
     rows.clear();
-    EXPECT_EQ(client::ParseCsv(c.text, &rows).text, c.error) << c.text;
+    EXPECT_EQ(client::ParseCsv(text, &rows).text, error) << text;
   }
+  // What looks like the mark of a file is not taken for it.
+  rows.clear();
+  const std::vector<std::string> marked = {
+      "\xEF\xBB\xBF"
+      "Ann",
+      "Lee"};
+  ASSERT_TRUE(client::ParseCsv(client::CsvLine(marked), &rows).ok());
+  EXPECT_EQ(rows[0].cells, marked);
   rows.clear();
   EXPECT_TRUE(client::ParseCsv("a,\nb", &rows).ok());
   EXPECT_EQ(rows[0].cells, (std::vector<std::string>{"a", ""}));
@@ -154,18 +160,16 @@ TEST(Vcards, PersonComesBackInFull) {
 
 TEST(Aliases, MadeOnesAreFreeAndFit) {
   std::set<std::string> used = {"ANNLEE", "ANNLEE2"};
-  const struct {
-    const char* text;
-    const char* alias;
-  } kCases[] = {{"Ann Lee", "AnnLee3"},
-                {"\xC3\x84", "person"},
-                {"\xC3\x84", "person2"},
-                {"A very, very long name", "Averyverylon"},
-                {"A very, very long name", "Averyverylon2"}};
-  for (const auto& c : kCases) {
+  const std::pair<const char*, const char*> kCases[] = {
+      {"Ann Lee", "AnnLee3"},
+      {"\xC3\x84", "person"},
+      {"\xC3\x84", "person2"},
+      {"A very, very long name", "Averyverylon"},
+      {"A very, very long name", "Averyverylon2"}};
+  for (const auto& [text, alias] : kCases) {
     kx::Object person = kx::Build("obj-person");
-    client::MakeAlias(person.get(), c.text, &used);
-    EXPECT_STREQ(kx::Text(person.get(), "palias"), c.alias) << c.text;
+    client::MakeAlias(person.get(), text, &used);
+    EXPECT_STREQ(kx::Text(person.get(), "palias"), alias) << text;
   }
 }
 
@@ -203,19 +207,16 @@ TEST(Color, IsForTerminalsThatWantIt) {
     GTEST_SKIP() << "no script(1)";
   }
   const ctl::Server server;
-  const struct {
-    const char* setting;
-    const char* option;
-    bool colored;
-  } kCases[] = {{"TERM=xterm", "", false},  // not a terminal
-                {"TERM=xterm", "--color always", true},
-                {"NO_COLOR=1", "--color always", true},
-                {"TERM=dumb", "--color never", false}};
-  for (const auto& c : kCases) {
-    const Exit end = server.Shell(std::string("export ") + c.setting +
-                                  "; krtctl " + c.option + " check --offline");
-    EXPECT_EQ(end.out.find("\033[") != std::string::npos, c.colored)
-        << c.setting << " " << c.option;
+  const std::tuple<const char*, const char*, bool> kCases[] = {
+      {"TERM=xterm", "", false},  // not a terminal
+      {"TERM=xterm", "--color always", true},
+      {"NO_COLOR=1", "--color always", true},
+      {"TERM=dumb", "--color never", false}};
+  for (const auto& [setting, option, colored] : kCases) {
+    const Exit end = server.Shell(std::string("export ") + setting +
+                                  "; krtctl " + option + " check --offline");
+    EXPECT_EQ(end.out.find("\033[") != std::string::npos, colored)
+        << setting << " " << option;
   }
   for (const char* setting : {"TERM=xterm", "TERM=dumb", "NO_COLOR=1"}) {
     const Exit end = support::RunProgram(
@@ -247,10 +248,7 @@ TEST(Completions, LoadAndOfferWhatFits) {
        "echo ${(M)reply:#$current*}\n"},
       {"fish", "complete -C \"$argv\" | cut -f1 | tr '\\n' ' '; echo\n"},
   };
-  const struct {
-    const char* words;
-    const char* offers;
-  } kCases[] = {
+  const std::pair<const char*, const char*> kCases[] = {
       {"krtctl pi", "ping"},
       {"krtctl fax r", "rm route"},
       {"krtctl -u bob pb group j", "join"},
@@ -271,14 +269,14 @@ TEST(Completions, LoadAndOfferWhatFits) {
     ++tried;
     const std::string file = server.Path("script." + name);
     const std::string start = name == "zsh" ? "compdef() { :; }\n" : "";
-    support::WriteFile(file, start + script.out + shell.ask);
-    for (const auto& c : kCases) {
+    WriteFile(file, start + script.out + shell.ask);
+    for (const auto& [words, due] : kCases) {
       const Exit end = support::RunProgram(
           "/bin/sh",
-          {"-c", name + (name == "zsh" ? " -f " : " ") + file + " " + c.words});
+          {"-c", name + (name == "zsh" ? " -f " : " ") + file + " " + words});
       std::string offers = end.out.substr(0, end.out.find('\n'));
       while (!offers.empty() && offers.back() == ' ') offers.pop_back();
-      EXPECT_EQ(offers, c.offers) << name << ": " << c.words << end.err;
+      EXPECT_EQ(offers, due) << name << ": " << words << end.err;
     }
   }
   EXPECT_GT(tried, 0);

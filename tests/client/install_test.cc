@@ -14,9 +14,8 @@ TEST(ExampleProgram, AsksTheDaemon) {
   Server server;
   Exit end = RunProgram(EXAMPLE_PATH, {}, server.root().path());
   EXPECT_EQ(end.status, 69);
-  EXPECT_EQ(end.err,
-            "state: the daemon is not running; start it (systemctl start "
-            "krtcmd), then: krtctl ping\n");
+  EXPECT_TRUE(end.err.starts_with("state: the daemon is not running"))
+      << end.err;
   server.Start();
   end = RunProgram(EXAMPLE_PATH, {}, server.root().path());
   EXPECT_EQ(end.status, 0) << end.err;

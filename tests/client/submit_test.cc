@@ -5,12 +5,10 @@
 
 namespace {
 
-using ctl::Expect;
 using ctl::Server;
+using ctl::Session;
 using support::Exit;
-using support::ReadFile;
 using support::SimulatorProcess;
-using support::WriteFile;
 
 class Submit : public ::testing::Test {
  protected:
@@ -32,91 +30,79 @@ class Submit : public ::testing::Test {
 
 TEST_F(Submit, LifeOfARequest) {
   Simulate({"--delay", "0.1", "--retry", "0.1", "--outcome", "99=busy"});
-  Expect(server_, {{{"submit", file_, "-t", "555-0142"},
-                    0,
-                    "request 1 queued for 555-0142\n",
-                    ""},
-                   {{"submit", file_, "-qt1", "-t", "2"}, 0, "2\n3\n", ""},
-                   {{"wait", "1", "2", "-q", "3"}, 0, "", ""},
-                   {{"submit", "--wait", "-q", file_, "--to", "99"},
-                    1,
-                    "4\n",
-                    "krtctl: submit 4: Max attempts reached\n"}});
-  const Exit piped = server_.Shell(
-      "echo hello | krtctl submit - -t 7 -j --cover std --subject 'A b' --note "
-      "n --at +1h --priority h --resolution fine --notify each --tag a=b");
-  EXPECT_EQ(piped.status, 0) << piped.err;
-  EXPECT_NE(piped.out.find("\"seqno\":5,"), piped.out.npos) << piped.out;
-  EXPECT_NE(piped.out.find("\"tofnum\":\"7\""), piped.out.npos) << piped.out;
-  const Exit attempts = server_.Run({"status", "4", "--attempts", "-q"});
-  EXPECT_EQ(std::count(attempts.out.begin(), attempts.out.end(), '\n'), 4)
-      << attempts.out;
+  Session(server_, R"(
+$ krtctl submit ROOT/doc.ps -t 555-0142
+request 1 queued for 555-0142
+$ krtctl submit ROOT/doc.ps -qt1 -t 2
+2
+3
+$ krtctl wait 1 2 -q 3
+1$ krtctl submit --wait -q ROOT/doc.ps --to 99
+4
+! submit 4: Max attempts reached
+)");
+  Session(server_, R"(
+$ echo hello | krtctl submit - -t 7 -j --cover std --subject 'A b' --note n --at +1h --priority h --resolution fine --notify each --tag a=b | grep -o '"seqno":5,\|"tofnum":"7"'
+"seqno":5,
+"tofnum":"7"
+$ krtctl status 4 --attempts -q | wc -l
+4
+)");
   EXPECT_EQ(server_.root().SpoolNames(),
             (std::vector<std::string>{"efifo", "kfifo"}));
 }
 
 TEST_F(Submit, WaitingRequestsAreShownAndCancelled) {
   Simulate({});
-  ASSERT_EQ(server_.Run({"submit", file_, "-qt", "1", "--at", "+2h"}).out,
-            "1\n");
-  const Exit queue = server_.Run({"queue", "-q"});
-  EXPECT_EQ(queue.out.substr(0, 2), "1\t");
-  EXPECT_EQ(server_.Run({"queue", "--shape", "-q", "--all"}).out.substr(0, 8),
-            "all\t1\t1\t");
-  EXPECT_EQ(server_.Run({"-n", "queue"}).status, 0);
-  Expect(server_, {{{"cancel", "1"}, 0, "request 1 cancelled\n", ""},
-                   {{"wait", "1"}, 1, "*", "krtctl: wait 1: Cancelled\n"},
-                   {{"cancel", "9"}, 1, "", "*"}});
+  Session(server_, R"(
+$ krtctl submit ROOT/doc.ps -qt 1 --at +2h
+1
+$ krtctl queue -q | cut -f1
+1
+$ krtctl queue --shape -q --all | head -n 1 | cut -f1-3
+all	1	1
+$ krtctl -n queue
+*
+$ krtctl cancel 1
+request 1 cancelled
+1$ krtctl wait 1
+*
+! wait 1: Cancelled
+1$ krtctl cancel 9
+!*
+)");
   if (getuid() != 0) return;
   server_.root().AddUser("nobody");
-  ASSERT_EQ(server_.Run({"submit", file_, "-qt", "1", "--at", "+2h"}).out,
-            "2\n");
-  Expect(server_, {{{"-u", "nobody", "cancel", "2"},
-                    77,
-                    "",
-                    "krtctl: cancel 2: Permission denied (12)\n"}});
+  Session(server_, R"(
+$ krtctl submit ROOT/doc.ps -qt 1 --at +2h
+2
+77$ krtctl -u nobody cancel 2
+! cancel 2: Permission denied (12)
+)");
 }
 
 TEST_F(Submit, WhatIsRefusedLeavesNothingBehind) {
   server_.Start();
   WriteFile(server_.Path("empty"), "");
-  const std::string long_text(64, 'x');
-  Expect(
-      server_,
-      {{{"submit", file_, "-t", "1"},
-        69,
-        "",
-        "krtctl: submit 1: Cannot open cmd fifo: No such file or directory "
-        "(13); the queueing side is not running: krtctl check\n"},
-       {{"submit", server_.Path("none"), "-t", "1"},
-        66,
-        "",
-        "krtctl: submit: " + server_.Path("none") +
-            ": No such file or directory\n"},
-       {{"submit", server_.Path("empty"), "-t", "1"},
-        66,
-        "",
-        "krtctl: submit: " + server_.Path("empty") + ": is empty\n"},
-       {{"submit", "/tmp", "-t", "1"},
-        66,
-        "",
-        "krtctl: submit: /tmp: not a file\n"},
-       {{"submit", file_, "-t", "1", "--subject", long_text},
-        65,
-        "",
-        "krtctl: submit: subject: at most 63 bytes, not 64\n"},
-       {{"submit", file_, "-t", "1", "--at", "25:00"},
-        64,
-        "",
-        "krtctl: --at: \"25:00\" is not a time (now, HH:MM, YYYY-MM-DD HH:MM, "
-        "+2h)\n"},
-       {{"submit", file_, "-t", "1", "--tag", "x"},
-        64,
-        "",
-        "krtctl: --tag: not NAME=VALUE: x\n"}});
-  const Exit dry = server_.Run({"-n", "submit", file_, "-t", "1", "-t", "2"});
-  EXPECT_EQ(dry.status, 0);
-  EXPECT_NE(dry.out.find("reference=2\n"), dry.out.npos);
+  Session(server_, R"(
+69$ krtctl submit ROOT/doc.ps -t 1
+! submit 1: Cannot open cmd fifo: No such file or directory (13); the queueing side is not running: krtctl check
+66$ krtctl submit ROOT/none -t 1
+! submit: ROOT/none: No such file or directory
+66$ krtctl submit ROOT/empty -t 1
+! submit: ROOT/empty: is empty
+66$ krtctl submit /tmp -t 1
+! submit: /tmp: not a file
+65$ krtctl submit ROOT/doc.ps -t 1 --subject xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx
+! submit: subject: at most 63 bytes, not 64
+64$ krtctl submit ROOT/doc.ps -t 1 --at 25:00
+! --at: "25:00" is not a time (now, HH:MM, YYYY-MM-DD HH:MM, +2h)
+64$ krtctl submit ROOT/doc.ps -t 1 --tag x
+! --tag: not NAME=VALUE: x
+$ krtctl -n submit ROOT/doc.ps -t 1 -t 2 | grep reference
+reference=1
+reference=2
+)");
   EXPECT_EQ(server_.root().SpoolNames(), std::vector<std::string>{});
   // Given up, the copy goes with the command.
   server_.Stop();
@@ -127,33 +113,29 @@ TEST_F(Submit, WhatIsRefusedLeavesNothingBehind) {
 
 TEST_F(Submit, NumbersComeFromThePhoneBook) {
   Simulate({"--delay", "0.1"});
-  ASSERT_EQ(server_.Run({"pb", "init", "--book", "system"}).status, 0);
-  ASSERT_EQ(server_.Run({"pb", "init"}).status, 0);
-  for (const char* line :
-       {"pb add palias=ann fname=Ann lname=Lee fax='49 89 1234 x5'",
-        "pb add palias=bob lname=Bob fax=2", "pb add palias=nofax lname=C",
-        "pb group add all", "pb group join all ann bob nofax",
-        "pb add --book system palias=sys fax=3"}) {
-    const Exit end = server_.Shell(std::string("krtctl -q ") + line);
-    EXPECT_EQ(end.status, 0) << line << ": " << end.err;
-  }
-  Expect(server_, {{{"submit", file_, "-t", "@ANN"},
-                    0,
-                    "request 1 queued for 49-89-1234 x5\n",
-                    ""},
-                   {{"submit", file_, "-t", "@all", "-t", "@sys"},
-                    65,
-                    "request 2 queued for 49-89-1234 x5\n"
-                    "request 3 queued for 2\nrequest 4 queued for 3\n",
-                    "krtctl: submit @nofax: the person has no fax number\n"},
-                   {{"submit", file_, "-t", "@nofax"},
-                    65,
-                    "",
-                    "krtctl: submit @nofax: the person has no fax number\n"},
-                   {{"submit", file_, "-t", "@zed"},
-                    1,
-                    "",
-                    "krtctl: submit @zed: not in the phone book\n"}});
+  Session(server_, R"(
+$ krtctl -q pb init && krtctl -q pb init --book system
+$ krtctl -q pb add palias=ann fname=Ann lname=Lee fax='49 89 1234 x5'
+ann
+$ krtctl -q pb add palias=bob lname=Bob fax=2
+bob
+$ krtctl -q pb add palias=nofax lname=C
+nofax
+$ krtctl -q pb group add all && krtctl -q pb group join all ann bob nofax
+$ krtctl -q pb add --book system palias=sys fax=3
+sys
+$ krtctl submit ROOT/doc.ps -t @ANN
+request 1 queued for 49-89-1234 x5
+65$ krtctl submit ROOT/doc.ps -t @all -t @sys
+request 2 queued for 49-89-1234 x5
+request 3 queued for 2
+request 4 queued for 3
+! submit @nofax: the person has no fax number
+65$ krtctl submit ROOT/doc.ps -t @nofax
+! submit @nofax: the person has no fax number
+1$ krtctl submit ROOT/doc.ps -t @zed
+! submit @zed: not in the phone book
+)");
 }
 
 // A command that is not waited for leaves its copy until the answer is there.
@@ -164,9 +146,7 @@ TEST_F(Submit, CopiesStayUntilTheAnswerIsCollected) {
   const std::string name = sent.out.substr(0, 8);
   EXPECT_TRUE(
       std::filesystem::exists(server_.root().spool() / (name + ".1.ps")));
-  const Exit answer = server_.Run({"collect", name});
-  EXPECT_EQ(answer.status, 0) << answer.err;
-  EXPECT_NE(answer.out.find("seqno=1\n"), answer.out.npos);
+  Session(server_, "$ krtctl collect " + name + " | grep seqno\nseqno=1\n");
   EXPECT_EQ(server_.root().SpoolNames(),
             (std::vector<std::string>{"efifo", "kfifo"}));
 }

@@ -9,44 +9,32 @@
 #include "cm/cmreso.h"
 #include "cm/cmresult.h"
 #include "cm/cmstatus.h"
-#include "kx/object.h"
+#include "support/objects.h"
 
 namespace {
 
-std::vector<std::pair<std::string, std::string>> Rows(kx_object* list) {
-  kx::Object owner(list);
-  std::vector<std::pair<std::string, std::string>> rows;
-  for (kx_object* row : kx::Elements(list)) {
-    EXPECT_TRUE(Kfx_Is_Obj_Type(row, "obj-resource"));
-    const std::string name = kx::TextOrEmpty(row, "rname");
-    rows.emplace_back(name, kx::TextOrEmpty(row, "rdesc"));
-  }
-  return rows;
-}
-
-struct ToText {
+struct Code {
   int value;
   const char* text;
   int error;
 };
 
-struct FromText {
+struct Name {
   const char* text;
   int value;
   int error;
 };
 
-void CheckToText(const char* (*function)(int), const std::vector<ToText>& all) {
-  for (const ToText& test : all) {
+void CheckToText(const char* (*function)(int), const std::vector<Code>& all) {
+  for (const Code& test : all) {
     kx_errno = -7;
     EXPECT_STREQ(function(test.value), test.text) << test.value;
     EXPECT_EQ(kx_errno, test.error) << test.value;
   }
 }
 
-void CheckFromText(int (*function)(const char*),
-                   const std::vector<FromText>& all) {
-  for (const FromText& test : all) {
+void CheckFromText(int (*function)(const char*), const std::vector<Name>& all) {
+  for (const Name& test : all) {
     const char* shown = test.text != nullptr ? test.text : "(null)";
     kx_errno = -7;
     EXPECT_EQ(function(test.text), test.value) << shown;
@@ -103,18 +91,16 @@ TEST(Results, FirstRowOfANameWins) {
 }
 
 TEST(Tables, AreListedInTheirOrder) {
-  using Row = std::pair<std::string, std::string>;
-  const auto priorities = Rows(cm_prior_list());
-  ASSERT_EQ(priorities.size(), 5u);
-  EXPECT_EQ(priorities[4], Row("u", "urgent"));
-  EXPECT_EQ(Rows(cm_reso_list()),
-            (std::vector<Row>{{"std", "standard"}, {"fine", "fine"}}));
-  const auto results = Rows(cm_result_list());
-  ASSERT_EQ(results.size(), 39u);
-  EXPECT_EQ(results[0], Row("      ", ""));
-  EXPECT_EQ(results[2], Row("CANCEL", "Cancelled - work"));
-  EXPECT_EQ(results[3], Row("CANCEL", "Cancelled - idle"));
-  EXPECT_EQ(results[38], Row("SUBMIT", "Submitted"));
+  const auto shown = [](kx_object* list) {
+    return Shown(kx::Object(list), {"rname", "rdesc"});
+  };
+  EXPECT_EQ(shown(cm_prior_list()), "x=none;l=low;m=medium;h=high;u=urgent;");
+  EXPECT_EQ(shown(cm_reso_list()), "std=standard;fine=fine;");
+  const std::string results = shown(cm_result_list());
+  EXPECT_EQ(std::count(results.begin(), results.end(), ';'), 39);
+  EXPECT_NE(results.find(";CANCEL=Cancelled - work;CANCEL=Cancelled - idle;"),
+            results.npos)
+      << results;
   EXPECT_EQ(kx_errno, 0);
 }
 

@@ -65,8 +65,8 @@ class Access : public testing::TestWithParam<const char*> {
     char name[16];
     std::snprintf(name, sizeof name, "0001-%03d", ++reference_);
     const std::string path = root_.spool() / (std::string(name) + ".new");
-    support::WriteFile(path, Command(type, 1, reference_,
-                                     "clientid=" + client + "\n" + argument));
+    WriteFile(path, Command(type, 1, reference_,
+                            "clientid=" + client + "\n" + argument));
     EXPECT_EQ(chown(path.c_str(), file.uid, file.gid), 0);
     EXPECT_EQ(chmod(path.c_str(), file.mode), 0);
     std::filesystem::rename(path, root_.spool() / (std::string(name) + ".cmd"));
@@ -122,8 +122,8 @@ TEST_P(Access, TheOwnerDecidesForWhom) {
 
 // Wherever a command names a user to act for.
 TEST_P(Access, NobodyElseIsNamedInsideTheCommand) {
-  support::WriteFile(root_.path() / "faxq/bob/f.fax", "Bob's");
-  support::WriteFile(root_.path() / "faxq/alice/f.fax", "Alice's");
+  WriteFile(root_.path() / "faxq/bob/f.fax", "Bob's");
+  WriteFile(root_.path() / "faxq/alice/f.fax", "Alice's");
   Start(kClosed);
   const auto Info = [](const std::string& user) {
     return "filename=f.fax\nclientid=" + user + "\n";
@@ -236,7 +236,7 @@ TEST_P(Access, WhatAUserAskedForBelongsToTheUser) {
 
 TEST_P(Access, AFileWithASecondNameIsNoCommand) {
   const std::string path = root_.path() / "mine";
-  support::WriteFile(path, Command("cmd-noop", 1, 1, "clientid=bob\n"));
+  WriteFile(path, Command("cmd-noop", 1, 1, "clientid=bob\n"));
   Start(kClosed);
   std::filesystem::create_hard_link(path, root_.spool() / "a.new");
   std::filesystem::rename(root_.spool() / "a.new", root_.spool() / "a.cmd");
@@ -249,9 +249,9 @@ TEST_P(Access, AFileWithASecondNameIsNoCommand) {
 // A daemon that is not root believes its own user.
 TEST_P(Access, TheDaemonsOwnUserIsTrusted) {
   const std::string program = root_.path() / "as-alice";
-  support::WriteFile(program,
-                     "#!/bin/sh\nexec setpriv --reuid=64102 --regid=64102 "
-                     "--clear-groups " KRTCMD_PATH " \"$@\"\n");
+  WriteFile(program,
+            "#!/bin/sh\nexec setpriv --reuid=64102 --regid=64102 "
+            "--clear-groups " KRTCMD_PATH " \"$@\"\n");
   ASSERT_EQ(chmod(program.c_str(), 0755), 0);
   for (const char* dir : {"", "krtnet"}) {
     ASSERT_EQ(chown((root_.path() / dir).c_str(), kAlice, kAliceGroup), 0);

@@ -15,50 +15,13 @@
 #include "faxserver/fax_root.h"
 #include "faxserver/fsefifo.h"
 #include "kx/object.h"
-
-inline int AppendPair(void* text, const char* name, const char* value, int) {
-  if (name != nullptr) {
-    *static_cast<std::string*>(text) += std::string(name) + "=" + value + "\n";
-  }
-  return 0;
-}
-
-// An object's text form.
-inline std::string ToText(kx_object* object) {
-  std::string text;
-  Kfx_Decomp_Obj(object, AppendPair, &text, 0);
-  return text;
-}
-
-// An object in text form, from its fields.
-inline std::string Object(const std::string& type, const std::string& fields) {
-  return "objbeg=" + type + "\n" + fields + "objend=" + type + "\n";
-}
-
-// A field with an object in it, in text form.
-inline std::string Field(const std::string& name, const std::string& type,
-                         const std::string& fields = "") {
-  return name + "=" + type + "\n" + Object(type, fields);
-}
-inline std::string Argument(const std::string& type,
-                            const std::string& fields = "") {
-  return Field("objptr", type, fields);
-}
-
-// A field with a list of objects of one type, given by their fields; nothing
-// for an empty list.
-inline std::string ListField(const std::string& name, const std::string& type,
-                             const std::vector<std::string>& elements) {
-  std::string list;
-  for (const std::string& fields : elements) list += Argument(type, fields);
-  return elements.empty() ? "" : Field(name, "obj-list", list);
-}
+#include "support/objects.h"
 
 class HandlerTest : public testing::Test {
  protected:
   HandlerTest() {
-    root_.MakeUser("jsmith");
-    root_.MakeUser("bob");
+    root_.AddUser("jsmith");
+    root_.AddUser("bob");
     kfaxdir = root_.root();
     netspool = spool_.c_str();
     file_dir = netspool;
@@ -98,6 +61,16 @@ class HandlerTest : public testing::Test {
     EXPECT_EQ(returned_, -1);
   }
 
+  struct Failure {
+    int number;
+    std::string message, type, argument;
+  };
+  void ExpectFailures(const std::vector<Failure>& failures) {
+    for (const Failure& f : failures) {
+      ExpectFailure(f.number, f.message, f.type, f.argument);
+    }
+  }
+
   FaxRoot root_;
   const std::string spool_ = root_ / "krtnet/filspool";
   kx::Object cmd_;
@@ -131,10 +104,6 @@ class EventReaders {
   FifoReader file_;
   FifoReader network_;
 };
-
-// Names that are no plain component of a path.
-constexpr const char* kBadNames[] = {"../x", "a/b", "/etc/passwd", ".",
-                                     "..",   "",    "a\tb"};
 
 constexpr char kDone[] = "result=0\n";
 

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "support/daemon_process.h"
+#include "support/objects.h"
 
 namespace {
 
@@ -23,28 +24,18 @@ class ServedPhoneBook : public ::testing::TestWithParam<int> {
           std::vector<std::string>{"-N", GetParam() == 0 ? "0" : "1"}));
     }
   }
-  static std::string Name(int session, int reference) {
-    char name[32];
-    snprintf(name, sizeof name, "%04d-%03d", session, reference);
-    return name;
-  }
   static std::string Book(const std::string& type, const std::string& verb,
                           const std::string& lines) {
-    return "objptr=obj-pbcom\nobjbeg=obj-pbcom\npbcmd=pbc-" + verb +
-           "\npbtype=" + type + "\npbmode=pbm-write\n" + lines +
-           "objend=obj-pbcom\n";
-  }
-  static std::string Nested(const std::string& type, const std::string& lines) {
-    return "objptr=" + type + "\nobjbeg=" + type + "\n" + lines +
-           "objend=" + type + "\n";
+    return Argument("obj-pbcom", "pbcmd=pbc-" + verb + "\npbtype=" + type +
+                                     "\npbmode=pbm-write\n" + lines);
   }
   void Drop(int session, int reference, const std::string& argument) const {
-    root_.Drop(Name(session, reference),
+    root_.Drop(support::ExchangeName(session, reference),
                Command("cmd-pbcmd", session, reference, argument));
   }
   std::string Ask(const std::string& argument) {
     Drop(1, ++reference_, argument);
-    return root_.Response(Name(1, reference_));
+    return root_.Response(support::ExchangeName(1, reference_));
   }
 
   const SampleRoot root_;
@@ -59,9 +50,10 @@ bool Has(const std::string& text, const std::string& part) {
 
 TEST_P(ServedPhoneBook, EverySubCommandOnBothBooks) {
   const std::string ada = "palias=Ada\nlname=Lovelace\n";
-  const std::string person = Nested("obj-person", ada);
-  const std::string group = Nested("obj-group", "galias=navy\n");
-  const std::string member = Nested("obj-member", "galias=navy\npalias=Ada\n");
+  const std::string person = Argument("obj-person", ada);
+  const std::string group = Argument("obj-group", "galias=navy\n");
+  const std::string member =
+      Argument("obj-member", "galias=navy\npalias=Ada\n");
   const std::string by_name = "pbsort=pbs-lname\n";
   const struct {
     std::string verb, lines;
@@ -74,16 +66,16 @@ TEST_P(ServedPhoneBook, EverySubCommandOnBothBooks) {
       {"close", "", 0, ""},
       {"peradd", person, 0, "curper=1\n"},
       {"peradd", person, 33, "errmsg=Duplicate alias\n"},
-      {"perupd", Nested("obj-person", "palias=ada\nfname=Ada\n"), 0, ""},
+      {"perupd", Argument("obj-person", "palias=ada\nfname=Ada\n"), 0, ""},
       {"perget", "rcmd=pbc-alias\npbkey=ADA\n", 0, ada + "fname=Ada\n"},
       {"perget", by_name + "rcmd=pbc-next\ncurper=1\n", 36, ""},
       {"perpos", by_name + "rcmd=pbc-first\npbmax=1\n", 0, "curper=1\n"},
       {"cntper", "", 0, "pbmax=1\n"},
       {"grpadd", group, 0, "curgrp=1\n"},
-      {"grpupd", Nested("obj-group", "galias=navy\ngdesc=Ships\n"), 0, ""},
+      {"grpupd", Argument("obj-group", "galias=navy\ngdesc=Ships\n"), 0, ""},
       {"grpget", "rcmd=pbc-alias\npbkey=Navy\n", 0, "gdesc=Ships\n"},
       {"cntgrp", "", 0, "pbmax=1\n"},
-      {"memadd", Nested("obj-member", "galias=army\npalias=Ada\n"), 31, ""},
+      {"memadd", Argument("obj-member", "galias=army\npalias=Ada\n"), 31, ""},
       {"memadd", member, 0, "curmem=1\n"},
       {"memget", "rcmd=pbc-first\n", 0, "galias=navy\npalias=Ada\n"},
       {"memgbg", "rcmd=pbc-first\npbkey=navy\n", 0, ada},
@@ -111,7 +103,7 @@ TEST_P(ServedPhoneBook, EverySubCommandOnBothBooks) {
     }
   }
   EXPECT_TRUE(Has(Ask(Book("pbt-lcl", "open", "")), "\nresult=37\n"));
-  EXPECT_TRUE(Has(Ask(Nested("obj-person", ada)),
+  EXPECT_TRUE(Has(Ask(Argument("obj-person", ada)),
                   "result=19\nerrmsg=Invalid phone-book cmd\n"));
 }
 
@@ -120,10 +112,12 @@ TEST_P(ServedPhoneBook, EachOfManyAddsAtOnceIsThereAfterwards) {
   EXPECT_TRUE(Has(Ask(Book("pbt-sys", "create", "")), "\nresult=0\n"));
   for (int i = 1; i <= kPersons; ++i) {
     const std::string alias = "palias=p" + std::to_string(i) + "\n";
-    Drop(2, i, Book("pbt-sys", "peradd", Nested("obj-person", alias)));
+    Drop(2, i, Book("pbt-sys", "peradd", Argument("obj-person", alias)));
   }
   for (int i = 1; i <= kPersons; ++i) {
-    EXPECT_TRUE(Has(root_.Response(Name(2, i)), "\nresult=0\n")) << i;
+    EXPECT_TRUE(
+        Has(root_.Response(support::ExchangeName(2, i)), "\nresult=0\n"))
+        << i;
   }
   EXPECT_TRUE(Has(Ask(Book("pbt-sys", "cntper", "")),
                   "\npbmax=" + std::to_string(kPersons) + "\n"));

@@ -6,6 +6,7 @@
 
 #include <fstream>
 #include <optional>
+#include <tuple>
 
 #include "faxserver/fax_root.h"
 #include "faxserver/fsshm.h"
@@ -32,23 +33,13 @@ class Served : public ::testing::TestWithParam<const char*> {
     daemon_.emplace(KRTCMD_PATH, root_,
                     std::vector<std::string>{"-N", GetParam(), "-w", "60"});
   }
-  std::string Path(const std::string& name) const {
-    return root_.path() / name;
-  }
-  void Put(const std::string& name, const std::string& content) const {
-    support::WriteFile(Path(name), content);
-  }
-  void PutProgram(const std::string& name, const std::string& script) const {
-    Put(name, "#!/bin/sh\n" + script + "\n");
-    chmod(Path(name).c_str(), 0755);
-  }
+  std::string Path(const std::string& name) const { return root_ / name; }
   // Drops a command and gives what its response holds beside the envelope: what
   // the handler set, and "respond" where it is not false.
   std::string Ask(const std::string& type, const std::string& argument,
                   const std::string& client = "jsmith") {
     const int reference = ++reference_;
-    char name[16];
-    snprintf(name, sizeof name, "0001-%03d", reference);
+    const std::string name = support::ExchangeName(1, reference);
     root_.Drop(name, Command(type, 1, reference,
                              "clientid=" + client + "\n" + argument));
     const std::string head = "objbeg=obj-cmdrsp\nclientid=" + client +
@@ -70,9 +61,7 @@ class Served : public ::testing::TestWithParam<const char*> {
     return Argument("obj-extcmd", "cmdstr=" + line + "\n" + more);
   }
   static std::string Text(const std::vector<std::string>& lines) {
-    std::vector<std::string> elements;
-    for (const auto& line : lines) elements.push_back("text=" + line + "\n");
-    return Argument("obj-msg", ListField("lines", "obj-text", elements));
+    return Argument("obj-msg", TextsField("lines", "obj-text", "text", lines));
   }
 
   const SampleRoot root_;
@@ -89,13 +78,13 @@ TEST_P(Served, EveryCommandHasItsAnswer) {
   const FifoReader spool(Path("krtnet/filspool/kfifo"));
   std::string request = "7\n" + std::to_string(getuid()) + "\n";
   for (int i = 2; i < 34; ++i) request += "\n";
-  Put("requests/r-7", request);
+  root_.Put("requests/r-7", request);
   const std::string status = "clientid=jsmith\nseqno=7\nattempt=0\n";
-  Put("faxq/jsmith/events/7", Object("obj-status", status));
-  Put("faxq/jsmith/a.fax", "Cat");
-  Put("faxq/jsmith/msgs/m", "hello\n");
-  Put("krtnet/filspool/up", "uploaded");
-  PutProgram("Covers/std.cvr", "echo to:R");
+  root_.Put("faxq/jsmith/events/7", Object("obj-status", status));
+  root_.Put("faxq/jsmith/a.fax", "Cat");
+  root_.Put("faxq/jsmith/msgs/m", "hello\n");
+  root_.Put("krtnet/filspool/up", "uploaded");
+  root_.PutProgram("Covers/std.cvr", "echo to:R");
   Start();
 
   const std::string reqid = "seqno=7\nreqtype=req-regular\n";
@@ -109,10 +98,8 @@ TEST_P(Served, EveryCommandHasItsAnswer) {
       "\nseqno=7\nactive=act-ready\nsubmittime=now\nsendtime=now\n"
       "exptime=now\natttime=now\nprilevel=0\nattempt=0\nmaxtrys=0\n"
       "retrymins=0\nsendres=?\nnotify=not-fail\ngseqno=0\nmemno=0\nrresult=0\n";
-  const std::string ok = "result=0\n";
-  const struct {
-    std::string type, argument, answer;
-  } kCases[] = {
+  const std::string ok = kDone;
+  const std::tuple<std::string, std::string, std::string> kCases[] = {
       // Who wants no answer from the other side has this daemon's.
       {"cmd-sendfax", "respond=false\n", "respond=true\n" + ok},
       {"cmd-try", Argument("obj-reqid", reqid), ok},
@@ -167,13 +154,13 @@ TEST_P(Served, EveryCommandHasItsAnswer) {
       {"cmd-faxcln", "", ok},
       {"cmd-noop", "", ok},
   };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.type + "\n" + c.argument);
-    EXPECT_EQ(Ask(c.type, c.argument), c.answer);
+  for (const auto& [type, argument, answer] : kCases) {
+    SCOPED_TRACE(type + "\n" + argument);
+    EXPECT_EQ(Ask(type, argument), answer);
   }
   EXPECT_EQ(scheduler.Take().size(), 2u * 68);
   EXPECT_EQ(spool.Take().size(), 80u);
-  EXPECT_EQ(support::ReadFile(Path("faxq/bob/a.fax")), "Cat");
+  EXPECT_EQ(ReadFile(Path("faxq/bob/a.fax")), "Cat");
   EXPECT_EQ(daemon_->Stop(), 0);
 }
 
@@ -197,12 +184,12 @@ TEST_P(Served, SubmitThatWantsAnAnswerGetsItFromTheOtherSide) {
 TEST_P(Served, FilesNamedInHandedOnObjectsAreNotEmbedded) {
   const passwd* self = getpwuid(getuid());
   ASSERT_NE(self, nullptr);
-  Put("secret", "secret");
+  root_.Put("secret", "secret");
   const std::string file = "pathname=" + Path("secret") + "\n";
   const std::string status =
       "seqno=7\n" + ListField("ltags", "obj-file", {file});
-  Put("object", Object("obj-file", file));
-  Put("faxq/jsmith/events/7", Object("obj-status", status));
+  root_.Put("object", Object("obj-file", file));
+  root_.Put("faxq/jsmith/events/7", Object("obj-status", status));
   Start();
   EXPECT_EQ(
       Ask("cmd-extcmd", External("cat " + Path("object"), "retobj=true\n"),
@@ -230,12 +217,12 @@ TEST_P(Served, ProgramsRunAsTheUserAndTheDaemonStaysItself) {
     const std::string path = Path("faxq/" + account.name() + dir);
     ASSERT_EQ(chown(path.c_str(), account.uid(), account.gid()), 0);
   }
-  Put("faxq/jsmith/a.fax", "image");
-  Put("secret", "secret");
+  root_.Put("faxq/jsmith/a.fax", "image");
+  root_.Put("secret", "secret");
   chmod(Path("secret").c_str(), 0600);
   std::filesystem::create_directory(Path("bin"));
-  PutProgram("bin/krtprint", "id -u >&2; exit 1");
-  PutProgram("bin/who", "id -u; id -ru; id -g; id -G\nls /proc/$$/fd");
+  root_.PutProgram("bin/krtprint", "id -u >&2; exit 1");
+  root_.PutProgram("bin/who", "id -u; id -ru; id -g; id -G\nls /proc/$$/fd");
   const std::string path = getenv("PATH");
   setenv("PATH", (Path("bin") + ":" + path).c_str(), 1);
   Start();
@@ -259,8 +246,8 @@ TEST_P(Served, ProgramsRunAsTheUserAndTheDaemonStaysItself) {
           account.name()),
       "result=13\nerrmsg=" + uid + "\n");
   struct stat st;
-  char message[64];
-  snprintf(message, sizeof message, "/msgs/0001-%03d.msg", reference_);
+  const std::string message =
+      "/msgs/" + support::ExchangeName(1, reference_) + ".msg";
   ASSERT_EQ(stat(Path("faxq/" + account.name() + message).c_str(), &st), 0);
   EXPECT_EQ(st.st_uid, account.uid());
   EXPECT_EQ(st.st_mode & 0777, 0666u);
@@ -295,11 +282,11 @@ class Orphans : public Served {
  protected:
   // Starts a command that runs for ever, and a child of it; waits for both.
   void StartForEver() {
-    PutProgram("forever", "sleep 1000 & echo $! > " + Path("child.new") +
-                              "\necho $$ > " + Path("pid.new") + "\nmv " +
-                              Path("child.new") + " " + Path("child") +
-                              "\nmv " + Path("pid.new") + " " + Path("pid") +
-                              "\nwait");
+    root_.PutProgram("forever", "sleep 1000 & echo $! > " + Path("child.new") +
+                                    "\necho $$ > " + Path("pid.new") + "\nmv " +
+                                    Path("child.new") + " " + Path("child") +
+                                    "\nmv " + Path("pid.new") + " " +
+                                    Path("pid") + "\nwait");
     Start();
     const passwd* self = getpwuid(getuid());
     root_.Drop("a", Command("cmd-extcmd", 1, 1,

@@ -10,9 +10,7 @@
 
 namespace {
 
-using support::ReadFile;
 using support::SampleRoot;
-using support::WriteFile;
 
 class Log : public ::testing::Test {
  protected:

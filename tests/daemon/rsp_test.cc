@@ -7,7 +7,6 @@
 
 namespace {
 
-using support::ReadFile;
 using support::SampleRoot;
 
 class Rsp : public ::testing::Test {

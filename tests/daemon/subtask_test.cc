@@ -26,7 +26,7 @@ bool InChild(const std::function<bool()>& body, std::string* log = nullptr) {
   }
   int status = 0;
   waitpid(pid, &status, 0);
-  if (log != nullptr) *log = support::ReadFile(root.path() / "log");
+  if (log != nullptr) *log = ReadFile(root.path() / "log");
   return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 

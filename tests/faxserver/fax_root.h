@@ -11,39 +11,15 @@
 #include <filesystem>
 #include <string>
 
-#include "kx/object.h"
+#include "support/objects.h"
+#include "support/sample_root.h"
 #include "support/temp_dir.h"
 #include "util/kutio.h"
 
-class FaxRoot : public TempDir {
+class FaxRoot : public support::SampleRoot {
  public:
-  FaxRoot() {
-    for (const char* dir :
-         {"Classes", "Covers", "Formatters", "groups", "tnp", "expired", "faxq",
-          "krtnet/netspool", "krtnet/filspool", "krtnet/queued", "logs",
-          "requests", "temp"}) {
-      MakeDir(dir);
-    }
-  }
-  const char* root() const { return path().c_str(); }
   void MakeDir(const std::string& name) const {
     std::filesystem::create_directories(*this / name);
-  }
-  void MakeUser(const std::string& user) const {
-    for (const char* dir : {"/events", "/msgs", "/options"}) {
-      MakeDir("faxq/" + user + dir);
-    }
-  }
-  void Put(const std::string& name, const std::string& content) const {
-    WriteFile(*this / name, content);
-  }
-  void PutProgram(const std::string& name, const std::string& script) const {
-    Put(name, "#!/bin/sh\n" + script);
-    chmod((*this / name).c_str(), 0755);
-  }
-  bool Has(const std::string& name) const {
-    struct stat st;
-    return lstat((*this / name).c_str(), &st) == 0;
   }
 };
 
@@ -65,14 +41,19 @@ class FifoReader {
   UniqueFd fd_;
 };
 
-// Polls until a condition holds; false when it does not within 20 seconds.
-template <typename Condition>
-bool Eventually(Condition condition) {
-  for (int i = 0; i < 4000; ++i) {
-    if (condition()) return true;
-    usleep(5000);
-  }
-  return false;
+// What a record holds: a number as a host of either byte order holds it, a text
+// in a field of `size` bytes.
+template <typename Int>
+std::string Bytes(Int value) {
+  return std::string(reinterpret_cast<const char*>(&value), sizeof value);
+}
+inline std::string Bytes(const std::string& text, size_t size) {
+  return text + std::string(size - text.size(), '\0');
+}
+// A record, or anything else that has bytes, as a text.
+template <typename Record>
+std::string Text(const Record& record) {
+  return std::string(record.begin(), record.end());
 }
 
 // A process that has ended and been waited for.

@@ -12,24 +12,13 @@
 
 namespace {
 
-// The bytes that stand in a record at an offset, as a host of either byte order
-// holds them.
-template <typename Int>
-std::string Bytes(Int value) {
-  std::string bytes(sizeof value, '\0');
-  memcpy(bytes.data(), &value, sizeof value);
-  return bytes;
-}
-
-std::string Zeros(size_t count) { return std::string(count, '\0'); }
-
 TEST(SchedulerFifo, RecordIsExactlyThese68Bytes) {
   const FaxRoot root;
   const FifoReader scheduler(root / "FIFO");
   ASSERT_EQ(fx_send_cmd(root.root(), fx_encode_sched(kFxSchedTry, -5)), 0);
   EXPECT_EQ(kx_errno, 0);
   const std::string expected =
-      Bytes<uint16_t>(12) + Zeros(6) + Bytes<int32_t>(-5) + Zeros(56);
+      Bytes(Bytes<uint16_t>(12), 8) + Bytes(Bytes<int32_t>(-5), 60);
   EXPECT_EQ(expected.size(), 68u);
   EXPECT_EQ(scheduler.Take(), expected);
 }
@@ -37,11 +26,9 @@ TEST(SchedulerFifo, RecordIsExactlyThese68Bytes) {
 TEST(SchedulerFifo, WhatIsNoFifoIsASystemError) {
   const FaxRoot root;
   const fx_sched_record record = fx_encode_sched(kFxSchedCancel, 1);
-  EXPECT_EQ(fx_send_cmd(root.root(), record), -1);
-  EXPECT_EQ(kx_errno, 3);
+  EXPECT_EQ(ErrorOf(fx_send_cmd(root.root(), record)), 3);
   root.Put("FIFO", "a file");
-  EXPECT_EQ(fx_send_cmd(root.root(), record), -1);
-  EXPECT_EQ(kx_errno, 3);
+  EXPECT_EQ(ErrorOf(fx_send_cmd(root.root(), record)), 3);
   EXPECT_EQ(ReadFile(root / "FIFO"), "a file");
 }
 
@@ -92,7 +79,7 @@ struct SessionDaemons {
 };
 
 std::string Event(const std::string& user, int32_t code) {
-  return user + Zeros(16 - user.size()) + Bytes(code) + Zeros(16);
+  return Bytes(user, 16) + Bytes(Bytes(code), 20);
 }
 
 TEST(Events, GoToEachRegisteredAndLivingDaemon) {
@@ -127,8 +114,7 @@ TEST(Events, WithoutAReaderNobodyWaits) {
 
 TEST(Events, LongUserNameIsCutByItsField) {
   const fx_event_record event = fx_encode_event("a-name-of-twenty-by", 2);
-  EXPECT_EQ(std::string(event.begin(), event.end()),
-            Event("a-name-of-twent", 2));
+  EXPECT_EQ(Text(event), Event("a-name-of-twent", 2));
   EXPECT_EQ(fx_event_user(event), "a-name-of-twent");
 }
 

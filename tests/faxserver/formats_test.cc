@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <random>
+#include <tuple>
 
 #include "fax_root.h"
 #include "faxserver/fsbytes.h"
@@ -13,11 +14,6 @@
 #include "faxserver/fsqueue.h"
 
 namespace {
-
-template <typename Bytes>
-std::string Text(const Bytes& bytes) {
-  return std::string(bytes.begin(), bytes.end());
-}
 
 int Count(const kx::Object& list) { return Kfx_Bcount(list.get()); }
 
@@ -48,37 +44,30 @@ fx_faxhdr Header(bool foreign) {
 TEST(FaxHeader, OtherByteOrderIsTurnedRoundInItsNumbersOnly) {
   fx_faxhdr header = Header(true);
   ASSERT_TRUE(fx_fix_faxhdr(&header));
-  EXPECT_EQ(memcmp(header.bytes, Header(false).bytes, sizeof header.bytes), 0);
+  EXPECT_EQ(Bytes(header), Bytes(Header(false)));
   ASSERT_TRUE(fx_fix_faxhdr(&header)) << "it is right already";
-  EXPECT_EQ(memcmp(header.bytes, Header(false).bytes, sizeof header.bytes), 0);
+  EXPECT_EQ(Bytes(header), Bytes(Header(false)));
 }
 
 TEST(FaxHeader, IsReadWholeOrNotAtAll) {
   const FaxRoot root;
   const fx_faxhdr made = fx_make_faxhdr(7);
-  const std::string image(reinterpret_cast<const char*>(made.bytes), 256);
+  const std::string image = Bytes(made);
   fx_faxhdr foreign = Header(true);
   foreign.bytes[52] = 0x01;  // 258 pages, the high byte first or last
   foreign.bytes[53] = 0x02;
-  const struct {
-    const char* name;
-    std::string content;
-    int pages;
-    int error;
-  } cases[] = {
+  const std::tuple<const char*, std::string, int, int> cases[] = {
       {"whole", image + "image", 7, 0},
       {"cut", image.substr(0, 255), -1, 5},
       {"empty", "", -1, 5},
       {"text", std::string(300, 't'), -1, 19},
-      {"foreign",
-       std::string(reinterpret_cast<const char*>(foreign.bytes), 256),
+      {"foreign", Bytes(foreign),
        __builtin_bswap16(fx_get<uint16_t>(foreign.bytes, 52)), 0},
   };
-  for (const auto& test : cases) {
-    root.Put(test.name, test.content);
-    EXPECT_EQ(fx_num_pages((root / test.name).c_str()), test.pages)
-        << test.name;
-    EXPECT_EQ(kx_errno, test.error) << test.name;
+  for (const auto& [name, content, pages, error] : cases) {
+    root.Put(name, content);
+    EXPECT_EQ(fx_num_pages((root / name).c_str()), pages) << name;
+    EXPECT_EQ(kx_errno, error) << name;
   }
   EXPECT_EQ(fx_num_pages((root / "none").c_str()), -1);
   EXPECT_EQ(kx_errno, 5);
@@ -120,22 +109,13 @@ TEST(OutgoingLog, RecordHasItsFixedLayout) {
   record.dialed = "555";
   record.queue = "q1";
   const fx_olog_bytes bytes = fx_encode_olog(record);
-  static_assert(sizeof bytes == 168);
-  EXPECT_EQ(fx_get<int32_t>(bytes, 0), 0x01020304);
-  EXPECT_EQ(fx_get<int32_t>(bytes, 4), 2);
-  EXPECT_EQ(fx_get<int32_t>(bytes, 8), 1002);
-  EXPECT_EQ(fx_get<int32_t>(bytes, 12), 2002);
-  EXPECT_EQ(fx_get<int16_t>(bytes, 16), 2);
-  EXPECT_EQ(fx_get<int16_t>(bytes, 18), -3);
-  EXPECT_EQ(fx_get<int16_t>(bytes, 20), 4);
-  EXPECT_EQ(fx_get<int16_t>(bytes, 22), 1001);
-  EXPECT_EQ(Text(bytes).substr(24, 16), "bob" + std::string(13, '\0'));
-  EXPECT_EQ(Text(bytes).substr(40, 25), std::string(23, 'c') + '\0' + "t");
-  EXPECT_EQ(Text(bytes).substr(88, 4), std::string("555") + '\0');
-  EXPECT_EQ(Text(bytes).substr(152, 3), std::string("q1") + '\0');
-
-  const fx_olog_record back = fx_decode_olog(bytes);
-  EXPECT_EQ(Text(fx_encode_olog(back)), Text(bytes));
+  EXPECT_EQ(Text(bytes),
+            Bytes(0x01020304) + Bytes(2) + Bytes(1002) + Bytes(2002) +
+                Bytes<int16_t>(2) + Bytes<int16_t>(-3) + Bytes<int16_t>(4) +
+                Bytes<int16_t>(1001) + Bytes("bob", 16) +
+                Bytes(std::string(23, 'c'), 24) + Bytes("tsi", 24) +
+                Bytes("555", 64) + Bytes("q1", 16));
+  EXPECT_EQ(Text(fx_encode_olog(fx_decode_olog(bytes))), Text(bytes));
 }
 
 TEST(OutgoingLog, GivesTheLastRecordsOfARequestFromTheEnd) {
@@ -146,12 +126,7 @@ TEST(OutgoingLog, GivesTheLastRecordsOfARequestFromTheEnd) {
     log += Text(fx_encode_olog(Attempt(i % 100 == 7 ? 42 : 1, i)));
   }
   root.Put("logs/OLOG", log + "a record that was cut");
-  const struct {
-    long seqno;
-    int max;
-    std::vector<int32_t> attempts;
-    int error;
-  } cases[] = {
+  const std::tuple<long, int, std::vector<int32_t>, int> cases[] = {
       {42, 3, {707, 807, 907}, 0},
       {42, 10, {7, 107, 207, 307, 407, 507, 607, 707, 807, 907}, 0},
       {42, 99, {7, 107, 207, 307, 407, 507, 607, 707, 807, 907}, 0},
@@ -159,11 +134,10 @@ TEST(OutgoingLog, GivesTheLastRecordsOfARequestFromTheEnd) {
       {42, -1, {}, 19},
       {43, 5, {}, 19},
   };
-  for (const auto& test : cases) {
-    EXPECT_EQ(Attempts(fx_read_olog_list(root.root(), test.seqno, test.max)),
-              test.attempts)
-        << test.seqno << " " << test.max;
-    EXPECT_EQ(kx_errno, test.error) << test.seqno << " " << test.max;
+  for (const auto& [seqno, max, attempts, error] : cases) {
+    EXPECT_EQ(Attempts(fx_read_olog_list(root.root(), seqno, max)), attempts)
+        << seqno << " " << max;
+    EXPECT_EQ(kx_errno, error) << seqno << " " << max;
   }
 }
 
@@ -185,25 +159,19 @@ TEST(OutgoingLog, GrowsByWholeRecords) {
 }
 
 TEST(OutgoingLog, MergedStatusTellsThatAttemptAndNoOther) {
-  kx::Object status = kx::Build("obj-status");
-  kx::SetText(status.get(), "csi", "of an earlier one");
-  kx::SetNumber(status.get(), "naks", 9);
-  kx::SetText(status.get(), "queue", "its own");
+  const kx::Object status =
+      Parsed("obj-status", "csi=of an earlier one\nnaks=9\nqueue=its own\n");
   fx_olog_record record = Attempt(5, 2);
   record.dialed = "555";
   record.queue = "other";
   ASSERT_EQ(fx_merge_stat_olog(status.get(), record), 0);
-  const std::pair<const char*, const char*> fields[] = {
-      {"attempt", "2"},    {"aresult", "4"}, {"rresult", "1001"},
-      {"npages", "2"},     {"naks", "0"},    {"stime", "19700101001642"},
-      {"csi", ""},         {"tsi", ""},      {"dialed", "555"},
-      {"queue", "its own"}};
-  for (const auto& [field, value] : fields) {
-    EXPECT_STREQ(kx::TextOrEmpty(status.get(), field), value) << field;
-  }
+  EXPECT_EQ(Missing(status.get(),
+                    "attempt=2\naresult=4\nrresult=1001\nnpages=2\nnaks=0\n"
+                    "stime=19700101001642\ndialed=555\nqueue=its own\n"),
+            "");
+  EXPECT_EQ(Kfx_Get(status.get(), "csi"), nullptr);
   const kx::Object other = kx::Build("obj-person");
-  EXPECT_EQ(fx_merge_stat_olog(other.get(), record), -1);
-  EXPECT_EQ(kx_errno, 21);
+  EXPECT_EQ(ErrorOf(fx_merge_stat_olog(other.get(), record)), 21);
 }
 
 // ---- Queue and device status ----
@@ -222,29 +190,18 @@ TEST(QueueStatus, RecordBecomesAnObject) {
   record.asince = 86400;
   record.areason = "since the morning";
   const fx_qstat_bytes bytes = fx_encode_qstat(record);
-  static_assert(sizeof bytes == 120);
-  EXPECT_EQ(fx_get<int16_t>(bytes, 28), -1);
-  EXPECT_EQ(fx_get<int32_t>(bytes, 32), 86400);
-  EXPECT_EQ(Text(bytes).substr(36, 5), "since");
-  EXPECT_EQ(fx_get<int16_t>(bytes, 104), 1);
+  EXPECT_EQ(Text(bytes), Bytes("sales", 28) + Bytes(Bytes<int16_t>(-1), 4) +
+                             Bytes(86400) + Bytes("since the morning", 68) +
+                             Bytes(Bytes<int16_t>(1), 16));
   EXPECT_EQ(Text(fx_encode_qstat(fx_decode_qstat(bytes))), Text(bytes));
 
   root.Put("qstat", Text(bytes));
   root.Put("Classes/sales",
            "tty1\n\n sales \ntty2\na device name that is too long\n");
   const kx::Object list(fx_rd_qstat(root.root()));
-  ASSERT_EQ(Count(list), 1);
-  kx_object* queue = At(list, 0);
-  EXPECT_STREQ(kx::Text(queue, "qname"), "sales");
-  EXPECT_STREQ(kx::Text(queue, "qtype"), "que-class");
-  EXPECT_STREQ(kx::Text(queue, "accepting"), "true");
-  EXPECT_STREQ(kx::Text(queue, "asince"), "19700102000000");
-  EXPECT_STREQ(kx::Text(queue, "areason"), "since the morning");
-  std::string devices;
-  for (kx_object* device : kx::Elements(kx::Child(queue, "devices"))) {
-    devices += kx::TextOrEmpty(device, "rname") + std::string(";");
-  }
-  EXPECT_EQ(devices, "tty1;tty2;");
+  EXPECT_EQ(Shown(list, {"qname", "qtype", "accepting", "asince", "areason"}),
+            "sales=que-class=true=19700102000000=since the morning;");
+  EXPECT_EQ(Shown(kx::Child(At(list, 0), "devices"), {"rname"}), "tty1;tty2;");
 }
 
 TEST(QueueStatus, DamageLeavesFieldsUnsetAndReadsNoStrangersFile) {
@@ -265,12 +222,9 @@ TEST(QueueStatus, DamageLeavesFieldsUnsetAndReadsNoStrangersFile) {
 
 TEST(QueueStatus, MissingFileIsAnErrorAndEmptyOneIsNot) {
   const FaxRoot root;
-  EXPECT_EQ(fx_rd_qstat(root.root()), nullptr);
-  EXPECT_EQ(kx_errno, 3);
-  EXPECT_EQ(fx_queue_list(root.root()), nullptr);
-  EXPECT_EQ(kx_errno, 3);
-  EXPECT_EQ(fx_rd_dstat(root.root()), nullptr);
-  EXPECT_EQ(kx_errno, 3);
+  for (const auto read : {fx_rd_qstat, fx_queue_list, fx_rd_dstat}) {
+    EXPECT_EQ(ErrorOf(read(root.root())), 3);
+  }
   root.Put("qstat", std::string(119, 'q'));
   EXPECT_EQ(fx_rd_qstat(root.root()), nullptr);
   EXPECT_EQ(kx_errno, 0);
@@ -283,59 +237,37 @@ TEST(Queues, AreListedByName) {
     file += Text(fx_encode_qstat(Queue(name, 0)));
   }
   root.Put("qstat", file);
-  const kx::Object list(fx_queue_list(root.root()));
-  std::string names;
-  for (kx_object* queue : kx::Elements(list.get())) {
-    names += kx::TextOrEmpty(queue, "rname");
-    EXPECT_STREQ(kx::TextOrEmpty(queue, "rdesc"), &names.back());
-  }
-  EXPECT_EQ(names, "abmz");
+  EXPECT_EQ(Shown(kx::Object(fx_queue_list(root.root())), {"rname", "rdesc"}),
+            "a=a;b=b;m=m;z=z;");
 }
 
 TEST(Queues, DefaultIsTheFirstLine) {
   const FaxRoot root;
-  EXPECT_STREQ(fx_queue_get_default(root.root()), "");
-  EXPECT_EQ(kx_errno, 3);
+  const auto get = [&] {
+    const std::string name = fx_queue_get_default(root.root());
+    return name + std::to_string(kx_errno);
+  };
+  EXPECT_EQ(get(), "3");
   root.Put("Default", "");
-  EXPECT_STREQ(fx_queue_get_default(root.root()), "");
-  EXPECT_EQ(kx_errno, 3);
+  EXPECT_EQ(get(), "3");
   root.Put("Default", "  sales \nother\n");
-  EXPECT_STREQ(fx_queue_get_default(root.root()), "sales");
-  EXPECT_EQ(kx_errno, 0);
+  EXPECT_EQ(get(), "sales0");
   ASSERT_EQ(fx_queue_set_default(root.root(), "support"), 0);
   EXPECT_EQ(ReadFile(root / "Default"), "support\n");
   ASSERT_EQ(fx_queue_set_default(root.root(), nullptr), 0);
   EXPECT_EQ(ReadFile(root / "Default"), "\n");
-  EXPECT_EQ(fx_queue_set_default((root / "none").c_str(), "q"), -1);
-  EXPECT_EQ(kx_errno, 3);
+  EXPECT_EQ(ErrorOf(fx_queue_set_default((root / "none").c_str(), "q")), 3);
 }
 
 TEST(DeviceStatus, RecordHasItsFixedLayout) {
-  fx_dstat_record record;
-  record.destname = "dev1";
-  record.esince = 1;
-  record.rsince = 2;
-  record.recving = 3;
-  record.devno = 4;
-  record.enabled = 5;
-  record.ereason = "e";
-  record.rreason = "r";
-  record.device = "/dev/ttyS0";
-  record.fim = "class2";
-  record.rnp = "notify";
+  const fx_dstat_record record = {
+      "dev1", 1, 2, 3, 4, 5, "e", "r", "/dev/ttyS0", "class2", "notify"};
   const fx_dstat_bytes bytes = fx_encode_dstat(record);
-  static_assert(sizeof bytes == 472);
-  EXPECT_EQ(fx_get<int32_t>(bytes, 28), 1);
-  EXPECT_EQ(fx_get<int32_t>(bytes, 32), 2);
-  EXPECT_EQ(fx_get<int16_t>(bytes, 40), 3);
-  EXPECT_EQ(fx_get<int16_t>(bytes, 42), 4);
-  EXPECT_EQ(fx_get<int16_t>(bytes, 44), 5);
-  const std::pair<size_t, const char*> texts[] = {
-      {0, "dev1"},         {46, "e"},       {111, "r"},
-      {176, "/dev/ttyS0"}, {305, "class2"}, {386, "notify"}};
-  for (const auto& [at, text] : texts) {
-    EXPECT_STREQ(reinterpret_cast<const char*>(bytes.data() + at), text) << at;
-  }
+  EXPECT_EQ(Text(bytes),
+            Bytes("dev1", 28) + Bytes(1) + Bytes(2) + Bytes("", 4) +
+                Bytes<int16_t>(3) + Bytes<int16_t>(4) + Bytes<int16_t>(5) +
+                Bytes("e", 65) + Bytes("r", 65) + Bytes("/dev/ttyS0", 129) +
+                Bytes("class2", 81) + Bytes("notify", 86));
   EXPECT_EQ(Text(fx_encode_dstat(fx_decode_dstat(bytes))), Text(bytes));
 }
 

@@ -3,6 +3,7 @@
 #include <climits>
 #include <cstring>
 #include <set>
+#include <tuple>
 
 #include "cm/cmkrt.h"
 #include "fax_root.h"
@@ -19,6 +20,16 @@
 
 namespace {
 
+class StatusMemory : public testing::Test {
+ protected:
+  void SetUp() override { SKIP_WITHOUT(ipc_); }
+  const OwnIpc ipc_;
+  const FaxRoot root_;
+};
+using State = StatusMemory;
+using Cancel = StatusMemory;
+using Try = StatusMemory;
+
 // A segment of any size and header, as a program gone wrong might leave it.
 unsigned char* RawSegment(size_t size) {
   fx_shm_detach();
@@ -32,9 +43,7 @@ void Put(unsigned char* base, size_t at, Int value) {
   memcpy(base + at, &value, sizeof value);
 }
 
-TEST(StatusMemory, MissingSegmentIsNoScheduler) {
-  const OwnIpc ipc;
-  SKIP_WITHOUT(ipc);
+TEST_F(StatusMemory, MissingSegmentIsNoScheduler) {
   EXPECT_FALSE(fx_is_sched_running(""));
   EXPECT_EQ(fx_get_jobs_in_queue(""), -1);
   EXPECT_EQ(fx_get_stat_shm("", 0), nullptr);
@@ -45,9 +54,7 @@ TEST(StatusMemory, MissingSegmentIsNoScheduler) {
   EXPECT_EQ(fx_shm_detach(), 0);
 }
 
-TEST(StatusMemory, HasItsFixedLayout) {
-  const OwnIpc ipc;
-  SKIP_WITHOUT(ipc);
+TEST_F(StatusMemory, HasItsFixedLayout) {
   ASSERT_EQ(fx_creat_stat_shm("made by a test", 2), 0);
   ASSERT_EQ(fx_set_jobs_in_queue(17), 0);
   ASSERT_EQ(fx_set_device_state(1, 10), 0);
@@ -73,9 +80,7 @@ TEST(StatusMemory, HasItsFixedLayout) {
   EXPECT_EQ(fx_get_num_modems(""), 2);
 }
 
-TEST(StatusMemory, SchedulerThatDiedIsLetGo) {
-  const OwnIpc ipc;
-  SKIP_WITHOUT(ipc);
+TEST_F(StatusMemory, SchedulerThatDiedIsLetGo) {
   ASSERT_EQ(fx_creat_stat_shm("", 1), 0);
   Put(fx_get_stat_shm("", 0) - 152, 8, DeadPid());
   EXPECT_FALSE(fx_is_sched_running(""));
@@ -84,9 +89,7 @@ TEST(StatusMemory, SchedulerThatDiedIsLetGo) {
   EXPECT_EQ(status.shm_nattch, 0u) << "still attached";
 }
 
-TEST(StatusMemory, NewSegmentOfANewSchedulerIsFoundAtOnce) {
-  const OwnIpc ipc;
-  SKIP_WITHOUT(ipc);
+TEST_F(StatusMemory, NewSegmentOfANewSchedulerIsFoundAtOnce) {
   ASSERT_EQ(fx_creat_stat_shm("", 1), 0);
   fx_shm_detach();
   ASSERT_TRUE(fx_is_sched_running(""));
@@ -104,9 +107,7 @@ TEST(StatusMemory, NewSegmentOfANewSchedulerIsFoundAtOnce) {
   shmdt(base);
 }
 
-TEST(StatusMemory, WrongMagicIsNoScheduler) {
-  const OwnIpc ipc;
-  SKIP_WITHOUT(ipc);
+TEST_F(StatusMemory, WrongMagicIsNoScheduler) {
   unsigned char* base = RawSegment(168);
   Put(base, 8, getpid());
   EXPECT_EQ(fx_get_stat_shm("", 0), nullptr);
@@ -117,24 +118,19 @@ TEST(StatusMemory, WrongMagicIsNoScheduler) {
   shmdt(base);
 }
 
-TEST(StatusMemory, HeaderThatPromisesTooMuchIsNotBelieved) {
-  const OwnIpc ipc;
-  SKIP_WITHOUT(ipc);
-  const struct {
-    size_t size;
-    int32_t said;
-    int modems;
-  } cases[] = {{168 + 48, 1, 1},    {168 + 48, 2, 1},
-               {168 + 47, 1, 0},    {168, INT32_MAX, 0},
-               {168 + 96, -1, 0},   {4096, INT32_MAX, (4096 - 168) / 48},
-               {168 + 48 * 3, 2, 2}};
-  for (const auto& test : cases) {
-    unsigned char* base = RawSegment(test.size);
+TEST_F(StatusMemory, HeaderThatPromisesTooMuchIsNotBelieved) {
+  const std::tuple<size_t, int32_t, int> cases[] = {
+      {168 + 48, 1, 1},    {168 + 48, 2, 1},
+      {168 + 47, 1, 0},    {168, INT32_MAX, 0},
+      {168 + 96, -1, 0},   {4096, INT32_MAX, (4096 - 168) / 48},
+      {168 + 48 * 3, 2, 2}};
+  for (const auto& [size, said, modems] : cases) {
+    unsigned char* base = RawSegment(size);
     Put(base, 0, kFxShmMagic);
-    Put(base, 4, test.said);
-    EXPECT_EQ(fx_get_num_modems(""), test.modems) << test.size;
-    EXPECT_EQ(fx_get_device_state("", test.modems), -1) << test.size;
-    EXPECT_EQ(fx_get_device_state("", -1), -1) << test.size;
+    Put(base, 4, said);
+    EXPECT_EQ(fx_get_num_modems(""), modems) << size;
+    EXPECT_EQ(fx_get_device_state("", modems), -1) << size;
+    EXPECT_EQ(fx_get_device_state("", -1), -1) << size;
     EXPECT_EQ(kx_errno, 22);
     shmdt(base);
   }
@@ -148,7 +144,14 @@ TEST(StatusMemory, HeaderThatPromisesTooMuchIsNotBelieved) {
 
 // ---- State ----
 
-void PutDevices(const FaxRoot& root, std::initializer_list<int16_t> numbers) {
+void PutRequest(const FaxRoot& root_, int seqno, const std::string& owner) {
+  const kx::Object freq =
+      Parsed("obj-freq",
+             "clientid=" + owner + "\nseqno=" + std::to_string(seqno) + "\n");
+  ASSERT_EQ(fx_save_freq(root_.root(), freq.get()), 0);
+}
+
+void PutDevices(const FaxRoot& root_, std::initializer_list<int16_t> numbers) {
   std::string file;
   for (const int16_t number : numbers) {
     fx_dstat_record record;
@@ -156,65 +159,39 @@ void PutDevices(const FaxRoot& root, std::initializer_list<int16_t> numbers) {
     record.devno = number;
     record.enabled = 1;
     record.fim = "a name that is longer than the field";
-    const fx_dstat_bytes bytes = fx_encode_dstat(record);
-    file.append(bytes.begin(), bytes.end());
+    file += Text(fx_encode_dstat(record));
   }
-  root.Put("dstat", file);
+  root_.Put("dstat", file);
 }
 
-TEST(State, TellsAllThatIsThere) {
-  const OwnIpc ipc;
-  SKIP_WITHOUT(ipc);
-  const FaxRoot root;
+TEST_F(State, TellsAllThatIsThere) {
   ASSERT_EQ(fx_creat_stat_shm("", 2), 0);
   fx_set_device_state(0, 2);
   fx_set_device_state(1, 99);
-  PutDevices(root, {1, 0, 7});
-  root.Put("Default", "sales\n");
-  const fx_qstat_bytes queue = fx_encode_qstat({"sales", 1, 0, "", 0});
-  root.Put("qstat", std::string(queue.begin(), queue.end()));
-  const kx::Object freq = kx::Build("obj-freq");
-  kx::SetNumber(freq.get(), "seqno", 4);
-  ASSERT_EQ(fx_save_freq(root.root(), freq.get()), 0);
+  PutDevices(root_, {1, 0, 7});
+  root_.Put("Default", "sales\n");
+  root_.Put("qstat", Text(fx_encode_qstat({"sales", 1, 0, "", 0})));
+  PutRequest(root_, 4, "root");
 
-  const kx::Object state(fx_get_state(root.root()));
+  const kx::Object state(fx_get_state(root_.root()));
   ASSERT_NE(state, nullptr);
   EXPECT_EQ(kx_errno, 0);
-  EXPECT_STREQ(kx::Text(state.get(), "schedup"), "true");
-  EXPECT_STREQ(kx::Text(state.get(), "defq"), "sales");
+  EXPECT_EQ(Missing(state.get(), "schedup=true\ndefq=sales\n"), "");
   EXPECT_EQ(Kfx_Bcount(kx::Child(state.get(), "queuelist")), 1);
   EXPECT_EQ(Kfx_Bcount(kx::Child(state.get(), "freqlist")), 1);
-  std::string devices;
-  for (kx_object* device : kx::Elements(kx::Child(state.get(), "devlist"))) {
-    devices += kx::TextOrEmpty(device, "destname") + std::string("=");
-    devices += kx::TextOrEmpty(device, "devstate") + std::string(",");
-    devices += kx::TextOrEmpty(device, "enabled") + std::string(";");
-    EXPECT_EQ(kx::Text(device, "fim"), nullptr);
-  }
-  EXPECT_EQ(devices, "dev1=?,true;dev0=idle,true;dev7=,true;");
+  EXPECT_EQ(Shown(kx::Child(state.get(), "devlist"),
+                  {"destname", "devstate", "enabled", "fim"}),
+            "dev1=?=true=;dev0=idle=true=;dev7==true=;");
 }
 
-TEST(State, OfAnEmptyRootIsAStateAllTheSame) {
-  const OwnIpc ipc;
-  SKIP_WITHOUT(ipc);
-  const FaxRoot root;
-  const kx::Object state(fx_get_state(root.root()));
+TEST_F(State, OfAnEmptyRootIsAStateAllTheSame) {
+  const kx::Object state(fx_get_state(root_.root()));
   ASSERT_NE(state, nullptr);
   EXPECT_EQ(kx_errno, 0);
-  EXPECT_STREQ(kx::Text(state.get(), "schedup"), "false");
-  for (const char* field : {"defq", "devlist", "queuelist", "freqlist"}) {
-    EXPECT_EQ(Kfx_Get(state.get(), field), nullptr) << field;
-  }
+  EXPECT_EQ(ToText(state.get()), Object("obj-state", "schedup=false\n"));
 }
 
 // ---- Cancel and try ----
-
-void PutRequest(const FaxRoot& root, int seqno, const char* owner) {
-  const kx::Object freq = kx::Build("obj-freq");
-  kx::SetNumber(freq.get(), "seqno", seqno);
-  kx::SetText(freq.get(), "clientid", owner);
-  ASSERT_EQ(fx_save_freq(root.root(), freq.get()), 0);
-}
 
 kx::Object RequestId(const char* seqno, const char* type) {
   kx::Object id = kx::Build("obj-reqid");
@@ -223,30 +200,19 @@ kx::Object RequestId(const char* seqno, const char* type) {
   return id;
 }
 
-std::string Command(uint16_t code, int32_t seqno) {
-  const fx_sched_record record = fx_encode_sched(code, seqno);
-  return std::string(record.begin(), record.end());
-}
-
-TEST(Cancel, IsTheOwnersAndTheAdministrators) {
-  const OwnIpc ipc;
-  SKIP_WITHOUT(ipc);
-  const FaxRoot root;
-  const FifoReader scheduler(root / "FIFO");
+TEST_F(Cancel, IsTheOwnersAndTheAdministrators) {
+  const FifoReader scheduler(root_ / "FIFO");
   ASSERT_EQ(fx_creat_stat_shm("", 0), 0);
-  for (const char* user : {"root", "daemon", "bin"}) root.MakeUser(user);
-  PutRequest(root, 1, "daemon");
-  PutRequest(root, 2, "root");
-  const struct {
-    const char* client;
-    const char* seqno;
-    const char* type;
-    int error;
-  } cases[] = {
+  for (const char* user : {"root", "daemon", "bin"}) root_.AddUser(user);
+  PutRequest(root_, 1, "daemon");
+  PutRequest(root_, 2, "root");
+  PutRequest(root_, 4, "a-name-unknown");
+  const std::tuple<const char*, const char*, const char*, int> cases[] = {
       {"daemon", "1", "req-regular", 0},
       {"root", "1", "req-regular", 0},
       {"bin", "1", "req-regular", 12},
       {"daemon", "2", "req-regular", 12},
+      {"daemon", "4", "req-regular", 12},  // nobody's, so the fax system's
       {"daemon", "3", "req-regular", 3},
       {"daemon", "1", "req-group", 13},
       {"daemon", "1", "req-exp", 19},
@@ -256,59 +222,37 @@ TEST(Cancel, IsTheOwnersAndTheAdministrators) {
       {"../faxq/root", "1", "req-regular", 19},
       {"", "1", "req-regular", 19},
   };
-  for (const auto& test : cases) {
-    const kx::Object id = RequestId(test.seqno, test.type);
-    EXPECT_EQ(fx_cancel(root.root(), test.client, id.get()),
-              test.error == 0 ? 0 : -1)
-        << test.client << " " << test.seqno << " " << test.type;
-    EXPECT_EQ(kx_errno, test.error)
-        << test.client << " " << test.seqno << " " << test.type;
-    EXPECT_EQ(scheduler.Take(), test.error == 0 ? Command(7, 1) : "");
+  for (const auto& [client, seqno, type, error] : cases) {
+    const kx::Object id = RequestId(seqno, type);
+    EXPECT_EQ(ErrorOf(fx_cancel(root_.root(), client, id.get())), error)
+        << client << " " << seqno << " " << type;
+    EXPECT_EQ(scheduler.Take(), error == 0 ? Text(fx_encode_sched(7, 1)) : "");
   }
   fx_rm_stat_shm("");
-  EXPECT_EQ(fx_cancel(root.root(), "root", RequestId("1", "req-regular").get()),
-            -1);
-  EXPECT_EQ(kx_errno, 13) << "no scheduler";
+  const kx::Object id = RequestId("1", "req-regular");
+  EXPECT_EQ(ErrorOf(fx_cancel(root_.root(), "root", id.get())), 13)
+      << "no scheduler";
 }
 
-TEST(Cancel, RequestOfNobodyIsTheFaxSystems) {
-  const OwnIpc ipc;
-  SKIP_WITHOUT(ipc);
-  const FaxRoot root;
-  const FifoReader scheduler(root / "FIFO");
+TEST_F(Try, NeedsASchedulerAndARequest) {
+  const FifoReader scheduler(root_ / "FIFO");
+  PutRequest(root_, 1, "root");
+  const auto attempt = [&](const char* seqno) {
+    return ErrorOf(fx_try(root_.root(), RequestId(seqno, "").get()));
+  };
+  EXPECT_EQ(attempt("1"), 17);
   ASSERT_EQ(fx_creat_stat_shm("", 0), 0);
-  root.MakeUser("daemon");
-  PutRequest(root, 1, "a-name-unknown");
-  EXPECT_EQ(
-      fx_cancel(root.root(), "daemon", RequestId("1", "req-regular").get()),
-      -1);
-  EXPECT_EQ(kx_errno, 12);
-}
-
-TEST(Try, NeedsASchedulerAndARequest) {
-  const OwnIpc ipc;
-  SKIP_WITHOUT(ipc);
-  const FaxRoot root;
-  const FifoReader scheduler(root / "FIFO");
-  PutRequest(root, 1, "root");
-  EXPECT_EQ(fx_try(root.root(), RequestId("1", "").get()), -1);
-  EXPECT_EQ(kx_errno, 17);
-  ASSERT_EQ(fx_creat_stat_shm("", 0), 0);
-  EXPECT_EQ(fx_try(root.root(), RequestId("1", "").get()), 0);
-  EXPECT_EQ(kx_errno, 0);
-  EXPECT_EQ(scheduler.Take(), Command(12, 1));
-  EXPECT_EQ(fx_try(root.root(), RequestId("2", "").get()), -1);
-  EXPECT_EQ(kx_errno, 19);
-  EXPECT_EQ(fx_try(root.root(), RequestId("", "").get()), -1);
-  EXPECT_EQ(kx_errno, 19);
+  EXPECT_EQ(attempt("1"), 0);
+  EXPECT_EQ(scheduler.Take(), Text(fx_encode_sched(12, 1)));
+  EXPECT_EQ(attempt("2"), 19);
+  EXPECT_EQ(attempt(""), 19);
 }
 
 // ---- Statuses ----
 
-void PutStatus(const FaxRoot& root, const std::string& name,
+void PutStatus(const FaxRoot& root_, const std::string& name,
                const std::string& fields) {
-  root.Put("faxq/bob/events/" + name,
-           "objbeg=obj-status\n" + fields + "objend=obj-status\n");
+  root_.Put("faxq/bob/events/" + name, Object("obj-status", fields));
 }
 
 fx_olog_record Attempt(int seqno, int attempt) {
@@ -324,80 +268,63 @@ fx_olog_record Attempt(int seqno, int attempt) {
 
 TEST(Status, IsReadFromTheClientsOwnEvents) {
   const FaxRoot root;
-  root.MakeUser("bob");
+  root.AddUser("bob");
   PutStatus(root, "5", "seqno=5\nclientid=bob\n");
   const kx::Object status(fx_read_status(root.root(), "bob", 5));
   ASSERT_NE(status, nullptr);
   EXPECT_STREQ(kx::Text(status.get(), "seqno"), "5");
   for (const char* client : {"carol", "../faxq/bob", "", ".."}) {
-    EXPECT_EQ(fx_read_status(root.root(), client, 5), nullptr) << client;
-    EXPECT_EQ(kx_errno, 3) << client;
+    EXPECT_EQ(ErrorOf(fx_read_status(root.root(), client, 5)), 3) << client;
   }
   std::filesystem::create_symlink(root / "faxq/bob/events/5",
                                   root / "faxq/bob/events/6");
   EXPECT_EQ(fx_read_status(root.root(), "bob", 6), nullptr);
   root.Put("faxq/bob/events/7", "objbeg=obj-status\nseqno=7\n");
-  EXPECT_EQ(fx_read_status(root.root(), "bob", 7), nullptr);
-  EXPECT_EQ(kx_errno, 6);
-}
-
-TEST(Status, CarriesNoObjectThatNamesAFile) {
-  const FaxRoot root;
-  root.MakeUser("bob");
-  PutStatus(root, "5",
-            "seqno=5\nltags=obj-list\nobjbeg=obj-list\nobjptr=obj-file\n"
-            "objbeg=obj-file\npathname=/etc/shadow\nobjend=obj-file\n"
-            "objend=obj-list\n");
-  const kx::Object status(fx_read_status(root.root(), "bob", 5));
-  ASSERT_NE(status, nullptr);
-  EXPECT_EQ(Kfx_Get(status.get(), "ltags"), nullptr);
+  EXPECT_EQ(ErrorOf(fx_read_status(root.root(), "bob", 7)), 6);
+  // No object that names a file comes out of it.
+  PutStatus(
+      root, "8",
+      "seqno=8\n" + ListField("ltags", "obj-file", {"pathname=/etc/shadow\n"}));
+  const kx::Object tagged(fx_read_status(root.root(), "bob", 8));
+  EXPECT_EQ(ToText(tagged.get()), Object("obj-status", "seqno=8\n"));
 }
 
 TEST(StatusList, HoldsTheAttemptsAndThenTheSummary) {
   const FaxRoot root;
-  root.MakeUser("bob");
+  root.AddUser("bob");
   for (const int attempt : {1, 2, 3}) {
     fx_append_olog(root.root(), Attempt(attempt == 2 ? 6 : 5, attempt));
   }
   PutStatus(root, "5",
             "seqno=5\nattempt=3\naresult=4\nrresult=1001\nnpages=13\nnaks=1\n"
             "stime=20010203040506\netime=20010203040507\ncsi=x\nqueue=q\n");
-  const kx::Object list(fx_status_list(root.root(), "bob", 5));
-  std::string shown;
-  for (kx_object* status : kx::Elements(list.get())) {
-    for (const char* field : {"attempt", "aresult", "rresult", "npages", "naks",
-                              "etime", "csi", "queue"}) {
-      shown += kx::TextOrEmpty(status, field) + std::string(",");
-    }
-    shown += ";";
-  }
-  EXPECT_EQ(shown,
-            "1,4,1001,11,0,now,far side,q,;"
-            "3,4,1001,13,0,now,far side,q,;"
-            "0,,1007,,,,,q,;");
+  EXPECT_EQ(Shown(kx::Object(fx_status_list(root.root(), "bob", 5)),
+                  {"attempt", "aresult", "rresult", "npages", "naks", "etime",
+                   "csi", "queue"}),
+            "1=4=1001=11=0=now=far side=q;3=4=1001=13=0=now=far side=q;"
+            "0==1007=====q;");
 }
 
 TEST(StatusList, WithoutAttemptsIsTheOneStatus) {
   const FaxRoot root;
-  root.MakeUser("bob");
+  root.AddUser("bob");
   for (const char* attempt : {"attempt=0\n", ""}) {
     PutStatus(root, "5", std::string("rresult=1008\n") + attempt);
-    const kx::Object list(fx_status_list(root.root(), "bob", 5));
-    ASSERT_EQ(Kfx_Bcount(list.get()), 1) << attempt;
-    kx_object* status = *kx::Elements(list.get()).begin();
-    EXPECT_STREQ(kx::Text(status, "rresult"), "1008");
+    EXPECT_EQ(
+        Shown(kx::Object(fx_status_list(root.root(), "bob", 5)), {"rresult"}),
+        "1008;")
+        << attempt;
   }
   PutStatus(root, "5", "attempt=2\n");
-  EXPECT_EQ(fx_status_list(root.root(), "bob", 5), nullptr);
-  EXPECT_EQ(kx_errno, 3) << "no log";
+  EXPECT_EQ(ErrorOf(fx_status_list(root.root(), "bob", 5)), 3) << "no log";
   fx_append_olog(root.root(), Attempt(6, 1));
-  EXPECT_EQ(fx_status_list(root.root(), "bob", 5), nullptr);
-  EXPECT_EQ(kx_errno, 19) << "no record in it";
+  EXPECT_EQ(ErrorOf(fx_status_list(root.root(), "bob", 5)), 19)
+      << "no record in it";
 }
 
 TEST(CleanEvents, DropsThoseOfRequestsThatAreGone) {
   const FaxRoot root;
-  root.MakeUser("bob");
+  root.AddUser("bob");
   for (const char* name : {"1", "2", "3", "1x", "01", "note.tmp"}) {
     PutStatus(root, name, "");
   }

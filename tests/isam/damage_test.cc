@@ -8,6 +8,10 @@ namespace {
 
 const char* const kFiles[] = {".idx", ".dat"};
 
+void AppendLine(void* text, const char* line) {
+  *static_cast<std::string*>(text) += std::string(line) + "\n";
+}
+
 class Damage : public testing::Test {
  protected:
   void SetUp() override {
@@ -158,6 +162,14 @@ TEST_F(Damage, ARebuildMakesAllIndexesFromTheRecords) {
        [](std::string*, std::string* dat) { (*dat)[40] ^= 1; }},
       {"ring", [](std::string*,
                   std::string* dat) { (*dat)[isam::kRingOffset + 99] ^= 1; }},
+      {"a header with bytes that mean nothing",
+       [](std::string*, std::string* dat) {
+         auto* header = reinterpret_cast<uint8_t*>(dat->data());
+         header[2000] = 1;
+         isam::Put64(header + 8,
+                     isam::Checksum(header + 16, isam::kHeaderSize - 16,
+                                    isam::Get64(header + 24)));
+       }},
   };
   for (const auto& harm : kHarms) {
     std::string idx = bytes_[0], dat = bytes_[1];
@@ -168,6 +180,8 @@ TEST_F(Damage, ARebuildMakesAllIndexesFromTheRecords) {
         << harm.what;
     Model model = model_;
     ASSERT_EQ("", Verify(name_, model)) << harm.what;
+    EXPECT_EQ(0, isam_check((name_ + ".dat").c_str(), nullptr, nullptr))
+        << harm.what;
     RestartMachine();
     const int file = Open(name_);
     ASSERT_EQ(0, Do(file, {Op::kAdd, 0, Sample(90)}, model)) << harm.what;
@@ -183,7 +197,9 @@ TEST_F(Damage, ARebuildLeavesOutWhatCannotBeKept) {
     return reinterpret_cast<uint8_t*>(dat.data()) +
            table_->layout.slot_offset(n);
   };
-  slot(8)[100] ^= 1;  // damaged
+  slot(8)[100] ^= 1;                                      // damaged
+  isam::Put32(slot(11) + isam::kSlotHeader, 0xffffffff);  // never given
+  isam::SealSlot(slot(11), 11, table_->layout);
   // Record 10 gets the alias of record 9.
   memcpy(slot(10) + isam::kSlotHeader + 4, slot(9) + isam::kSlotHeader + 4,
          kAlias);
@@ -192,19 +208,81 @@ TEST_F(Damage, ARebuildLeavesOutWhatCannotBeKept) {
             dat.begin() + table_->layout.slot_offset(1), '\0');
   Write(bytes_[0], dat);
   std::string said;
-  ASSERT_EQ(0, isam_rebuild((name_ + ".dat").c_str(),
-                            [](void* context, const char* line) {
-                              *static_cast<std::string*>(context) +=
-                                  std::string(line) + "\n";
-                            },
-                            &said));
+  ASSERT_EQ(0, isam_rebuild((name_ + ".dat").c_str(), AppendLine, &said));
   EXPECT_EQ(
       "the record in slot 8 is damaged and was left out\n"
+      "the record in slot 11 is damaged and was left out\n"
       "record 10 has a key of record 9 and was left out\n",
       said);
   model_.erase(8);
   model_.erase(10);
+  model_.erase(11);
   EXPECT_EQ("", Verify(name_, model_));
+}
+
+// The index file of a table without records is as long as one with them would
+// need it.
+TEST_F(Damage, ARebuiltTableWithoutRecordsTakesThemAgain) {
+  const std::string path = name_ + ".dat";
+  Model model;
+  ASSERT_EQ(0, Fill(name_, 3, model));
+  int file = Open(name_);
+  while (!model.empty())
+    ASSERT_EQ(0, Do(file, {Op::kDelete, model.begin()->first, {}}, model));
+  CLRFIL(file);
+  std::filesystem::remove(name_ + ".idx");
+  ASSERT_EQ(0, isam_rebuild(path.c_str(), nullptr, nullptr));
+  file = Open(name_);
+  EXPECT_EQ(0, Do(file, {Op::kAdd, 0, Sample(1)}, model));
+  CLRFIL(file);
+  EXPECT_EQ("", Verify(name_, model));
+}
+
+// The ring may be all that has the last changes on disk. It is given up only
+// when the slots have them too.
+TEST_F(Damage, ARebuildSurvivesAPowerLoss) {
+  const std::string after = dir_ / "after";
+  std::mt19937 random(5);
+  Recorder recorder(base_);
+  int file = Open(base_);
+  for (uint32_t n = 900; n < 905; ++n)
+    ASSERT_EQ(0, Do(file, {Op::kRewrite, n % 2 + 1, Sample(n)}, model_));
+  CLRFIL(file);
+  const size_t begin = recorder.events();
+  ASSERT_EQ(0, isam_rebuild((base_ + ".dat").c_str(), nullptr, nullptr));
+  for (size_t trial = begin; trial <= recorder.events() + 150; ++trial) {
+    const size_t moment = std::min(trial, recorder.events() - 5);
+    recorder.PowerLoss(moment, random, after);
+    RestartMachine();
+    isam_rebuild((after + ".dat").c_str(), nullptr, nullptr);
+    ASSERT_EQ("", Verify(after, model_)) << "event " << moment - begin;
+  }
+}
+
+// Without them nobody can read the records, whatever the indexes.
+TEST_F(Damage, ARebuildNeedsTheFieldDefinitions) {
+  std::string dat = bytes_[1], said;
+  dat[isam::kFieldsOffset + 20] ^= 1;
+  Write(bytes_[0], dat);
+  EXPECT_EQ(kIsamDamaged,
+            isam_rebuild((name_ + ".dat").c_str(), AppendLine, &said));
+  EXPECT_EQ("the field definitions are damaged\n", said);
+  EXPECT_EQ(bytes_[0], ReadFile(name_ + ".idx"));
+  EXPECT_EQ(dat, ReadFile(name_ + ".dat"));
+}
+
+// A few bytes that speak of four thousand million slots take no memory for
+// them, and no time.
+TEST_F(Damage, ACheckGoesNoFurtherThanTheFiles) {
+  std::string idx = bytes_[0], said;
+  isam::Root root = table_->root;
+  root.slots_used = root.slots_capacity = 0xfffffffe;
+  isam::EncodeRoot(root, table_->layout.salt,
+                   reinterpret_cast<uint8_t*>(idx.data()) + isam::kRootOffset);
+  Write(idx, bytes_[1]);
+  EXPECT_EQ(kIsamDamaged,
+            isam_check((name_ + ".dat").c_str(), AppendLine, &said));
+  EXPECT_EQ("the files are shorter than the root page says\n", said);
 }
 
 TEST_F(Damage, ARebuildThatDiesIsDoneAgain) {

@@ -4,10 +4,14 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <tuple>
 
 #include "isam/harness.h"
 
 namespace {
+
+// Why an open failed.
+int ErrorOf(int file) { return file < 0 ? isam_err : 0; }
 
 class Store : public testing::Test {
  protected:
@@ -257,8 +261,7 @@ TEST_F(Store, DescriptionsAreReadBack) {
 }
 
 TEST_F(Store, OnlyATableThatIsNotThereIsCreated) {
-  EXPECT_EQ(-1, Open(name_));
-  EXPECT_EQ(kIsamNoFile, isam_err);
+  EXPECT_EQ(kIsamNoFile, ErrorOf(Open(name_)));
   const mode_t before = umask(077);
   ASSERT_EQ(0, Create(name_));
   umask(before);
@@ -267,8 +270,7 @@ TEST_F(Store, OnlyATableThatIsNotThereIsCreated) {
   EXPECT_EQ(0660u, st.st_mode & 0777);
   EXPECT_EQ(kIsamDataExists, Create(name_));
   unlink((name_ + ".dat").c_str());
-  EXPECT_EQ(-1, Open(name_));
-  EXPECT_EQ(kIsamNoFile, isam_err);
+  EXPECT_EQ(kIsamNoFile, ErrorOf(Open(name_)));
   EXPECT_EQ(0, Create(name_)) << "an index without its data file is garbage";
   EXPECT_EQ("", Verify(name_, {}));
 
@@ -311,24 +313,19 @@ TEST_F(Store, ImpossibleCallsAreRefused) {
   EXPECT_EQ(kIsamBadArgument, EQLREC(file + 1, nullptr, record));
   EXPECT_EQ(kIsamBadArgument, ADDREC(file, nullptr));
   EXPECT_EQ(kIsamBadArgument, LKISAM(1));
-  EXPECT_EQ(-1, OPNRFIL(-1, name_.c_str(), kIsamRead)) << "no extension";
-  EXPECT_EQ(kIsamBadArgument, isam_err);
+  EXPECT_EQ(kIsamBadArgument, ErrorOf(OPNRFIL(-1, name_.c_str(), kIsamRead)))
+      << "no extension";
   EXPECT_EQ(-1, OPNRFIL(-1, (name_ + ".dat").c_str(), 5));
   EXPECT_EQ(kIsamBadArgument, INTISAM(6, 10, 4)) << "started already";
   for (int n = 1; n < 10; ++n) EXPECT_GE(Open(name_), 0);
-  EXPECT_EQ(-1, Open(name_));
-  EXPECT_EQ(kIsamTooManyFiles, isam_err);
+  EXPECT_EQ(kIsamTooManyFiles, ErrorOf(Open(name_)));
   EXPECT_EQ(0, CLISAM());
   EXPECT_EQ(kIsamNotStarted, FRSREC(file + 1, record));
   ASSERT_EQ(0, INTISAM(6, 10, 4));
 
   // One thing wrong with each description.
   ISEG serial = {0, 4, kIsamSerial}, text = {4, 8, kIsamUpper};
-  const struct {
-    const char* what;
-    int length, indexes;
-    IIDX second;
-  } kWrong[] = {
+  const std::tuple<const char*, int, int, IIDX> kWrong[] = {
       {"record too long", kIsamMaxRecord + 1, 1, {}},
       {"no index", 100, 0, {}},
       {"key length without the serial number",
@@ -338,13 +335,12 @@ TEST_F(Store, ImpossibleCallsAreRefused) {
       {"segment behind the record", 11, 2, {8, 0, 0, 0, 0, 1, &text}},
       {"no segments", 100, 2, {8, 0, 0, 0, 0, 0, &text}},
   };
-  for (const auto& wrong : kWrong) {
-    IIDX indexes[2] = {{4, 0, 0, 0, 0, 1, &serial}, wrong.second};
+  for (const auto& [what, length, count, second] : kWrong) {
+    IIDX indexes[2] = {{4, 0, 0, 0, 0, 1, &serial}, second};
     const std::string path = dir_ / "wrong";
-    IFIL table = {path.c_str(), -1, wrong.length, 0, 0, wrong.indexes, 0, 0,
-                  indexes};
-    EXPECT_EQ(kIsamBadArgument, CREIFIL(&table)) << wrong.what;
-    EXPECT_FALSE(std::filesystem::exists(path + ".dat")) << wrong.what;
+    IFIL table = {path.c_str(), -1, length, 0, 0, count, 0, 0, indexes};
+    EXPECT_EQ(kIsamBadArgument, CREIFIL(&table)) << what;
+    EXPECT_FALSE(std::filesystem::exists(path + ".dat")) << what;
   }
 }
 

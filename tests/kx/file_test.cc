@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <random>
+#include <tuple>
 
 #include "pairs.h"
 
@@ -38,12 +39,12 @@ TEST_F(EmbeddedFile, KeepsItsBytes) {
        {0U, 1U, 2U, 3U, 44U, 45U, 46U, 90U, 4095U, 4096U, 1U << 20}) {
     const std::string bytes = RandomBytes(size);
     Spill("page.tif", bytes);
-    const Pairs pairs = Decomposed(FileObject(folder_ + "/page.tif").get(), 1);
+    const Pairs pairs = Decomposed(FileObject(folder_ / "page.tif").get(), 1);
     EXPECT_EQ(pairs.size(), 6 + (size + 44) / 45) << size;
     const kx::Object back = Composed("obj-file", pairs, "out");
     ASSERT_NE(back, nullptr) << size;
     EXPECT_STREQ(kx::Text(back.get(), "pathname"), "out/page.tif");
-    EXPECT_TRUE(Slurp("out/page.tif") == bytes) << size;
+    EXPECT_TRUE(ReadFile("out/page.tif") == bytes) << size;
   }
 }
 
@@ -65,10 +66,7 @@ TEST_F(EmbeddedFile, IsTheseVeryLines) {
 // Other writers use the back-quote for zero bits and lose blanks at the end of
 // a line; lines may be longer than ours.
 TEST_F(EmbeddedFile, DecodesWhatOthersWrite) {
-  const struct {
-    std::string line, bytes;
-    int count;
-  } rows[] = {
+  const std::tuple<std::string, std::string, int> rows[] = {
       {" ", "", 0},
       {"`", "", 0},
       {"", "", 0},
@@ -80,11 +78,11 @@ TEST_F(EmbeddedFile, DecodesWhatOthersWrite) {
       {"#8", std::string("\x60\0\0", 3), 3},
       {"_" + std::string(84, '_'), std::string(63, '\xff'), 63},
   };
-  for (const auto& row : rows) {
+  for (const auto& [line, bytes, count] : rows) {
     FILE* file = std::fopen("out", "w");
-    EXPECT_EQ(kx_outbuf(row.line.c_str(), file), row.count) << row.line;
+    EXPECT_EQ(kx_outbuf(line.c_str(), file), count) << line;
     std::fclose(file);
-    EXPECT_EQ(Slurp("out"), row.bytes) << row.line;
+    EXPECT_EQ(ReadFile("out"), bytes) << line;
   }
 }
 
@@ -94,15 +92,17 @@ TEST_F(EmbeddedFile, StaysInItsFolder) {
     const kx::Object obj = Composed("obj-file", Carrying(name), "top/out");
     ASSERT_NE(obj, nullptr) << name;
     EXPECT_STREQ(kx::Text(obj.get(), "pathname"), "top/out/x") << name;
-    EXPECT_EQ(Slurp("top/out/x"), "cat") << name;
+    EXPECT_EQ(ReadFile("top/out/x"), "cat") << name;
     std::filesystem::remove("top/out/x");
   }
   for (const char* name : {"", ".", "..", "a/", "a/..", "a\\."}) {
     Stream stream{.pairs = Carrying(name), .at = 1};
     EXPECT_EQ(kx_decode(Stream::Read, &stream, "top/out"), nullptr) << name;
     EXPECT_EQ(kx_errno, kx_err_data) << name;
-    EXPECT_EQ(Composed("obj-file", Carrying(name), "top/out"), nullptr) << name;
-    EXPECT_EQ(kx_errno, kx_err_callback) << name;
+    EXPECT_EQ(
+        ErrorOf(Composed("obj-file", Carrying(name), "top/out").release()),
+        kx_err_callback)
+        << name;
   }
   const std::string longest(255, 'n');  // fits a name, but no path field
   EXPECT_EQ(Composed("obj-file", Carrying(longest), "top/out"), nullptr);
@@ -116,7 +116,7 @@ TEST_F(EmbeddedFile, ReplacesWhatIsThere) {
   std::filesystem::create_directory("out");
   const auto unpack = [] {
     return Composed("obj-file", Carrying("x"), "out") != nullptr &&
-           Slurp("out/x") == "cat";
+           ReadFile("out/x") == "cat";
   };
   std::filesystem::create_symlink("../victim", "out/x");
   EXPECT_TRUE(unpack());
@@ -126,7 +126,7 @@ TEST_F(EmbeddedFile, ReplacesWhatIsThere) {
   std::filesystem::remove("out/x");
   ASSERT_EQ(mkfifo("out/x", 0600), 0);  // would block a writer for ever
   EXPECT_TRUE(unpack());
-  EXPECT_EQ(Slurp("victim"), "mine");
+  EXPECT_EQ(ReadFile("victim"), "mine");
   std::filesystem::remove("out/x");
   std::filesystem::create_directory("out/x");
   EXPECT_FALSE(unpack());
@@ -146,7 +146,7 @@ TEST_F(EmbeddedFile, CutShortChangesNothing) {
       EXPECT_EQ(kx_errno, kx_err_callback) << n;
     }
   }
-  EXPECT_EQ(Slurp("x"), "old");
+  EXPECT_EQ(ReadFile("x"), "old");
   std::filesystem::remove("x");
   EXPECT_TRUE(std::filesystem::is_empty("."));
 }
@@ -155,8 +155,7 @@ TEST_F(EmbeddedFile, ThatCannotBeRead) {
   ASSERT_EQ(mkfifo("fifo", 0600), 0);
   for (const char* path : {"missing", "fifo", "."}) {
     Stream stream;
-    EXPECT_EQ(kx_encode(Stream::Write, &stream, path), -1) << path;
-    EXPECT_EQ(kx_errno, kx_err_system) << path;
+    EXPECT_EQ(ErrorOf(kx_encode(Stream::Write, &stream, path)), kx_err_system);
     EXPECT_NE(Kfx_Decomp_Obj(FileObject(path).get(), Stream::Write, &stream, 1),
               0);
     EXPECT_EQ(kx_errno, kx_err_callback) << path;
@@ -164,8 +163,9 @@ TEST_F(EmbeddedFile, ThatCannotBeRead) {
   Spill("file", RandomBytes(100));
   for (std::size_t n = 0; n < 6; ++n) {  // filebeg, four lines, fileend
     Stream stream{.fail_at = n};
-    EXPECT_EQ(kx_encode(Stream::Write, &stream, "file"), -1) << n;
-    EXPECT_EQ(kx_errno, kx_err_callback) << n;
+    EXPECT_EQ(ErrorOf(kx_encode(Stream::Write, &stream, "file")),
+              kx_err_callback)
+        << n;
   }
 }
 
@@ -173,24 +173,22 @@ TEST_F(EmbeddedFile, ThatCannotBeRead) {
 TEST_F(EmbeddedFile, TravelsInFiveFields) {
   Spill("x", "cat");
   std::filesystem::create_directory("out");
-  const struct {
-    const char *type, *field;
-  } rows[] = {{"obj-file", "pathname"},
-              {"obj-senv", "pathname"},
-              {"obj-reqcd", "clntpath"},
-              {"obj-cover", "notefile"},
-              {"obj-arg", "argstr"}};
-  for (const auto& row : rows) {
-    const kx::Object obj = kx::Build(row.type);
-    kx::SetText(obj.get(), row.field, "x");
+  const std::pair<const char*, const char*> rows[] = {{"obj-file", "pathname"},
+                                                      {"obj-senv", "pathname"},
+                                                      {"obj-reqcd", "clntpath"},
+                                                      {"obj-cover", "notefile"},
+                                                      {"obj-arg", "argstr"}};
+  for (const auto& [type, field] : rows) {
+    const kx::Object obj = kx::Build(type);
+    kx::SetText(obj.get(), field, "x");
     kx::SetBool(obj.get(), "ispath", true);
     const Pairs pairs = Decomposed(obj.get(), 1);
-    kx::Object back = Composed(row.type, pairs);
-    EXPECT_STREQ(kx::Text(back.get(), row.field), "*") << "no folder, no file";
-    back = Composed(row.type, pairs, "out");
-    ASSERT_NE(back, nullptr) << row.type;
-    EXPECT_STREQ(kx::Text(back.get(), row.field), "out/x") << row.type;
-    EXPECT_TRUE(std::filesystem::remove("out/x")) << row.type;
+    kx::Object back = Composed(type, pairs);
+    EXPECT_STREQ(kx::Text(back.get(), field), "*") << "no folder, no file";
+    back = Composed(type, pairs, "out");
+    ASSERT_NE(back, nullptr) << type;
+    EXPECT_STREQ(kx::Text(back.get(), field), "out/x") << type;
+    EXPECT_TRUE(std::filesystem::remove("out/x")) << type;
   }
   // An argument that is no path, or does not say, is plain text.
   const kx::Object arg = kx::Build("obj-arg");

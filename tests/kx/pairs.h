@@ -4,17 +4,14 @@
 #define KX_PAIRS_H_
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <ostream>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "kx/kxtext.h"
+#include "support/objects.h"
+#include "support/temp_dir.h"
 
 struct Pair {
   std::string name, value;
@@ -70,33 +67,27 @@ inline kx::Object Composed(const char* type, const Pairs& pairs,
 class FolderTest : public testing::Test {
  protected:
   FolderTest() : before_(std::filesystem::current_path()) {
-    std::string name = testing::TempDir() + "kx-XXXXXX";
-    folder_ = mkdtemp(name.data());
-    std::filesystem::current_path(folder_);
+    std::filesystem::current_path(folder_.path());
   }
-  ~FolderTest() override {
-    std::filesystem::current_path(before_);
-    std::filesystem::remove_all(folder_);
-  }
+  ~FolderTest() override { std::filesystem::current_path(before_); }
   static void Spill(const std::string& path, const std::string& bytes) {
     std::filesystem::remove(path);  // truncating syncs on some file systems
-    std::ofstream(path, std::ios::binary) << bytes;
-  }
-  static std::string Slurp(const std::string& path) {
-    std::ostringstream bytes;
-    bytes << std::ifstream(path, std::ios::binary).rdbuf();
-    return bytes.str();
+    WriteFile(path, bytes);
   }
   // Loads an object from a file of these bytes.
   static kx::Object Loaded(const char* type, const std::string& bytes) {
     Spill("object", bytes);
     return kx::Object(Kfx_Load_Obj(type, "object"));
   }
+  // The same of bytes that may be no object: the error.
+  static int ErrorOfLoading(const char* type, const std::string& bytes) {
+    return ErrorOf(Loaded(type, bytes).release());
+  }
 
-  std::string folder_;
+  const TempDir folder_;
 
  private:
-  std::filesystem::path before_;
+  const std::filesystem::path before_;
 };
 
 #endif  // KX_PAIRS_H_

@@ -26,7 +26,7 @@ TEST_F(TextForm, IsTheseVeryLines) {
   char address[64] = "10.0.0.1";
   Kfx_Set(obj.get(), "hostaddr", address);  // data: never in the text form
   ASSERT_EQ(Kfx_Save_Obj(obj.get(), "again"), 0);
-  EXPECT_EQ(Slurp("again"), lines);
+  EXPECT_EQ(ReadFile("again"), lines);
 }
 
 struct Input {
@@ -91,10 +91,7 @@ TEST_F(TextForm, LinesOfEveryLength) {
 }
 
 TEST_F(TextForm, NumbersAreClamped) {
-  const struct {
-    const char* text;
-    int value;
-  } rows[] = {
+  const std::pair<const char*, int> rows[] = {
       {"2147483647", INT_MAX},
       {"2147483648", INT_MAX},
       {"4294967295", INT_MAX},
@@ -105,36 +102,36 @@ TEST_F(TextForm, NumbersAreClamped) {
       {"abc", 0},
       {"+", 0},
   };
-  for (const auto& row : rows) {
-    const std::string line = std::string("seqno=") + row.text;
+  for (const auto& [text, value] : rows) {
+    const std::string line = std::string("seqno=") + text;
     const kx::Object obj = Loaded("obj-reqid", line + "\nobjend=\n");
-    ASSERT_NE(obj, nullptr) << row.text;
-    EXPECT_EQ(kx::Number(obj.get(), "seqno"), row.value) << row.text;
+    ASSERT_NE(obj, nullptr) << text;
+    EXPECT_EQ(kx::Number(obj.get(), "seqno"), value) << text;
   }
   for (const char* line : {"seqno=-1", "seqno=-1x", "reqtype=req-none",
                            "reqtype=40", "reqtype=REQ-EXP"}) {
-    EXPECT_EQ(Loaded("obj-reqid", std::string(line) + "\n"), nullptr) << line;
-    EXPECT_EQ(kx_errno, kx_err_data) << line;
+    EXPECT_EQ(ErrorOfLoading("obj-reqid", line), kx_err_data) << line;
   }
 }
 
 TEST_F(TextForm, NestsSixtyFourLevels) {
   for (const int levels : {1, 63, 64, 65, 66, 100000}) {
-    const kx::Object obj =
-        Loaded("obj-pbcom", Repeated("objptr=obj-pbcom\n", levels - 1) +
-                                Repeated("objend=obj-pbcom\n", levels));
-    EXPECT_EQ(obj != nullptr, levels <= 64) << levels;
-    EXPECT_EQ(kx_errno, levels <= 64 ? 0 : kx_err_callback) << levels;
+    EXPECT_EQ(
+        ErrorOfLoading("obj-pbcom", Repeated("objptr=obj-pbcom\n", levels - 1) +
+                                        Repeated("objend=obj-pbcom\n", levels)),
+        levels <= 64 ? 0 : kx_err_callback)
+        << levels;
   }
   // Lists in lists go just as deep.
   for (const int lists : {63, 64, 100000}) {
-    const kx::Object obj =
-        Loaded("obj-dest",
-               "ltags=obj-list\n" + Repeated("objptr=obj-list\n", lists - 1) +
-                   "objptr=obj-text\nobjend=\n" +
-                   Repeated("objend=obj-list\n", lists) + "objend=\n");
-    EXPECT_EQ(obj != nullptr, lists + 2 <= 64) << lists;
-    EXPECT_EQ(kx_errno, lists + 2 <= 64 ? 0 : kx_err_callback) << lists;
+    EXPECT_EQ(
+        ErrorOfLoading("obj-dest",
+                       "ltags=obj-list\n" +
+                           Repeated("objptr=obj-list\n", lists - 1) +
+                           "objptr=obj-text\nobjend=\n" +
+                           Repeated("objend=obj-list\n", lists) + "objend=\n"),
+        lists + 2 <= 64 ? 0 : kx_err_callback)
+        << lists;
   }
 }
 
@@ -147,14 +144,12 @@ TEST_F(TextForm, NestedFailureIsOneOfTheHolder) {
            "ltags=obj-list\nobjptr=obj-localtag\nobjend=\nobjend=\n",
            "ltags=obj-list\nobjptr=obj-localtag\ntagname=12345678901234567\n",
        }) {
-    EXPECT_EQ(Loaded("obj-dest", lines), nullptr) << lines;
-    EXPECT_EQ(kx_errno, kx_err_callback) << lines;
+    EXPECT_EQ(ErrorOfLoading("obj-dest", lines), kx_err_callback) << lines;
   }
   EXPECT_EQ(Loaded("obj-list", "objbeg=obj-list\nobjend=\n"), nullptr);
   EXPECT_EQ(kx_errno, 0);
-  EXPECT_EQ(Loaded("obj-list", "objptr=obj-text\nobjend=\nobjbeg=x\n"),
-            nullptr);
-  EXPECT_EQ(kx_errno, kx_err_object);
+  EXPECT_EQ(ErrorOfLoading("obj-list", "objptr=obj-text\nobjend=\nobjbeg=x\n"),
+            kx_err_object);
 }
 
 // The last one counts and the others are freed, as the sanitizer build sees.
@@ -172,7 +167,7 @@ TEST_F(TextForm, NewlineCannotInjectAField) {
   const kx::Object obj = kx::Build("obj-faxinfo");
   kx::SetText(obj.get(), "filename", "a\nseqno=1\n\nobjend=");
   ASSERT_EQ(Kfx_Save_Obj(obj.get(), "object"), 0);
-  EXPECT_EQ(Slurp("object"),
+  EXPECT_EQ(ReadFile("object"),
             "objbeg=obj-faxinfo\nfilename=a seqno=1  objend=\n"
             "objend=obj-faxinfo\n");
   // Nor can the name of a file on disk.
@@ -184,32 +179,23 @@ TEST_F(TextForm, NewlineCannotInjectAField) {
 
 TEST_F(TextForm, ObjectFileThatCannotBe) {
   const kx::Object obj = kx::Build("obj-text");
-  EXPECT_EQ(Kfx_Save_Obj(obj.get(), "no/such/folder"), -1);
-  EXPECT_EQ(kx_errno, kx_err_system);
-  EXPECT_EQ(Kfx_Load_Obj("obj-text", "no-such-file"), nullptr);
-  EXPECT_EQ(kx_errno, kx_err_system);
   for (const char* lines : {"", "\nobjbeg=obj-text\n", "objbeg\n"}) {
-    EXPECT_EQ(Loaded(nullptr, lines), nullptr) << lines;
-    EXPECT_EQ(kx_errno, kx_err_system) << lines;
+    EXPECT_EQ(ErrorOfLoading(nullptr, lines), kx_err_system) << lines;
   }
   for (const char* lines :
        {"text=a\nobjend=\n", "objbeg=obj-none\nobjend=\n"}) {
-    EXPECT_EQ(Loaded("", lines), nullptr) << lines;
-    EXPECT_EQ(kx_errno, kx_err_object) << lines;
+    EXPECT_EQ(ErrorOfLoading("", lines), kx_err_object) << lines;
   }
-  EXPECT_EQ(Loaded("obj-none", "objend=\n"), nullptr);
-  EXPECT_EQ(kx_errno, kx_err_object);
+  EXPECT_EQ(ErrorOfLoading("obj-none", "objend=\n"), kx_err_object);
   // A fifo without a writer must not hold the reader, nor a link lead it away.
   ASSERT_EQ(mkfifo("fifo", 0600), 0);
   std::filesystem::create_symlink("object", "link");
-  for (const char* path : {"fifo", "link", "."}) {
-    EXPECT_EQ(Kfx_Load_Obj("obj-text", path), nullptr) << path;
-    EXPECT_EQ(kx_errno, kx_err_system) << path;
+  for (const char* path : {"fifo", "link", ".", "no-such-file"}) {
+    EXPECT_EQ(ErrorOf(Kfx_Load_Obj("obj-text", path)), kx_err_system) << path;
   }
   // Nor is anything but a file replaced by one.
-  for (const char* path : {"fifo", "."}) {
-    EXPECT_EQ(Kfx_Save_Obj(obj.get(), path), -1) << path;
-    EXPECT_EQ(kx_errno, kx_err_system) << path;
+  for (const char* path : {"fifo", ".", "no/such/folder"}) {
+    EXPECT_EQ(ErrorOf(Kfx_Save_Obj(obj.get(), path)), kx_err_system) << path;
   }
   EXPECT_TRUE(std::filesystem::is_fifo("fifo"));
 }
@@ -242,8 +228,7 @@ TEST_F(TextForm, LenientComposerMayWaiveARefusal) {
   obj = compose("cmdtype=cmd-noop\ncmdtype=cmd-bogus\nobjend=\n");
   ASSERT_NE(obj, nullptr);
   EXPECT_EQ(Kfx_Get(obj.get(), "cmdtype"), nullptr);
-  EXPECT_EQ(compose("result=-1\nobjend=\n"), nullptr);
-  EXPECT_EQ(kx_errno, kx_err_data);
+  EXPECT_EQ(ErrorOf(compose("result=-1\nobjend=\n").release()), kx_err_data);
   EXPECT_EQ(g_heard, "result=-1 ");
   EXPECT_EQ(compose("objptr=obj-cmdrsp\ncmdtype=x\nobjend=\nobjend=\n"),
             nullptr);

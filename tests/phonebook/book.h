@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <initializer_list>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,6 +18,17 @@
 
 using Fields = std::vector<std::pair<std::string, std::string>>;
 
+// "name=text" words as fields.
+inline Fields Words(const std::string& text) {
+  Fields fields;
+  std::istringstream stream(text);
+  for (std::string word; stream >> word;) {
+    const size_t at = word.find('=');
+    fields.emplace_back(word.substr(0, at), word.substr(at + 1));
+  }
+  return fields;
+}
+
 inline kx::Object Make(const char* type, const Fields& fields) {
   kx::Object obj = kx::Build(type);
   for (const auto& [field, text] : fields) {
@@ -26,11 +38,11 @@ inline kx::Object Make(const char* type, const Fields& fields) {
   return obj;
 }
 
-inline kx::Object Person(const Fields& fields) {
-  return Make("obj-person", fields);
+inline kx::Object Person(const std::string& words) {
+  return Make("obj-person", Words(words));
 }
-inline kx::Object Group(const Fields& fields) {
-  return Make("obj-group", fields);
+inline kx::Object Group(const std::string& words) {
+  return Make("obj-group", Words(words));
 }
 inline kx::Object Member(const std::string& group, const std::string& person) {
   return Make("obj-member", {{"galias", group}, {"palias", person}});
@@ -44,13 +56,17 @@ class Client {
 
   // A new command object: the user's book, for writing, by alias.
   void Reset() {
-    com_ = Make("obj-pbcom", {{"pbtype", "pbt-usr"},
-                              {"pbmode", "pbm-write"},
-                              {"pbsort", "pbs-alias"}});
+    com_ = Make("obj-pbcom",
+                Words("pbtype=pbt-usr pbmode=pbm-write pbsort=pbs-alias"));
   }
-  // Sends a command. The error number, 0 for success.
-  int Send(const std::string& command, const Fields& fields = {},
-           kx::Object obj = nullptr) {
+  // Sends a command, given with its fields as words. The error number, 0 for
+  // success.
+  int Send(const std::string& words, kx::Object obj = nullptr) {
+    const size_t end = words.find(' ');
+    const std::string fields = end != words.npos ? words.substr(end) : "";
+    return Send(words.substr(0, end), Words(fields), std::move(obj));
+  }
+  int Send(const std::string& command, const Fields& fields, kx::Object obj) {
     Set({{"pbcmd", "pbc-" + command}});
     Set(fields);
     kx::SetChild(com(), "objptr", std::move(obj));
@@ -61,6 +77,21 @@ class Client {
     }
     return pb_errno;
   }
+  // Carries on a conversation. A command a line: its name, its fields, and
+  // behind "|" those of its object; behind "=>" what comes of it: the error
+  // number, fields of the object that comes back ("palias=Bob") or of the
+  // command object (".pbmax=2"), the aliases of a list ("[a b]"). A line "new"
+  // begins with a new command object.
+  void Talk(const std::string& text) {
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+      if (line == "new") Reset();
+      if (line.empty() || line == "new") continue;
+      SCOPED_TRACE(line);
+      Speak(line);
+    }
+  }
+  void Set(const std::string& words) { Set(Words(words)); }
   void Set(const Fields& fields) {
     for (const auto& [field, text] : fields) {
       EXPECT_EQ(kx::SetText(com(), field.c_str(), text.c_str()), 0)
@@ -76,17 +107,44 @@ class Client {
     kx_object* result = kx::Child(com(), "objptr");
     return result != nullptr ? kx::TextOrEmpty(result, field) : "none";
   }
-  // That field of every element of the list that came back.
-  std::string Listed(const char* field = "palias") const {
+  // The aliases in the list that came back.
+  std::string Listed() const {
     std::string all;
     for (kx_object* element : kx::Elements(kx::Child(com(), "objptr"))) {
       if (!all.empty()) all += ' ';
-      all += kx::TextOrEmpty(element, field);
+      const bool group = Kfx_Is_Obj_Type(element, "obj-group") != 0;
+      all += kx::TextOrEmpty(element, group ? "galias" : "palias");
     }
     return all;
   }
 
  private:
+  void Speak(const std::string& line) {
+    const size_t arrow = line.find("=>");
+    const std::string said = line.substr(0, arrow);
+    const size_t bar = said.find('|');
+    const char* type = said.starts_with("per")   ? "obj-person"
+                       : said.starts_with("grp") ? "obj-group"
+                                                 : "obj-member";
+    kx::Object obj;
+    if (bar != said.npos) obj = Make(type, Words(said.substr(bar + 1)));
+    const int error = Send(said.substr(0, bar), std::move(obj));
+    const std::string due =
+        arrow != line.npos ? line.substr(line.find_first_not_of("=> ", arrow))
+                           : "0";
+    EXPECT_EQ(error, std::atoi(due.c_str()));
+    if (due[0] == '[') {
+      EXPECT_EQ("[" + Listed() + "]", due);
+      return;
+    }
+    for (const auto& [name, value] : Words(due)) {
+      if (isdigit(name[0])) continue;
+      EXPECT_EQ(name[0] == '.' ? Get(name.c_str() + 1) : Result(name.c_str()),
+                value)
+          << name;
+    }
+  }
+
   const char* const name_;
   kx::Object com_;
 };
@@ -100,13 +158,14 @@ class BookTest : public ::testing::Test {
   }
   void AddPersons(std::initializer_list<const char*> aliases) {
     for (const char* alias : aliases) {
-      EXPECT_EQ(client_.Send("peradd", {}, Person({{"palias", alias}})), 0);
+      EXPECT_EQ(client_.Send("peradd", Person(std::string("palias=") + alias)),
+                0);
     }
   }
   void AddGroup(const char* alias, std::initializer_list<const char*> members) {
-    EXPECT_EQ(client_.Send("grpadd", {}, Group({{"galias", alias}})), 0);
+    EXPECT_EQ(client_.Send("grpadd", Group(std::string("galias=") + alias)), 0);
     for (const char* member : members) {
-      EXPECT_EQ(client_.Send("memadd", {}, Member(alias, member)), 0);
+      EXPECT_EQ(client_.Send("memadd", Member(alias, member)), 0);
     }
   }
   // The person aliases of all memberships of a group, "?" for persons that are
@@ -114,8 +173,8 @@ class BookTest : public ::testing::Test {
   std::string Memberships() {
     Client other;
     std::string all;
-    for (const char* step = "pbc-first";
-         other.Send("memget", {{"rcmd", step}}) == 0; step = "pbc-next") {
+    for (const char* step = "memget rcmd=pbc-first"; other.Send(step) == 0;
+         step = "memget rcmd=pbc-next") {
       all += other.Result("galias") + ":" + other.Result("palias") + " ";
     }
     return all;

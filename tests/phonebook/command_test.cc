@@ -12,19 +12,14 @@ namespace {
 using Command = BookTest;
 
 TEST_F(Command, OpenAndCloseTellTheState) {
-  EXPECT_EQ(client_.Send("open"), 0);
-  EXPECT_EQ(
-      client_.Get("curper") + client_.Get("curgrp") + client_.Get("curmem"),
-      "000");
-  EXPECT_EQ(client_.Get("pbsort"), "pbs-alias");
-  client_.Set({{"curper", "7"}, {"pbsort", "pbs-company"}});
-  EXPECT_EQ(client_.Send("open"), 0);
-  EXPECT_EQ(client_.Get("curper"), "7");
-
+  client_.Talk(R"(
+open => .curper=0 .curgrp=0 .curmem=0 .pbsort=pbs-alias
+open curper=7 pbsort=pbs-company => .curper=7
+)");
   // Close needs no book, and knows nothing of the commands before.
   Client other("nobody");
-  other.Set({{"pbmode", ""}, {"pbsort", ""}});
-  EXPECT_EQ(other.Send("close", {}, Person({})), 0);
+  other.Set("pbmode= pbsort=");
+  EXPECT_EQ(other.Send("close", Person("")), 0);
   EXPECT_EQ(other.Get("pbmode") + other.Get("pbsort") + other.Get("curper"),
             "");
   EXPECT_EQ(other.Result("palias"), "none");
@@ -33,90 +28,87 @@ TEST_F(Command, OpenAndCloseTellTheState) {
 TEST_F(Command, FailuresHaveTheirNumbers) {
   AddPersons({"a"});
   AddGroup("g", {"a"});
-  const struct {
-    const char* command;
-    Fields fields;
-    int error;
-  } kCases[] = {
-      {"open", {{"pbtype", "pbt-lcl"}}, 37},
-      {"create", {{"pbtype", "pbt-lcl"}}, 37},
-      {"open", {{"pbtype", ""}}, 37},
-      {"open", {{"pbtype", "pbs-alias"}}, 37},
-      {"open", {{"pbtype", "pbt-sys"}}, 38},
-      {"open", {{"pbmode", ""}}, 37},
-      {"open", {{"pbmode", "pbt-usr"}}, 37},
-      {"gteq", {}, 37},
-      {"gteq", {{"pbtype", "pbt-sys"}}, 38},
-      {"perget", {{"rcmd", ""}}, 37},
-      {"perget", {{"rcmd", "pbc-create"}}, 37},
-      {"perget", {{"rcmd", "pbc-first"}, {"pbsort", ""}}, 37},
-      {"perget", {{"rcmd", "pbc-alias"}, {"pbsort", "pbt-usr"}}, 37},
-      {"perget", {{"rcmd", "pbc-alias"}, {"pbkey", "b"}}, 30},
-      {"perget", {{"rcmd", "pbc-gteq"}, {"pbkey", "b"}}, 30},
-      {"perget", {{"rcmd", "pbc-next"}, {"curper", "9"}}, 30},
-      {"perget", {{"rcmd", "pbc-next"}, {"curper", "-9"}}, 30},
-      {"perpos", {{"rcmd", "pbc-alias"}, {"pbmax", "1"}}, 37},
-      {"perpos", {{"rcmd", "pbc-first"}, {"pbsort", ""}}, 37},
-      {"perpos", {{"rcmd", "pbc-first"}, {"pbmax", "2"}}, 36},
-      {"grpget", {{"rcmd", "pbc-equal"}, {"pbkey", "h"}}, 31},
-      {"memget", {{"rcmd", "pbc-alias"}}, 32},
-      {"memgbg", {{"rcmd", "pbc-first"}, {"pbkey", "h"}}, 36},
-      {"memgbp", {{"rcmd", "pbc-first"}, {"pbkey", "b"}}, 36},
-      {"memgbg", {{"rcmd", "pbc-next"}, {"curmem", "9"}}, 32},
-      {"perdel", {{"pbkey", "b"}}, 30},
-      {"perdel", {}, 30},
-      {"grpdel", {{"pbkey", "b"}}, 31},
-      {"peradd", {}, 37},
-      {"perupd", {}, 37},
-      {"grpadd", {}, 37},
-      {"memadd", {}, 37},
-      {"memdel", {}, 37},
-      {"cntper", {{"pbbeg", "a"}, {"pbsort", ""}}, 37},
-      {"cntper", {{"pbkey", "h"}}, 37},
-      {"lstper", {{"rcmd", "pbc-equal"}, {"pbkey", "b"}}, 30},
-      {"lstprl", {{"pboffset", "-2"}}, 37},
-  };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(testing::PrintToString(c.fields) + " " + c.command);
+  for (const char* line : {
+           "open pbtype=pbt-lcl => 37",
+           "create pbtype=pbt-lcl => 37",
+           "open pbtype= => 37",
+           "open pbtype=pbs-alias => 37",
+           "open pbtype=pbt-sys => 38",
+           "open pbmode= => 37",
+           "open pbmode=pbt-usr => 37",
+           "gteq => 37",
+           "gteq pbtype=pbt-sys => 38",
+           "perget rcmd= => 37",
+           "perget rcmd=pbc-create => 37",
+           "perget rcmd=pbc-first pbsort= => 37",
+           "perget rcmd=pbc-alias pbsort=pbt-usr => 37",
+           "perget rcmd=pbc-alias pbkey=b => 30",
+           "perget rcmd=pbc-gteq pbkey=b => 30",
+           "perget rcmd=pbc-next curper=9 => 30",
+           "perget rcmd=pbc-next curper=-9 => 30",
+           "perpos rcmd=pbc-alias pbmax=1 => 37",
+           "perpos rcmd=pbc-first pbsort= => 37",
+           "perpos rcmd=pbc-first pbmax=2 => 36",
+           "grpget rcmd=pbc-equal pbkey=h => 31",
+           "memget rcmd=pbc-alias => 32",
+           "memgbg rcmd=pbc-first pbkey=h => 36",
+           "memgbp rcmd=pbc-first pbkey=b => 36",
+           "memgbg rcmd=pbc-next curmem=9 => 32",
+           "perdel pbkey=b => 30",
+           "perdel => 30",
+           "grpdel pbkey=b => 31",
+           "peradd => 37",
+           "perupd => 37",
+           "grpadd => 37",
+           "memadd => 37",
+           "memdel => 37",
+           "cntper pbbeg=a pbsort= => 37",
+           "cntper pbkey=h => 37",
+           "lstper rcmd=pbc-equal pbkey=b => 30",
+           "lstprl pboffset=-2 => 37",
+       }) {
     client_.Reset();
-    client_.Set({{"pbmax", "0"}, {"curgrp", "3"}});
-    EXPECT_EQ(client_.Send(c.command, c.fields), c.error);
+    client_.Set("pbmax=0 curgrp=3");
+    client_.Talk(line);
     // Nothing is written back.
-    EXPECT_EQ(client_.Get("curgrp"), "3");
-    EXPECT_EQ(client_.Result("palias"), "none");
+    EXPECT_EQ(client_.Get("curgrp"), "3") << line;
+    EXPECT_EQ(client_.Result("palias"), "none") << line;
   }
-  EXPECT_EQ(client_.Send("peradd", {}, Group({{"galias", "b"}})), 37);
-  EXPECT_EQ(client_.Send("peradd", {}, Person({{"palias", "A"}})), 33);
-  EXPECT_EQ(client_.Send("grpadd", {}, Group({{"gdesc", "b"}})), 37);
-  EXPECT_EQ(client_.Send("grpadd", {}, Group({{"galias", "G"}})), 33);
-  EXPECT_EQ(client_.Send("grpupd", {}, Group({{"galias", "b"}})), 31);
-  EXPECT_EQ(client_.Send("perupd", {}, Person({{"palias", "b"}})), 30);
-  EXPECT_EQ(client_.Send("perupd", {}, Person({{"lname", "b"}})), 37);
-  EXPECT_EQ(client_.Send("memadd", {}, Member("g", "A")), 33);
-  EXPECT_EQ(client_.Send("memadd", {}, Member("h", "b")), 30);
-  EXPECT_EQ(client_.Send("memadd", {}, Member("h", "a")), 31);
-  EXPECT_EQ(client_.Send("memadd", {}, Member("", "a")), 37);
-  EXPECT_EQ(client_.Send("memdel", {}, Member("h", "a")), 30);
+  EXPECT_EQ(client_.Send("peradd", Group("galias=b")), 37);
+  client_.Talk(R"(
+peradd | palias=A => 33
+grpadd | gdesc=b => 37
+grpadd | galias=G => 33
+grpupd | galias=b => 31
+perupd | palias=b => 30
+perupd | lname=b => 37
+memadd | galias=g palias=A => 33
+memadd | galias=h palias=b => 30
+memadd | galias=h palias=a => 31
+memadd | galias= palias=a => 37
+memdel | galias=h palias=a => 30
+)");
 }
 
 TEST_F(Command, ReadingBookRefusesEveryChange) {
   AddPersons({"a"});
   AddGroup("g", {});
-  client_.Set({{"pbmode", "pbm-read"}});
-  EXPECT_EQ(client_.Send("peradd", {}, Person({{"palias", "b"}})), 35);
-  EXPECT_EQ(client_.Send("perupd", {}, Person({{"palias", "a"}})), 35);
-  EXPECT_EQ(client_.Send("perdel", {{"pbkey", "a"}}), 35);
-  EXPECT_EQ(client_.Send("grpadd", {}, Group({{"galias", "h"}})), 35);
-  EXPECT_EQ(client_.Send("grpupd", {}, Group({{"galias", "g"}})), 35);
-  EXPECT_EQ(client_.Send("grpdel", {{"pbkey", "g"}}), 35);
-  EXPECT_EQ(client_.Send("memadd", {}, Member("g", "a")), 35);
-  EXPECT_EQ(client_.Send("memdel", {}, Member("g", "a")), 35);
-  EXPECT_EQ(client_.Send("perget", {{"rcmd", "pbc-first"}}), 0);
+  client_.Talk(R"(
+peradd pbmode=pbm-read | palias=b => 35
+perupd | palias=a => 35
+perdel pbkey=a => 35
+grpadd | galias=h => 35
+grpupd | galias=g => 35
+grpdel pbkey=g => 35
+memadd | galias=g palias=a => 35
+memdel | galias=g palias=a => 35
+perget rcmd=pbc-first
+)");
 }
 
 TEST_F(Command, ClosedBookRefusesEverything) {
   pb_setup("alice", root_.path().c_str(), nullptr);
-  kx::Object person = Person({{"palias", "a"}});
+  kx::Object person = Person("palias=a");
   EXPECT_EQ(pb_per_add(kx_pbt_usr, person.get()), -1);
   EXPECT_EQ(pb_errno, 34);
   EXPECT_EQ(pb_list_grp_get(kx_pbt_usr, kx_pbc_first, nullptr, 0), nullptr);
@@ -135,17 +127,14 @@ TEST_F(Command, ClosedBookRefusesEverything) {
 
 TEST_F(Command, BooksAreApart) {
   AddPersons({"a"});
-  client_.Set({{"pbtype", "pbt-sys"}});
-  EXPECT_EQ(client_.Send("create"), 0);
-  EXPECT_EQ(client_.Send("peradd", {}, Person({{"palias", "s"}})), 0);
+  client_.Talk("create pbtype=pbt-sys\nperadd | palias=s");
   Client bob("bob");
-  EXPECT_EQ(bob.Send("open"), 38);
-  EXPECT_EQ(bob.Send("create"), 0);
-  EXPECT_EQ(bob.Send("lstper", {{"rcmd", "pbc-first"}}), 0);
-  EXPECT_EQ(bob.Listed(), "");
-  bob.Set({{"pbtype", "pbt-sys"}});
-  EXPECT_EQ(bob.Send("lstper", {{"rcmd", "pbc-first"}}), 0);
-  EXPECT_EQ(bob.Listed(), "s");
+  bob.Talk(R"(
+open => 38
+create
+lstper rcmd=pbc-first => []
+lstper pbtype=pbt-sys => [s]
+)");
   EXPECT_EQ(access((root_ / "pbper.dat").c_str(), F_OK), 0);
   EXPECT_EQ(access((root_ / "faxq/bob/options/pbmem.idx").c_str(), F_OK), 0);
 }
@@ -153,9 +142,7 @@ TEST_F(Command, BooksAreApart) {
 TEST_F(Command, NameThatIsNoUsersHasNoBook) {
   for (const char* name : {"", "..", "a/../alice", "/alice"}) {
     Client stranger(name);
-    EXPECT_EQ(stranger.Send("create"), 37) << name;
-    EXPECT_EQ(stranger.Send("open"), 37) << name;
-    EXPECT_EQ(stranger.Send("delete"), 37) << name;
+    stranger.Talk("create => 37\nopen => 37\ndelete => 37");
   }
 }
 
@@ -170,20 +157,39 @@ TEST_F(Command, CreateKeepsWhatIsThereAndDeleteRemovesAll) {
 
   // Even when a file is missing, nothing stays for the next book.
   unlink((root_ / "faxq/alice/options/pbper.dat").c_str());
-  EXPECT_EQ(client_.Send("open"), 38);
-  EXPECT_EQ(client_.Send("delete"), 29);
-  EXPECT_EQ(client_.Send("create"), 0);
-  EXPECT_EQ(client_.Send("cntgrp"), 0);
-  EXPECT_EQ(client_.Get("pbmax"), "0");
-  EXPECT_EQ(client_.Send("delete"), 0);
-  EXPECT_EQ(client_.Send("delete"), 29);
+  client_.Talk(R"(
+open => 38
+delete => 29
+create
+cntgrp => .pbmax=0
+delete
+delete => 29
+)");
 }
 
 TEST_F(Command, DirectoryThatCannotBeMadeIsASystemError) {
   WriteFile(root_ / "faxq/carol", "");
   Client carol("carol");
-  EXPECT_EQ(carol.Send("create"), 40);
-  EXPECT_EQ(carol.Send("open"), 38);
+  carol.Talk("create => 40\nopen => 38");
+}
+
+// A user owns the directory that "options" lies in.
+TEST_F(Command, BookBehindALinkIsNotTheUsers) {
+  AddPersons({"a"});
+  client_.Talk("create pbtype=pbt-sys\nperadd | palias=s");
+  std::filesystem::create_directories(root_ / "faxq/mallory");
+  for (const char* target : {"../alice/options", "../.."}) {
+    SCOPED_TRACE(target);
+    const std::filesystem::path link = root_ / "faxq/mallory/options";
+    std::filesystem::remove(link);
+    std::filesystem::create_symlink(target, link);
+    Client mallory("mallory");
+    mallory.Talk("open => 38\ncreate => 40\ndelete => 29");
+  }
+  client_.Talk(R"(
+lstper pbtype=pbt-sys rcmd=pbc-first => [s]
+lstper pbtype=pbt-usr rcmd=pbc-first => [a]
+)");
 }
 
 // A user may put any file where the book should be.
@@ -203,8 +209,7 @@ TEST_F(Command, TableOfAnotherLayoutIsNoBook) {
                 0);
       EXPECT_EQ(client_.Send("open"), 29) << table;
     }
-    EXPECT_EQ(client_.Send("delete"), 0);
-    EXPECT_EQ(client_.Send("create"), 0);
+    client_.Talk("delete\ncreate");
   }
 }
 
@@ -225,12 +230,13 @@ TEST_F(Command, ProcessesShareABook) {
       int failures = 0;
       for (int i = 0; i < kEach; ++i) {
         const std::string alias = own + std::to_string(i);
-        failures += client.Send("peradd", {}, Person({{"palias", alias}})) != 0;
-        failures += client.Send("memadd", {}, Member("g", alias)) != 0;
-        failures += client.Send("perupd", {},
-                                Person({{"palias", "all"}, {own, alias}})) != 0;
+        failures += client.Send("peradd", Person("palias=" + alias)) != 0;
+        failures += client.Send("memadd", Member("g", alias)) != 0;
+        failures +=
+            client.Send("perupd", Person("palias=all " + std::string(own) +
+                                         "=" + alias)) != 0;
         if (i % 3 == 0) {
-          failures += client.Send("perdel", {{"pbkey", alias}}) != 0;
+          failures += client.Send("perdel pbkey=" + alias) != 0;
         }
       }
       _exit(failures == 0 ? 0 : 1);
@@ -242,14 +248,13 @@ TEST_F(Command, ProcessesShareABook) {
     waitpid(pid, &status, 0);
     EXPECT_EQ(status, 0);
   }
-  EXPECT_EQ(client_.Send("cntper"), 0);
-  EXPECT_EQ(client_.Get("pbmax"), "25");
-  EXPECT_EQ(client_.Send("cntper", {{"pbkey", "g"}}), 0);
-  EXPECT_EQ(client_.Get("pbmax"), "24");
-  EXPECT_EQ(client_.Send("lstmbg", {{"pbmax", "0"}, {"rcmd", "pbc-first"}}), 0);
+  client_.Talk(R"(
+cntper => .pbmax=25
+cntper pbkey=g => .pbmax=24
+lstmbg pbmax=0 rcmd=pbc-first
+)");
   EXPECT_EQ(Kfx_Bcount(kx::Child(client_.com(), "objptr")), 24);
-  EXPECT_EQ(client_.Send("perget", {{"rcmd", "pbc-alias"}, {"pbkey", "all"}}),
-            0);
+  client_.Talk("perget rcmd=pbc-alias pbkey=all");
   for (const char* own : kOwnFields) {
     EXPECT_EQ(client_.Result(own), own + std::to_string(kEach - 1));
   }

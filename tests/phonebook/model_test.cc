@@ -52,19 +52,21 @@ class Model : public BookTest {
         std::none_of(book_.begin(), book_.end(), [&](const Entry& other) {
           return Upper(other.palias()) == Upper(entry.palias());
         });
-    EXPECT_EQ(client_.Send("peradd", {}, Person(fields)), is_new ? 0 : 33);
+    EXPECT_EQ(client_.Send("peradd", {}, Make("obj-person", fields)),
+              is_new ? 0 : 33);
     if (is_new) book_.push_back(entry);
   }
   void AddRandomMember() {
     if (book_.empty()) return;
     const std::string alias = book_[rng_() % book_.size()].palias();
     const bool is_new = members_.insert(Upper(alias)).second;
-    EXPECT_EQ(client_.Send("memadd", {}, Member("g", alias)), is_new ? 0 : 33);
+    EXPECT_EQ(client_.Send("memadd", Member("g", alias)), is_new ? 0 : 33);
   }
   void DeleteRandomPerson() {
     if (book_.empty()) return;
     const size_t i = rng_() % book_.size();
-    EXPECT_EQ(client_.Send("perdel", {{"pbkey", book_[i].palias()}}), 0);
+    EXPECT_EQ(client_.Send("perdel", {{"pbkey", book_[i].palias()}}, nullptr),
+              0);
     members_.erase(Upper(book_[i].palias()));
     book_.erase(book_.begin() + static_cast<long>(i));
   }
@@ -126,16 +128,18 @@ class Model : public BookTest {
                                     << "' to '" << to << "' in '" << group
                                     << "' offset " << offset << " max " << max);
     client_.Reset();
-    EXPECT_EQ(client_.Send("lstprl", {{"pbsort", kSorts[sort]},
-                                      {"pbbeg", from},
-                                      {"pbend", to},
-                                      {"galias", group},
-                                      {"pboffset", std::to_string(offset)},
-                                      {"pbmax", std::to_string(max)}}),
+    EXPECT_EQ(client_.Send("lstprl",
+                           {{"pbsort", kSorts[sort]},
+                            {"pbbeg", from},
+                            {"pbend", to},
+                            {"galias", group},
+                            {"pboffset", std::to_string(offset)},
+                            {"pbmax", std::to_string(max)}},
+                           nullptr),
               0);
     EXPECT_EQ(client_.Listed(), Range(sort, from, to, group, offset, max));
     if (from.empty() && to.empty()) return;
-    EXPECT_EQ(client_.Send("cntper", {{"pbkey", group}}), 0);
+    EXPECT_EQ(client_.Send("cntper pbkey=" + group), 0);
     EXPECT_EQ(client_.Get("pbmax"),
               std::to_string(Count(sort, from, to, group)));
   }
@@ -173,7 +177,7 @@ class Model : public BookTest {
 };
 
 TEST_F(Model, RandomBooks) {
-  EXPECT_EQ(client_.Send("grpadd", {}, Group({{"galias", "g"}})), 0);
+  EXPECT_EQ(client_.Send("grpadd", Group("galias=g")), 0);
   for (int round = 0; round < 25 && !HasFailure(); ++round) {
     for (int i = 0; i < 6; ++i) AddRandomPerson();
     for (int i = 0; i < 3; ++i) AddRandomMember();

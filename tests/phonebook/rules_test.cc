@@ -8,63 +8,43 @@ namespace {
 using Rules = BookTest;
 
 TEST_F(Rules, AliasesAreFoundInAnyCaseAndKeepTheirSpelling) {
-  EXPECT_EQ(client_.Send("peradd", {},
-                         Person({{"palias", "Bob"}, {"lname", "Smith"}})),
-            0);
-  for (const char* step : {"pbc-alias", "pbc-equal"}) {
-    EXPECT_EQ(client_.Send("perget", {{"rcmd", step}, {"pbkey", "bOB"}}), 0);
-    EXPECT_EQ(client_.Result("palias"), "Bob");
-  }
-  EXPECT_EQ(client_.Send("perget", {{"pbsort", "pbs-lname"},
-                                    {"rcmd", "pbc-equal"},
-                                    {"pbkey", "SMITH"}}),
-            0);
-  EXPECT_EQ(client_.Send("perget", {{"pbkey", "Smit"}}), 30);
   // An alias to be deleted is cut to what an alias can be.
-  AddPersons({"123456789012345"});
-  EXPECT_EQ(client_.Send("perdel", {{"pbkey", "123456789012345678"}}), 0);
-  EXPECT_EQ(client_.Send("perdel", {{"pbkey", "123456789012345"}}), 30);
+  client_.Talk(R"(
+peradd | palias=Bob lname=Smith
+perget rcmd=pbc-alias pbkey=bOB => palias=Bob
+perget rcmd=pbc-equal => palias=Bob
+perget pbsort=pbs-lname pbkey=SMITH => palias=Bob
+perget pbkey=Smit => 30
+peradd | palias=123456789012345
+perdel pbkey=123456789012345678
+perdel pbkey=123456789012345 => 30
+)");
 }
 
 TEST_F(Rules, PersonWithoutAliasGetsTheTime) {
   const time_t before = time(nullptr);
-  EXPECT_EQ(client_.Send("peradd", {}, Person({{"lname", "x"}})), 0);
-  EXPECT_EQ(client_.Send("perget", {{"rcmd", "pbc-first"}}), 0);
+  EXPECT_EQ(client_.Send("peradd", Person("lname=x")), 0);
+  EXPECT_EQ(client_.Send("perget rcmd=pbc-first"), 0);
   const long alias = atol(client_.Result("palias").c_str());
   EXPECT_GE(alias, before);
   EXPECT_LE(alias, time(nullptr));
   // Another one in the same second collides; the clock may have moved on.
   int error = 0;
   for (int tries = 0; tries < 3 && error == 0; ++tries) {
-    error = client_.Send("peradd", {}, Person({}));
+    error = client_.Send("peradd", Person(""));
   }
   EXPECT_EQ(error, 33);
 }
 
 TEST_F(Rules, UpdateKeepsWhatItIsNotGiven) {
-  EXPECT_EQ(client_.Send("peradd", {},
-                         Person({{"palias", "Bob"},
-                                 {"lname", "Smith"},
-                                 {"zip", "1"},
-                                 {"info", "old"}})),
-            0);
-  EXPECT_EQ(client_.Send("perupd", {},
-                         Person({{"palias", "BOB"},
-                                 {"fname", "Bobby"},
-                                 {"zip", ""},
-                                 {"info", "new"}})),
-            0);
-  EXPECT_EQ(client_.Send("perget", {{"rcmd", "pbc-first"}}), 0);
-  EXPECT_EQ(client_.Result("palias") + client_.Result("lname") +
-                client_.Result("fname") + client_.Result("zip") +
-                client_.Result("info"),
-            "BobSmithBobby1new");
-  AddGroup("Staff", {});
-  EXPECT_EQ(client_.Send("grpupd", {},
-                         Group({{"galias", "staff"}, {"gdesc", "all"}})),
-            0);
-  EXPECT_EQ(client_.Send("grpget", {{"rcmd", "pbc-first"}}), 0);
-  EXPECT_EQ(client_.Result("galias") + client_.Result("gdesc"), "Staffall");
+  client_.Talk(R"(
+peradd | palias=Bob lname=Smith zip=1 info=old
+perupd | palias=BOB fname=Bobby zip= info=new
+perget rcmd=pbc-first => palias=Bob lname=Smith fname=Bobby zip=1 info=new
+grpadd | galias=Staff
+grpupd | galias=staff gdesc=all
+grpget rcmd=pbc-first => galias=Staff gdesc=all
+)");
 }
 
 TEST_F(Rules, DeleteTakesMembershipsOfTheSameSpellingOnly) {
@@ -74,83 +54,65 @@ TEST_F(Rules, DeleteTakesMembershipsOfTheSameSpellingOnly) {
   AddGroup("i", {"bob"});
   AddGroup("j", {"Bob"});
   // Sorted by group; the deletion stops at the other spelling.
-  EXPECT_EQ(client_.Send("perdel", {{"pbkey", "Bob"}}), 0);
+  client_.Talk("perdel pbkey=Bob");
   EXPECT_EQ(Memberships(), "h:Zoe i:bob j:Bob ");
-  EXPECT_EQ(client_.Send("grpdel", {{"pbkey", "H"}}), 0);
+  client_.Talk("grpdel pbkey=H");
   EXPECT_EQ(Memberships(), "h:Zoe i:bob j:Bob ");
-  AddGroup("h", {});
-  EXPECT_EQ(client_.Send("grpdel", {{"pbkey", "h"}}), 0);
+  client_.Talk("grpadd | galias=h\ngrpdel pbkey=h");
   EXPECT_EQ(Memberships(), "i:bob j:Bob ");
   // What was left behind belongs to nobody: it is counted, and not listed.
-  EXPECT_EQ(client_.Send("cntper", {{"pbkey", "j"}}), 0);
-  EXPECT_EQ(client_.Get("pbmax"), "1");
-  EXPECT_EQ(client_.Send("lstmbg", {{"rcmd", "pbc-first"}, {"pbkey", "j"}}), 0);
-  EXPECT_EQ(client_.Listed(), "");
+  client_.Talk("cntper pbkey=j => .pbmax=1\nlstmbg rcmd=pbc-first => []");
 }
 
 TEST_F(Rules, CountsOfMembershipsCompareTheSpelling) {
   AddPersons({"a", "b", "c"});
   AddGroup("Staff", {"a", "B"});
-  EXPECT_EQ(client_.Send("memadd", {}, Member("STAFF", "c")), 0);
-  const struct {
-    const char* command;
-    const char* key;
-    int error;
-    const char* count;
-  } kCases[] = {
-      {"cntper", "", 0, "3"},      {"cntper", "Staff", 0, "2"},
-      {"cntper", "staff", 0, "0"}, {"cntper", "A", 0, "0"},
-      {"cntper", "zebra", 37, ""}, {"cntgrp", "", 0, "1"},
-      {"cntgrp", "B", 0, "1"},     {"cntgrp", "b", 0, "0"},
-      {"cntgrp", "z", 37, ""},
-  };
-  for (const auto& c : kCases) {
-    client_.Set({{"pbmax", ""}});
-    EXPECT_EQ(client_.Send(c.command, {{"pbkey", c.key}}), c.error) << c.key;
-    EXPECT_EQ(client_.Get("pbmax"), c.count) << c.command << " " << c.key;
-  }
+  client_.Talk(R"(
+memadd | galias=STAFF palias=c
+cntper => .pbmax=3
+cntper pbkey=Staff => .pbmax=2
+cntper pbkey=staff => .pbmax=0
+cntper pbkey=A => .pbmax=0
+cntper pbkey=zebra pbmax= => 37 .pbmax=
+cntgrp pbkey= => .pbmax=1
+cntgrp pbkey=B => .pbmax=1
+cntgrp pbkey=b => .pbmax=0
+cntgrp pbkey=z pbmax= => 37 .pbmax=
+)");
 }
 
 TEST_F(Rules, StepsGoOnFromCommandToCommand) {
   AddPersons({"b", "a", "c"});
-  client_.Reset();  // the last person added was the current one
-  const struct {
-    const char* step;
-    const char* key;
-    int error;
-    const char* alias;  // what came back, or stays the current one
-  } kCases[] = {
-      {"pbc-prev", "", 0, "c"},   {"pbc-next", "", 36, ""},
-      {"pbc-prev", "", 0, "b"},   {"pbc-prev", "", 0, "a"},
-      {"pbc-prev", "", 36, ""},   {"pbc-next", "", 0, "b"},
-      {"pbc-first", "", 0, "a"},  {"pbc-last", "", 0, "c"},
-      {"pbc-gteq", "AA", 0, "b"}, {"pbc-alias", "x", 30, ""},
-      {"pbc-next", "", 0, "c"},   {"pbc-alias", "A", 0, "a"},
-      {"pbc-next", "", 0, "b"},
-  };
-  for (const auto& c : kCases) {
-    EXPECT_EQ(client_.Send("perget", {{"rcmd", c.step}, {"pbkey", c.key}}),
-              c.error);
-    if (c.error == 0) {
-      EXPECT_EQ(client_.Result("palias"), c.alias) << c.step;
-    }
-  }
-  // The order can change under way.
-  EXPECT_EQ(client_.Send("perget",
-                         {{"pbsort", "pbs-unsorted"}, {"rcmd", "pbc-next"}}),
-            0);
-  EXPECT_EQ(client_.Result("palias"), "a");
+  // The last person added was the current one, but for a new command. In the
+  // end the order changes under way.
+  client_.Talk(R"(
+new
+perget rcmd=pbc-prev => palias=c
+perget rcmd=pbc-next => 36
+perget rcmd=pbc-prev => palias=b
+perget rcmd=pbc-prev => palias=a
+perget rcmd=pbc-prev => 36
+perget rcmd=pbc-next => palias=b
+perget rcmd=pbc-first => palias=a
+perget rcmd=pbc-last => palias=c
+perget rcmd=pbc-gteq pbkey=AA => palias=b
+perget rcmd=pbc-alias pbkey=x => 30
+perget rcmd=pbc-next pbkey= => palias=c
+perget rcmd=pbc-alias pbkey=A => palias=a
+perget rcmd=pbc-next pbkey= => palias=b
+perget rcmd=pbc-next pbsort=pbs-unsorted => palias=a
+)");
   // The person that was current is gone.
   Client other;
-  EXPECT_EQ(other.Send("perdel", {{"pbkey", "a"}}), 0);
-  EXPECT_EQ(client_.Send("perget"), 30);
+  other.Talk("perdel pbkey=a");
+  client_.Talk("perget => 30");
 }
 
 TEST_F(Rules, UnnamedStepReadsTheCurrentPersonAgain) {
   AddPersons({"a", "b"});
   pb_setup("alice", root_.path().c_str(), nullptr);
   ASSERT_EQ(pb_open(kx_pbt_usr, kx_pbm_read), 0);
-  const kx::Object person = Person({});
+  const kx::Object person = Person("");
   for (const char* alias : {"a", "a"}) {
     EXPECT_EQ(pb_per_get(kx_pbt_usr, kx_pbs_alias, person.get(), 129, ""), 0);
     EXPECT_STREQ(kx::Text(person.get(), "palias"), alias);
@@ -180,14 +142,11 @@ TEST_F(Rules, PositionPassesPersons) {
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(testing::Message() << c.step << " " << c.count << c.group);
-    EXPECT_EQ(client_.Send(
-                  "perpos",
-                  {{"rcmd", c.step}, {"pbmax", c.count}, {"galias", c.group}}),
-              c.error);
+    client_.Set({{"rcmd", c.step}, {"pbmax", c.count}, {"galias", c.group}});
+    EXPECT_EQ(client_.Send("perpos"), c.error);
     Client copy;
-    copy.Set({{"curper", client_.Get("curper")}, {"rcmd", "pbc-next"}});
-    EXPECT_EQ(copy.Send("perget"), 0);
-    EXPECT_EQ(copy.Result("palias"), c.next);
+    copy.Talk("perget rcmd=pbc-next curper=" + client_.Get("curper") +
+              " => palias=" + c.next);
   }
 }
 
@@ -196,42 +155,27 @@ TEST_F(Rules, MembershipStepsStayInTheirGroup) {
   AddGroup("ga", {"c"});
   AddGroup("gb", {"a", "b", "c"});
   AddGroup("gc", {"a"});
-  const struct {
-    const char* command;
-    const char* key;
-    const char* step;
-    int error;
-    const char* alias;
-  } kCases[] = {
-      {"memgbg", "GB", "pbc-first", 0, "a"},
-      {"memgbg", "gb", "pbc-prev", 36, ""},
-      {"memgbg", "gb", "pbc-next", 0, "b"},
-      {"memgbg", "gb", "pbc-next", 0, "c"},
-      {"memgbg", "gb", "pbc-next", 36, ""},
-      {"memgbg", "gb", "pbc-next", 36, ""},
-      {"memgbg", "gb", "pbc-prev", 0, "b"},
-      {"memgbg", "gc", "pbc-next", 0, "a"},  // another group: its first
-      {"memgbg", "ga", "pbc-prev", 0, "c"},  // and its last
-      {"memgbg", "gb", "pbc-last", 0, "c"},
-      {"memgbg", "gc", "pbc-last", 0, "a"},
-      {"memgbg", "gb", "pbc-equal", 0, "a"},
-      {"memgbg", "gx", "pbc-last", 36, ""},
-      {"memgbp", "A", "pbc-first", 0, "gb"},
-      {"memgbp", "a", "pbc-next", 0, "gc"},
-      {"memgbp", "a", "pbc-next", 36, ""},
-      {"memgbp", "c", "pbc-last", 0, "gb"},
-      {"memgbp", "c", "pbc-prev", 0, "ga"},
-  };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(testing::Message() << c.command << " " << c.key << c.step);
-    EXPECT_EQ(client_.Send(c.command, {{"pbkey", c.key}, {"rcmd", c.step}}),
-              c.error);
-    if (c.error == 0) {
-      EXPECT_EQ(client_.Result(c.command == std::string("memgbg") ? "palias"
-                                                                  : "galias"),
-                c.alias);
-    }
-  }
+  // In another group "next" is its first, "prev" its last.
+  client_.Talk(R"(
+memgbg pbkey=GB rcmd=pbc-first => palias=a
+memgbg pbkey=gb rcmd=pbc-prev => 36
+memgbg pbkey=gb rcmd=pbc-next => palias=b
+memgbg pbkey=gb rcmd=pbc-next => palias=c
+memgbg pbkey=gb rcmd=pbc-next => 36
+memgbg pbkey=gb rcmd=pbc-next => 36
+memgbg pbkey=gb rcmd=pbc-prev => palias=b
+memgbg pbkey=gc rcmd=pbc-next => palias=a
+memgbg pbkey=ga rcmd=pbc-prev => palias=c
+memgbg pbkey=gb rcmd=pbc-last => palias=c
+memgbg pbkey=gc rcmd=pbc-last => palias=a
+memgbg pbkey=gb rcmd=pbc-equal => palias=a
+memgbg pbkey=gx rcmd=pbc-last => 36
+memgbp pbkey=A rcmd=pbc-first => galias=gb
+memgbp pbkey=a rcmd=pbc-next => galias=gc
+memgbp pbkey=a rcmd=pbc-next => 36
+memgbp pbkey=c rcmd=pbc-last => galias=gb
+memgbp pbkey=c rcmd=pbc-prev => galias=ga
+)");
 }
 
 TEST_F(Rules, ListsArePagedWithTheCursor) {
@@ -241,87 +185,73 @@ TEST_F(Rules, ListsArePagedWithTheCursor) {
   AddGroup("i", {});
   const struct {
     const char* command;
-    const char* step;
-    Fields fields;
     const char* pages[4];
   } kCases[] = {
-      {"lstper", "pbc-next", {}, {"a b", "c d", "e f", ""}},
-      {"lstper", "pbc-prev", {}, {"f e", "d c", "b a", ""}},
-      {"lstper", "pbc-next", {{"galias", "G"}}, {"a c", "e f", "", ""}},
-      {"lstmbg", "pbc-next", {{"pbkey", "g"}}, {"a c", "e f", "", ""}},
-      {"lstmbg", "pbc-prev", {{"pbkey", "G"}}, {"f e", "c a", "", ""}},
-      {"lstmbg", "pbc-next", {{"pbkey", "h"}}, {"a", "", "", ""}},
-      {"lstmbp", "pbc-next", {{"pbkey", "a"}}, {"g h", "", "", ""}},
-      {"lstgrp", "pbc-next", {}, {"g h", "i", "", ""}},
+      {"lstper rcmd=pbc-next", {"a b", "c d", "e f", ""}},
+      {"lstper rcmd=pbc-prev", {"f e", "d c", "b a", ""}},
+      {"lstper rcmd=pbc-next galias=G", {"a c", "e f", "", ""}},
+      {"lstmbg rcmd=pbc-next pbkey=g", {"a c", "e f", "", ""}},
+      {"lstmbg rcmd=pbc-prev pbkey=G", {"f e", "c a", "", ""}},
+      {"lstmbg rcmd=pbc-next pbkey=h", {"a", "", "", ""}},
+      {"lstmbp rcmd=pbc-next pbkey=a", {"g h", "", "", ""}},
+      {"lstgrp rcmd=pbc-next", {"g h", "i", "", ""}},
   };
   for (const auto& c : kCases) {
-    SCOPED_TRACE(testing::PrintToString(c.fields) + c.command + c.step);
+    SCOPED_TRACE(c.command);
     client_.Reset();
-    client_.Set(c.fields);
-    client_.Set({{"pbmax", "2"}});
-    const std::string type = c.command;
+    client_.Set("pbmax=2");
     for (const char* page : c.pages) {
-      EXPECT_EQ(client_.Send(c.command, {{"rcmd", c.step}}), 0);
-      EXPECT_EQ(client_.Listed(type == "lstgrp" || type == "lstmbp" ? "galias"
-                                                                    : "palias"),
-                page);
+      EXPECT_EQ(client_.Send(c.command), 0);
+      EXPECT_EQ(client_.Listed(), page);
     }
   }
 }
 
 TEST_F(Rules, ListsBeginWhereTheStepSays) {
   AddPersons({"a", "b", "c"});
-  const struct {
-    const char* step;
-    const char* key;
-    const char* listed;
-  } kCases[] = {
-      {"pbc-first", "", "a b c"}, {"pbc-last", "", "c b a"},
-      {"pbc-equal", "B", "b c"},  {"pbc-gteq", "aa", "b c"},
-      {"pbc-gteq", "d", ""},      {"pbc-alias", "b", "b c"},
-      {"pbc-prev", "", "c b a"},
-  };
-  for (const auto& c : kCases) {
-    client_.Reset();
-    EXPECT_EQ(client_.Send("lstper", {{"rcmd", c.step}, {"pbkey", c.key}}), 0)
-        << c.step;
-    EXPECT_EQ(client_.Listed(), c.listed) << c.step << " " << c.key;
-  }
-  client_.Reset();
-  client_.Set({{"pbtype", "pbt-sys"}, {"rcmd", "pbc-last"}, {"pbmax", "7"}});
-  EXPECT_EQ(client_.Send("create"), 0);
-  for (const char* empty : {"lstper", "lstgrp", "lstmbg", "lstprl", "cntper"}) {
-    EXPECT_EQ(client_.Send(empty), 0) << empty;
-    EXPECT_EQ(client_.Listed(), "");
-  }
-  EXPECT_EQ(client_.Get("pbmax"), "0");
+  client_.Talk(R"(
+new
+lstper rcmd=pbc-first => [a b c]
+new
+lstper rcmd=pbc-last => [c b a]
+new
+lstper rcmd=pbc-equal pbkey=B => [b c]
+new
+lstper rcmd=pbc-gteq pbkey=aa => [b c]
+new
+lstper rcmd=pbc-gteq pbkey=d => []
+new
+lstper rcmd=pbc-alias pbkey=b => [b c]
+new
+lstper rcmd=pbc-prev => [c b a]
+new
+create pbtype=pbt-sys rcmd=pbc-last pbmax=7
+lstper => []
+lstgrp => []
+lstmbg => []
+lstprl => []
+cntper => .pbmax=0
+)");
 }
 
 // Without an order there is no text to compare: all count as empty.
 TEST_F(Rules, UnsortedRangeComparesEmptyTexts) {
   AddPersons({"a", "b"});
-  client_.Set({{"pbsort", "pbs-unsorted"}, {"pbbeg", "a"}});
-  EXPECT_EQ(client_.Send("cntper"), 0);
-  EXPECT_EQ(client_.Get("pbmax"), "0");
-  EXPECT_EQ(client_.Send("cntper", {{"pbbeg", ""}, {"pbend", "A"}}), 0);
-  EXPECT_EQ(client_.Get("pbmax"), "2");
+  client_.Talk(R"(
+cntper pbsort=pbs-unsorted pbbeg=a => .pbmax=0
+cntper pbbeg= pbend=A => .pbmax=2
+)");
 }
 
 // A company's key ends with the last name, so its equal finds the nameless.
 TEST_F(Rules, CompanyKeyHasTheLastNameToo) {
-  for (const auto& [alias, lname] :
-       {std::pair("1", "Zoe"), std::pair("2", "ann"), std::pair("3", "")}) {
-    EXPECT_EQ(
-        client_.Send(
-            "peradd", {},
-            Person({{"palias", alias}, {"company", "Acme"}, {"lname", lname}})),
-        0);
-  }
-  client_.Set({{"pbsort", "pbs-company"}, {"pbkey", "acme"}});
-  EXPECT_EQ(client_.Send("perget", {{"rcmd", "pbc-equal"}}), 0);
-  EXPECT_EQ(client_.Result("palias"), "3");
-  EXPECT_EQ(client_.Send("lstper", {{"rcmd", "pbc-gteq"}}), 0);
-  EXPECT_EQ(client_.Listed(), "3 2 1");
+  client_.Talk(R"(
+peradd | palias=1 company=Acme lname=Zoe
+peradd | palias=2 company=Acme lname=ann
+peradd | palias=3 company=Acme
+perget pbsort=pbs-company pbkey=acme rcmd=pbc-equal => palias=3
+lstper rcmd=pbc-gteq => [3 2 1]
+)");
 }
 
 }  // namespace

@@ -8,10 +8,7 @@ using support::Exit;
 using support::RunProgram;
 
 TEST(CommandLine, FaultsAreNamedAndExitWith64) {
-  const struct {
-    std::vector<std::string> args;
-    const char* fault;
-  } kCases[] = {
+  const std::pair<std::vector<std::string>, const char*> kCases[] = {
       {{}, "what shall it do?"},
       {{"walk"}, "unknown verb walk"},
       {{"run"}, "the arguments of run are ROOT"},
@@ -37,12 +34,12 @@ TEST(CommandLine, FaultsAreNamedAndExitWith64) {
       {{"run", "a", "--user", "bob"}, "run has no option --user"},
       {{"init", "--", "-a", "--pages"}, "the arguments of init are ROOT"},
   };
-  for (const auto& c : kCases) {
-    const Exit end = RunProgram(KRTSIM_PATH, c.args);
-    EXPECT_EQ(end.status, 64) << c.fault;
-    EXPECT_EQ(end.err, std::string("krtsim: ") + c.fault +
+  for (const auto& [args, fault] : kCases) {
+    const Exit end = RunProgram(KRTSIM_PATH, args);
+    EXPECT_EQ(end.status, 64) << fault;
+    EXPECT_EQ(end.err, std::string("krtsim: ") + fault +
                            " (krtsim --help tells more)\n");
-    EXPECT_EQ(end.out, "") << c.fault;
+    EXPECT_EQ(end.out, "") << fault;
   }
 }
 

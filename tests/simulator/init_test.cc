@@ -52,13 +52,13 @@ TEST(Init, FifosHaveTheModesOfTheirWriters) {
 
 TEST(Init, SecondRunAddsWhatIsMissingAndKeepsTheRest) {
   const SimRoot root;
-  support::WriteFile(root.Path("Default"), "fax1\n");
+  WriteFile(root.Path("Default"), "fax1\n");
   std::filesystem::remove(root.Path("retrys"));
   std::filesystem::remove(root.Path("faxq/bob/in-2.fax"));
   const Exit end =
       RunProgram(KRTSIM_PATH, {"init", root.path(), "-u", "bob", "-u", "ann"});
   EXPECT_EQ(end.status, 0) << end.err;
-  EXPECT_EQ(support::ReadFile(root.Path("Default")), "fax1\n");
+  EXPECT_EQ(ReadFile(root.Path("Default")), "fax1\n");
   EXPECT_TRUE(root.Has("retrys"));
   EXPECT_FALSE(root.Has("faxq/bob/in-2.fax"));
   EXPECT_TRUE(root.Has("faxq/ann/options/config"));
@@ -72,7 +72,7 @@ TEST(Init, ForeignFolderIsLeftAlone) {
   EXPECT_EQ(end.err, "krtsim: " + path +
                          " is not empty and was not laid out by krtsim\n");
   EXPECT_FALSE(std::filesystem::exists(root.path() / "Default"));
-  support::WriteFile(root.path() / "file", "");
+  WriteFile(root.path() / "file", "");
   end = RunProgram(KRTSIM_PATH, {"init", path + "/file"});
   EXPECT_EQ(end.status, 73);
   EXPECT_EQ(end.err, "krtsim: " + path + "/file is no directory\n");

@@ -7,10 +7,12 @@
 
 #include <cstring>
 #include <optional>
+#include <tuple>
 
 #include "faxserver/fsolog.h"
 #include "faxserver/fsshm.h"
 #include "simulator/sim_root.h"
+#include "support/objects.h"
 #include "support/own_ipc.h"
 #include "support/simulator_process.h"
 
@@ -18,12 +20,6 @@ namespace {
 
 using support::DaemonProcess;
 using support::SimulatorProcess;
-
-// An object in text form, as the field "objptr".
-std::string Argument(const std::string& type, const std::string& fields) {
-  return "objptr=" + type + "\nobjbeg=" + type + "\n" + fields +
-         "objend=" + type + "\n";
-}
 
 std::string Destination(const std::string& number) {
   return Argument("obj-dest", "tofnum=" + number + "\n");
@@ -39,17 +35,11 @@ class Life : public testing::Test {
   }
   // Sends a command of the caller's and gives the answer.
   std::string Ask(const std::string& type, const std::string& more) {
-    Drop(type, more);
-    return root_.Response(name_);
-  }
-  void Drop(const std::string& type, const std::string& more) {
-    ++reference_;
-    char name[16];
-    snprintf(name, sizeof name, "0001-%03d", reference_);
-    name_ = name;
-    root_.Drop(name,
+    name_ = support::ExchangeName(1, ++reference_);
+    root_.Drop(name_,
                support::Command(type, 1, reference_,
                                 "clientid=" + root_.user() + "\n" + more));
+    return root_.Response(name_);
   }
   std::string Submit(const std::string& number, const std::string& more = "") {
     return Ask("cmd-sendfax",
@@ -145,10 +135,9 @@ TEST_F(Life, BusyOnceThenSent) {
   EXPECT_FALSE(root_.Has("temp/f-1.fax"));
   EXPECT_EQ(fx_get_jobs_in_queue(""), 0);
   EXPECT_EQ(fx_get_device_state("", 0), 2);
-  EXPECT_EQ(
-      support::ReadFile(root_.Path("faxq/" + root_.user() + "/msgs/fax-1.msg")),
-      "Your fax to 555-0199 (request 1)\nNormal\nAttempts: 2\n"
-      "Pages: 3\n");
+  EXPECT_EQ(ReadFile(root_.Path("faxq/" + root_.user() + "/msgs/fax-1.msg")),
+            "Your fax to 555-0199 (request 1)\nNormal\nAttempts: 2\n"
+            "Pages: 3\n");
   EXPECT_TRUE(sim_->Await("krtnet.net: event 8 for " + root_.user() +
                           ": messages changed\n"));
 }
@@ -157,27 +146,22 @@ TEST_F(Life, BusyOnceThenSent) {
 TEST_F(Life, RequestsThatFailAreGivenUp) {
   Start(
       {"-o", "1=noanswer", "-o", "2=badfile", "-a", "2", "-d", "0", "-r", "0"});
-  const struct {
-    const char* number;
-    int attempts, result;
-    const char* words;
-  } kCases[] = {
+  const std::tuple<const char*, int, int, const char*> kCases[] = {
       {"5551", 2, 1003, "over: Max attempts reached"},
       {"5552", 1, 1005, "over: Failed"},
       {"5553", 1, 1000, "over: Normal"},
   };
   int seqno = 0;
-  for (const auto& c : kCases) {
-    Submit(c.number);
+  for (const auto& [number, attempts, result, words] : kCases) {
+    Submit(number);
     ++seqno;
-    ASSERT_TRUE(
-        sim_->Await("request " + std::to_string(seqno) + ": " + c.words))
-        << c.number;
+    ASSERT_TRUE(sim_->Await("request " + std::to_string(seqno) + ": " + words))
+        << number;
     const std::string status = Status(seqno);
-    EXPECT_TRUE(Holds(status, "\nattempt=" + std::to_string(c.attempts) + "\n"))
-        << c.number << status;
-    EXPECT_TRUE(Holds(status, "\nrresult=" + std::to_string(c.result) + "\n"))
-        << c.number << status;
+    EXPECT_TRUE(Holds(status, "\nattempt=" + std::to_string(attempts) + "\n"))
+        << number << status;
+    EXPECT_TRUE(Holds(status, "\nrresult=" + std::to_string(result) + "\n"))
+        << number << status;
     EXPECT_TRUE(root_.Has("expired/x-" + std::to_string(seqno)));
   }
 }
@@ -217,11 +201,10 @@ TEST_F(Life, TryDoesNotWaitForTheTimeToSend) {
   Start({"--delay", "0.05"});
   Ask("cmd-sendfax",
       "respond=true\n" +
-          Argument("obj-env",
-                   "destptr=obj-list\nobjbeg=obj-list\n" +
-                       Destination("5550100") +
-                       "objend=obj-list\nparamptr=obj-param\nobjbeg=obj-param\n"
-                       "sendtime=20370101000000\nobjend=obj-param\n"));
+          Argument(
+              "obj-env",
+              Field("destptr", "obj-list", Destination("5550100")) +
+                  Field("paramptr", "obj-param", "sendtime=20370101000000\n")));
   EXPECT_TRUE(Holds(Status(1), "\nattempt=0\n"));
   const std::string tried = AskFor("cmd-try", 1);
   EXPECT_EQ(tried, Head("cmd-try", "false", 0) + "objend=obj-cmdrsp\n");
@@ -234,10 +217,10 @@ TEST_F(Life, TryDoesNotWaitForTheTimeToSend) {
 TEST_F(Life, EachDestinationIsARequestOrNoneIs) {
   Start({"--delay", "60"});
   const auto submit = [&](const std::string& destinations) {
-    return Ask("cmd-sendfax",
-               "respond=true\n" +
-                   Argument("obj-env", "destptr=obj-list\nobjbeg=obj-list\n" +
-                                           destinations + "objend=obj-list\n"));
+    return Ask(
+        "cmd-sendfax",
+        "respond=true\n" +
+            Argument("obj-env", Field("destptr", "obj-list", destinations)));
   };
   const std::string refused =
       submit(Destination("5550100") + Argument("obj-dest", "toname=Ann\n"));
@@ -268,11 +251,7 @@ TEST_F(Life, EachDestinationIsARequestOrNoneIs) {
 TEST_F(Life, WhatCannotBeQueuedIsRefusedWithTheReason) {
   Start({});
   const std::string missing = root_.Path("missing.ps");
-  const struct {
-    std::string more;
-    int result;
-    std::string errmsg;
-  } kCases[] = {
+  const std::tuple<std::string, int, std::string> kCases[] = {
       {"", 11, "Invalid submit command"},
       {Argument("obj-reqid", "seqno=1\n"), 11, "Invalid submit command"},
       {Argument("obj-env", ""), 19, "No destination"},
@@ -282,16 +261,16 @@ TEST_F(Life, WhatCannotBeQueuedIsRefusedWithTheReason) {
       {"clientid=nobody.here\n" + Argument("obj-senv", "tofnum=1\n"), 7,
        "Cannot make request: Invalid user"},
   };
-  for (const auto& c : kCases) {
-    const std::string answer = Ask("cmd-sendfax", "respond=true\n" + c.more);
-    EXPECT_TRUE(Holds(answer, "\nresult=" + std::to_string(c.result) +
-                                  "\nerrmsg=" + c.errmsg + "\n"))
-        << c.more << answer;
+  for (const auto& [more, result, errmsg] : kCases) {
+    const std::string answer = Ask("cmd-sendfax", "respond=true\n" + more);
+    EXPECT_TRUE(Holds(answer, "\nresult=" + std::to_string(result) +
+                                  "\nerrmsg=" + errmsg + "\n"))
+        << more << answer;
   }
   // Who had the daemon's answer finds a message.
   Ask("cmd-sendfax", "respond=false\n" + Argument("obj-env", ""));
   EXPECT_TRUE(support::Eventually([&] {
-    return support::ReadFile(
+    return ReadFile(
                root_.Path("faxq/" + root_.user() + "/msgs/0001-007.msg")) ==
            "Your fax was not queued: No destination\n";
   }));
@@ -304,12 +283,12 @@ TEST_F(Life, RequestOfAKilledRunIsTakenUp) {
   sim_->Stop(SIGKILL);
   // Saved by the daemon for a reader that never saw the record.
   const std::string queued = root_.Path("krtnet/queued/0001-009");
-  support::WriteFile(
-      queued, support::Command("cmd-sendfax", 1, 9,
-                               "clientid=" + root_.user() + "\nrespond=true\n" +
-                                   Argument("obj-senv", "tofnum=5550101\n")));
+  WriteFile(queued,
+            support::Command("cmd-sendfax", 1, 9,
+                             "clientid=" + root_.user() + "\nrespond=true\n" +
+                                 Argument("obj-senv", "tofnum=5550101\n")));
   const std::string fresh = root_.Path("krtnet/queued/0001-010");
-  support::WriteFile(fresh, support::ReadFile(queued));
+  WriteFile(fresh, ReadFile(queued));
   std::filesystem::last_write_time(
       queued,
       std::filesystem::file_time_type::clock::now() - std::chrono::minutes(5));
@@ -325,7 +304,7 @@ TEST_F(Life, RequestOfAKilledRunIsTakenUp) {
 
 TEST_F(Life, SavedCommandThatIsNoneIsPutAside) {
   Start({});
-  support::WriteFile(root_.Path("krtnet/queued/junk"), "no pairs here\n");
+  WriteFile(root_.Path("krtnet/queued/junk"), "no pairs here\n");
   std::string record(80, '\0');
   record.replace(0, 4, "junk");
   const int fifo = open(root_.Path("krtnet/filspool/kfifo").c_str(), O_WRONLY);

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "simulator/results.h"
 
 namespace {
@@ -13,19 +15,15 @@ TEST(Outcome, MostDigitsDecideThenTheLaterRule) {
                            "7=rejected", "7=linedrop"}) {
     ASSERT_TRUE(outcomes.Add(rule)) << rule;
   }
-  const struct {
-    const char* number;
-    int attempt;
-    const char* word;
-  } kCases[] = {
+  const std::tuple<const char*, int, const char*> kCases[] = {
       {"555-0142", 1, "busy"},     {"555 01 4-2", 2, "noanswer"},
       {"555-0142", 3, "ok"},       {"555-0142", 9, "ok"},
       {"555-0132", 5, "voice"},    {"555-0107", 1, "linedrop"},
       {"555-0100", 4, "noanswer"}, {"", 1, "noanswer"},
   };
-  for (const auto& c : kCases) {
-    EXPECT_STREQ(outcomes.Of(c.number, c.attempt).word, c.word)
-        << c.number << " attempt " << c.attempt;
+  for (const auto& [number, attempt, word] : kCases) {
+    EXPECT_STREQ(outcomes.Of(number, attempt).word, word)
+        << number << " attempt " << attempt;
   }
 }
 
@@ -38,21 +36,17 @@ TEST(Outcome, WhatIsNoRuleIsRefused) {
 }
 
 TEST(Outcome, RequestEndsAsItsLastAttemptAllows) {
-  const struct {
-    const char* word;
-    int attempts, most, result;
-  } kCases[] = {
+  const std::tuple<const char*, int, int, int> kCases[] = {
       {"ok", 1, 1, sim::kRequestNormal},
       {"busy", 1, 3, sim::kRequestRescheduled},
       {"busy", 3, 3, sim::kRequestMaxAttempts},
       {"badfile", 1, 3, sim::kRequestFailed},
   };
-  for (const auto& c : kCases) {
+  for (const auto& [word, attempts, most, result] : kCases) {
     sim::Outcomes outcomes;
-    ASSERT_TRUE(outcomes.Add(c.word));
-    EXPECT_EQ(sim::ResultAfter(outcomes.Of("1", 1), c.attempts, c.most),
-              c.result)
-        << c.word << ' ' << c.attempts;
+    ASSERT_TRUE(outcomes.Add(word));
+    EXPECT_EQ(sim::ResultAfter(outcomes.Of("1", 1), attempts, most), result)
+        << word << ' ' << attempts;
   }
 }
 

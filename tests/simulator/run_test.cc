@@ -23,8 +23,8 @@ TEST(Run, StopLeavesEverythingAsItWas) {
   const SimRoot root;
   // One fifo has to be made, and is removed again.
   std::filesystem::remove(root.Path("krtnet/netspool/efifo"));
-  support::WriteFile(root.Path("krtnet/krtnet.lck"),
-                     std::to_string(getpid()) + ":other\n");
+  WriteFile(root.Path("krtnet/krtnet.lck"),
+            std::to_string(getpid()) + ":other\n");
   const auto before = root.Tree();
   for (const int sig : {SIGTERM, SIGINT, SIGHUP}) {
     SimulatorProcess sim(KRTSIM_PATH, root);
@@ -35,7 +35,7 @@ TEST(Run, StopLeavesEverythingAsItWas) {
     fx_shm_detach();
     EXPECT_EQ(sim.Stop(sig), 0) << sig;
     EXPECT_EQ(shmget(kFxShmKey, 0, 0), -1) << sig;
-    EXPECT_EQ(support::ReadFile(root.Path("krtnet/krtnet.lck")),
+    EXPECT_EQ(ReadFile(root.Path("krtnet/krtnet.lck")),
               std::to_string(getpid()) + ":other\n");
     EXPECT_EQ(root.Tree(), before) << sig;
   }
@@ -58,11 +58,11 @@ TEST(Run, LiveSchedulerAndDaemonsAreLeftAlone) {
   fx_rm_stat_shm("");
 
   fx_add_daemon_list(root.root(), "krtnet.net", getpid());
-  const std::string list = support::ReadFile(root.Path("krtnet/krtnet.lck"));
+  const std::string list = ReadFile(root.Path("krtnet/krtnet.lck"));
   end = RunProgram(KRTSIM_PATH, {"run", root.path()});
   EXPECT_EQ(end.status, 69);
   EXPECT_EQ(end.err, "krtsim: krtnet.net runs already, process " + self + "\n");
-  EXPECT_EQ(support::ReadFile(root.Path("krtnet/krtnet.lck")), list);
+  EXPECT_EQ(ReadFile(root.Path("krtnet/krtnet.lck")), list);
   EXPECT_EQ(shmget(kFxShmKey, 0, 0), -1);
   fx_upd_daemon_list(root.root(), "krtnet.net");
 
@@ -113,15 +113,14 @@ TEST(Run, EndsByItselfWhenIdleAfterWork) {
   OwnIpc ipc;
   SKIP_WITHOUT(ipc);
   const SimRoot root;
-  support::WriteFile(
-      root.Path("krtnet/queued/0001-001"),
-      support::Command("cmd-sendfax", 1, 1,
-                       "respond=true\nobjptr=obj-senv\nobjbeg=obj-senv\n"
-                       "tofnum=1\nobjend=obj-senv\nclientid=bob\n"));
+  WriteFile(root.Path("krtnet/queued/0001-001"),
+            support::Command("cmd-sendfax", 1, 1,
+                             "respond=true\nobjptr=obj-senv\nobjbeg=obj-senv\n"
+                             "tofnum=1\nobjend=obj-senv\nclientid=bob\n"));
   SimulatorProcess sim(KRTSIM_PATH, root, {"--exit-when-idle", "-d", "0.05"});
   std::string record(80, '\0');
   record.replace(0, 8, "0001-001");
-  support::WriteFile(root.Path("krtnet/filspool/kfifo"), record);
+  WriteFile(root.Path("krtnet/filspool/kfifo"), record);
   EXPECT_EQ(sim.Stop(0), 0);
   EXPECT_NE(sim.Said().find("request 1: over: Normal\n"), std::string::npos);
   EXPECT_NE(root.Response("0001-001"), "");

@@ -25,11 +25,7 @@ class SimRoot : public support::SampleRoot {
   }
 
   const std::string& user() const { return user_; }
-  const char* root() const { return path().c_str(); }
-  std::string Path(const std::string& name) const { return path() / name; }
-  bool Has(const std::string& name) const {
-    return std::filesystem::exists(path() / name);
-  }
+  std::string Path(const std::string& name) const { return *this / name; }
   // Everything in it: the mode of each path.
   std::map<std::string, mode_t> Tree() const {
     std::map<std::string, mode_t> tree;

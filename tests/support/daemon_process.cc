@@ -6,12 +6,26 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <fstream>
 #include <stdexcept>
 
 namespace support {
 namespace {
 
 int g_started = 0;  // daemons, each with a log of its own
+
+// Whether the process has a handler for the signal.
+bool Catches(pid_t pid, int sig) {
+  constexpr char kCaught[] = "SigCgt:";
+  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+  for (std::string line; std::getline(status, line);) {
+    if (!line.starts_with(kCaught)) continue;
+    return ((std::stoull(line.substr(sizeof kCaught - 1), nullptr, 16) >>
+             (sig - 1)) &
+            1) != 0;
+  }
+  return false;
+}
 
 }  // namespace
 
@@ -54,11 +68,13 @@ DaemonProcess::DaemonProcess(const std::string& program, const SampleRoot& root,
   std::vector<std::string> all = {"-Z", "F"};
   all.insert(all.end(), args.begin(), args.end());
   pid_ = StartProgram(program, all, root.path(), root.path() / "out", log_);
-  // It is in the register before it looks at its directory.
+  // It is in the register before it looks at its directory, and before it
+  // catches the signals that end it.
   const auto registered = root.path() / "krtnet/krtnet.lck";
   const std::string entry = std::to_string(pid_) + ":";
   if (!Eventually([&] {
-        return ReadFile(registered).find(entry) != std::string::npos;
+        return ReadFile(registered).find(entry) != std::string::npos &&
+               Catches(pid_, SIGTERM);
       })) {
     throw std::runtime_error("the daemon did not start: " + Log());
   }

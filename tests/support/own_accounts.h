@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 
 #include <string>
 
@@ -14,27 +15,27 @@
 
 class OwnAccounts {
  public:
-  // The lines are added to the machine's /etc/passwd and /etc/group.
+  // The lines are added to the machine's passwd and group. All of /etc is
+  // covered: a cover on a file ends when somebody replaces the file beneath,
+  // as useradd does.
   OwnAccounts(const std::string& passwd, const std::string& group) {
+    Copy("passwd", passwd);
+    Copy("group", group);
+    Copy("nsswitch.conf", "");
     made_ = unshare(CLONE_NEWNS) == 0 &&
             mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-            Cover("passwd", passwd) && Cover("group", group);
+            mount(dir_.path().c_str(), "/etc", nullptr, MS_BIND, nullptr) == 0;
   }
   OwnAccounts(const OwnAccounts&) = delete;
   OwnAccounts& operator=(const OwnAccounts&) = delete;
   ~OwnAccounts() {
-    if (!made_) return;
-    umount2("/etc/passwd", MNT_DETACH);
-    umount2("/etc/group", MNT_DETACH);
+    if (made_) umount2("/etc", MNT_DETACH);
   }
   bool made() const { return made_; }
 
  private:
-  bool Cover(const std::string& name, const std::string& more) const {
-    const std::string own = dir_ / name;
-    WriteFile(own, ReadFile("/etc/" + name) + more);
-    return mount(own.c_str(), ("/etc/" + name).c_str(), nullptr, MS_BIND,
-                 nullptr) == 0;
+  void Copy(const std::string& name, const std::string& more) const {
+    WriteFile(dir_ / name, ReadFile("/etc/" + name) + more);
   }
 
   const TempDir dir_;

@@ -45,6 +45,17 @@ SampleRoot::SampleRoot() {
   }
 }
 
+bool SampleRoot::Has(const std::string& name) const {
+  return std::filesystem::symlink_status(*this / name).type() !=
+         std::filesystem::file_type::not_found;
+}
+
+void SampleRoot::PutProgram(const std::string& name,
+                            const std::string& script) const {
+  Put(name, "#!/bin/sh\n" + script + "\n");
+  std::filesystem::permissions(*this / name, std::filesystem::perms(0755));
+}
+
 void SampleRoot::AddUser(const std::string& user) const {
   for (const char* folder : {"options", "msgs", "events"}) {
     std::filesystem::create_directories(path() / "faxq" / user / folder);
@@ -73,6 +84,12 @@ std::vector<std::string> SampleRoot::SpoolNames() const {
   }
   std::sort(names.begin(), names.end());
   return names;
+}
+
+std::string ExchangeName(int session, int reference) {
+  char name[32];
+  snprintf(name, sizeof name, "%04d-%03d", session, reference);
+  return name;
 }
 
 std::string Command(const std::string& type, int session, int reference,

@@ -29,6 +29,15 @@ class SampleRoot {
   SampleRoot();
 
   const std::filesystem::path& path() const { return path_; }
+  const char* root() const { return path_.c_str(); }
+  // The path of `name` in it.
+  std::string operator/(const std::string& name) const { return path_ / name; }
+  bool Has(const std::string& name) const;
+  void Put(const std::string& name, const std::string& content) const {
+    WriteFile(*this / name, content);
+  }
+  // A shell script that everybody may run.
+  void PutProgram(const std::string& name, const std::string& script) const;
   // The protocol's spool folder.
   std::filesystem::path spool() const { return path() / "krtnet/filspool"; }
   // Makes a user with its queue, options, messages and events folders.
@@ -47,6 +56,9 @@ class SampleRoot {
   TempDir dir_;
   std::filesystem::path path_ = dir_.path();
 };
+
+// The name of an exchange: session and reference number.
+std::string ExchangeName(int session, int reference);
 
 // A command in text form: the envelope's usual fields and then `more`, lines of
 // fields or of a nested object.

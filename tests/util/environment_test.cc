@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <tuple>
 
 #include "util/kutenv.h"
 #include "util/kuterr.h"
@@ -44,26 +45,20 @@ TEST_F(Environment, FirstAnswerForProgramsIsTheRoot) {
 }
 
 TEST_F(Environment, DebugSwitch) {
-  const struct {
-    const char* value;
-    int on;
-  } cases[] = {{"1", 1},   {"10x", 1}, {"0", 0},    {"00", 0},
-               {"on", 1},  {"yes", 1}, {"true", 1}, {"On", 0},
-               {"on ", 0}, {"", 0},    {"-1", 0},   {"99999999999999999999", 1},
-               {" 1", 0}};
-  for (const auto& c : cases) {
-    setenv("FXDEBUG", c.value, 1);
+  const std::pair<const char*, int> cases[] = {
+      {"1", 1},   {"10x", 1}, {"0", 0},    {"00", 0},
+      {"on", 1},  {"yes", 1}, {"true", 1}, {"On", 0},
+      {"on ", 0}, {"", 0},    {"-1", 0},   {"99999999999999999999", 1},
+      {" 1", 0}};
+  for (const auto& [value, on] : cases) {
+    setenv("FXDEBUG", value, 1);
     Kut_env_reset();
-    EXPECT_EQ(Kut_get_kfaxdbg(), c.on) << "'" << c.value << "'";
+    EXPECT_EQ(Kut_get_kfaxdbg(), on) << "'" << value << "'";
   }
 }
 
 TEST(Signals, FirstRowOfANumberWins) {
-  const struct {
-    int number;
-    const char* name;
-    const char* text;
-  } cases[] = {
+  const std::tuple<int, const char*, const char*> cases[] = {
       {6, "SIGIOT", "IOT trap"},
       {18, "SIGCHLD", "Child death"},
       {22, "SIGIO", "I/O available"},
@@ -73,9 +68,9 @@ TEST(Signals, FirstRowOfANumberWins) {
       {32, "<signal 32>", "<signal 32>"},
       {-2147483647 - 1, "<signal -2147483648>", "<signal -2147483648>"},
   };
-  for (const auto& c : cases) {
-    EXPECT_STREQ(Kut_signame(c.number), c.name) << c.number;
-    EXPECT_STREQ(Kut_sigdesc(c.number), c.text) << c.number;
+  for (const auto& [number, name, text] : cases) {
+    EXPECT_STREQ(Kut_signame(number), name) << number;
+    EXPECT_STREQ(Kut_sigdesc(number), text) << number;
   }
   EXPECT_NE(Kut_signame(0), Kut_sigdesc(0)) << "one buffer for both";
 }

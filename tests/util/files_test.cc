@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <set>
 #include <string>
+#include <tuple>
 
 #include "support/temp_dir.h"
 #include "util/kutdir.h"
@@ -16,14 +17,8 @@ namespace {
 namespace fs = std::filesystem;
 using Names = std::set<std::string>;
 
-Names List(const std::string& dir) {
-  Names names;
-  DirReader reader;
-  EXPECT_EQ(reader.Open(dir.c_str()), 0);
-  while (const char* name = reader.Next()) names.insert(name);
-  EXPECT_EQ(errno, 0);
-  return names;
-}
+// The error of a call, 0 where it succeeds.
+int ErrnoOf(int result) { return result == 0 ? 0 : errno; }
 
 mode_t PermsOf(const std::string& path) {
   struct stat st = {};
@@ -31,29 +26,41 @@ mode_t PermsOf(const std::string& path) {
   return st.st_mode & 07777;
 }
 
+// Each in a working directory of its own.
 class Files : public testing::Test {
  protected:
-  std::string At(const std::string& name) const { return dir_ / name; }
+  Files() : before_(fs::current_path()) { fs::current_path(dir_.path()); }
+  ~Files() override { fs::current_path(before_); }
 
-  TempDir dir_;
+  // What the working directory holds.
+  static Names List() {
+    Names names;
+    DirReader reader;
+    EXPECT_EQ(reader.Open("."), 0);
+    while (const char* name = reader.Next()) names.insert(name);
+    EXPECT_EQ(errno, 0);
+    return names;
+  }
+
+ private:
+  const TempDir dir_;
+  const fs::path before_;
 };
 
 TEST_F(Files, KindsAreTold) {
-  WriteFile(At("plain"), "");
-  WriteFile(At("program"), "");
-  ASSERT_EQ(Kut_set_file_perms(At("program").c_str(), 0700), 0);
-  fs::create_symlink("program", At("link"));
-  fs::create_symlink("nothing", At("dangling"));
-  const struct {
-    const char* name;
-    int regular, directory, executable;
-  } cases[] = {{"plain", 1, 0, 0},    {"program", 1, 0, 1}, {"link", 1, 0, 1},
-               {"dangling", 0, 0, 0}, {".", 0, 1, 0},       {"none", 0, 0, 0}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    EXPECT_EQ(Kut_is_reg_file(At(c.name).c_str()), c.regular);
-    EXPECT_EQ(Kut_is_directory(At(c.name).c_str()), c.directory);
-    EXPECT_EQ(Kut_is_exec_file(At(c.name).c_str()), c.executable);
+  WriteFile("plain", "");
+  WriteFile("program", "");
+  ASSERT_EQ(Kut_set_file_perms("program", 0700), 0);
+  fs::create_symlink("program", "link");
+  fs::create_symlink("nothing", "dangling");
+  const std::tuple<const char*, int, int, int> cases[] = {
+      {"plain", 1, 0, 0},    {"program", 1, 0, 1}, {"link", 1, 0, 1},
+      {"dangling", 0, 0, 0}, {".", 0, 1, 0},       {"none", 0, 0, 0}};
+  for (const auto& [name, regular, directory, executable] : cases) {
+    SCOPED_TRACE(name);
+    EXPECT_EQ(Kut_is_reg_file(name), regular);
+    EXPECT_EQ(Kut_is_directory(name), directory);
+    EXPECT_EQ(Kut_is_exec_file(name), executable);
   }
 }
 
@@ -62,126 +69,114 @@ TEST_F(Files, CopyTakesContentAndPermissions) {
   for (size_t i = 0; i < content.size(); i++) {
     content[i] = static_cast<char>(i * 7 % 251);
   }
-  WriteFile(At("from"), content);
-  Kut_set_file_perms(At("from").c_str(), 0640);
-  WriteFile(At("victim"), "kept");
-  fs::create_symlink("victim", At("to"));
-  ASSERT_EQ(Kut_copy_file(At("from").c_str(), At("to").c_str()), 0);
-  EXPECT_EQ(ReadFile(At("to")), content);
-  EXPECT_FALSE(fs::is_symlink(At("to")));
-  EXPECT_EQ(PermsOf(At("to")), 0640u);
-  EXPECT_EQ(ReadFile(At("victim")), "kept");
-  ASSERT_EQ(Kut_copy_file(At("to").c_str(), At("to").c_str()), 0);
-  EXPECT_EQ(ReadFile(At("to")), content) << "copied onto itself";
+  WriteFile("from", content);
+  Kut_set_file_perms("from", 0640);
+  WriteFile("victim", "kept");
+  fs::create_symlink("victim", "to");
+  ASSERT_EQ(Kut_copy_file("from", "to"), 0);
+  EXPECT_EQ(ReadFile("to"), content);
+  EXPECT_FALSE(fs::is_symlink("to"));
+  EXPECT_EQ(PermsOf("to"), 0640u);
+  EXPECT_EQ(ReadFile("victim"), "kept");
+  ASSERT_EQ(Kut_copy_file("to", "to"), 0);
+  EXPECT_EQ(ReadFile("to"), content) << "copied onto itself";
 }
 
 TEST_F(Files, FailedCopyLeavesNothing) {
-  ASSERT_EQ(mkfifo(At("fifo").c_str(), 0600), 0);
-  EXPECT_EQ(Kut_copy_file(At("fifo").c_str(), At("to").c_str()), -1);
-  EXPECT_EQ(errno, EINVAL);
-  EXPECT_EQ(Kut_copy_file(At("none").c_str(), At("to").c_str()), -1);
-  EXPECT_EQ(errno, ENOENT);
-  EXPECT_EQ(List(dir_.path()), Names{"fifo"});
+  ASSERT_EQ(mkfifo("fifo", 0600), 0);
+  EXPECT_EQ(ErrnoOf(Kut_copy_file("fifo", "to")), EINVAL);
+  EXPECT_EQ(ErrnoOf(Kut_copy_file("none", "to")), ENOENT);
+  EXPECT_EQ(List(), Names{"fifo"});
 }
 
 TEST_F(Files, OwnerOfALinkIsTheLinks) {
   if (geteuid() != 0) GTEST_SKIP() << "only root gives files away";
-  WriteFile(At("victim"), "");
-  fs::create_symlink("victim", At("link"));
-  ASSERT_EQ(Kut_set_file_owner(At("link").c_str(), 12345, -1), 0);
+  WriteFile("victim", "");
+  fs::create_symlink("victim", "link");
+  ASSERT_EQ(Kut_set_file_owner("link", 12345, -1), 0);
   struct stat st;
-  ASSERT_EQ(stat(At("victim").c_str(), &st), 0);
+  ASSERT_EQ(stat("victim", &st), 0);
   EXPECT_EQ(st.st_uid, 0u);
-  ASSERT_EQ(lstat(At("link").c_str(), &st), 0);
+  ASSERT_EQ(lstat("link", &st), 0);
   EXPECT_EQ(st.st_uid, 12345u);
 }
 
-TEST_F(Files, ReplacementAppearsWithTheCommit) {
-  WriteFile(At("target"), "old");
+TEST_F(Files, ReplacementAppearsWithTheCommitOrLeavesNoTrace) {
+  WriteFile("target", "old");
+  {
+    FileReplacer file;
+    ASSERT_EQ(file.Open("target", 0600), 0);
+    ASSERT_EQ(Kut_write_full(file.fd(), "new", 3), 0);
+    ASSERT_EQ(file.Open("other", 0600), 0);  // drops the first
+    fputs("new", file.stream());
+  }
+  EXPECT_EQ(List(), Names{"target"});
   FileReplacer file;
-  ASSERT_EQ(file.Open(At("target").c_str(), 0600), 0);
+  ASSERT_EQ(file.Open("target", 0600), 0);
   fputs("new", file.stream());
-  EXPECT_EQ(ReadFile(At("target")), "old");
-  for (const std::string& name : List(dir_.path())) {
+  EXPECT_EQ(ReadFile("target"), "old");
+  for (const std::string& name : List()) {
     if (name == "target") continue;
     EXPECT_EQ(name[0], '.');
     EXPECT_EQ(std::string(Kut_get_file_ext(name.c_str())).substr(0, 4), "new-");
   }
   ASSERT_EQ(file.Commit(FileReplacer::Sync::kDurable), 0);
-  EXPECT_EQ(ReadFile(At("target")), "new");
-  EXPECT_EQ(List(dir_.path()), Names{"target"});
-}
-
-TEST_F(Files, AbandonedReplacementLeavesNoTrace) {
-  WriteFile(At("target"), "old");
-  {
-    FileReplacer file;
-    ASSERT_EQ(file.Open(At("target").c_str(), 0600), 0);
-    ASSERT_EQ(Kut_write_full(file.fd(), "new", 3), 0);
-    ASSERT_EQ(file.Open(At("other").c_str(), 0600), 0);  // drops the first
-    fputs("new", file.stream());
-  }
-  EXPECT_EQ(ReadFile(At("target")), "old");
-  EXPECT_EQ(List(dir_.path()), Names{"target"});
+  EXPECT_EQ(ReadFile("target"), "new");
+  EXPECT_EQ(List(), Names{"target"});
 }
 
 TEST_F(Files, ReplacementThatCannotBeWrittenIsRemoved) {
-  WriteFile(At("target"), "old");
+  WriteFile("target", "old");
   FileReplacer file;
-  ASSERT_EQ(file.Open(At("target").c_str(), 0600), 0);
+  ASSERT_EQ(file.Open("target", 0600), 0);
   const UniqueFd full(Kut_open("/dev/full", O_WRONLY));
   FILE* stream = file.stream();
   ASSERT_TRUE(full.valid() && stream != nullptr);
   ASSERT_GE(dup3(full.get(), file.fd(), O_CLOEXEC), 0);  // "no space" from here
   fputs("new", stream);
-  EXPECT_EQ(file.Commit(), -1);
-  EXPECT_EQ(errno, ENOSPC);
-  EXPECT_EQ(ReadFile(At("target")), "old");
-  EXPECT_EQ(List(dir_.path()), Names{"target"});
-  EXPECT_EQ(file.Commit(), -1);
-  EXPECT_EQ(errno, EBADF);
+  EXPECT_EQ(ErrnoOf(file.Commit()), ENOSPC);
+  EXPECT_EQ(ReadFile("target"), "old");
+  EXPECT_EQ(List(), Names{"target"});
+  EXPECT_EQ(ErrnoOf(file.Commit()), EBADF);
 }
 
 TEST_F(Files, ReplacementOverADirectoryFails) {
-  ASSERT_EQ(Kut_make_dir(At("target").c_str()), 0);
+  ASSERT_EQ(Kut_make_dir("target"), 0);
   FileReplacer file;
-  ASSERT_EQ(file.Open(At("target").c_str(), 0600), 0);
-  EXPECT_EQ(file.Commit(), -1);
-  EXPECT_EQ(errno, EISDIR);
-  EXPECT_EQ(List(dir_.path()), Names{"target"});
+  ASSERT_EQ(file.Open("target", 0600), 0);
+  EXPECT_EQ(ErrnoOf(file.Commit()), EISDIR);
+  EXPECT_EQ(List(), Names{"target"});
 
-  EXPECT_EQ(file.Open(At("none/target").c_str(), 0600), -1);
-  EXPECT_EQ(errno, ENOENT);
+  EXPECT_EQ(ErrnoOf(file.Open("none/target", 0600)), ENOENT);
   EXPECT_EQ(file.Open("", 0600), -1);
-  EXPECT_EQ(file.Open(std::string(5000, 'x').c_str(), 0600), -1);
-  EXPECT_EQ(errno, ENAMETOOLONG);
+  EXPECT_EQ(ErrnoOf(file.Open(std::string(5000, 'x').c_str(), 0600)),
+            ENAMETOOLONG);
 }
 
 TEST_F(Files, ReplacementRelativeToADirectory) {
-  ASSERT_EQ(Kut_make_dir(At("sub").c_str()), 0);
-  const UniqueFd dir(Kut_open(dir_.path().c_str(), O_RDONLY | O_DIRECTORY));
+  ASSERT_EQ(Kut_make_dir("sub"), 0);
+  const UniqueFd dir(Kut_open(".", O_RDONLY | O_DIRECTORY));
   for (const char* path : {"plain", "sub/nested"}) {
     FileReplacer file;
     ASSERT_EQ(file.Open(path, 0644, dir.get()), 0) << path;
     ASSERT_EQ(file.Commit(FileReplacer::Sync::kDurable), 0) << path;
-    EXPECT_TRUE(fs::exists(At(path)));
+    EXPECT_TRUE(fs::exists(path));
   }
 }
 
 TEST_F(Files, DirectoriesAreMade) {
-  EXPECT_EQ(Kut_make_dir(At("a").c_str()), 0);
-  EXPECT_EQ(Kut_make_dir(At("a").c_str()), 0);
-  EXPECT_EQ(Kut_make_dir(At("x/y").c_str()), -1);
-  EXPECT_EQ(Kut_make_dir_path(At("a//b/c/").c_str()), 0);
-  EXPECT_EQ(Kut_make_dir_path(At("a/b/c").c_str()), 0);
-  EXPECT_TRUE(fs::is_directory(At("a/b/c")));
-  WriteFile(At("file"), "");
-  EXPECT_EQ(Kut_make_dir_path(At("file").c_str()), -1);
-  EXPECT_EQ(errno, ENOTDIR);
-  EXPECT_EQ(Kut_make_dir_path(At("file/under").c_str()), -1);
+  EXPECT_EQ(Kut_make_dir("a"), 0);
+  EXPECT_EQ(Kut_make_dir("a"), 0);
+  EXPECT_EQ(Kut_make_dir("x/y"), -1);
+  EXPECT_EQ(Kut_make_dir_path("a//b/c/"), 0);
+  EXPECT_EQ(Kut_make_dir_path("a/b/c"), 0);
+  EXPECT_TRUE(fs::is_directory("a/b/c"));
+  WriteFile("file", "");
+  EXPECT_EQ(ErrnoOf(Kut_make_dir_path("file")), ENOTDIR);
+  EXPECT_EQ(Kut_make_dir_path("file/under"), -1);
   EXPECT_EQ(Kut_make_dir_path(""), -1);
-  EXPECT_EQ(Kut_delete_dir(At("a/b").c_str()), -1) << "not empty";
-  EXPECT_EQ(Kut_delete_dir(At("a/b/c").c_str()), 0);
+  EXPECT_EQ(Kut_delete_dir("a/b"), -1) << "not empty";
+  EXPECT_EQ(Kut_delete_dir("a/b/c"), 0);
 }
 
 TEST_F(Files, DirectoryNamesAreFixed) {
@@ -197,35 +192,35 @@ TEST_F(Files, DirectoryNamesAreFixed) {
 
 TEST_F(Files, OneStreamIsReadToItsEnd) {
   const std::string longest(255, 'n');
-  WriteFile(At(longest), "");
-  WriteFile(At(".hidden"), "");
+  WriteFile(longest, "");
+  WriteFile(".hidden", "");
   char name[kKutDirNameSize];
   EXPECT_EQ(Kut_read_dir(name), -1) << "none open";
   EXPECT_EQ(Kut_close_dir(), -1);
   ASSERT_EQ(Kut_open_dir("/"), 0);
-  ASSERT_EQ(Kut_open_dir(dir_.path().c_str()), 0) << "the first is closed";
+  ASSERT_EQ(Kut_open_dir("."), 0) << "the first is closed";
   Names names;
   while (Kut_read_dir(name) == 0) names.insert(name);
   EXPECT_EQ(names, (Names{longest, ".hidden"}));
   EXPECT_EQ(Kut_read_dir(name), -1);
   EXPECT_EQ(Kut_close_dir(), 0);
-  EXPECT_EQ(Kut_open_dir(At("none").c_str()), -1);
+  EXPECT_EQ(Kut_open_dir("none"), -1);
   EXPECT_EQ(Kut_read_dir(name), -1);
 }
 
 TEST_F(Files, ReaderSeesNewEntriesAfterARewind) {
   DirReader reader;
-  ASSERT_EQ(reader.Open(dir_.path().c_str()), 0);
+  ASSERT_EQ(reader.Open("."), 0);
   EXPECT_EQ(reader.Next(), nullptr);
-  WriteFile(At("new"), "");
+  WriteFile("new", "");
   reader.Rewind();
   EXPECT_STREQ(reader.Next(), "new");
   EXPECT_EQ(fcntl(reader.fd(), F_GETFD), FD_CLOEXEC);
 
-  fs::create_directory_symlink(dir_.path(), At("link"));
+  fs::create_directory_symlink(".", "link");
   EXPECT_EQ(reader.Open("link", reader.fd(), O_NOFOLLOW), -1)
       << "the descriptor of the reader itself is closed first";
-  ASSERT_EQ(reader.Open(dir_.path().c_str()), 0);
+  ASSERT_EQ(reader.Open("."), 0);
   DirReader nested;
   EXPECT_EQ(nested.Open("link", reader.fd(), O_NOFOLLOW), -1);
   EXPECT_EQ(nested.Open("link", reader.fd()), 0);

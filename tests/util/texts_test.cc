@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <tuple>
 
 #include "util/kutfile.h"
 #include "util/kutstr.h"
@@ -12,12 +13,7 @@ namespace {
 int Sign(int value) { return (value > 0) - (value < 0); }
 
 TEST(Texts, ComparisonEndsWithTheShorterText) {
-  const struct {
-    const char* a;
-    const char* b;
-    size_t n;
-    int sign;
-  } cases[] = {
+  const std::tuple<const char*, const char*, size_t, int> cases[] = {
       {"Normal", "nORMAL", SIZE_MAX, 0},
       {"norm", "normal", SIZE_MAX, 0},
       {"", "anything", SIZE_MAX, 0},
@@ -30,11 +26,11 @@ TEST(Texts, ComparisonEndsWithTheShorterText) {
       {"\xe4", "z", SIZE_MAX, 1},
       {"\xc4", "\xe4", SIZE_MAX, -1},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(std::string(c.a) + " and " + c.b);
-    EXPECT_EQ(Sign(Kut_strccmpn(c.a, c.b, c.n)), c.sign);
-    if (c.n == SIZE_MAX) {
-      EXPECT_EQ(Sign(Kut_strccmp(c.a, c.b)), c.sign);
+  for (const auto& [a, b, n, sign] : cases) {
+    SCOPED_TRACE(std::string(a) + " and " + b);
+    EXPECT_EQ(Sign(Kut_strccmpn(a, b, n)), sign);
+    if (n == SIZE_MAX) {
+      EXPECT_EQ(Sign(Kut_strccmp(a, b)), sign);
     }
   }
   EXPECT_EQ(Kut_strccmp("B", "d"), 'b' - 'd');
@@ -105,11 +101,7 @@ TEST(Names, BaseDirectoryAndExtension) {
 }
 
 TEST(Names, ExtensionIsSetInPlace) {
-  const struct {
-    const char* name;
-    const char* ext;
-    const char* result;
-  } cases[] = {
+  const std::tuple<const char*, const char*, const char*> cases[] = {
       {"a.cmd", "tmp", "a.tmp"},
       {"a.cmd", ".tmp", "a.tmp"},
       {"a", "tmp", "a.tmp"},
@@ -120,11 +112,11 @@ TEST(Names, ExtensionIsSetInPlace) {
       {"d.x/a", nullptr, "d.x/a"},
       {"a.", "tmp", "a.tmp"},
   };
-  for (const auto& c : cases) {
+  for (const auto& [before, ext, after] : cases) {
     char name[32];
-    Kut_strcpyz(name, c.name, sizeof name);
-    EXPECT_EQ(Kut_set_file_ext(name, c.ext), 0);
-    EXPECT_STREQ(name, c.result) << c.name;
+    Kut_strcpyz(name, before, sizeof name);
+    EXPECT_EQ(Kut_set_file_ext(name, ext), 0);
+    EXPECT_STREQ(name, after) << before;
   }
 }
 

@@ -31,10 +31,7 @@ TEST(Times, BothFormsReadBack) {
 
 TEST(Times, AreReadLeniently) {
   const long noon = 820497600;  // 1996/01/01 12:00:00
-  const struct {
-    const char* text;
-    long time;
-  } cases[] = {
+  const std::pair<const char*, long> cases[] = {
       {"now", 0},
       {" now\n", 0},
       {"Now", -1},
@@ -64,8 +61,8 @@ TEST(Times, AreReadLeniently) {
       {"19691231235959", -1},
       {"00000000000000", -719543L * 86400},
   };
-  for (const auto& c : cases) {
-    EXPECT_EQ(Kut_str_2_time(c.text), c.time) << "'" << c.text << "'";
+  for (const auto& [text, time] : cases) {
+    EXPECT_EQ(Kut_str_2_time(text), time) << "'" << text << "'";
   }
   EXPECT_EQ(Kut_str_2_time(nullptr), -1);
 }

@@ -44,13 +44,29 @@ constexpr const Kind& kOurs = kKinds[0];
 
 // --- Books ---
 
-// The store with that many persons in it, made at first use.
-Store& Filled(const Kind& kind, uint32_t persons) {
+// The bytes of the files with the persons in them; the peers keep all tables in
+// one, of which two are empty.
+double PersonBytes(const std::string& dir) {
+  double bytes = 0;
+  for (const auto& file : std::filesystem::directory_iterator(dir))
+    for (const char* start : {"pbper.", "book.db", "data.mdb"})
+      if (file.path().filename().string().rfind(start, 0) == 0)
+        bytes += static_cast<double>(file.file_size());
+  return bytes;
+}
+
+struct Book {
+  std::unique_ptr<Store> store;
+  double bytes = 0;  // when it was new
+};
+
+// The book with that many persons in it, made at first use.
+const Book& Filled(const Kind& kind, uint32_t persons) {
   static const Folder folder;
-  static std::map<std::pair<const Kind*, uint32_t>, std::unique_ptr<Store>>
-      stores;
-  auto& store = stores[{&kind, persons}];
-  if (store) return *store;
+  static std::map<std::pair<const Kind*, uint32_t>, Book> books;
+  Book& book = books[{&kind, persons}];
+  auto& store = book.store;
+  if (store) return book;
   const std::string dir = folder / kind.name + "-" + std::to_string(persons);
   std::filesystem::create_directory(dir);
   store = kind.make(dir);
@@ -61,7 +77,8 @@ Store& Filled(const Kind& kind, uint32_t persons) {
   for (uint32_t n = 0; n < persons; ++n) store->Add(MakePerson(n));
   store->EndBulk();
   store->Close();
-  return *store;
+  book.bytes = PersonBytes(dir);
+  return book;
 }
 
 // Persons that are not in any book yet.
@@ -85,7 +102,10 @@ class Opened {
 class Run {
  public:
   Run(benchmark::State& state_in, const Kind& kind, uint32_t persons_in)
-      : state(state_in), store(Filled(kind, persons_in)), persons(persons_in) {}
+      : state(state_in),
+        book(Filled(kind, persons_in)),
+        store(*book.store),
+        persons(persons_in) {}
 
   // Persons of the book in no particular order.
   Person Anyone() { return MakePerson((at_ += 7919) % persons); }
@@ -110,6 +130,7 @@ class Run {
   }
 
   benchmark::State& state;
+  const Book& book;
   Store& store;
   const uint32_t persons;
 
@@ -250,16 +271,9 @@ void OpenAfterKill(Run& run) {
 
 // --- Sizes ---
 
-// The files with the persons in them; the peers keep all tables in one, of
-// which two are empty.
 void BytesPerRecord(Run& run) {
   for (auto _ : run.state) benchmark::ClobberMemory();
-  double bytes = 0;
-  for (const auto& file : std::filesystem::directory_iterator(run.store.dir()))
-    for (const char* start : {"pbper.", "book.db", "data.mdb"})
-      if (file.path().filename().string().rfind(start, 0) == 0)
-        bytes += static_cast<double>(file.file_size());
-  run.state.counters["bytes"] = bytes / run.persons;
+  run.state.counters["bytes"] = run.book.bytes / run.persons;
 }
 
 // The most memory that a child of this process had while it did `work`.

@@ -145,10 +145,17 @@ void SaveResponse(const char* dir, kx_object* rsp, const char* name) {
 
 // ---- Responses ----
 
+// Who this process is. That never changes here, so it is not asked for with
+// every exchange.
+uid_t Self() {
+  static const uid_t uid = geteuid();
+  return uid;
+}
+
 // Whose the response of that name is to be.
 uid_t Receiver(const char* exchange) {
   const bool last = std::strcmp(exchange, g_last.exchange) == 0;
-  return last ? g_last.st.st_uid : geteuid();
+  return last ? g_last.st.st_uid : Self();
 }
 
 // Creates the temporary file afresh: one that lies there was left by a process
@@ -162,7 +169,7 @@ UniqueFd CreateTemporary(int dirfd, const char* name, uid_t owner) {
   // The client may be anybody, whatever the umask says, and in a directory with
   // the sticky bit it can only remove what is its own. Only root can give files
   // away; without that the client has its answer all the same.
-  if (fd.valid() && owner != geteuid()) {
+  if (fd.valid() && owner != Self()) {
     static_cast<void>(fchown(fd.get(), owner, static_cast<gid_t>(-1)) == 0);
   }
   if (fd.valid() && fchmod(fd.get(), 0666) != 0) fd.reset();

@@ -1,8 +1,6 @@
 #include <cstring>
-#include <memory>
 
 #include "db/dbpriv.h"
-#include "util/kutmem.h"
 
 namespace {
 
@@ -38,10 +36,7 @@ void FillBuffer(db_handle* db, const void* record) {
 // Makes the object's record and hands it to a change.
 int ChangeByObject(db_handle* db, kx_object* obj,
                    int (*change)(db_handle* db, const void* record)) {
-  struct Release {
-    void operator()(void* block) const { Kut_free(block); }
-  };
-  const std::unique_ptr<void, Release> record(
+  const db_block<void> record(
       Kut_malloc(static_cast<size_t>(db_record_size(db))));
   if (record == nullptr) return db_fail(kDbMemory);
   if (db_obj_to_rec(db, obj, record.get()) != 0) return -1;

@@ -2,10 +2,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 
 #include "db/dbpriv.h"
-#include "util/kutmem.h"
 
 namespace {
 
@@ -14,10 +12,6 @@ constexpr int kFieldsSize = 10240;
 constexpr int kFieldsMode = 4;
 constexpr int kExtension = 4096;  // bytes that a file grows by
 constexpr int kFileMode = 2;
-
-struct Release {
-  void operator()(void* block) const { Kut_free(block); }
-};
 
 int CountRows(const db_field* fields) {
   int count = 0;
@@ -142,7 +136,8 @@ db_field* db_doda_to_flds(const DODA* doda, int count, int record_size,
   const int extra = CountRows(pseudo);
   const size_t rows = static_cast<size_t>(count) + static_cast<size_t>(extra);
   // One zeroed row more ends the table.
-  auto* fields = static_cast<db_field*>(Kut_calloc(rows + 1, sizeof(db_field)));
+  db_block<db_field[]> fields(
+      static_cast<db_field*>(Kut_calloc(rows + 1, sizeof(db_field))));
   if (fields == nullptr) {
     db_fail(kDbMemory);
     return nullptr;
@@ -153,13 +148,12 @@ db_field* db_doda_to_flds(const DODA* doda, int count, int record_size,
     fields[row].offset = doda[row].offset;
     if (!IsSane(doda[row], record_size) ||
         !SplitNames(doda[row].name, &fields[row])) {
-      Kut_free(fields);
       db_fail(kDbData);
       return nullptr;
     }
   }
-  std::copy_n(pseudo, extra, fields + count);
-  return fields;
+  std::copy_n(pseudo, extra, fields.get() + count);
+  return fields.release();
 }
 
 db_key* db_ifil_to_idx(const IFIL* file, const db_field* fields) {
@@ -167,8 +161,8 @@ db_key* db_ifil_to_idx(const IFIL* file, const db_field* fields) {
     db_fail(kDbData);
     return nullptr;
   }
-  auto* keys = static_cast<db_key*>(
-      Kut_calloc(static_cast<size_t>(file->index_count), sizeof(db_key)));
+  db_block<db_key[]> keys(static_cast<db_key*>(
+      Kut_calloc(static_cast<size_t>(file->index_count), sizeof(db_key))));
   if (keys == nullptr) {
     db_fail(kDbMemory);
     return nullptr;
@@ -182,13 +176,12 @@ db_key* db_ifil_to_idx(const IFIL* file, const db_field* fields) {
       key.fields[i] = FieldAt(fields, index.segments[i].offset - kSerialSize,
                               index.segments[i].length);
       if (key.fields[i] >= 0) continue;
-      Kut_free(keys);
       db_fail(kDbData);
       return nullptr;
     }
   }
   keys[file->index_count - 1].unique = -1;
-  return keys;
+  return keys.release();
 }
 
 int db_same_layout(const db_handle* db, const db_field* fields,
@@ -222,7 +215,7 @@ int db_info(int datno, db_field** fields, db_key** keys,
   const int bytes = GETDODA(datno, sizeof doda, doda, kFieldsMode);
   if (bytes <= 0) return db_fail_store(isam_err);
   const auto* description = reinterpret_cast<const IFIL*>(file);
-  std::unique_ptr<db_field, Release> read_fields(
+  db_block<db_field> read_fields(
       db_doda_to_flds(reinterpret_cast<const DODA*>(doda),
                       bytes / static_cast<int>(sizeof(DODA)),
                       description->record_length - kSerialSize, pseudo));

@@ -2,7 +2,6 @@
 
 #include "db/dbpriv.h"
 #include "util/kutfile.h"
-#include "util/kutmem.h"
 
 namespace {
 

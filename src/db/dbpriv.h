@@ -2,8 +2,11 @@
 #ifndef DB_DBPRIV_H_
 #define DB_DBPRIV_H_
 
+#include <memory>
+
 #include "db/db.h"
 #include "isam/isam.h"
+#include "util/kutmem.h"
 
 constexpr int kSerialSize = 4;  // the serial number in front of a stored record
 
@@ -18,6 +21,13 @@ inline bool db_is_end(const db_field& field) {
 inline bool db_is_text(int type) {
   return type >= kx_typ_str && type <= kx_typ_dir;
 }
+
+// Owns what Kut_malloc or Kut_calloc made.
+struct db_free {
+  void operator()(void* block) const { Kut_free(block); }
+};
+template <typename T>
+using db_block = std::unique_ptr<T, db_free>;
 
 // Set db_errnum, and return -1.
 int db_fail(int error);

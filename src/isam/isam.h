@@ -105,7 +105,8 @@ struct IFIL {
   const char* name;     // path without extension
   int file_no;          // -1; CREIFIL puts the file number here
   int record_length;    // bytes, serial number (4) included
-  int data_extension;   // bytes the data file grows by at least, >= 0
+  int data_extension;   // bytes the data file grows by at least, >= 0; no more
+                        // than 1 MiB of it counts
   int data_mode;        // kept and returned, not used
   int index_count;      // 1 to kIsamMaxIndexes; index 0 is that of the serial
                         // numbers: one kIsamSerial segment, no duplicates
@@ -270,8 +271,9 @@ int isam_check(const char* path, isam_report report, void* context);
 // unique keys all but the oldest, cannot be kept: each is reported. Without
 // whole field definitions it is not done (kIsamDamaged): they stand nowhere
 // else. No other process may change the table meanwhile (kIsamCannotLock);
-// readers get kIsamDamaged until it is done. Dying in it leaves a table that
-// must be rebuilt again. 0, or why it could not be done.
+// readers get kIsamDamaged until it is done. Dying or failing in it, as at a
+// record that cannot be read (kIsamIo), leaves a table that must be rebuilt
+// again. 0, or why it could not be done.
 int isam_rebuild(const char* path, isam_report report, void* context);
 
 #endif  // ISAM_ISAM_H_

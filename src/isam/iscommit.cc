@@ -50,15 +50,18 @@ isam_code GrowFile(Table& table, int fd, off_t start, off_t unit, uint32_t need,
   if (need <= *capacity) return kIsamOk;
   const off_t from = start + unit * *capacity;
   const off_t least = start + unit * need;
-  const off_t step = std::max({static_cast<off_t>(extension), kLeastStep,
-                               std::min(from / 16, kLargestStep)});
+  // Of a file from anybody, which may say anything, no more than the largest.
+  const off_t step = std::clamp(std::max<off_t>(extension, from / 16),
+                                kLeastStep, kLargestStep);
   const off_t to = (std::max(from + step, least) + 4095) / 4096 * 4096;
   if (isam_code code = WriteZeros(fd, from, to)) {
     g_sys.truncate(fd, from);  // give back what a full disk gave
     return code;
   }
   if (isam_code code = SyncOrDistrust(table, fd)) return code;
-  *capacity = static_cast<uint32_t>((to - start) / unit);
+  // The last step may go further than numbers reach.
+  *capacity = static_cast<uint32_t>(
+      std::min<off_t>((to - start) / unit, kSlotUsed - 1));
   return kIsamOk;
 }
 

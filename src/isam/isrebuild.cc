@@ -2,8 +2,9 @@
 //
 // The state block says "rebuilding" from before the first write until
 // everything is on disk. Whoever meets that answers kIsamDamaged, after a
-// restart too, so a rebuild that died is simply done again: the records in use
-// are only read.
+// restart too, so a rebuild that died or failed is simply done again: the
+// records in use are only read. What cannot be read ends it, since that may
+// pass; only what was read and is damaged is given up.
 #include <fcntl.h>
 
 #include <algorithm>
@@ -101,15 +102,16 @@ class Rebuilder {
   isam_code FinishLastCommit() {
     uint8_t bytes[kStateSize];
     State state = {};
-    if (ReadAt(idx_.get(), bytes, kStateSize, kStateOffset) == kIsamOk &&
-        DecodeState(bytes, layout_, &state)) {
+    isam_code code = ReadAt(idx_.get(), bytes, kStateSize, kStateOffset);
+    if (code == kIsamIo) return code;
+    if (code == kIsamOk && DecodeState(bytes, layout_, &state)) {
       commit_ = state.commit;
       changes_ = state.changes;
     }
     std::unique_ptr<Overlay> ring;
-    if (Overlay::Load(dat_.get(), layout_, 0, false, &ring) != kIsamOk ||
-        ring->commit() == 0)
-      return kIsamOk;
+    code = Overlay::Load(dat_.get(), layout_, 0, false, &ring);
+    if (code == kIsamIo) return code;
+    if (code != kIsamOk || ring->commit() == 0) return kIsamOk;
     commit_ = std::max(commit_, ring->commit());
     Root root;
     const Image* image = ring->Find(ImageKind::kRoot, 0);
@@ -120,9 +122,9 @@ class Rebuilder {
     for (const auto& [key, slot] : ring->images()) {
       if (key.first != ImageKind::kSlot || key.second > root.slots_used)
         continue;
-      if (isam_code code = WriteAt(dat_.get(), slot.bytes, slot.length,
-                                   layout_.slot_offset(key.second)))
-        return code;
+      code = WriteAt(dat_.get(), slot.bytes, slot.length,
+                     layout_.slot_offset(key.second));
+      if (code != kIsamOk) return code;
     }
     return SyncFile(dat_.get());
   }
@@ -163,15 +165,17 @@ class Rebuilder {
     return WriteHeader(dat_.get(), FileKind::kData);
   }
 
-  bool ReadSlot(uint32_t number) {
+  isam_code ReadSlot(uint32_t number) {
     slot_.resize(layout_.slot_size());
-    if (ReadAt(dat_.get(), slot_.data(), slot_.size(),
-               layout_.slot_offset(number)) != kIsamOk)
-      return false;
+    if (isam_code code = ReadAt(dat_.get(), slot_.data(), slot_.size(),
+                                layout_.slot_offset(number)))
+      return code;
     const std::vector<uint8_t> read = slot_;
     SealSlot(slot_.data(), number, layout_);
     // A number that was never given would leave none to give.
-    return read == slot_ && Get32(slot_.data() + kSlotHeader) <= kLastSerial;
+    return read == slot_ && Get32(slot_.data() + kSlotHeader) <= kLastSerial
+               ? kIsamOk
+               : kIsamDamaged;
   }
 
   isam_code ReadSlots() {
@@ -181,7 +185,9 @@ class Rebuilder {
     root_.slots_capacity = static_cast<uint32_t>(
         std::min<off_t>(bytes / layout_.slot_size(), kSlotUsed - 1));
     for (uint32_t n = 1; n <= root_.slots_capacity; ++n) {
-      const bool good = ReadSlot(n);
+      const isam_code code = ReadSlot(n);
+      if (code == kIsamIo) return code;
+      const bool good = code == kIsamOk;
       const uint32_t serial = Get32(slot_.data() + kSlotHeader);
       const bool never_used = std::all_of(slot_.begin() + 8, slot_.end(),
                                           [](uint8_t b) { return b == 0; });
@@ -209,7 +215,7 @@ class Rebuilder {
     order->clear();
     for (uint32_t i = 0; i < kept_.size(); ++i) {
       if (kept_[i].dropped) continue;
-      if (!ReadSlot(kept_[i].slot)) return kIsamIo;
+      if (isam_code code = ReadSlot(kept_[i].slot)) return code;
       RecordKey(def, slot_.data() + kSlotHeader,
                 keys->data() + size_t{i} * def.key_length);
       order->push_back(i);
@@ -254,8 +260,10 @@ class Rebuilder {
     }
     for (uint32_t n = root_.slots_used; n > 0; --n) {
       if (used[n]) continue;
+      const isam_code read = ReadSlot(n);
+      if (read == kIsamIo) return read;
       const uint32_t serial =
-          ReadSlot(n) ? Get32(slot_.data() + kSlotHeader) : 0;
+          read == kIsamOk ? Get32(slot_.data() + kSlotHeader) : 0;
       std::fill(slot_.begin(), slot_.end(), uint8_t{0});
       Put32(slot_.data() + 8, root_.free_slot);
       Put32(slot_.data() + kSlotHeader, serial);

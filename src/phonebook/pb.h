@@ -76,11 +76,13 @@ pb_book* pb_get_pb(int kind);
 int pb_init(pb_book* book, int mode);
 
 // Opens a book. One that is open stays as it is, its mode too. 38 when it was
-// never created.
+// never created; so counts a user's options directory that is a link, which may
+// lead to the book of another.
 int pb_open(int kind, int mode);
 // Closes it if it is open.
 int pb_close(int kind);
-// Makes the book, and the directory that it lies in with all above it (40).
+// Makes the book, and the directory that it lies in with all above it (40, also
+// for a link as above).
 // What exists already is left as it is. New files have mode 0660 and belong to
 // the user, or those of the system book to the fax system, as far as this
 // process may give them away.

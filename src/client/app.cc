@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -61,8 +60,7 @@ bool IsOfUser(int result) {
          result == kx_err_failed || result == kx_err_data;
 }
 
-}  // namespace
-
+// Has SIGINT and SIGTERM end waits.
 void CatchSignals() {
   if (pipe2(g_pipe, O_CLOEXEC | O_NONBLOCK) != 0) return;
   struct sigaction action = {};
@@ -70,9 +68,9 @@ void CatchSignals() {
   sigemptyset(&action.sa_mask);
   sigaction(SIGINT, &action, nullptr);
   sigaction(SIGTERM, &action, nullptr);
-  // A reader that went away is a failed write, not an end without words.
-  signal(SIGPIPE, SIG_IGN);
 }
+
+}  // namespace
 
 std::string App::ValueOr(const char* option, const char* otherwise) const {
   const char* value = line_.Value(option);
@@ -80,23 +78,23 @@ std::string App::ValueOr(const char* option, const char* otherwise) const {
 }
 
 int App::Run(int argc, const char* const* argv) {
+  // A reader that went away is a failed write, not an end without words.
+  signal(SIGPIPE, SIG_IGN);
   Start(argc, argv);
-  const bool written = out_.Finish();
-  // A pager that was closed early is no failure worth words.
-  if (!written && errno != EPIPE) {
-    Fail(krt_io, "", std::string("standard output: ") + std::strerror(errno));
-  } else if (!written) {
+  const int error = out_.Finish();
+  if (error == EPIPE) {
+    // A pager that was closed early is no failure worth words.
     Worsen(krt_io);
+  } else if (error != 0) {
+    Fail(krt_io, "", std::string("standard output: ") + std::strerror(error));
   }
   return ExitStatus();
 }
 
-int App::Start(int argc, const char* const* argv) {
+void App::Start(int argc, const char* const* argv) {
   Status s = ParseCommandLine(argc, argv, &line_);
-  if (!ConfigureOutput() || !s.ok()) {
-    if (!s.ok()) Fail("", s);
-    return worst_;
-  }
+  if (!ConfigureOutput()) return;
+  if (!s.ok()) return Fail("", s);
   if (Has("version")) {
     out_.Raw(std::string(kProgram) + " " + kVersion + "\n");
   } else if (Has("help")) {
@@ -104,7 +102,6 @@ int App::Start(int argc, const char* const* argv) {
   } else {
     line_.verb->run(*this);
   }
-  return worst_;
 }
 
 bool App::ConfigureOutput() {
@@ -112,9 +109,7 @@ bool App::ConfigureOutput() {
   options.form = Has("json")   ? Form::kJson
                  : Has("text") ? Form::kText
                                : Form::kHuman;
-  // What a dry run prints is a command file, not results.
-  options.many = line_.verb != nullptr && line_.verb->many && !dry_run() &&
-                 !Has("help") && !Has("version");
+  options.many = Has("help") || (line_.verb != nullptr && line_.verb->many);
   options.quiet = Has("quiet");
   options.terminal = isatty(STDOUT_FILENO) != 0;
   options.color = UseColor(line_.Value("color"), STDOUT_FILENO);
@@ -176,6 +171,8 @@ void App::Note(const std::string& text) {
 bool App::Connect() {
   if (tried_) return connected_;
   tried_ = true;
+  // Not before: who reads the input that a verb begins with is simply ended.
+  CatchSignals();
   krt_options options = {line_.Value("root"), line_.Value("spool"),
                          line_.Value("user"), -1, g_pipe[0]};
   long seconds;
@@ -235,6 +232,13 @@ kx::Object App::Query(const std::string& subject, const char* cmdtype,
     Fail(subject, s);
   }
   return nullptr;
+}
+
+void App::Perform(const std::string& subject, const char* cmdtype,
+                  kx::Object argument, const std::string& done) {
+  const kx::Object shown(Kfx_Copy_Obj(argument.get()));
+  if (Call(subject, cmdtype, std::move(argument)) == nullptr) return;
+  out_.Done(shown.get(), done);
 }
 
 kx::Object App::Deliver(const std::string& subject, kx::Object cmd,

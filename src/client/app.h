@@ -20,7 +20,7 @@ namespace client {
 
 class App {
  public:
-  // Runs the command line. The exit status.
+  // Runs the command line, once in a process. The exit status.
   int Run(int argc, const char* const* argv);
 
   const CommandLine& line() const { return line_; }
@@ -43,7 +43,8 @@ class App {
   // What went well without having a result to show; silent with --quiet.
   void Note(const std::string& text);
 
-  // Opens the connection; reports why not.
+  // Opens the connection; reports why not. From then on SIGINT and SIGTERM end
+  // waits, not the process.
   bool Connect();
   Link& link() { return link_; }
   const Identity& identity() { return link_.identity(); }
@@ -62,6 +63,10 @@ class App {
                   kx::Object argument, const char* unpack_dir = nullptr);
   kx::Object Query(const std::string& subject, const char* cmdtype,
                    kx::Object argument, const char* unpack_dir = nullptr);
+  // The same for a command with nothing to show but that it went well: a result
+  // is the argument, with `done` for people.
+  void Perform(const std::string& subject, const char* cmdtype,
+               kx::Object argument, const std::string& done);
   // Sends a command that is complete. `name` (may be null) has its name.
   kx::Object Deliver(const std::string& subject, kx::Object cmd,
                      const std::string* name, const char* unpack_dir = nullptr);
@@ -84,7 +89,7 @@ class App {
  private:
   Status Await(const std::string& name, const char* unpack_dir,
                kx::Object* answer);
-  int Start(int argc, const char* const* argv);
+  void Start(int argc, const char* const* argv);
   bool ConfigureOutput();
   void ReportRefusal(const std::string& subject, kx_object* answer);
   int ExitStatus();
@@ -97,9 +102,6 @@ class App {
   int worst_ = 0;
   int last_code_ = 0;
 };
-
-// Installs the handlers that end waits on SIGINT and SIGTERM.
-void CatchSignals();
 
 }  // namespace client
 

@@ -1,9 +1,4 @@
 // config show, set, edit; monitor show, only, except
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cstdlib>
 #include <cstring>
 
 #include "client/actions.h"
@@ -15,37 +10,8 @@
 namespace client {
 namespace {
 
-kx::Object FetchConfig(App& app) {
-  const kx::Object answer = app.Query("", "cmd-getcfg", nullptr);
-  if (answer == nullptr) return nullptr;
-  return kx::Object(Kfx_Copy_Obj(kx::Child(answer.get(), "objptr")));
-}
-
-void StoreConfig(App& app, kx::Object config) {
-  kx::Object shown(Kfx_Copy_Obj(config.get()));
-  if (app.Call("", "cmd-setcfg", std::move(config)) == nullptr) return;
-  app.out().Done(shown.get(), "stored");
-}
-
-void SetMonitor(App& app, int montype) {
-  if (!app.Connect()) return;
-  kx::Object monitor = kx::Build("obj-monitor");
-  kx::SetText(monitor.get(), "clientid", app.identity().user.c_str());
-  kx::SetEnum(monitor.get(), "montype", montype);
-  kx::ListBuilder names;
-  for (const std::string& name : app.line().args) {
-    kx::Object resource = kx::Build("obj-resource");
-    if (!app.Set(name, resource.get(), "rname", name)) return;
-    names.Append(std::move(resource));
-  }
-  kx::SetChild(monitor.get(), "names", names.Take());
-  kx::Object shown(Kfx_Copy_Obj(monitor.get()));
-  if (app.Call("", "cmd-setmon", std::move(monitor)) == nullptr) return;
-  app.out().Done(shown.get(), "stored");
-}
-
-}  // namespace
-
+// Sets the fields that NAME=VALUE words name, in any case; an empty value
+// resets. False after reporting the first that cannot be.
 bool SetPairs(App& app, kx_object* obj, const std::vector<std::string>& pairs) {
   for (const std::string& pair : pairs) {
     std::string name;
@@ -69,6 +35,29 @@ bool SetPairs(App& app, kx_object* obj, const std::vector<std::string>& pairs) {
   return true;
 }
 
+kx::Object FetchConfig(App& app) {
+  const kx::Object answer = app.Query("", "cmd-getcfg", nullptr);
+  if (answer == nullptr) return nullptr;
+  return kx::Object(Kfx_Copy_Obj(kx::Child(answer.get(), "objptr")));
+}
+
+void SetMonitor(App& app, int montype) {
+  if (!app.Connect()) return;
+  kx::Object monitor = kx::Build("obj-monitor");
+  kx::SetText(monitor.get(), "clientid", app.identity().user.c_str());
+  kx::SetEnum(monitor.get(), "montype", montype);
+  kx::ListBuilder names;
+  for (const std::string& name : app.line().args) {
+    kx::Object resource = kx::Build("obj-resource");
+    if (!app.Set(name, resource.get(), "rname", name)) return;
+    names.Append(std::move(resource));
+  }
+  kx::SetChild(monitor.get(), "names", names.Take());
+  app.Perform("", "cmd-setmon", std::move(monitor), "stored");
+}
+
+}  // namespace
+
 void RunConfigShow(App& app) {
   const kx::Object answer = app.Call("", "cmd-getcfg", nullptr);
   if (answer == nullptr) return;
@@ -83,14 +72,14 @@ void RunConfigSet(App& app) {
   if (config == nullptr || !SetPairs(app, config.get(), app.line().args)) {
     return;
   }
-  StoreConfig(app, std::move(config));
+  app.Perform("", "cmd-setcfg", std::move(config), "stored");
 }
 
 void RunConfigEdit(App& app) {
   kx::Object config = FetchConfig(app);
   if (config == nullptr) return;
   if (EditObject(app, "obj-config", &config)) {
-    StoreConfig(app, std::move(config));
+    app.Perform("", "cmd-setcfg", std::move(config), "stored");
   }
 }
 

@@ -10,7 +10,7 @@ constexpr char kByteOrderMark[] = "\xEF\xBB\xBF";
 class Parser {
  public:
   explicit Parser(const std::string& text) : text_(text) {
-    if (text_.compare(0, 3, kByteOrderMark) == 0) at_ = 3;
+    if (text_.starts_with(kByteOrderMark)) at_ = 3;
   }
 
   Status Parse(std::vector<CsvRow>* rows) {

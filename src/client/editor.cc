@@ -1,10 +1,9 @@
 #include "client/editor.h"
 
-#include <spawn.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdlib>
 
 #include "client/files.h"
@@ -27,21 +26,41 @@ std::string FormText(kx_object* obj) {
   return text;
 }
 
+// A signal that is ignored for the object's life.
+class Ignored {
+ public:
+  explicit Ignored(int sig) : sig_(sig) {
+    struct sigaction action = {};
+    action.sa_handler = SIG_IGN;
+    sigaction(sig_, &action, &before_);
+  }
+  ~Ignored() { sigaction(sig_, &before_, nullptr); }
+  Ignored(const Ignored&) = delete;
+  Ignored& operator=(const Ignored&) = delete;
+
+ private:
+  int sig_;
+  struct sigaction before_;
+};
+
 // The editor is a command line, with options perhaps: the shell splits it.
 bool RunEditor(const std::string& path) {
   const char* editor = getenv("VISUAL");
   if (editor == nullptr || *editor == '\0') editor = getenv("EDITOR");
   if (editor == nullptr || *editor == '\0') editor = "vi";
   const std::string command = std::string(editor) + " \"$1\"";
-  const char* argv[] = {"sh", "-c",         command.c_str(),
-                        "sh", path.c_str(), nullptr};
-  pid_t pid;
-  if (posix_spawn(&pid, "/bin/sh", nullptr, nullptr,
-                  const_cast<char* const*>(argv), environ) != 0) {
-    return false;
-  }
+  const char* const argv[] = {"sh", "-c",         command.c_str(),
+                              "sh", path.c_str(), nullptr};
+  kut_spawn what;
+  what.argv = argv;
+  for (const int fd : {0, 1, 2}) what.fds[fd] = fd;
+  what.die_with_parent = false;  // it has to leave the terminal in order
+  // Keys of the terminal that mean something in the editor.
+  const Ignored interrupt(SIGINT);
+  const Ignored quit(SIGQUIT);
+  const pid_t pid = Kut_spawn(&what);
   int status = 0;
-  return Kut_wait_child(pid, &status) == pid && WIFEXITED(status) &&
+  return pid > 0 && Kut_wait_child(pid, &status) == pid && WIFEXITED(status) &&
          WEXITSTATUS(status) == 0;
 }
 

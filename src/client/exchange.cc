@@ -1,6 +1,5 @@
 #include "client/exchange.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/inotify.h>
@@ -10,12 +9,12 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <ctime>
 #include <memory>
 
 #include "kx/kxtext.h"
+#include "util/kutdir.h"
 
 namespace client {
 namespace {
@@ -48,24 +47,6 @@ int AppendPair(void* context, const char* name, const char* value, int code) {
   return 0;
 }
 
-std::string Decompose(kx_object* obj, int embed) {
-  std::string text;
-  if (Kfx_Decomp_Obj(obj, AppendPair, &text, embed) != 0) text.clear();
-  return text;
-}
-
-// Opens a response, nothing else: a link or a fifo of that name is somebody's
-// trap.
-UniqueFd OpenRegular(const std::string& path) {
-  UniqueFd fd(Kut_open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
-  struct stat st;
-  if (fd.valid() && (fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode))) {
-    fd.reset();
-    errno = EINVAL;
-  }
-  return fd;
-}
-
 Status WriteNew(const std::string& path, const std::string& text) {
   UniqueFd fd(Kut_open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW,
                        kCommandMode));
@@ -92,8 +73,11 @@ Deadline After(int seconds) {
   return seconds == 0 ? -1 : NowMs() + seconds * 1000LL;
 }
 
-std::string TextForm(kx_object* obj) { return Decompose(obj, 0); }
-std::string TextFormWithFiles(kx_object* obj) { return Decompose(obj, 1); }
+std::string TextForm(kx_object* obj) {
+  std::string text;
+  if (Kfx_Decomp_Obj(obj, AppendPair, &text, 0) != 0) text.clear();
+  return text;
+}
 
 bool IsExchangeName(const std::string& name) {
   constexpr char kPattern[] = "dddd-ddd";
@@ -106,7 +90,7 @@ bool IsExchangeName(const std::string& name) {
 }
 
 Status Exchange::Open(const Place& place) {
-  place_ = place;
+  Attach(place);
   return slot_.Reserve(place);
 }
 
@@ -114,16 +98,16 @@ void Exchange::Close() { slot_.Release(open_ <= 0); }
 
 Status Exchange::Name(kx_object* cmd, std::string* name) {
   int reference;
-  // A response to a command that was given up may still lie there, or come:
-  // its reference is not used again.
-  for (int tries = 0;; ++tries) {
+  for (int tries = 0; tries < kMaxReference; ++tries) {
     if (Status s = slot_.NextReference(&reference); !s.ok()) return s;
     kx::SetNumber(cmd, "sessionid", slot_.session());
     kx::SetNumber(cmd, "reference", reference);
     *name = kx_tmp_name(cmd);
-    if (tries == kMaxReference || (!Taken(*name) && !Waiting(*name))) break;
+    // A response to a command that was given up may still lie there, or come:
+    // its reference is not used again.
+    if (!Taken(*name) && !Waiting(*name)) return {};
   }
-  return {};
+  return {krt_system, place_.spool + ": all references are in use"};
 }
 
 Status Exchange::Send(kx_object* cmd, const std::string& name) {
@@ -181,7 +165,11 @@ Status Exchange::WaitAny(const std::vector<std::string>& names,
     for (size_t i = 0; i < names.size(); ++i) {
       Status s = Take(names[i], wait.unpack_dir, answer);
       if (s.code == krt_timed_out) continue;
-      if (s.ok() && !IsOurs(names[i], answer->get())) continue;
+      if (s.ok() && !IsOurs(names[i], answer->get())) {
+        // Whoever gives up the wait must not find it in the answer's place.
+        answer->reset();
+        continue;
+      }
       if (SlotOfName(names[i], '-') == slot_.number()) --open_;
       *which = i;
       return s;
@@ -195,7 +183,8 @@ Status Exchange::WaitAny(const std::vector<std::string>& names,
 Status Exchange::Take(const std::string& name, const char* unpack_dir,
                       kx::Object* answer) {
   const std::string path = place_.spool + "/" + name + ".rsp";
-  UniqueFd fd = OpenRegular(path);
+  // A link or a fifo of that name is somebody's trap.
+  UniqueFd fd(Kut_open_regular(AT_FDCWD, path.c_str(), O_NOFOLLOW));
   if (!fd.valid()) {
     if (errno == ENOENT) return {krt_timed_out, name + ": no answer yet"};
     return SystemFailure(krt_io, path);
@@ -227,13 +216,11 @@ bool Exchange::Waiting(const std::string& name) const {
 }
 
 bool Exchange::Taken(const std::string& name) const {
-  const std::unique_ptr<DIR, int (*)(DIR*)> dir(opendir(place_.spool.c_str()),
-                                                closedir);
-  if (dir == nullptr) return false;
-  while (const dirent* entry = readdir(dir.get())) {
-    const std::string file = entry->d_name;
-    if (file.compare(0, name.size() + 1, name + ".") == 0 &&
-        file != name + ".cmd") {
+  DirReader dir;
+  if (dir.Open(place_.spool.c_str()) != 0) return false;
+  while (const char* entry = dir.Next()) {
+    const std::string file = entry;
+    if (file.starts_with(name + ".") && file != name + ".cmd") {
       return true;
     }
   }

@@ -32,14 +32,15 @@ struct WaitFor {
 
 class Exchange {
  public:
-  // Says where, for callers that only take responses.
+  // Says where; enough for callers that only take responses.
   void Attach(const Place& place) { place_ = place; }
-  // Reserves the session number.
+  // The same, and reserves the session number.
   Status Open(const Place& place);
   // Gives the number back; what is still unanswered keeps its files.
   void Close();
 
-  // Fills in session and reference of the next command, and says its name.
+  // Fills in session and reference of the next command, and says its name, of
+  // which nothing is in the spool. krt_system when there is no such name.
   Status Name(kx_object* cmd, std::string* name);
   // Sends a command that has its name.
   Status Send(kx_object* cmd, const std::string& name);
@@ -60,8 +61,6 @@ class Exchange {
   bool Waiting(const std::string& name) const;
   bool Taken(const std::string& name) const;
 
-  const std::string& spool() const { return place_.spool; }
-
  private:
   bool IsOurs(const std::string& name, kx_object* answer) const;
   void Watch();
@@ -75,10 +74,9 @@ class Exchange {
 
 // Whether a text is the name of an exchange, "NNNN-RRR".
 bool IsExchangeName(const std::string& name);
-// The object in text form, as a command file holds it.
+// The object in text form, as a command file holds it; "" on failure
+// (kx_errno).
 std::string TextForm(kx_object* obj);
-// The same with the contents of the files that it names.
-std::string TextFormWithFiles(kx_object* obj);
 
 }  // namespace client
 

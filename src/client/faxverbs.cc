@@ -2,13 +2,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <climits>
-#include <cstdlib>
-
 #include "client/actions.h"
 #include "client/app.h"
 #include "client/files.h"
-#include "client/format.h"
 #include "client/lists.h"
 #include "client/staging.h"
 #include "cm/cmpaths.h"
@@ -44,26 +40,10 @@ Status OpenFetched(kx_object* answer, const PrivateDir& dir, UniqueFd* fd) {
   const std::string path =
       kx::TextOrEmpty(kx::Child(answer, "objptr"), "pathname");
   if (path.empty()) return {krt_internal, "the answer names no file"};
-  const bool unpacked =
-      path.compare(0, dir.path().size() + 1, dir.path() + "/") == 0;
-  fd->reset(Kut_open(path.c_str(),
-                     O_RDONLY | O_NONBLOCK | (unpacked ? O_NOFOLLOW : 0)));
+  const bool unpacked = path.starts_with(dir.path() + "/");
+  fd->reset(
+      Kut_open_regular(AT_FDCWD, path.c_str(), unpacked ? O_NOFOLLOW : 0));
   if (!fd->valid()) return SystemFailure(krt_io, path);
-  return {};
-}
-
-// Puts the file where the user wants it, in one step.
-Status StoreFetched(int from, const std::string& target,
-                    const PrivateDir& dir) {
-  if (target == "-") return CopyAll(from, STDOUT_FILENO, target);
-  const std::string temporary = dir.path() + "/.fetched";
-  const UniqueFd fd(
-      Kut_open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0666));
-  if (!fd.valid()) return SystemFailure(krt_cannot_create, target);
-  if (Status s = CopyAll(from, fd.get(), target); !s.ok()) return s;
-  if (rename(temporary.c_str(), target.c_str()) != 0) {
-    return SystemFailure(krt_cannot_create, target);
-  }
   return {};
 }
 
@@ -117,17 +97,19 @@ void RunFaxGet(App& app) {
                     target + " exists; --yes replaces it");
   }
   PrivateDir dir;
-  const std::string parent =
-      target == "-" ? TemporaryParent() : ParentOf(target);
   if (!app.dry_run()) {
-    if (Status s = dir.Make(parent); !s.ok()) return app.Fail(name, s);
+    if (Status s = dir.Make(TemporaryParent()); !s.ok()) {
+      return app.Fail(name, s);
+    }
   }
   const kx::Object answer =
       app.Call(name, "cmd-imgret", std::move(info), dir.path().c_str());
   if (answer == nullptr) return;
   UniqueFd fd;
   Status s = OpenFetched(answer.get(), dir, &fd);
-  if (s.ok()) s = StoreFetched(fd.get(), target, dir);
+  const auto copy = [&](int to) { return CopyAll(fd.get(), to, name); };
+  if (s.ok())
+    s = target == "-" ? copy(STDOUT_FILENO) : ReplaceFile(target, copy);
   if (!s.ok()) return app.Fail(name, s);
   if (target == "-") return;
   kx_object* file = kx::Child(answer.get(), "objptr");
@@ -178,16 +160,12 @@ void RunFaxRoute(App& app) {
     // The last one moves it: until then it must still be there.
     const bool move =
         app.Has("move") && i + 1 == app.args() && app.worst() == 0;
-    kx::Object shown(Kfx_Copy_Obj(route.get()));
     std::string subject = name;
     subject.append(" ").append(user);
-    if (app.Call(subject, move ? "cmd-fwdfax" : "cmd-copyfax",
-                 std::move(route)) == nullptr) {
-      continue;
-    }
     std::string done = name;
     done.append(move ? " moved to " : " copied to ").append(user);
-    app.out().Done(shown.get(), done);
+    app.Perform(subject, move ? "cmd-fwdfax" : "cmd-copyfax", std::move(route),
+                done);
   }
 }
 

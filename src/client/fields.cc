@@ -25,10 +25,6 @@ const char* GroupOf(const char* field) {
   return "";
 }
 
-bool BeginsWith(const std::string& text, const std::string& start) {
-  return text.compare(0, start.size(), start) == 0;
-}
-
 // Whether a text is one of the field's kind in full; the object library itself
 // takes the number at the beginning of any text.
 bool Converts(const kx_fielddef& field, const std::string& text) {
@@ -43,7 +39,7 @@ bool Converts(const kx_fielddef& field, const std::string& text) {
     case kx_typ_time:
       return Kfx_Str_To_Time(text.c_str()) != -1;
     case kx_typ_enum:
-      return BeginsWith(text, GroupOf(field.name)) &&
+      return text.starts_with(GroupOf(field.name)) &&
              Kfx_Str_To_Enum(text.c_str()) != -1;
     default:
       return true;
@@ -76,7 +72,7 @@ std::string WhyNoValue(const kx_fielddef& field, const std::string& text) {
 
 std::string EnumName(const char* field, const std::string& text) {
   const std::string group = GroupOf(field);
-  return BeginsWith(text, group) ? text : group + text;
+  return text.starts_with(group) ? text : group + text;
 }
 
 }  // namespace client

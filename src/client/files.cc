@@ -12,6 +12,7 @@
 
 #include "client/fields.h"
 #include "kx/kxtext.h"
+#include "util/kutfile.h"
 #include "util/kutstr.h"
 
 namespace client {
@@ -129,23 +130,9 @@ std::string TemporaryParent() {
   return dir != nullptr && *dir != '\0' ? dir : "/tmp";
 }
 
-std::string ParentOf(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  if (slash == path.npos) return ".";
-  return slash == 0 ? "/" : path.substr(0, slash);
-}
-
 Status CopyAll(int from, int to, const std::string& what) {
-  std::vector<char> block(kBlock);
-  for (off_t at = 0;;) {
-    const ssize_t size = Kut_pread_full(from, block.data(), kBlock, at);
-    if (size < 0) return SystemFailure(krt_io, what);
-    if (size == 0) return {};
-    at += size;
-    if (Kut_write_full(to, block.data(), static_cast<size_t>(size)) != 0) {
-      return SystemFailure(krt_io, "copy of " + what);
-    }
-  }
+  if (lseek(from, 0, SEEK_SET) == 0 && Kut_copy_bytes(from, to) == 0) return {};
+  return SystemFailure(krt_io, "copy of " + what);
 }
 
 Status SpoolStream(int from, const std::string& dir, UniqueFd* file) {
@@ -153,16 +140,8 @@ Status SpoolStream(int from, const std::string& dir, UniqueFd* file) {
   file->reset(mkostemp(path.data(), O_CLOEXEC));
   if (!file->valid()) return SystemFailure(krt_cannot_create, dir);
   unlink(path.c_str());
-  std::vector<char> block(kBlock);
-  for (;;) {
-    const ssize_t size = Kut_read_full(from, block.data(), kBlock);
-    if (size < 0) return SystemFailure(krt_io, "standard input");
-    if (size == 0) return {};
-    if (Kut_write_full(file->get(), block.data(), static_cast<size_t>(size)) !=
-        0) {
-      return SystemFailure(krt_io, dir);
-    }
-  }
+  if (Kut_copy_bytes(from, file->get()) == 0) return {};
+  return SystemFailure(krt_io, "copy of standard input in " + dir);
 }
 
 Status ReadWhole(const std::string& path, std::string* content) {
@@ -185,21 +164,28 @@ Status ReadWhole(const std::string& path, std::string* content) {
   }
 }
 
-Status WriteWhole(const std::string& path, const std::string& content) {
-  std::string temporary = path + ".XXXXXX";
-  UniqueFd fd(mkostemp(temporary.data(), O_CLOEXEC));
-  if (!fd.valid()) return SystemFailure(krt_cannot_create, path);
-  // A temporary file is private; this one gets the mode of an ordinary one.
-  const mode_t mask = umask(0);
-  umask(mask);
-  if (fchmod(fd.get(), 0666 & ~mask) == 0 &&
-      Kut_write_full(fd.get(), content.data(), content.size()) == 0 &&
-      rename(temporary.c_str(), path.c_str()) == 0) {
-    return {};
+Status ReplaceFile(const std::string& path,
+                   const std::function<Status(int fd)>& write) {
+  struct stat st;
+  if (stat(path.c_str(), &st) == 0 && !S_ISREG(st.st_mode)) {
+    const UniqueFd fd(Kut_open(path.c_str(), O_WRONLY | O_NOCTTY));
+    if (!fd.valid()) return SystemFailure(krt_cannot_create, path);
+    return write(fd.get());
   }
-  Status failed = SystemFailure(krt_io, path);
-  unlink(temporary.c_str());
-  return failed;
+  FileReplacer file;
+  if (file.Open(path.c_str(), 0666) != 0 || file.KeepAttributes() != 0) {
+    return SystemFailure(krt_cannot_create, path);
+  }
+  if (Status s = write(file.fd()); !s.ok()) return s;
+  if (file.Commit() != 0) return SystemFailure(krt_io, path);
+  return {};
+}
+
+Status WriteWhole(const std::string& path, const std::string& content) {
+  return ReplaceFile(path, [&](int fd) -> Status {
+    if (Kut_write_full(fd, content.data(), content.size()) == 0) return {};
+    return SystemFailure(krt_io, path);
+  });
 }
 
 Status ParseObject(const std::string& text, const char* type, kx::Object* obj) {

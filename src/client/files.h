@@ -2,7 +2,7 @@
 #ifndef CLIENT_FILES_H_
 #define CLIENT_FILES_H_
 
-#include <cstdio>
+#include <functional>
 #include <string>
 
 #include "client/status.h"
@@ -32,16 +32,19 @@ class PrivateDir {
 
 // The folder for temporary files: TMPDIR, else /tmp.
 std::string TemporaryParent();
-// The folder that a path is in.
-std::string ParentOf(const std::string& path);
 
-// Copies everything from the beginning of `from` to where `to` is.
+// Copies everything from the beginning of the file `from` to where `to` is.
 Status CopyAll(int from, int to, const std::string& what);
 // Copies a stream that cannot be read twice into a file without a name.
 Status SpoolStream(int from, const std::string& dir, UniqueFd* file);
 // The content of a file, "-" for standard input.
 Status ReadWhole(const std::string& path, std::string* content);
-// Writes a file in one step; an earlier one stays until then.
+// Has `write` write a file to the descriptor that it is given. It takes the
+// place of an earlier one, whose permissions it keeps, in one step and when all
+// of it is written. What is no regular file, a device or a pipe, is written to
+// as it is.
+Status ReplaceFile(const std::string& path,
+                   const std::function<Status(int fd)>& write);
 Status WriteWhole(const std::string& path, const std::string& content);
 
 // Reads one object in text form. Other than the object library, which skips

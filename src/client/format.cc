@@ -171,9 +171,12 @@ std::string Shorten(const std::string& text, size_t width) {
 }
 
 std::string Printable(std::string text) {
-  for (char& c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x20 || byte == 0x7F) c = '?';
+  for (size_t i = 0; i < text.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    if (byte < 0x20 || byte == 0x7F) text[i] = '?';
+    // U+0080 to U+009F, which terminals obey as well.
+    const bool late = byte >= 0x80 && byte < 0xA0;
+    if (late && i > 0 && text[i - 1] == '\xC2') text.replace(--i, 2, "?");
   }
   return text;
 }

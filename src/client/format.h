@@ -33,8 +33,8 @@ bool SplitPair(const std::string& text, std::string* name, std::string* value);
 size_t Width(const std::string& text);
 // The text cut to so many columns, its last an ellipsis.
 std::string Shorten(const std::string& text, size_t width);
-// Control characters as "?": what a server or a file says cannot command the
-// terminal.
+// Control characters, those above ASCII too, as "?": what a server or a file
+// says cannot command the terminal.
 std::string Printable(std::string text);
 std::string Lower(std::string text);
 

@@ -1,5 +1,4 @@
 // help, and --help with a verb
-#include <algorithm>
 #include <cstring>
 
 #include "client/actions.h"

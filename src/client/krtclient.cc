@@ -31,7 +31,7 @@ int Guarded(krt_client* client, Function function) {
   try {
     return Fail(client, function());
   } catch (const std::bad_alloc&) {
-    client->last.text.clear();
+    client->last.text = kNoMemory;  // short: needs none
     return client->last.code = krt_system;
   }
 }
@@ -114,7 +114,10 @@ int krt_send(krt_client* client, kx_object* command, char* name) {
 
 int krt_wait(krt_client* client, const char* name, kx_object** answer) {
   *answer = nullptr;
-  return Guarded(client, [&] {
+  return Guarded(client, [&]() -> Status {
+    if (name == nullptr || !client::IsExchangeName(name)) {
+      return {krt_usage, "no name of an exchange"};
+    }
     kx::Object object;
     size_t which;
     Status s = client->link.WaitAny({name}, nullptr, &which, &object, nullptr);

@@ -83,7 +83,8 @@ int krt_call_unpack(krt_client *client, kx_object *command,
  * (at least 16 bytes). */
 int krt_send(krt_client *client, kx_object *command, char *name);
 /* Waits for the answer to a command that krt_send sent, or that was given up
- * with krt_unknown. */
+ * with krt_unknown; the results are krt_call's. krt_usage for what is no
+ * name. */
 int krt_wait(krt_client *client, const char *name, kx_object **answer);
 
 /* The text for the last failure, "" after success. */

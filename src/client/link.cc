@@ -84,6 +84,7 @@ Status Link::Open(const krt_options& options, const char* defaults_file) {
       !s.ok()) {
     return s;
   }
+  exchange_.Attach(place_);
   return FindIdentity(options.user, &identity_);
 }
 
@@ -143,7 +144,8 @@ Status Link::WaitAny(const std::vector<std::string>& names,
   }
   if (s.code != krt_timed_out && s.code != krt_interrupted) return s;
   Status gave_up = GiveUp(names, s, left);
-  if (gave_up.code != krt_unknown) return gave_up;
+  // Of several, others have been withdrawn: the wait is over.
+  if (gave_up.code != krt_unknown || names.size() > 1) return gave_up;
   // The answer may have come between the last look and the withdrawal.
   s = exchange_.WaitAny(names, {NowMs(), -1, unpack_dir}, which, answer);
   return s.code == krt_timed_out ? gave_up : s;
@@ -178,7 +180,6 @@ Status Link::GiveUp(const std::vector<std::string>& names, const Status& why,
 
 Status Link::Collect(const std::string& name, const char* unpack_dir,
                      kx::Object* answer) {
-  exchange_.Attach(place_);
   size_t which;
   const WaitFor wait{After(timeout_), cancel_fd_, unpack_dir};
   Status s = exchange_.WaitAny({name}, wait, &which, answer);

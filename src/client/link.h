@@ -39,6 +39,8 @@ class Link {
   // up: withdrawn where possible. The status then is krt_timed_out,
   // krt_interrupted or krt_unavailable if none of them was or will be executed,
   // else krt_unknown; `left` (may be null) receives those with unknown outcome.
+  // Any other status but krt_ok is about the answer of `which` alone, which
+  // came and cannot be read.
   Status WaitAny(const std::vector<std::string>& names, const char* unpack_dir,
                  size_t* which, kx::Object* answer,
                  std::vector<std::string>* left);
@@ -49,9 +51,6 @@ class Link {
 
   const Place& place() const { return place_; }
   const Identity& identity() const { return identity_; }
-  Exchange& exchange() { return exchange_; }
-  int timeout() const { return timeout_; }
-  int cancel_fd() const { return cancel_fd_; }
 
  private:
   Status EnsureOpen();

@@ -1,13 +1,10 @@
 // krtctl: the command line client.
-#include <clocale>
 #include <cstdio>
 #include <new>
 
 #include "client/app.h"
 
 int main(int argc, char** argv) {
-  std::setlocale(LC_CTYPE, "");
-  client::CatchSignals();
   try {
     return client::App().Run(argc, argv);
   } catch (const std::bad_alloc&) {

@@ -63,9 +63,7 @@ void RunMsgRm(App& app) {
   for (const std::string& name : app.line().args) {
     kx::Object resource = MessageName(app, name);
     if (resource == nullptr) continue;
-    kx::Object shown(Kfx_Copy_Obj(resource.get()));
-    if (app.Call(name, "cmd-msgdel", std::move(resource)) == nullptr) continue;
-    app.out().Done(shown.get(), name + " deleted");
+    app.Perform(name, "cmd-msgdel", std::move(resource), name + " deleted");
   }
 }
 

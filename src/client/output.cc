@@ -1,6 +1,7 @@
 #include "client/output.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -75,6 +76,35 @@ std::string CodeInWords(const char* field, const char* text) {
     return std::strcmp(words, "?") == 0 ? text : words;
   }
   return text;
+}
+
+// A field as people read it: enums without their prefix, times, results and
+// priorities in words. Empty when it is unset.
+std::string HumanValue(kx_object* obj, const char* field, bool terminal) {
+  const int type = Kfx_Field_Type(obj, field);
+  if (type == -1 || type == kx_typ_data || type == kx_typ_obj ||
+      type == kx_typ_list) {
+    return "";
+  }
+  const char* text = kx::Text(obj, field);
+  if (text == nullptr) return "";
+  switch (type) {
+    case kx_typ_enum: {
+      const char* dash = std::strchr(text, '-');
+      return dash != nullptr ? dash + 1 : text;
+    }
+    case kx_typ_bool:
+      return std::strcmp(text, "true") == 0 ? "yes" : "no";
+    case kx_typ_time: {
+      const time_t t = kx::Time(obj, field);
+      return terminal ? LocalTime(t) : FullTime(t);
+    }
+    case kx_typ_word:
+    case kx_typ_long:
+      return CodeInWords(field, text);
+    default:
+      return Printable(text);
+  }
 }
 
 // What a person has as one number is four fields.
@@ -196,33 +226,6 @@ void AppendDetails(kx_object* obj, const std::string& indent, bool terminal,
 
 }  // namespace
 
-std::string HumanValue(kx_object* obj, const char* field, bool terminal) {
-  const int type = Kfx_Field_Type(obj, field);
-  if (type == -1 || type == kx_typ_data || type == kx_typ_obj ||
-      type == kx_typ_list) {
-    return "";
-  }
-  const char* text = kx::Text(obj, field);
-  if (text == nullptr) return "";
-  switch (type) {
-    case kx_typ_enum: {
-      const char* dash = std::strchr(text, '-');
-      return dash != nullptr ? dash + 1 : text;
-    }
-    case kx_typ_bool:
-      return std::strcmp(text, "true") == 0 ? "yes" : "no";
-    case kx_typ_time: {
-      const time_t t = kx::Time(obj, field);
-      return terminal ? LocalTime(t) : FullTime(t);
-    }
-    case kx_typ_word:
-    case kx_typ_long:
-      return CodeInWords(field, text);
-    default:
-      return Printable(text);
-  }
-}
-
 void Output::Json(const std::string& value) {
   if (options_.many) Raw(count_ == 0 ? "[" : ",\n ");
   Raw(value);
@@ -301,14 +304,23 @@ void Output::Line(const std::string& line) {
 }
 
 void Output::Raw(const std::string& text) {
-  std::fwrite(text.data(), 1, text.size(), stdout);
+  const bool good =
+      std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+  if (!good && error_ == 0) error_ = errno;
+  written_ = true;
 }
 
-bool Output::Finish() {
+int Output::Flush() {
+  if (std::fflush(stdout) != 0 && error_ == 0) error_ = errno;
+  return error_;
+}
+
+int Output::Finish() {
   if (options_.form == Form::kJson && options_.many) {
-    Raw(count_ == 0 ? "[]\n" : "]\n");
+    // A dry run prints command files instead of results.
+    if (count_ > 0 || !written_) Raw(count_ > 0 ? "]\n" : "[]\n");
   }
-  return std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+  return Flush();
 }
 
 std::string Output::Painted(const std::string& text, Paint paint) const {

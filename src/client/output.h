@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "client/format.h"
 #include "client/json.h"
 #include "kx/kfx.h"
 
@@ -20,7 +21,7 @@ enum class Form { kHuman, kJson, kText };
 
 struct OutputOptions {
   Form form = Form::kHuman;
-  bool many = false;
+  bool many = false;  // JSON: the results are an array
   bool quiet = false;
   bool color = false;
   bool terminal = false;
@@ -46,10 +47,10 @@ class Output {
   // The same for what went well and has nothing to show: no line with --quiet.
   void Done(kx_object* obj, const std::string& line,
             const std::vector<JsonMember>& more = {}) {
-    Result(obj, options_.quiet ? "" : line, more);
+    Result(obj, options_.quiet ? "" : Printable(line), more);
   }
   void Done(const std::vector<JsonMember>& members, const std::string& line) {
-    Result(members, options_.quiet ? "" : line);
+    Result(members, options_.quiet ? "" : Printable(line));
   }
   // A result as a line a field.
   void Details(kx_object* obj);
@@ -62,8 +63,11 @@ class Output {
   void Line(const std::string& line);
   // Bytes as they are, whatever the form.
   void Raw(const std::string& text);
-  // Ends the results. False when something could not be written.
-  [[nodiscard]] bool Finish();
+  // Brings out what is buffered. 0, or the error number of the first write that
+  // failed.
+  int Flush();
+  // Ends the results; the result is Flush's.
+  [[nodiscard]] int Finish();
 
   std::string Painted(const std::string& text, Paint paint) const;
 
@@ -71,12 +75,10 @@ class Output {
   void Json(const std::string& value);
 
   OutputOptions options_;
-  int count_ = 0;  // JSON values so far
+  int count_ = 0;         // JSON values so far
+  bool written_ = false;  // anything at all
+  int error_ = 0;         // of the first write that failed
 };
-
-// A field as people read it: enums without their prefix, times, results and
-// priorities in words. Empty when it is unset.
-std::string HumanValue(kx_object* obj, const char* field, bool terminal);
 
 }  // namespace client
 

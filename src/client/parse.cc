@@ -260,7 +260,7 @@ const char* Nearest(const std::string& word,
                          std::min(word.size(), candidate.size());
     // The lengths alone put them so far apart, and a word may be very long.
     size_t distance = apart < best ? Distance(word, candidate) : best;
-    if (word.size() >= 3 && candidate.compare(0, word.size(), word) == 0) {
+    if (word.size() >= 3 && candidate.starts_with(word)) {
       distance = 1;
     }
     if (distance < best) {

@@ -1,6 +1,5 @@
 // pb group list, show, add, edit, rm, join, leave
 #include "client/actions.h"
-#include "client/format.h"
 #include "client/pbook.h"
 
 namespace client {
@@ -60,22 +59,6 @@ void SendMembers(App& app, int pbcmd, const char* done) {
     app.out().Done(shown.get(), alias + " " + done + " " +
                                     kx::TextOrEmpty(group.get(), "galias"));
   }
-}
-
-void ShowEntries(App& app, kx::Object pbcom) {
-  if (pbcom == nullptr) return;
-  if (app.dry_run()) {
-    kx::SetNumber(pbcom.get(), "pbmax", kPage);
-    kx::SetEnum(pbcom.get(), "rcmd", kx_pbc_first);
-    CallBook(app, "", std::move(pbcom));
-    return;
-  }
-  kx::ListBuilder found;
-  ForEachEntry(app, std::move(pbcom), [&](kx_object* entry) {
-    found.Append(kx::Object(Kfx_Copy_Obj(entry)));
-    return true;
-  });
-  app.out().Table(found.head());
 }
 
 }  // namespace

@@ -96,11 +96,12 @@ void ImportPersons(App& app, const std::string& text) {
   ImportCount count;
   const std::string on_duplicate = app.ValueOr("on-duplicate", "reject");
   if (NeedsAliases(file)) {
-    const std::string from = app.ValueOr("alias-from", "name");
+    const std::string given = app.ValueOr("alias-from", "name");
+    const char* from = FindPersonName(given);
     std::set<std::string> used;
-    if (FindPersonName(from) == nullptr) {
+    if (from == nullptr) {
       return app.Fail(krt_usage, "",
-                      "--alias-from: unknown field \"" + from + "\"");
+                      "--alias-from: unknown field \"" + given + "\"");
     }
     if (!app.dry_run() && !ReadAliases(app, &used)) return;
     MakeAliases(&file, from, &used);
@@ -179,33 +180,36 @@ void ImportGroups(App& app, const std::string& text) {
   ReportImport(app, rows.size() - 1, count);
 }
 
-// Groups with their members as CSV; false after reporting.
-bool ExportGroups(App& app, std::string* text, int* count) {
-  *text = CsvLine(kGroupHeading);
-  std::vector<std::pair<std::string, std::string>> groups;
+// Groups with their members as CSV or JSON; false after reporting.
+bool ExportGroups(App& app, bool json, std::string* text, int* count) {
+  kx::ListBuilder groups;
   if (!ForEachEntry(app, BookCommand(app, kx_pbc_lstgrp), [&](kx_object* g) {
-        groups.emplace_back(kx::TextOrEmpty(g, "galias"),
-                            kx::TextOrEmpty(g, "gdesc"));
-        return true;
+        return groups.Append(kx::Object(Kfx_Copy_Obj(g)));
       })) {
     return false;
   }
-  for (const auto& group : groups) {
-    const std::string& alias = group.first;
-    const std::string& description = group.second;
+  *text = CsvLine(kGroupHeading);
+  std::vector<std::string> elements;
+  for (kx_object* group : kx::Elements(groups.head())) {
+    const std::string alias = kx::TextOrEmpty(group, "galias");
+    const std::string description = kx::TextOrEmpty(group, "gdesc");
     kx::Object pbcom = BookCommand(app, kx_pbc_lstmbg);
     kx::SetText(pbcom.get(), "pbkey", alias.c_str());
     // The group itself, so that one without members is not lost.
     *text += CsvLine({alias, description, ""});
-    ++*count;
+    std::vector<std::string> members;
     if (!ForEachEntry(app, std::move(pbcom), [&](kx_object* person) {
-          *text +=
-              CsvLine({alias, description, kx::TextOrEmpty(person, "palias")});
+          const std::string member = kx::TextOrEmpty(person, "palias");
+          *text += CsvLine({alias, description, member});
+          members.push_back(JsonString(member));
           return true;
         })) {
       return false;
     }
+    elements.push_back(ToJson(group, {{"members", JsonArray(members)}}));
   }
+  *count = groups.count();
+  if (json) *text = JsonArray(elements) + "\n";
   return true;
 }
 
@@ -217,10 +221,9 @@ std::string PersonLine(kx_object* person) {
   return CsvLine(cells);
 }
 
-bool ExportPersons(App& app, const std::string& path, std::string* text,
-                   int* count) {
+bool ExportPersons(App& app, const std::string& path, bool json,
+                   std::string* text, int* count) {
   const bool vcard = IsVcard(app, path, "");
-  const bool json = path == "-" && app.out().options().form == Form::kJson;
   const std::string version = app.ValueOr("vcard-version", "4.0");
   std::vector<std::string> elements;
   if (!vcard) {
@@ -257,9 +260,11 @@ void RunPbExport(App& app) {
   const std::string path = app.args() > 0 ? app.arg(0) : "-";
   std::string text;
   int count = 0;
-  const bool good = app.Has("groups") ? ExportGroups(app, &text, &count)
-                                      : ExportPersons(app, path, &text, &count);
-  if (!good) return;
+  const bool json = path == "-" && app.out().options().form == Form::kJson;
+  if (!(app.Has("groups") ? ExportGroups(app, json, &text, &count)
+                          : ExportPersons(app, path, json, &text, &count))) {
+    return;
+  }
   if (path == "-") return app.out().Raw(text);
   if (Status s = WriteWhole(path, text); !s.ok()) return app.Fail("", s);
   const std::string what = app.Has("groups") ? " groups" : " persons";

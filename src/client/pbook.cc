@@ -30,20 +30,33 @@ kx::Object BookOf(kx::Object answer) {
   return kx::Object(pbcom == nullptr ? nullptr : Kfx_Copy_Obj(pbcom));
 }
 
-// Sends a phone-book command whose refusals the caller looks at: its result.
-// -1: not answered, which has been reported.
-int Ask(App& app, kx::Object pbcom, kx::Object* book) {
-  if (!app.Connect()) return -1;
-  kx::Object cmd = app.link().Command("cmd-pbcmd", std::move(pbcom));
+// Sends a phone-book command whose refusal the caller looks at: the answer, or
+// null when there is none, which has been reported.
+kx::Object Ask(App& app, kx::Object pbcom) {
+  if (!app.Connect()) return nullptr;
+  const kx::Object cmd = app.link().Command("cmd-pbcmd", std::move(pbcom));
   kx::Object answer;
   Status s = app.link().Call(cmd.get(), nullptr, &answer);
-  if (answer == nullptr) {
-    app.Fail("", s);
-    return -1;
+  if (answer == nullptr) app.Fail("", s);
+  return answer;
+}
+
+// What an answer of Ask says of an alias: 1: it is there, 0: it is not, -1:
+// the command failed, which has been reported.
+int IsThere(App& app, const std::string& alias, kx_object* answer) {
+  if (answer == nullptr) return -1;
+  switch (kx::Number(answer, "result")) {
+    case kx_err_person:
+    case kx_err_group:
+    case kx_err_no_book:
+      return 0;
+    default:
+      return app.Accepted("@" + alias, answer) ? 1 : -1;
   }
-  const int result = kx::Number(answer.get(), "result");
-  *book = BookOf(std::move(answer));
-  return result;
+}
+
+kx_object* ContentOf(const kx::Object& answer) {
+  return kx::Child(kx::Child(answer.get(), "objptr"), "objptr");
 }
 
 kx::Object AliasCommand(App& app, int pbcmd, int kind,
@@ -55,46 +68,46 @@ kx::Object AliasCommand(App& app, int pbcmd, int kind,
                                                      : nullptr;
 }
 
-void AddDestination(kx_object* person, kx::ListBuilder* list) {
+// Adds a person's number; that there is none is reported.
+bool AddDestination(App& app, kx_object* person, kx::ListBuilder* list) {
+  const std::string number = PersonText(person, "fax");
+  if (number.empty()) {
+    app.Fail(krt_bad_data, std::string("@") + kx::TextOrEmpty(person, "palias"),
+             "the person has no fax number");
+    return false;
+  }
   kx::Object dest = kx::Build("obj-dest");
-  kx::SetText(dest.get(), "tofnum", PersonText(person, "fax").c_str());
+  kx::SetText(dest.get(), "tofnum", number.c_str());
   // Both names together may be one character too long.
   if (kx::SetText(dest.get(), "toname", PersonText(person, "name").c_str()) !=
       0) {
     kx::SetText(dest.get(), "toname", kx::Text(person, "lname"));
   }
   kx::SetText(dest.get(), "tocomp", kx::Text(person, "company"));
-  list->Append(std::move(dest));
+  return list->Append(std::move(dest));
 }
 
-// Looks an alias up in one book. 1: found, 0: not there, -1: failed.
+// Looks an alias up in one book. 1: found, 0: not there, -1: failed, which has
+// been reported. A group's members without a number do not hold the others.
 int LookUpIn(App& app, int kind, const std::string& alias,
              kx::ListBuilder* list) {
   kx::Object pbcom = AliasCommand(app, kx_pbc_perget, kind, alias);
-  kx::Object book;
   if (pbcom == nullptr) return -1;
-  int result = Ask(app, std::move(pbcom), &book);
-  if (result == 0) {
-    kx_object* person = kx::Child(book.get(), "objptr");
-    if (PersonText(person, "fax").empty()) {
-      app.Fail(krt_bad_data, "@" + alias, "the person has no fax number");
-      return -1;
-    }
-    AddDestination(person, list);
-    return 1;
-  }
-  if (result == -1) return -1;
+  kx::Object answer = Ask(app, std::move(pbcom));
+  int found = IsThere(app, alias, answer.get());
+  if (found == 1) return AddDestination(app, ContentOf(answer), list) ? 1 : -1;
+  if (found == -1) return -1;
   pbcom = BookCommand(app, kx_pbc_lstmbg);
   kx::SetEnum(pbcom.get(), "pbtype", kind);
   kx::SetText(pbcom.get(), "pbkey", alias.c_str());
   kx::SetEnum(pbcom.get(), "rcmd", kx_pbc_first);
-  result = Ask(app, std::move(pbcom), &book);
-  kx_object* members = result == 0 ? kx::Child(book.get(), "objptr") : nullptr;
-  for (kx_object* person : kx::Elements(members)) {
-    if (PersonText(person, "fax").empty()) continue;
-    AddDestination(person, list);
+  answer = Ask(app, std::move(pbcom));
+  found = IsThere(app, alias, answer.get());
+  if (found != 1) return found;
+  for (kx_object* person : kx::Elements(ContentOf(answer))) {
+    AddDestination(app, person, list);
   }
-  return result == -1 ? -1 : members != nullptr ? 1 : 0;
+  return ContentOf(answer) != nullptr ? 1 : 0;
 }
 
 }  // namespace
@@ -119,15 +132,14 @@ kx::Object QueryBook(App& app, const std::string& subject, kx::Object pbcom) {
 kx::Object FetchPerson(App& app, const std::string& alias, bool* absent) {
   kx::Object pbcom = AliasCommand(app, kx_pbc_perget, KindOf(app), alias);
   if (pbcom == nullptr) return nullptr;
-  kx::Object book;
-  if (absent == nullptr) {
-    book = QueryBook(app, alias, std::move(pbcom));
-  } else {
-    const int result = Ask(app, std::move(pbcom), &book);
-    *absent = result == kx_err_person;
+  const kx::Object answer = Ask(app, std::move(pbcom));
+  if (answer == nullptr) return nullptr;
+  if (absent != nullptr) {
+    *absent = kx::Number(answer.get(), "result") == kx_err_person;
+    if (*absent) return nullptr;
   }
-  kx_object* person = kx::Child(book.get(), "objptr");
-  return kx::Object(person == nullptr ? nullptr : Kfx_Copy_Obj(person));
+  if (!app.Accepted(alias, answer.get())) return nullptr;
+  return kx::Object(Kfx_Copy_Obj(ContentOf(answer)));
 }
 
 bool ForEachEntry(App& app, kx::Object pbcom,
@@ -153,6 +165,22 @@ bool ForEachEntry(App& app, kx::Object pbcom,
     kx::SetChild(pbcom.get(), "objptr", nullptr);
     kx::SetEnum(pbcom.get(), "rcmd", kx_pbc_next);
   }
+}
+
+void ShowEntries(App& app, kx::Object pbcom, long max) {
+  if (pbcom == nullptr) return;
+  if (app.dry_run()) {
+    kx::SetNumber(pbcom.get(), "pbmax", kPage);
+    kx::SetEnum(pbcom.get(), "rcmd", kx_pbc_first);
+    CallBook(app, "", std::move(pbcom));
+    return;
+  }
+  kx::ListBuilder found;
+  ForEachEntry(app, std::move(pbcom), [&](kx_object* entry) {
+    found.Append(kx::Object(Kfx_Copy_Obj(entry)));
+    return found.count() < max;
+  });
+  app.out().Table(found.head());
 }
 
 bool LookUpDestinations(App& app, const std::string& alias,

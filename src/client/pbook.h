@@ -5,6 +5,7 @@
 #ifndef CLIENT_PBOOK_H_
 #define CLIENT_PBOOK_H_
 
+#include <climits>
 #include <functional>
 #include <string>
 #include <vector>
@@ -23,8 +24,8 @@ kx::Object BookCommand(App& app, int pbcmd);
 kx::Object CallBook(App& app, const std::string& subject, kx::Object pbcom);
 // The same for what must be known first, --dry-run or not.
 kx::Object QueryBook(App& app, const std::string& subject, kx::Object pbcom);
-// A person as stored, or null: reported, unless `absent` is given, which then
-// says whether there simply is no such person.
+// A person as stored, or null after reporting; where `absent` is given and
+// there simply is no such person, it is set instead.
 kx::Object FetchPerson(App& app, const std::string& alias,
                        bool* absent = nullptr);
 
@@ -33,9 +34,14 @@ kx::Object FetchPerson(App& app, const std::string& alias,
 bool ForEachEntry(App& app, kx::Object pbcom,
                   const std::function<bool(kx_object* entry)>& each);
 
+// Shows the first `max` entries of a list command (null: none) as a table, or
+// sends it once with --dry-run.
+void ShowEntries(App& app, kx::Object pbcom, long max = LONG_MAX);
+
 // Adds an "obj-dest" for the person of that alias, or for each member of the
 // group of that alias: of the book that --book names, or else the user's and
-// then the system's. False after reporting.
+// then the system's. False after reporting; a member without a number is only
+// reported.
 bool LookUpDestinations(App& app, const std::string& alias,
                         kx::ListBuilder* list);
 

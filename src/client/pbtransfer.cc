@@ -199,8 +199,10 @@ class Sender {
       queue_.push_back({&row, kx_pbc_peradd, ""});
     }
     const size_t total = queue_.size();
-    while (!queue_.empty() || !flying_.empty()) {
-      if (!Fill() || !Collect()) return Abandon();
+    for (;;) {
+      if (app_.interrupted() || !Fill()) AbandonQueue();
+      if (flying_.empty()) break;
+      if (!Collect()) Abandon();
       progress_.Show(total - queue_.size() - flying_.size());
     }
   }
@@ -242,17 +244,17 @@ class Sender {
   bool Collect() {
     std::vector<std::string> names;
     for (const Job& job : flying_) names.push_back(job.name);
-    size_t which;
+    size_t which = names.size();
     kx::Object answer;
     Status s = app_.link().WaitAny(names, nullptr, &which, &answer, &unknown_);
-    if (!s.ok()) {
+    if (which == names.size()) {
       app_.Fail("", s);
       return false;
     }
     Job job = flying_[which];
     flying_.erase(flying_.begin() + static_cast<long>(which));
     busy_.erase(Key(job));
-    Judge(job, answer.get());
+    s.ok() ? Judge(job, answer.get()) : Reject(job, s.text);
     return true;
   }
 
@@ -266,19 +268,29 @@ class Sender {
       job.pbcmd = kx_pbc_perupd;
       queue_.push_front(job);
     } else {
-      job.row->reason = Refusal(answer).text;
+      Reject(job, Refusal(answer).text);
     }
+  }
+
+  static void Reject(const Job& job, const std::string& reason) {
+    job.row->reason = reason;
+  }
+
+  // What is under way is still waited for.
+  void AbandonQueue() {
+    for (const Job& job : queue_) Reject(job, "not sent");
+    queue_.clear();
   }
 
   void Abandon() {
     for (const Job& job : flying_) {
       const bool unknown = std::find(unknown_.begin(), unknown_.end(),
                                      job.name) != unknown_.end();
-      job.row->reason =
-          unknown ? "outcome unknown, later: krtctl collect " + job.name
-                  : "not executed";
+      Reject(job, unknown ? "outcome unknown, later: krtctl collect " + job.name
+                          : "not executed");
     }
-    for (const Job& job : queue_) job.row->reason = "not sent";
+    flying_.clear();
+    AbandonQueue();
   }
 
   App& app_;

@@ -82,10 +82,7 @@ bool GiveAlias(App& app, kx_object* person) {
     const kx::Object taken =
         FetchPerson(app, kx::Text(person, "palias"), &absent);
     if (absent) return true;
-    if (taken == nullptr) {
-      app.Fail(krt_refused, "", "cannot look for a free alias; give palias=");
-      return false;
-    }
+    if (taken == nullptr) return false;
   }
 }
 
@@ -108,21 +105,8 @@ void RunPbList(App& app) {
       text != nullptr && !ParseNumber(text, 1, INT_MAX, &max)) {
     return app.Fail(krt_usage, "", "--max: not a number");
   }
-  kx::Object pbcom =
-      PersonsCommand(app, kx_pbc_lstper, kx_pbc_lstprl, "galias");
-  if (pbcom == nullptr) return;
-  if (app.dry_run()) {
-    kx::SetNumber(pbcom.get(), "pbmax", kPage);
-    kx::SetEnum(pbcom.get(), "rcmd", kx_pbc_first);
-    CallBook(app, "", std::move(pbcom));
-    return;
-  }
-  kx::ListBuilder found;
-  ForEachEntry(app, std::move(pbcom), [&](kx_object* person) {
-    found.Append(kx::Object(Kfx_Copy_Obj(person)));
-    return found.count() < max;
-  });
-  app.out().Table(found.head());
+  ShowEntries(app, PersonsCommand(app, kx_pbc_lstper, kx_pbc_lstprl, "galias"),
+              max);
 }
 
 void RunPbFind(App& app) {

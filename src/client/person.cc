@@ -131,9 +131,12 @@ std::string PersonText(kx_object* person, const std::string& name) {
     Kut_strcpyz(record + stored->offset, kx::TextOrEmpty(person, field),
                 static_cast<size_t>(stored->length));
   }
-  char text[KX_PAIR_SIZE] = "";
-  combined->to_text(record, text, sizeof text);
-  return text;
+  char buffer[KX_PAIR_SIZE] = "";
+  combined->to_text(record, buffer, sizeof buffer);
+  // Who has one name only has a blank beside it.
+  std::string text = buffer;
+  text.erase(text.find_last_not_of(' ') + 1);
+  return text.erase(0, text.find_first_not_of(' '));
 }
 
 std::string AliasKey(const std::string& alias) {

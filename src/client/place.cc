@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -14,7 +13,6 @@
 
 #include "cm/cmkrt.h"
 #include "cm/cmpaths.h"
-#include "util/kuterr.h"
 
 namespace client {
 namespace {
@@ -84,12 +82,6 @@ std::string HostName() {
 }
 
 }  // namespace
-
-Status SystemFailure(int code, const std::string& what) {
-  const int error = errno;
-  if (error == EACCES || error == EPERM) code = krt_no_permission;
-  return {code, what + ": " + Kut_strerror(error)};
-}
 
 void ChooseRoot(const char* root, const char* defaults_file, Place* place) {
   const char* variable = getenv("KFAXDIR");

@@ -1,22 +1,22 @@
 // run, raw, collect
-#include <climits>
-
 #include "client/actions.h"
 #include "client/app.h"
 #include "client/files.h"
-#include "client/format.h"
 #include "client/staging.h"
 
 namespace client {
 namespace {
 
-// A folder of the current one for the files that an answer may carry.
+// A folder for the files that an answer may carry, which nobody else keeps once
+// it is taken.
 class Unpacking {
  public:
-  Unpacking() { static_cast<void>(dir_.Make(".")); }
-  const char* path() const {
-    return dir_.path().empty() ? nullptr : dir_.path().c_str();
+  // Makes it in the current folder or, where that cannot be, with the temporary
+  // files.
+  Status Make() {
+    return dir_.Make(".").ok() ? Status() : dir_.Make(TemporaryParent());
   }
+  const char* path() const { return dir_.path().c_str(); }
   // Keeps the folder when something came.
   void Settle(App& app) {
     if (dir_.empty()) return;
@@ -120,6 +120,7 @@ void RunRaw(App& app) {
   if (!app.Connect() || !MaySend(app, cmd.get())) return;
   app.link().Identify(cmd.get());
   Unpacking files;
+  if (Status s = files.Make(); !s.ok()) return app.Fail("", s);
   const kx::Object answer =
       app.Transact("", std::move(cmd), nullptr, files.path());
   if (answer == nullptr) return;
@@ -140,7 +141,8 @@ void RunCollect(App& app) {
     }
     Unpacking files;
     kx::Object answer;
-    Status s = app.link().Collect(name, files.path(), &answer);
+    Status s = files.Make();
+    if (s.ok()) s = app.link().Collect(name, files.path(), &answer);
     if (!s.ok()) {
       app.Fail(name, s);
       continue;

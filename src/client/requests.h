@@ -9,10 +9,6 @@
 
 namespace client {
 
-// The "obj-reqid" of a regular request, or null after reporting that the text
-// is no request number.
-kx::Object RequestId(App& app, const std::string& seqno);
-
 // Waits until all requests have come to their end; each is a result, and a
 // failure where the fax was not sent.
 void AwaitRequests(App& app, const std::vector<std::string>& seqnos);

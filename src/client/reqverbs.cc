@@ -76,6 +76,20 @@ void Judge(App& app, const std::string& seqno, kx_object* status) {
   app.Fail(krt_refused, seqno, cm_result_to_desc(result));
 }
 
+// The "obj-reqid" of a regular request, or null after reporting that the text
+// is no request number.
+kx::Object RequestId(App& app, const std::string& seqno) {
+  long number;
+  if (!ParseNumber(seqno, 0, INT_MAX, &number)) {
+    app.Fail(krt_usage, "", "\"" + seqno + "\" is not a request number");
+    return nullptr;
+  }
+  kx::Object id = kx::Build("obj-reqid");
+  kx::SetNumber(id.get(), "seqno", static_cast<int>(number));
+  kx::SetEnum(id.get(), "reqtype", kx_req_regular);
+  return id;
+}
+
 // Asks for a request's status until it is final.
 kx::Object AwaitRequest(App& app, const std::string& seqno, Deadline deadline) {
   const long long start = NowMs();
@@ -108,25 +122,11 @@ void ForEachRequest(App& app, const char* cmdtype, const char* done) {
   for (const std::string& seqno : app.line().args) {
     kx::Object id = RequestId(app, seqno);
     if (id == nullptr) continue;
-    kx::Object shown(Kfx_Copy_Obj(id.get()));
-    if (app.Call(seqno, cmdtype, std::move(id)) == nullptr) continue;
-    app.out().Done(shown.get(), "request " + seqno + " " + done);
+    app.Perform(seqno, cmdtype, std::move(id), "request " + seqno + " " + done);
   }
 }
 
 }  // namespace
-
-kx::Object RequestId(App& app, const std::string& seqno) {
-  long number;
-  if (!ParseNumber(seqno, 0, INT_MAX, &number)) {
-    app.Fail(krt_usage, "", "\"" + seqno + "\" is not a request number");
-    return nullptr;
-  }
-  kx::Object id = kx::Build("obj-reqid");
-  kx::SetNumber(id.get(), "seqno", static_cast<int>(number));
-  kx::SetEnum(id.get(), "reqtype", kx_req_regular);
-  return id;
-}
 
 void AwaitRequests(App& app, const std::vector<std::string>& seqnos) {
   long seconds = 0;

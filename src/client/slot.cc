@@ -1,6 +1,5 @@
 #include "client/slot.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/random.h>
@@ -13,7 +12,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <memory>
+
+#include "util/kutdir.h"
 
 namespace client {
 namespace {
@@ -36,12 +36,11 @@ unsigned Random() {
 }
 
 bool ReadUsed(const std::string& spool, UsedSlots* used) {
-  const std::unique_ptr<DIR, int (*)(DIR*)> dir(opendir(spool.c_str()),
-                                                closedir);
-  if (dir == nullptr) return false;
+  DirReader dir;
+  if (dir.Open(spool.c_str()) != 0) return false;
   used->reset();
-  while (const dirent* entry = readdir(dir.get())) {
-    const int number = SlotOfName(entry->d_name, '-');
+  while (const char* entry = dir.Next()) {
+    const int number = SlotOfName(entry, '-');
     if (number >= 0) used->set(static_cast<size_t>(number));
   }
   return true;

@@ -36,7 +36,6 @@ class Slot {
   Status Reserve(const Place& place);
   // Takes this number or none; false when somebody else has it.
   bool TryReserve(const Place& place, int number);
-  bool reserved() const { return lock_.valid(); }
   int number() const { return number_; }
   // The session number that goes into commands, `number()` in its last digits.
   int session() const { return session_; }

@@ -5,10 +5,10 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <filesystem>
 
 #include "client/files.h"
 #include "cm/cmfiltp.h"
+#include "util/kutdir.h"
 
 namespace client {
 namespace {
@@ -92,13 +92,13 @@ Status Staging::AddText(const std::string& text, std::string* path) {
 
 void RemoveStaged(const std::string& spool, const std::string& name) {
   // "<name>.<pid>" of the daemon's and "<name>.rsp" have no second extension.
-  std::error_code error;
   const std::string start = name + ".";
-  for (const auto& entry : std::filesystem::directory_iterator(spool, error)) {
-    const std::string file = entry.path().filename();
-    if (file.compare(0, start.size(), start) == 0 &&
-        file.find('.', start.size()) != file.npos) {
-      unlink(entry.path().c_str());
+  DirReader dir;
+  if (dir.Open(spool.c_str()) != 0) return;
+  while (const char* entry = dir.Next()) {
+    const std::string file = entry;
+    if (file.starts_with(start) && file.find('.', start.size()) != file.npos) {
+      unlinkat(dir.fd(), entry, 0);
     }
   }
 }

@@ -2,9 +2,6 @@
 //
 // Each number is a command of its own, so that each has its own request and its
 // own answer: a wrong number does not hold the others.
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <climits>
 #include <cstdlib>
 
@@ -219,6 +216,10 @@ std::string ShowQueued(App& app, const std::string& number, kx_object* answer) {
 std::string SubmitTo(App& app, const Parts& parts,
                      const std::vector<Source>& sources, kx_object* dest) {
   const std::string number = kx::TextOrEmpty(dest, "tofnum");
+  if (app.interrupted()) {
+    app.Fail(krt_interrupted, number, "interrupted, not sent");
+    return "";
+  }
   kx::Object cmd = app.link().Command("cmd-sendfax", nullptr);
   std::string name;
   if (Status s = app.link().Name(cmd.get(), &name); !s.ok()) {
@@ -268,7 +269,6 @@ void RunSubmit(App& app) {
   for (kx_object* dest : kx::Elements(destinations.head())) {
     const std::string seqno = SubmitTo(app, parts, sources, dest);
     if (!seqno.empty()) seqnos.push_back(seqno);
-    if (app.interrupted()) return;
   }
   if (app.Has("wait") && !seqnos.empty()) AwaitRequests(app, seqnos);
 }

@@ -30,8 +30,8 @@ bool ShowStateOnce(App& app) {
     app.out().Raw("\033[H\033[2J");
   }
   ShowState(app, state);
-  fflush(stdout);
-  return true;
+  // Nobody watches any more when it cannot be written.
+  return app.out().Flush() == 0;
 }
 
 }  // namespace

@@ -96,7 +96,7 @@ std::string Text(const std::string& value) { return Split(value, '\0')[0]; }
 // A telephone number without what its URI form adds.
 std::string PhoneText(const Property& property) {
   std::string text = Text(property.value);
-  if (Lower(text).compare(0, 4, "tel:") != 0) return text;
+  if (!Lower(text).starts_with("tel:")) return text;
   text.erase(0, 4);
   const size_t semicolon = std::min(text.find(';'), text.size());
   const std::string params = Lower(text.substr(semicolon));
@@ -119,9 +119,10 @@ class CardBuilder {
       return {krt_bad_data, "line " + std::to_string(p.line) +
                                 ": the encoding of vCard 2.1 is not read"};
     }
-    if (p.name.compare(0, sizeof kOwn - 1, kOwn) == 0) {
+    if (p.name.starts_with(kOwn)) {
       Add(p.name.substr(sizeof kOwn - 1), Text(p.value));
     } else if (p.name == "n") {
+      has_n_ = true;
       AddParts(p, {"lname", "fname"});
     } else if (p.name == "fn") {
       full_name_ = Text(p.value);
@@ -140,9 +141,9 @@ class CardBuilder {
   }
 
   Card Finish() {
-    if (!Has("lname") && !Has("fname") && !full_name_.empty()) {
-      Add("name", full_name_);
-    }
+    // In our own cards N is exact; where it is empty, FN is made up.
+    const bool exact = has_n_ && Has("palias");
+    if (!exact && !Has("lname") && !Has("fname")) Add("name", full_name_);
     return std::move(card_);
   }
 
@@ -175,6 +176,7 @@ class CardBuilder {
 
   Card card_;
   std::string full_name_;
+  bool has_n_ = false;
 };
 
 std::string Escaped(const std::string& text) {
@@ -223,7 +225,7 @@ bool AnySet(kx_object* person, const std::vector<const char*>& fields) {
 }  // namespace
 
 Status ParseVcards(const std::string& text, std::vector<Card>* cards) {
-  const bool marked = text.compare(0, 3, "\xEF\xBB\xBF") == 0;
+  const bool marked = text.starts_with("\xEF\xBB\xBF");
   std::vector<CardBuilder> open;
   for (const auto& line : Unfold(text.substr(marked ? 3 : 0))) {
     const std::string where = "line " + std::to_string(line.first) + ": ";

@@ -27,7 +27,6 @@ enum class ArgKind {
   kListKind,
   kShell,
   kVerb,
-  kUser,
 };
 
 constexpr int kAnyNumber = INT_MAX;

@@ -54,10 +54,15 @@ class Placer {
   void Folder(const std::string& name, mode_t mode) {
     const std::string path = Path(name);
     if (!Begin(path)) return;
+    // By its descriptor: a user may have put a link in its place by now.
+    const UniqueFd dir(
+        Kut_make_dir(path.c_str()) == 0
+            ? Kut_open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW)
+            : -1);
     // The umask took bits from the mode.
-    const bool made = Kut_make_dir(path.c_str()) == 0 && Own(path) &&
-                      Kut_set_dir_perms(path.c_str(), mode) == 0;
-    if (!made) failed_ = path;
+    if (!dir.valid() || !Own(dir.get()) || fchmod(dir.get(), mode) != 0) {
+      failed_ = path;
+    }
   }
   void File(const std::string& name, mode_t mode, const std::string& content) {
     const std::string path = Path(name);
@@ -66,7 +71,7 @@ class Placer {
     const bool made =
         file.Open(path.c_str(), mode) == 0 &&
         Kut_write_full(file.fd(), content.data(), content.size()) == 0 &&
-        fchmod(file.fd(), mode) == 0 && file.Commit() == 0 && Own(path);
+        Own(file.fd()) && fchmod(file.fd(), mode) == 0 && file.Commit() == 0;
     if (!made) failed_ = path;
   }
   void Fifo(const std::string& name, bool (*make)(const std::string& path)) {
@@ -81,9 +86,9 @@ class Placer {
     return failed_.empty() && !Exists(path);
   }
   // Only the super-user gives files away; everybody else's are their own.
-  bool Own(const std::string& path) const {
-    return geteuid() != 0 || lchown(path.c_str(), static_cast<uid_t>(uid_),
-                                    static_cast<gid_t>(gid_)) == 0;
+  bool Own(int fd) const {
+    return geteuid() != 0 ||
+           fchown(fd, static_cast<uid_t>(uid_), static_cast<gid_t>(gid_)) == 0;
   }
 
   std::string root_;

@@ -10,13 +10,9 @@
 #include "simulator/receive.h"
 #include "simulator/server.h"
 
-int main(int argc, char** argv) {
-  sim::Options options;
-  std::string fault;
-  if (!sim::ParseOptions(argc, argv, &options, &fault)) {
-    sim::Complain("%s (krtsim --help tells more)", fault.c_str());
-    return EX_USAGE;
-  }
+namespace {
+
+int Run(const sim::Options& options) {
   switch (options.verb) {
     case sim::Verb::kInit:
       return sim::InitRoot(options);
@@ -32,4 +28,18 @@ int main(int argc, char** argv) {
       std::fputs(sim::HelpText().c_str(), stdout);
       return EX_OK;
   }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  sim::Options options;
+  std::string fault;
+  if (!sim::ParseOptions(argc, argv, &options, &fault)) {
+    sim::Complain("%s (krtsim --help tells more)", fault.c_str());
+    return EX_USAGE;
+  }
+  const int status = Run(options);
+  const bool written = std::fflush(stdout) == 0 && !sim::OutputLost();
+  return status == EX_OK && !written ? EX_IOERR : status;
 }

@@ -12,7 +12,8 @@ namespace sim {
 // nothing is left behind whatever ends the process.
 class RootLock {
  public:
-  // False when another one has it, or with errno when there is no such root.
+  // False with errno: EWOULDBLOCK when another one has it, or what opening the
+  // root said.
   bool Take(const std::string& root);
 
  private:

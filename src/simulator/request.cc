@@ -51,8 +51,10 @@ bool Retire(const std::string& root, const Request& request) {
   const long seqno = request.seqno();
   Kut_delete_file(fx_fax_file(root.c_str(), seqno));
   const std::string from = fx_freq_file(root.c_str(), seqno, 0);
-  return Kut_rename_file(from.c_str(), fx_freq_file(root.c_str(), seqno, 1)) ==
-         0;
+  const char* to = fx_freq_file(root.c_str(), seqno, 1);
+  if (Kut_rename_file(from.c_str(), to) == 0) return true;
+  kx_errno = kx_err_system;
+  return false;
 }
 
 void Discard(const std::string& root, const Request& request) {

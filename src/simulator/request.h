@@ -39,7 +39,8 @@ bool SaveFreq(const std::string& root, const Request& request);
 bool SaveStatus(const std::string& root, const Request& request);
 bool Save(const std::string& root, const Request& request);
 
-// Moves the request file to the expired ones and removes the fax.
+// Moves the request file to the expired ones and removes the fax. False with
+// kx_errno.
 bool Retire(const std::string& root, const Request& request);
 // Removes every file of a request that was not queued after all.
 void Discard(const std::string& root, const Request& request);

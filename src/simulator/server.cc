@@ -121,6 +121,10 @@ int Server::Begin() {
     return EX_CONFIG;
   }
   if (!lock_.Take(options_.root)) {
+    if (errno != EWOULDBLOCK) {
+      Complain("cannot open %s: %s", options_.root.c_str(), Kut_sys_errstr());
+      return EX_CONFIG;
+    }
     Complain("another krtsim serves %s", options_.root.c_str());
     return EX_UNAVAILABLE;
   }

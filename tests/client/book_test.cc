@@ -69,6 +69,8 @@ Staff deleted
 $ krtctl pb drop -yq
 1$ krtctl pb count
 ! pb count: Phone-book does not exist (38)
+1$ krtctl pb add lname=Lee
+! pb add Lee: Phone-book does not exist (38)
 )");
 }
 
@@ -144,7 +146,7 @@ TEST_F(Book, ImportNamesWhatItRejects) {
 1$ krtctl pb import ROOT/in.csv -n --map mail=email
 7 rows: 2 fit, 0 updated, 0 skipped, 5 rejected
 )" + kReasons +
-          R"(1$ krtctl pb import ROOT/in.csv --map Mail=email --rejects ROOT/rejects.csv
+          R"(1$ krtctl pb import ROOT/in.csv --map Mail=email --alias-from NAME --rejects ROOT/rejects.csv
 7 rows: 2 added, 0 updated, 0 skipped, 5 rejected
 )" + kReasons +
           R"($ krtctl pb show a1
@@ -186,7 +188,8 @@ city         Town
 )");
 }
 
-// Nobody answers: what was under way is taken back, the rest was never sent.
+// Nobody answers, or the daemon is gone after the first answer: what was under
+// way is taken back, the rest was never sent.
 TEST_F(Book, ImportGivesUpInOrder) {
   server_.Stop();
   server_.Pretend();
@@ -195,6 +198,11 @@ $ (echo palias; seq -f p%g 0 49) > ROOT/in.csv
 75$ krtctl --timeout 2 pb import ROOT/in.csv 2> ROOT/err & pid=$!; while [ $(ls SPOOL | grep -c cmd) -lt 32 ]; do :; done; ls SPOOL | wc -l; wait $pid
 32
 50 rows: 0 added, 0 updated, 0 skipped, 50 rejected
+$ grep -A1 'row 32' ROOT/err
+krtctl: pb import row 32: not executed (line 33)
+krtctl: pb import row 33: not sent (line 34)
+69$ cd SPOOL; krtctl --timeout 2 pb import ../../in.csv 2> ROOT/err & pid=$!; while [ $(ls | grep -c cmd) -lt 32 ]; do :; done; f=$(ls | grep 001.cmd); sed '/^respond/a result=0' $f > x; rm $f; : > ../krtnet.lck; mv x ${f%.cmd}.rsp; wait $pid
+50 rows: 1 added, 0 updated, 0 skipped, 49 rejected
 $ grep -A1 'row 32' ROOT/err
 krtctl: pb import row 32: not executed (line 33)
 krtctl: pb import row 33: not sent (line 34)
@@ -223,6 +231,8 @@ empty added
 $ for f in book.csv book.vcf '--vcard-version 3.0 book3.vcf' '--groups groups.csv'; do cd ROOT; krtctl -q pb export $f; done
 $ krtctl -j pb export | head -c 30; echo
 [{"type":"obj-person","palias"
+$ krtctl -j pb export --groups
+[{"type":"obj-group","galias":"empty","members":[]},{"type":"obj-group","galias":"g1","gdesc":"One, \"two\"","members":["p3","x1","X2"]}]
 )");
   for (const std::string file : {"book.csv", "book.vcf", "book3.vcf"}) {
     Session(server_, R"(

@@ -125,11 +125,26 @@ TEST(Exchanges, ResponseOfAnotherSessionIsNotTaken) {
   client::WaitFor wait{client::NowMs() + 100, -1, nullptr};
   EXPECT_EQ(exchange.WaitAny({name}, wait, &which, &answer).code,
             krt_timed_out);
+  EXPECT_EQ(answer, nullptr);
   kx::SetNumber(cmd.get(), "result", 0);
   WriteFile(rsp, client::TextForm(cmd.get()));
   wait.deadline = client::After(10);
   EXPECT_TRUE(exchange.WaitAny({name}, wait, &which, &answer).ok());
   EXPECT_FALSE(std::filesystem::exists(rsp));
+}
+
+// A command must not replace another one that nobody has taken yet.
+TEST(Exchanges, NoMoreThanThereAreReferences) {
+  const Server server;
+  Exchange exchange;
+  ASSERT_TRUE(exchange.Open(PlaceOf(server)).ok());
+  const kx::Object cmd = Noop();
+  std::string name;
+  for (int i = 0; i < client::kMaxReference; ++i) {
+    ASSERT_TRUE(exchange.Name(cmd.get(), &name).ok()) << i;
+    WriteFile(server.root().spool() / (name + ".cmd"), "");
+  }
+  EXPECT_EQ(exchange.Name(cmd.get(), &name).code, krt_system);
 }
 
 // Client and daemon reach for the command at the same time: one of them gets
@@ -220,7 +235,10 @@ TEST(GivingUp, SignalsEndTheWaitAndTakeTheCommandBack) {
             "$ $KRTCTL --root ROOT ping & pid=$!; while [ -z \"$(ls SPOOL)\" "
             "]; do :; done; kill -" +
             std::to_string(sig) +
-            " $pid; wait $pid\n! ping: interrupted, not executed\n");
+            " $pid; wait $pid\n! ping: interrupted, not executed\n"
+            // It reads its input, and is killed where it does not heed this.
+            "124$ mkfifo ROOT/pipe; timeout -k 9 -s " +
+            std::to_string(sig) + " 0.5 $KRTCTL raw ROOT/pipe\n");
     EXPECT_EQ(server.root().SpoolNames(), std::vector<std::string>{});
   }
 }
@@ -252,7 +270,7 @@ TEST(Responses, OnlyWholeRegularFilesAreTaken) {
 74$ cd SPOOL; mkfifo 0007-005.rsp; krtctl collect 0007-005
 ! collect 0007-005: SPOOL/0007-005.rsp: Invalid argument
 74$ cd SPOOL; mkdir 0007-006.rsp; krtctl collect 0007-006
-! collect 0007-006: SPOOL/0007-006.rsp: Invalid argument
+! collect 0007-006: SPOOL/0007-006.rsp: Is a directory
 $ ls SPOOL | wc -l
 6
 )");
@@ -351,6 +369,10 @@ TEST(Library, CallSendAndWait) {
   for (const char* name : {second, first}) {
     EXPECT_EQ(krt_wait(client, name, &answer), krt_ok) << krt_error(client);
     Kfx_Free_Obj(answer);
+  }
+  for (const char* name : {static_cast<const char*>(nullptr), "../x"}) {
+    EXPECT_EQ(krt_wait(client, name, &answer), krt_usage);
+    EXPECT_STREQ(krt_error(client), "no name of an exchange");
   }
   krt_close(client);
   const krt_options nowhere = {"/nonexistent", nullptr, nullptr, -1, 0};

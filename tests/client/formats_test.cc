@@ -56,6 +56,11 @@ TEST(Format, TimesThatPeopleType) {
   tzset();
 }
 
+TEST(Format, TextsCannotCommandTheTerminal) {
+  EXPECT_EQ(client::Printable("a\x1B[1m\xC2\x9B\xC2\xA0\xC3\x9F\x7F"),
+            "a?[1m?\xC2\xA0\xC3\x9F?");
+}
+
 TEST(Csv, AwkwardCellsComeBack) {
   const std::vector<std::string> cells = {
       "plain",   "a,b",   "say \"hi\"", "two\r\nlines", "",

@@ -126,10 +126,11 @@ $ krtctl -q pb add --book system palias=sys fax=3
 sys
 $ krtctl submit ROOT/doc.ps -t @ANN
 request 1 queued for 49-89-1234 x5
-$ krtctl submit ROOT/doc.ps -t @all -t @sys
+65$ krtctl submit ROOT/doc.ps -t @all -t @sys
 request 2 queued for 49-89-1234 x5
 request 3 queued for 2
 request 4 queued for 3
+! submit @nofax: the person has no fax number
 65$ krtctl submit ROOT/doc.ps -t @nofax
 ! submit @nofax: the person has no fax number
 1$ krtctl submit ROOT/doc.ps -t @zed

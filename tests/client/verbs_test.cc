@@ -150,6 +150,8 @@ $ krtctl status 7 -j
 ! wait 7: Max attempts reached
 $ krtctl msg list --events -qj
 *
+$ (krtctl state --watch 1; echo $? >&2) | true
+!74
 )");
 }
 
@@ -199,6 +201,8 @@ $ mkdir ROOT/here && cd ROOT/here && umask 077 && krtctl fax get x.txt && ls -A
 x.txt -> x.txt
 x.txt
 $ cat ROOT/here/x.txt
+text
+$ cd ROOT; mkfifo pipe; krtctl -yq fax get x.txt -o pipe & cat pipe; wait; test -p pipe
 text
 )");
 }
@@ -267,7 +271,7 @@ eve
 $ krtctl monitor except -q
 $ krtctl monitor show
 all calls
-$ EDITOR='sed -i s/^queue=.*/queue=slow/' krtctl config edit
+$ EDITOR='kill -INT $PPID; sed -i s/^queue=.*/queue=slow/' krtctl config edit
 stored
 $ krtctl config show
 notify       okfail
@@ -308,13 +312,18 @@ $ printf 'objbeg=obj-cmdrsp\ncmdtype=cmd-noop\nobjend=\n' | krtctl raw
 ! raw: -: is empty
 $ krtctl collect -q $(krtctl -q --no-wait clean)
 *
+$ echo text > ROOT/faxq/USER/f.txt; krtctl -q --no-wait fax get f.txt -o - > ROOT/name
+$ cd /proc; d=$(krtctl collect $(cat ROOT/name) | sed -n 's/^files: //p'); cat $d/f.txt; rm -r $d
+text
 )");
   EXPECT_EQ(server_.root().SpoolNames(), std::vector<std::string>{});
 }
 
 TEST_F(Verbs, Users) {
+  // A broken link is no user, and what is missing of one is made.
   Session(server_, R"(
-$ krtctl user list
+$ ln -s loop ROOT/faxq/loop; mkdir ROOT/faxq/daemon; krtctl user list
+daemon
 USER
 67$ krtctl user add daemon no-such-user a/b
 daemon is a fax user now
@@ -355,11 +364,28 @@ TEST(JsonOutput, IsReadByAnotherParser) {
             "[{'type': 'obj-msg', 'lines': [{'type': 'obj-text', 'text': "
             "'q\" b\\\\ t\\x01 \\xe9 \\ufffd \\ufffd\\ufffd\\ufffd "
             "\\U0001f4e0'}]}]\n");
-  for (const char* verb :
-       {"ping", "state", "list results", "queue", "fax list", "msg list",
-        "cover list", "config show", "config set queue=q", "monitor show",
-        "monitor except", "clean", "run -- echo x", "check", "user list",
-        "completion bash", "help", "help fax", "--no-wait clean"}) {
+  for (const char* verb : {"ping",
+                           "state",
+                           "list results",
+                           "queue",
+                           "fax list",
+                           "msg list",
+                           "cover list",
+                           "config show",
+                           "config set queue=q",
+                           "monitor show",
+                           "monitor except",
+                           "clean",
+                           "run -- echo x",
+                           "check",
+                           "user list",
+                           "completion bash",
+                           "help",
+                           "help fax",
+                           "ping --help",
+                           "--help",
+                           "-n user list",
+                           "--no-wait clean"}) {
     const Exit end = server.Shell(std::string("krtctl -j ") + verb + python);
     EXPECT_EQ(end.status, 0) << verb << ": " << end.out << end.err;
     EXPECT_NE(end.out, "") << verb;

@@ -54,6 +54,9 @@ TEST(CommandLine, HelpAndVersionAreAnsweredBesideAnythingElse) {
   EXPECT_EQ(version.status, 0);
   EXPECT_EQ(version.out,
             "krtsim: KRT*FAX fax server simulator version 2.1.0\n");
+  EXPECT_EQ(
+      RunProgram("/bin/sh", {"-c", KRTSIM_PATH " --version >/dev/full"}).status,
+      74);
 }
 
 }  // namespace

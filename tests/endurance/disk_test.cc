@@ -92,7 +92,12 @@ class DiskRoot {
 struct Mode {
   const char* daemons;
   bool names;
+  std::string Name() const {
+    return std::string(*daemons == '0' ? "Workers" : "Inline") +
+           (names ? "NoNames" : "NoBytes");
+  }
 };
+void PrintTo(const Mode& mode, std::ostream* out) { *out << mode.Name(); }
 
 class FullDisk : public testing::TestWithParam<Mode> {
  protected:
@@ -207,12 +212,7 @@ class FullDisk : public testing::TestWithParam<Mode> {
 INSTANTIATE_TEST_SUITE_P(Modes, FullDisk,
                          testing::Values(Mode{"0", false}, Mode{"1", false},
                                          Mode{"0", true}, Mode{"1", true}),
-                         [](const auto& mode) {
-                           return std::string(*mode.param.daemons == '0'
-                                                  ? "Workers"
-                                                  : "Inline") +
-                                  (mode.param.names ? "NoNames" : "NoBytes");
-                         });
+                         [](const auto& mode) { return mode.param.Name(); });
 
 // The exchange itself has room: every command is answered at once.
 TEST_P(FullDisk, UnderTheRootGivesClearErrors) {

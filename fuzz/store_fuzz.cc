@@ -340,7 +340,6 @@ class User {
  private:
   void Step(unsigned what) {
     const int index = file_ + 1 + static_cast<int>(what / 16 % kIndexes);
-    Record record;
     switch (what % 16) {
       case 0:
       case 1:
@@ -354,11 +353,11 @@ class User {
       case 5:
         return Find(index, GTEREC);
       case 6:
-        record = Sample(60 + static_cast<int>(what / 16));
-        return Change(ADDREC(file_, record.data()));
+        Put(Sample(60 + static_cast<int>(what / 16)));
+        return Change(ADDREC(file_, record_.data()));
       case 7:
-        record = Sample(80 + static_cast<int>(what / 16));
-        return Change(RWTREC(file_, record.data()));
+        Put(Sample(80 + static_cast<int>(what / 16)));
+        return Change(RWTREC(file_, record_.data()));
       case 8:
         return Change(DELREC(file_));
       case 9:
@@ -371,8 +370,7 @@ class User {
       case 12:
         return RestartMachine();
       case 13:
-        return Take((what & 128 ? NXTREC : PRVREC)(index, record.data()),
-                    record);
+        return Take((what & 128 ? NXTREC : PRVREC)(index, record_.data()));
       case 14:
         return UseRecords(what & 16 ? kx_pbm_write : kx_pbm_read);
       default:
@@ -383,24 +381,32 @@ class User {
   void Open(int mode) {
     if (file_ >= 0) CLRFIL(file_);
     file_ = OPNRFIL(-1, kPath, mode);
+    // Forged headers may name another length, and a caller asks for it.
+    record_ = std::vector<uint8_t>(
+        static_cast<std::size_t>(std::max(kRecord, GETFIL(file_, 0))));
+  }
+
+  void Put(const Record& record) {
+    std::copy(record.begin(), record.end(), record_.begin());
   }
 
   void Change(int code) { changed_ |= code == 0; }
 
   // Whatever the damage, a record that is given was stored once: the checksums
   // see to that.
-  void Take(int code, const Record& record) const {
+  void Take(int code) const {
     if (code != 0 || damage_.forged || changed_) return;
+    Record record;
+    std::copy_n(record_.begin(), kRecord, record.begin());
     CHECK(Good().stored.count(record) == 1);
   }
 
   void Walk(int index, int (*first)(int, void*), int (*next)(int, void*)) {
-    Record record;
     int64_t steps = 0;
-    int code = first(index, record.data());
-    for (; code == 0; code = next(index, record.data())) {
+    int code = first(index, record_.data());
+    for (; code == 0; code = next(index, record_.data())) {
       CHECK(++steps < kMostSteps);
-      Take(code, record);
+      Take(code);
     }
     const bool whole = code == kIsamNotFound && damage_.edits <= 1 &&
                        !damage_.forged && !changed_;
@@ -410,8 +416,7 @@ class User {
   void Find(int index, int (*find)(int, const void*, void*)) {
     uint8_t key[kIsamMaxKey] = {};
     for (int i = 0; i < 8; ++i) key[i] = static_cast<uint8_t>(in_->Byte());
-    Record record;
-    Take(find(index, key, record.data()), record);
+    Take(find(index, key, record_.data()));
   }
 
   void Describe() const {
@@ -458,11 +463,10 @@ class User {
     CHECK(Check() == 0);
     Open(kIsamRead);
     CHECK(file_ >= 0);
-    Record record;
     for (int index = file_ + 1; index <= file_ + kIndexes; ++index) {
       int64_t steps = 0;
-      int code = FRSREC(index, record.data());
-      for (; code == 0; code = NXTREC(index, record.data())) ++steps;
+      int code = FRSREC(index, record_.data());
+      for (; code == 0; code = NXTREC(index, record_.data())) ++steps;
       CHECK(code == kIsamNotFound && steps == DATENT(file_));
     }
   }
@@ -472,6 +476,7 @@ class User {
   const Damage& damage_;
   fuzz::Input* in_;
   int file_ = -1;
+  std::vector<uint8_t> record_ = std::vector<uint8_t>(kRecord);
   bool changed_ = false;
 };
 

@@ -42,12 +42,12 @@ class Checker {
         out_.Say("slot %u: cannot be read or fails its checksum", n);
         continue;
       }
-      const bool in_use = Get32(table_.slot.data() + 8) == kSlotUsed;
+      const bool in_use = SlotInUse(table_.slot.data());
       slot_is_[n] = in_use ? SlotIs::kUsed : SlotIs::kFree;
       used += in_use ? 1 : 0;
-      if (Get32(table_.slot.data() + kSlotHeader) >= root.next_serial)
+      if (!SerialWasGiven(table_.slot.data(), root.next_serial))
         out_.Say("slot %u: serial number %u was never given", n,
-                 Get32(table_.slot.data() + kSlotHeader));
+                 SlotSerial(table_.slot.data()));
     }
     if (used != root.records)
       out_.Say("%llu records in use, the root page says %llu",

@@ -58,6 +58,17 @@ uint32_t ChildFor(const uint8_t* page, const Index& index, const uint8_t* key,
                                     const uint8_t** page);
 
 void SealSlot(uint8_t* slot, uint32_t number, const Layout& layout);
+inline bool SlotInUse(const uint8_t* slot) {
+  return Get32(slot + 8) == kSlotUsed;
+}
+inline uint32_t SlotSerial(const uint8_t* slot) {
+  return Get32(slot + kSlotHeader);
+}
+// Whether the slot's serial number was given before `next`. A record has one; a
+// free slot may never have held a record.
+inline bool SerialWasGiven(const uint8_t* slot, uint32_t next) {
+  return SlotSerial(slot) < next && (SlotSerial(slot) > 0 || !SlotInUse(slot));
+}
 // Reads slot `number`, used or free, into table.slot.
 [[nodiscard]] isam_code GetSlot(Table& table, uint32_t number);
 

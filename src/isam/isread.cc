@@ -86,9 +86,12 @@ isam_code Fetch(Table& table, const TreePos& pos, uint8_t* key) {
   if (isam_code code = TreeEntry(table, pos, &entry)) return code;
   memcpy(key, entry, index.key_length);
   if (isam_code code = GetSlot(table, EntryTarget(entry, index))) return code;
-  if (Get32(table.slot.data() + 8) != kSlotUsed) return kIsamDamaged;
+  const uint8_t* slot = table.slot.data();
+  if (!SlotInUse(slot) || !SerialWasGiven(slot, kLastSerial + 1)) {
+    return kIsamDamaged;
+  }
   uint8_t of_record[kIsamMaxKey];
-  RecordKey(index, table.slot.data() + kSlotHeader, of_record);
+  RecordKey(index, slot + kSlotHeader, of_record);
   return memcmp(key, of_record, index.key_length) == 0 ? kIsamOk : kIsamDamaged;
 }
 

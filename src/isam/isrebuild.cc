@@ -173,7 +173,7 @@ class Rebuilder {
     const std::vector<uint8_t> read = slot_;
     SealSlot(slot_.data(), number, layout_);
     // A number that was never given would leave none to give.
-    return read == slot_ && Get32(slot_.data() + kSlotHeader) <= kLastSerial
+    return read == slot_ && SerialWasGiven(slot_.data(), kLastSerial + 1)
                ? kIsamOk
                : kIsamDamaged;
   }
@@ -188,7 +188,7 @@ class Rebuilder {
       const isam_code code = ReadSlot(n);
       if (code == kIsamIo) return code;
       const bool good = code == kIsamOk;
-      const uint32_t serial = Get32(slot_.data() + kSlotHeader);
+      const uint32_t serial = SlotSerial(slot_.data());
       const bool never_used = std::all_of(slot_.begin() + 8, slot_.end(),
                                           [](uint8_t b) { return b == 0; });
       if (!good && never_used) continue;
@@ -198,7 +198,7 @@ class Rebuilder {
         continue;
       }
       next_serial_ = std::max(next_serial_, serial + 1);
-      if (Get32(slot_.data() + 8) == kSlotUsed)
+      if (SlotInUse(slot_.data()))
         kept_.push_back({serial, n, false});
     }
     std::sort(kept_.begin(), kept_.end(), [](const Kept& a, const Kept& b) {
@@ -263,7 +263,7 @@ class Rebuilder {
       const isam_code read = ReadSlot(n);
       if (read == kIsamIo) return read;
       const uint32_t serial =
-          read == kIsamOk ? Get32(slot_.data() + kSlotHeader) : 0;
+          read == kIsamOk ? SlotSerial(slot_.data()) : 0;
       std::fill(slot_.begin(), slot_.end(), uint8_t{0});
       Put32(slot_.data() + 8, root_.free_slot);
       Put32(slot_.data() + kSlotHeader, serial);

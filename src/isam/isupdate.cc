@@ -51,7 +51,7 @@ isam_code FindCurrent(Table& table, uint32_t* slot,
   *slot = EntryTarget(entry, index);
   code = GetSlot(table, *slot);
   if (code != kIsamOk) return code;
-  if (Get32(table.slot.data() + 8) != kSlotUsed) return kIsamDamaged;
+  if (!SlotInUse(table.slot.data())) return kIsamDamaged;
   record->assign(table.slot.begin() + kSlotHeader, table.slot.end());
   return kIsamOk;
 }

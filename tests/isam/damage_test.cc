@@ -200,6 +200,8 @@ TEST_F(Damage, ARebuildLeavesOutWhatCannotBeKept) {
   slot(8)[100] ^= 1;                                      // damaged
   isam::Put32(slot(11) + isam::kSlotHeader, 0xffffffff);  // never given
   isam::SealSlot(slot(11), 11, table_->layout);
+  isam::Put32(slot(12) + isam::kSlotHeader, 0);  // nor was this
+  isam::SealSlot(slot(12), 12, table_->layout);
   // Record 10 gets the alias of record 9.
   memcpy(slot(10) + isam::kSlotHeader + 4, slot(9) + isam::kSlotHeader + 4,
          kAlias);
@@ -212,11 +214,13 @@ TEST_F(Damage, ARebuildLeavesOutWhatCannotBeKept) {
   EXPECT_EQ(
       "the record in slot 8 is damaged and was left out\n"
       "the record in slot 11 is damaged and was left out\n"
+      "the record in slot 12 is damaged and was left out\n"
       "record 10 has a key of record 9 and was left out\n",
       said);
   model_.erase(8);
   model_.erase(10);
   model_.erase(11);
+  model_.erase(12);
   EXPECT_EQ("", Verify(name_, model_));
 }
 

@@ -29,11 +29,12 @@ int signals_install(bool workers) {
   g_wake_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (g_wake_fd < 0) return -1;
   for (const int sig : {SIGINT, SIGQUIT, SIGTERM}) {
-    Install(sig, catch_sig, SA_RESETHAND);
+    // What the command in hand reads from a program is read to its end.
+    Install(sig, catch_sig, SA_RESETHAND | SA_RESTART);
   }
   // A fifo's reader may leave while a record is written: an error, not an end.
   Install(SIGPIPE, SIG_IGN, 0);
-  if (workers) Install(SIGCHLD, catch_cld, 0);
+  if (workers) Install(SIGCHLD, catch_cld, SA_RESTART);
   return 0;
 }
 

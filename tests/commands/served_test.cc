@@ -207,6 +207,27 @@ TEST_P(Served, FilesNamedInHandedOnObjectsAreNotEmbedded) {
             std::string::npos);
 }
 
+// ---- Signals ----
+
+class Inline : public Served {};
+INSTANTIATE_TEST_SUITE_P(, Inline, ::testing::Values("1"));
+
+TEST_P(Inline, TheCommandInHandIsAnsweredAfterASignal) {
+  root_.PutProgram("Covers/slow.cvr",
+                   "echo > " + Path("started") + "\nwhile [ ! -e " +
+                       Path("go") + " ]; do sleep 0.02; done\necho to:R");
+  Start();
+  root_.Drop("a", Command("cmd-cvrtags", 1, 1,
+                          Argument("obj-resource", "rname=slow\n")));
+  ASSERT_TRUE(Eventually([&] { return root_.Has("started"); }));
+  kill(daemon_->pid(), SIGTERM);
+  ASSERT_TRUE(daemon_->AwaitLog("caught"));
+  root_.Put("go", "");
+  const std::string response = root_.Response(support::ExchangeName(1, 1));
+  EXPECT_NE(response.find("tagname=to\n"), std::string::npos) << response;
+  EXPECT_EQ(daemon_->Stop(0), 0);
+}
+
 // ---- Identity ----
 
 TEST_P(Served, ProgramsRunAsTheUserAndTheDaemonStaysItself) {

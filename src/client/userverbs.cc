@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <string>
+#include <vector>
 
 #include "client/actions.h"
 #include "client/app.h"
@@ -72,10 +74,11 @@ void RunUserList(App& app) {
   if (!app.Connect()) return;
   const std::string dir = cm_get_faxq_dir(app.root().c_str());
   DirReader users;
-  if (users.Open(dir.c_str()) != 0) {
+  std::vector<std::string> names;
+  if (users.Open(dir.c_str()) != 0 || !fx_visible_names(&users, &names)) {
     return app.Fail("", SystemFailure(krt_io, dir));
   }
-  for (const std::string& name : fx_visible_names(&users)) {
+  for (const std::string& name : names) {
     if (!fx_is_valid_user(app.root().c_str(), name.c_str())) continue;
     app.out().Result(UserObject(name).get(), Printable(name));
   }

@@ -1,9 +1,11 @@
 #include "faxserver/fscover.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "cm/cmpaths.h"
 #include "faxserver/fsbase.h"
@@ -12,6 +14,7 @@
 #include "faxserver/fspopen.h"
 #include "faxserver/fsres.h"
 #include "util/kutdir.h"
+#include "util/kuterr.h"
 #include "util/kutfile.h"
 
 namespace {
@@ -96,19 +99,21 @@ kx::Object MakeTag(const Entry& entry) {
   return tag;
 }
 
-// The file of a cover page, or "". Of several the first by name, so that the
-// answer does not hang on the order of a directory.
+// The file of a cover page, or "" with errno. Of several the first by name, so
+// that the answer does not hang on the order of a directory.
 std::string FindCover(const char* root, const char* name) {
   DirReader dir;
   const char* covers = cm_get_covers_dir(root);
-  if (dir.Open(covers) != 0) return "";
-  for (const std::string& file : fx_visible_names(&dir)) {
+  std::vector<std::string> names;
+  if (dir.Open(covers) != 0 || !fx_visible_names(&dir, &names)) return "";
+  for (const std::string& file : names) {
     std::string page = file;
     Kut_rmv_file_ext(page.data());
     if (strcmp(page.c_str(), name) != 0) continue;
     const cm_path path = cm_join_path(covers, file.c_str());
     if (Kut_is_exec_file(path.text) != 0) return path.text;
   }
+  errno = ENOENT;
   return "";
 }
 
@@ -146,14 +151,19 @@ kx_object* fx_parse_cover_tags(char* line) try {
 kx_object* fx_get_cover_tags(const char* root, const char* name) try {
   if (!cm_is_plain_name(name)) return fx_null(kx_err_data);
   const std::string path = FindCover(root, name);
-  if (path.empty()) return fx_null(kx_err_data);
+  if (path.empty()) {
+    return fx_null(Kut_is_shortage(errno) ? kx_err_system : kx_err_data);
+  }
   const std::string command = fx_shell_word(path.c_str()) + " -dump";
   FILE* pipe = fx_popen(command.c_str());
   if (pipe == nullptr) return fx_null(kx_err_system);
   char line[kLineSize];
   const bool got = fgets(line, sizeof line, pipe) != nullptr;
+  const bool failed = ferror(pipe) != 0;
   fx_pclose(pipe);
-  return got ? fx_parse_cover_tags(line) : fx_null(kx_err_io);
+  if (got) return fx_parse_cover_tags(line);
+  errno = EIO;
+  return fx_null(failed ? kx_err_system : kx_err_io);
 } catch (const std::bad_alloc&) {
   return fx_null(kx_err_memory);
 }

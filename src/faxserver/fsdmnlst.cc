@@ -30,7 +30,8 @@ constexpr mode_t kListMode = 0664;
 
 bool IsAlive(pid_t pid) { return pid > 0 && kill(pid, 0) == 0; }
 
-// All entries of the list in its order. False when it cannot be opened.
+// All entries of the list in its order. False with errno when it cannot be read
+// to its end.
 bool ReadList(const char* kfaxdir, std::vector<Entry>* entries) {
   const fx_stream list = fx_open_stream(cm_get_dmnlist_file(kfaxdir));
   if (list == nullptr) return false;
@@ -41,7 +42,9 @@ bool ReadList(const char* kfaxdir, std::vector<Entry>* entries) {
     if (colon == std::string::npos) break;
     entries->push_back({Kfx_Str_To_Long(text.c_str()), text.substr(colon + 1)});
   }
-  return true;
+  if (ferror(list.get()) == 0) return true;
+  errno = EIO;
+  return false;
 }
 
 std::string FormatEntry(pid_t pid, const char* name) {

@@ -281,9 +281,11 @@ int fx_del_freq(const char* root, long seqno, int expired) {
 kx_object* fx_rd_freqs(const char* root) try {
   DirReader dir;
   if (dir.Open(cm_get_requests_dir(root)) != 0) return fx_null(kx_err_system);
+  std::vector<fx_numbered> entries;
+  if (!fx_numbered_names(&dir, "r-", &entries)) return fx_null(kx_err_system);
   UserNames names;
   kx::ListBuilder list;
-  for (const fx_numbered& entry : fx_numbered_names(&dir, "r-")) {
+  for (const fx_numbered& entry : entries) {
     kx::Object freq = ReadFreqAt(dir.fd(), entry.name.c_str(), &names);
     if (freq == nullptr && fx_is_shortage()) return nullptr;
     if (freq != nullptr) fx_append(&list, std::move(freq));

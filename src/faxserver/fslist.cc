@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "cm/cmpaths.h"
 #include "faxserver/fsbase.h"
@@ -132,8 +133,10 @@ kx_object* fx_get_srv_list(const char* root, const char* user, int since) try {
 kx_object* fx_get_fax_list(const char* root, const char* user, int since) try {
   DirReader dir;
   if (!OpenDir(root, user, cm_get_user_dir(root, user), &dir)) return nullptr;
+  std::vector<std::string> names;
+  if (!fx_visible_names(&dir, &names)) return fx_null(kx_err_system);
   kx::ListBuilder list;
-  for (const std::string& name : fx_visible_names(&dir)) {
+  for (const std::string& name : names) {
     kx::Object info = MakeFaxInfo(dir, name.c_str(), user, since);
     if (info == nullptr && fx_is_shortage()) return nullptr;
     if (info != nullptr) fx_append(&list, std::move(info));
@@ -146,8 +149,10 @@ kx_object* fx_get_fax_list(const char* root, const char* user, int since) try {
 kx_object* fx_get_msg_list(const char* root, const char* user, int since) try {
   DirReader dir;
   if (!OpenDir(root, user, cm_get_msgs_dir(root, user), &dir)) return nullptr;
+  std::vector<std::string> names;
+  if (!fx_visible_names(&dir, &names)) return fx_null(kx_err_system);
   kx::ListBuilder list;
-  for (const std::string& name : fx_visible_names(&dir)) {
+  for (const std::string& name : names) {
     kx::Object info = MakeMessageInfo(dir, name.c_str(), since);
     if (info != nullptr) fx_append(&list, std::move(info));
   }
@@ -159,8 +164,10 @@ kx_object* fx_get_msg_list(const char* root, const char* user, int since) try {
 kx_object* fx_get_rte_list(const char* root, const char* user, int) try {
   DirReader dir;
   if (!OpenDir(root, user, cm_get_faxq_dir(root), &dir)) return nullptr;
+  std::vector<std::string> names;
+  if (!fx_visible_names(&dir, &names)) return fx_null(kx_err_system);
   kx::ListBuilder list;
-  for (const std::string& other : fx_visible_names(&dir)) {
+  for (const std::string& other : names) {
     kx::Object route = MakeRoute(root, user, other.c_str());
     if (route != nullptr) fx_append(&list, std::move(route));
   }
@@ -172,8 +179,10 @@ kx_object* fx_get_rte_list(const char* root, const char* user, int) try {
 kx_object* fx_get_evt_list(const char* root, const char* user, int since) try {
   DirReader dir;
   if (!OpenDir(root, user, cm_get_evnt_dir(root, user), &dir)) return nullptr;
+  std::vector<fx_numbered> entries;
+  if (!fx_numbered_names(&dir, "", &entries)) return fx_null(kx_err_system);
   kx::ListBuilder list;
-  for (const fx_numbered& entry : fx_numbered_names(&dir, "")) {
+  for (const fx_numbered& entry : entries) {
     struct stat st;
     if (!StatRegular(dir, entry.name.c_str(), &st) || !IsNewer(st, since)) {
       continue;

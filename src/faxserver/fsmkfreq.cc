@@ -75,17 +75,20 @@ int NumberTag(const char* root, const char* name, int otherwise) {
   return number > 0 ? number : otherwise;
 }
 
-void SetTexts(const char* root, kx_object* env, kx_object* freq) {
+// False with errno when nobody can tell which queue is the default.
+bool SetTexts(const char* root, kx_object* env, kx_object* freq) {
   for (const char* field : {"tofnum", "tsi", "mailaddr", "tnp"}) {
     kx::SetText(freq, field, Setting(root, env, field).c_str());
   }
   std::string queue = Setting(root, env, "queue");
   if (queue.empty()) queue = fx_queue_get_default(root);
+  if (queue.empty() && fx_is_shortage()) return false;
   kx::SetText(freq, "queue", queue.c_str());
   const std::string resolution = Setting(root, env, "sendres");
   kx::SetText(freq, "sendres",
               cm_reso_fr_str(resolution.c_str()) != -1 ? resolution.c_str()
                                                        : cm_reso_get_default());
+  return true;
 }
 
 void SetNumbers(const char* root, kx_object* env, kx_object* freq) {
@@ -130,6 +133,7 @@ kx_object* fx_make_freq(const char* root, const char* clientid,
                         kx_object* env) try {
   if (!fx_is_valid_user(root, clientid)) return fx_null(kx_err_user);
   if (kx::Text(env, "tofnum") == nullptr) return fx_null(kx_err_data);
+  if (!fx_load_tags(root)) return fx_null(kx_err_system);
   kx::Object freq = kx::Build("obj-freq");
   if (freq == nullptr) return nullptr;
   const long seqno = NextRequest(root);
@@ -140,7 +144,7 @@ kx_object* fx_make_freq(const char* root, const char* clientid,
   if (kx::Text(env, "coverpage") != nullptr) {
     kx::SetText(freq.get(), "cvrpath", fx_cvr_file(root, seqno));
   }
-  SetTexts(root, env, freq.get());
+  if (!SetTexts(root, env, freq.get())) return fx_null(kx_err_system);
   SetNumbers(root, env, freq.get());
   SetTimes(root, env, freq.get());
   return fx_give(std::move(freq));

@@ -14,7 +14,8 @@ long fx_next_seqno(const char* path);
 // submitted envelope ("obj-env", or any object with fields of those names),
 // from the tag table where the envelope is silent, and from the system's
 // defaults after that. Active, queued, without attempts. Null: 7 for an
-// invalid user, 19 without a fax number, 3, 1. Nothing is saved.
+// invalid user, 19 without a fax number, 3 (also when the tag table or the
+// default queue cannot be read at present), 1. Nothing is saved.
 kx_object* fx_make_freq(const char* root, const char* clientid, kx_object* env);
 
 #endif  // FAXSERVER_FSMKFREQ_H_

@@ -1,38 +1,40 @@
 #include "faxserver/fsnames.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cstdint>
 #include <cstring>
 
 #include "util/kutfile.h"
 
-std::vector<fx_numbered> fx_numbered_names(DirReader* dir, const char* prefix) {
+bool fx_numbered_names(DirReader* dir, const char* prefix,
+                       std::vector<fx_numbered>* names) {
   const size_t skip = strlen(prefix);
-  std::vector<fx_numbered> names;
   while (const char* name = dir->Next()) {
     if (strncmp(name, prefix, skip) != 0) continue;
     const long number = fx_plain_number(name + skip);
-    if (number >= 0) names.push_back({number, name});
+    if (number >= 0) names->push_back({number, name});
   }
-  std::sort(names.begin(), names.end(),
+  if (errno != 0) return false;
+  std::sort(names->begin(), names->end(),
             [](const fx_numbered& a, const fx_numbered& b) {
               return a.number != b.number ? a.number < b.number
                                           : a.name < b.name;
             });
-  return names;
+  return true;
 }
 
-std::vector<std::string> fx_visible_names(DirReader* dir) {
-  std::vector<std::string> names;
+bool fx_visible_names(DirReader* dir, std::vector<std::string>* names) {
   while (const char* name = dir->Next()) {
     if (*name == '.') continue;
     const char* ext = Kut_get_file_ext(name);
     if (ext != nullptr && strcmp(ext, "tmp") == 0) continue;
-    names.emplace_back(name);
+    names->emplace_back(name);
   }
-  std::sort(names.begin(), names.end());
-  return names;
+  if (errno != 0) return false;
+  std::sort(names->begin(), names->end());
+  return true;
 }
 
 long fx_plain_number(const char* text) {

@@ -1,4 +1,5 @@
-// The names in a directory, in an order that does not depend on the disk.
+// The names in a directory, in an order that does not depend on the disk. False
+// with errno when the directory cannot be read to its end.
 #ifndef FAXSERVER_FSNAMES_H_
 #define FAXSERVER_FSNAMES_H_
 
@@ -14,11 +15,12 @@ struct fx_numbered {
 
 // The entries named `prefix` and a decimal number, by number. A number is
 // digits alone and fits 32 bits.
-std::vector<fx_numbered> fx_numbered_names(DirReader* dir, const char* prefix);
+bool fx_numbered_names(DirReader* dir, const char* prefix,
+                       std::vector<fx_numbered>* names);
 
 // All entries but hidden ones and those with the extension "tmp", which are
 // being written, sorted by name.
-std::vector<std::string> fx_visible_names(DirReader* dir);
+bool fx_visible_names(DirReader* dir, std::vector<std::string>* names);
 
 // A text that is digits alone and fits 31 bits, as a number; else -1.
 long fx_plain_number(const char* text);

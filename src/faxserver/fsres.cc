@@ -53,10 +53,13 @@ bool ReadListFile(const char* path, Choices* choices) {
 }
 
 // The visible files of a directory, sorted by name. A missing one has none.
+// False with errno.
 bool ReadFileNames(const char* path, Which which, Choices* choices) {
   DirReader dir;
   if (dir.Open(path) != 0) return errno == ENOENT;
-  for (const std::string& name : fx_visible_names(&dir)) {
+  std::vector<std::string> names;
+  if (!fx_visible_names(&dir, &names)) return false;
+  for (const std::string& name : names) {
     struct stat st;
     if (fstatat(dir.fd(), name.c_str(), &st, 0) != 0) continue;
     if (!S_ISREG(st.st_mode)) continue;

@@ -2,10 +2,12 @@
 
 #include <strings.h>
 
+#include <cerrno>
 #include <cstring>
 
 #include "cm/cmpaths.h"
 #include "faxserver/fsfile.h"
+#include "util/kuterr.h"
 #include "util/kutstr.h"
 
 namespace {
@@ -43,20 +45,26 @@ void SetFromLine(char* line) {
   Kut_strcpyz(tag->value, value, kValueSize);
 }
 
-void Load(const char* root) {
-  g_loaded = true;
-  const fx_stream stream = fx_open_stream(cm_get_envtags_file(root));
-  if (stream == nullptr) return;
-  char line[kLineSize];
-  while (fx_read_line(stream.get(), line, sizeof line)) {
-    if (*line != '\0' && *line != '#') SetFromLine(line);
-  }
-}
-
 }  // namespace
 
+bool fx_load_tags(const char* root) {
+  if (g_loaded) return true;
+  const fx_stream stream = fx_open_stream(cm_get_envtags_file(root));
+  if (stream == nullptr && Kut_is_shortage(errno)) return false;
+  char line[kLineSize];
+  while (stream != nullptr && fx_read_line(stream.get(), line, sizeof line)) {
+    if (*line != '\0' && *line != '#') SetFromLine(line);
+  }
+  if (stream != nullptr && ferror(stream.get()) != 0) {
+    fx_reset_tags();
+    errno = EIO;
+    return false;
+  }
+  return g_loaded = true;
+}
+
 const char* fx_get_tag(const char* root, const char* name) {
-  if (!g_loaded) Load(root);
+  fx_load_tags(root);
   const Tag* tag = Find(name);
   return tag != nullptr ? tag->value : "";
 }

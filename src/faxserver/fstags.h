@@ -7,6 +7,10 @@
 #ifndef FAXSERVER_FSTAGS_H_
 #define FAXSERVER_FSTAGS_H_
 
+// Reads the table unless it was. False with errno when its file cannot be read
+// for want of memory, descriptors or a sound disk, and the next call tries
+// again; without a file the table is empty.
+bool fx_load_tags(const char* root);
 // The value of a tag: "tnp" (the program to run on a new request), "queue",
 // "sendres", "priority", "tsi", "mailaddr", "maxtrys", "retrymins" (minutes
 // between attempts) or "exphours" (hours until a request expires). "" for one

@@ -10,6 +10,7 @@
 #include "cm/cmkrt.h"
 #include "cm/cmpaths.h"
 #include "util/kutdir.h"
+#include "util/kuterr.h"
 #include "util/kutfile.h"
 
 namespace {
@@ -96,8 +97,9 @@ bool fx_is_valid_user(const char* root, const char* user) {
 
 bool fx_get_identity(const char* user, bool or_krt, kut_identity* identity,
                      const kut_identity** result) {
+  errno = 0;
   const passwd* entry = user != nullptr ? getpwnam(user) : nullptr;
-  if (entry == nullptr && or_krt) {
+  if (entry == nullptr && or_krt && !Kut_is_shortage(errno)) {
     user = cm_get_krt_uname();
     entry = getpwnam(user);
   }

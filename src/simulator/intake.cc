@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <utility>
+#include <vector>
 
 #include "cm/cmpaths.h"
 #include "daemon/rsp.h"
@@ -165,7 +166,9 @@ void Intake::Take(const std::string& name) {
 void Intake::TakeForgotten() {
   DirReader dir;
   if (dir.Open(cm_get_queued_dir(root_.c_str())) != 0) return;
-  for (const std::string& name : fx_visible_names(&dir)) {
+  std::vector<std::string> names;
+  fx_visible_names(&dir, &names);  // what is missed now is found the next time
+  for (const std::string& name : names) {
     if (!IsForgotten(dir, name)) continue;
     Say("command %s: found without a record", Printable(name).c_str());
     Take(name);

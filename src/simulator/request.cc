@@ -1,5 +1,8 @@
 #include "simulator/request.h"
 
+#include <string>
+#include <vector>
+
 #include "cm/cmpaths.h"
 #include "faxserver/fsfiles.h"
 #include "faxserver/fsfreq.h"
@@ -19,9 +22,13 @@ cm_path StatusPath(const std::string& root, const Request& request) {
 // The status of a request, and with it the client: the request file has the
 // owner's uid alone, which a user of the fax server need not have.
 kx::Object FindStatus(const std::string& root, long seqno) {
-  DirReader users;
-  if (users.Open(cm_get_faxq_dir(root.c_str())) != 0) return nullptr;
-  for (const std::string& user : fx_visible_names(&users)) {
+  DirReader dir;
+  std::vector<std::string> users;
+  if (dir.Open(cm_get_faxq_dir(root.c_str())) != 0 ||
+      !fx_visible_names(&dir, &users)) {
+    return nullptr;
+  }
+  for (const std::string& user : users) {
     kx::Object status(fx_read_status(root.c_str(), user.c_str(), seqno));
     if (status == nullptr) continue;
     kx::SetText(status.get(), "clientid", user.c_str());

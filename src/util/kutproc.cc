@@ -61,6 +61,7 @@ bool PlaceDescriptors(const int (&fds)[3], int* report) {
   *report = report_copy;
   for (int i = 0; i < 3; i++) {
     const int from = fds[i] >= 0 ? fds[i] : open("/dev/null", O_RDWR);
+    if (from < 0) return false;
     copies[i] = fcntl(from, F_DUPFD, kFirstFreeFd);
     if (copies[i] < 0) return false;
   }

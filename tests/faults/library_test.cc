@@ -8,8 +8,11 @@
 #include <iostream>
 
 #include "faults/sweep.h"
+#include "faxserver/fscover.h"
+#include "faxserver/fsdmnlst.h"
 #include "faxserver/fsfreq.h"
 #include "faxserver/fsmkfreq.h"
+#include "faxserver/fstags.h"
 #include "kx/kxtext.h"
 #include "phonebook/pb.h"
 #include "support/objects.h"
@@ -91,6 +94,8 @@ kx::Object Request(int seqno, const char* number) {
 void SaveRequests(const SampleRoot& root) {
   root.AddUser("jsmith");
   root.Put("OSEQF", "6\n");
+  root.Put("krtnet/envtags", "sendres=low\nmaxtrys=9\n");
+  root.Put("Default", "laser\n");
   fx_save_freq(root.root(), Request(7, "1").get());
   fx_save_freq(root.root(), Request(8, "555-0142").get());
 }
@@ -100,14 +105,29 @@ bool SaveRequest(const SampleRoot& root) {
   return fx_save_freq(root.root(), freq.get()) == 0;
 }
 
-// Its number is new, and its times are none that could be compared.
+// The default queue and the tag table say what the client did not. The request's
+// number is new, and its times are none that could be compared.
 bool MakeRequest(const SampleRoot& root) {
   static const kx::Object env = MakeObject("obj-env", "tofnum", "1");
+  fx_reset_tags();
   if (!Found(fx_make_freq(root.root(), "jsmith", env.get()))) return false;
   for (const char* field : {"submittime", "sendtime", "exptime"}) {
     kx::SetText(g_found.get(), field, nullptr);
   }
   return true;
+}
+
+// ---- What the fax server has beside ----
+
+void AddCovers(const SampleRoot& root) {
+  root.PutProgram("Covers/formal.cvr", "echo NAME:R");
+  root.PutProgram("Covers/plain.cvr", "echo NAME:R");
+}
+
+// Of a daemon that runs as long as the test.
+std::string Entry(const char* daemon) {
+  static const pid_t pid = getpid();
+  return std::to_string(pid) + ":" + daemon + "\n";
 }
 
 // ---- The phone book ----
@@ -194,6 +214,17 @@ const Work kWorks[] = {
      [](const SampleRoot& root) { return Found(fx_rd_freqs(root.root())); },
      SaveRequests},
     {"MakeRequest", MakeRequest, SaveRequests},
+    {"MatchCovers",
+     [](const SampleRoot& root) {
+       return Found(fx_cover_matchlist(root.root(), nullptr));
+     },
+     AddCovers},
+    {"LeaveRegister",
+     [](const SampleRoot& root) {
+       return fx_upd_daemon_list(root.root(), kFxFileDaemon) == 0;
+     },
+     nullptr, "krtnet/krtnet.lck", Entry(kFxFileDaemon) + Entry(kFxNetDaemon),
+     Entry(kFxNetDaemon)},
     {.name = "CreateBook", .run = Create, .prepare = SetUpBook, .persons = ""},
     {.name = "AddPerson",
      .run = AddPerson,

@@ -13,8 +13,7 @@
 //   first then.
 // - The page is shared with forked children: one count for all of them.
 //   Programs that they run are spared.
-// - What a stream reads and writes counts as the stream's descriptor; what the
-// C
+// - What a stream reads and writes counts as the stream's descriptor. What the C
 //   library does for itself (the user database, directories) does not count,
 //   but for its memory.
 // - A call that fails has not been made, but for close, which always closes.

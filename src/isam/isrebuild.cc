@@ -198,8 +198,7 @@ class Rebuilder {
         continue;
       }
       next_serial_ = std::max(next_serial_, serial + 1);
-      if (SlotInUse(slot_.data()))
-        kept_.push_back({serial, n, false});
+      if (SlotInUse(slot_.data())) kept_.push_back({serial, n, false});
     }
     std::sort(kept_.begin(), kept_.end(), [](const Kept& a, const Kept& b) {
       return a.serial != b.serial ? a.serial < b.serial : a.slot < b.slot;
@@ -262,8 +261,7 @@ class Rebuilder {
       if (used[n]) continue;
       const isam_code read = ReadSlot(n);
       if (read == kIsamIo) return read;
-      const uint32_t serial =
-          read == kIsamOk ? SlotSerial(slot_.data()) : 0;
+      const uint32_t serial = read == kIsamOk ? SlotSerial(slot_.data()) : 0;
       std::fill(slot_.begin(), slot_.end(), uint8_t{0});
       Put32(slot_.data() + 8, root_.free_slot);
       Put32(slot_.data() + kSlotHeader, serial);

@@ -213,9 +213,9 @@ class Inline : public Served {};
 INSTANTIATE_TEST_SUITE_P(, Inline, ::testing::Values("1"));
 
 TEST_P(Inline, TheCommandInHandIsAnsweredAfterASignal) {
-  root_.PutProgram("Covers/slow.cvr",
-                   "echo > " + Path("started") + "\nwhile [ ! -e " +
-                       Path("go") + " ]; do sleep 0.02; done\necho to:R");
+  root_.PutProgram("Covers/slow.cvr", "echo > " + Path("started") +
+                                          "\nwhile [ ! -e " + Path("go") +
+                                          " ]; do sleep 0.02; done\necho to:R");
   Start();
   root_.Drop("a", Command("cmd-cvrtags", 1, 1,
                           Argument("obj-resource", "rname=slow\n")));

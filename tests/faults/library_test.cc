@@ -105,8 +105,8 @@ bool SaveRequest(const SampleRoot& root) {
   return fx_save_freq(root.root(), freq.get()) == 0;
 }
 
-// The default queue and the tag table say what the client did not. The request's
-// number is new, and its times are none that could be compared.
+// The default queue and the tag table say what the client did not. The
+// request's number is new, and its times are none that could be compared.
 bool MakeRequest(const SampleRoot& root) {
   static const kx::Object env = MakeObject("obj-env", "tofnum", "1");
   fx_reset_tags();

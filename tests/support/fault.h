@@ -13,9 +13,9 @@
 //   first then.
 // - The page is shared with forked children: one count for all of them.
 //   Programs that they run are spared.
-// - What a stream reads and writes counts as the stream's descriptor. What the C
-//   library does for itself (the user database, directories) does not count,
-//   but for its memory.
+// - What a stream reads and writes counts as the stream's descriptor. Of what
+//   the C library does for itself (the user database, directories) only the
+//   memory counts.
 // - A call that fails has not been made, but for close, which always closes.
 #ifndef SUPPORT_FAULT_H_
 #define SUPPORT_FAULT_H_

@@ -32,7 +32,7 @@ class Findings {
   const Place& place_;
 };
 
-// What the daemon needs to start.
+// The directories that the daemon needs, and who can get at them.
 void CheckTree(Findings* findings);
 void CheckSystemUser(Findings* findings);
 void CheckSpace(Findings* findings);

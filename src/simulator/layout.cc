@@ -103,8 +103,8 @@ void LayCommon(Placer* place) {
   for (const SampleFile& file : SampleFiles()) {
     place->File(file.path, file.mode, file.content);
   }
-  place->File("qstat", 0664, SampleQstat());
-  place->File("dstat", 0664, SampleDstat());
+  place->File("qstat", 0644, SampleQstat());
+  place->File("dstat", 0644, SampleDstat());
   place->Fifo("FIFO", MakeSchedulerFifo);
   place->Fifo("krtnet/filspool/kfifo", MakeSpoolFifo);
   place->Fifo("krtnet/filspool/efifo", MakeEventFifo);

@@ -8,7 +8,7 @@
 namespace sim {
 namespace {
 
-constexpr mode_t kCommon = 0775;
+constexpr mode_t kCommon = 0755;
 // Clients of the fax system's group drop their commands there.
 constexpr mode_t kSpool = 02770;
 
@@ -25,7 +25,7 @@ constexpr SampleFolder kFolders[] = {
     {"krtnet/filspool", kSpool},
     {"krtnet/netspool", kSpool},
     {"krtnet/queued", kSpool},
-    {"krtnet/requests", kCommon},
+    {"krtnet/requests", kSpool},
     {"krtnet/sessions", kSpool},
     {"logs", kCommon},
     {"requests", kCommon},
@@ -34,9 +34,9 @@ constexpr SampleFolder kFolders[] = {
 };
 
 constexpr SampleFile kFiles[] = {
-    {"Default", 0664, "any\n"},
-    {"Classes/any", 0664, "any\nfax0\nfax1\n"},
-    {"Covers/standard.sh", 0775,
+    {"Default", 0644, "any\n"},
+    {"Classes/any", 0644, "any\nfax0\nfax1\n"},
+    {"Covers/standard.sh", 0755,
      "#!/bin/sh\n"
      "# With -dump a cover page tells its tags, in one line.\n"
      "[ \"$1\" = -dump ] || exit 64\n"
@@ -44,25 +44,25 @@ constexpr SampleFile kFiles[] = {
      "  'company:O:F:Courier:30:\"Recipient company\"' \\\n"
      "  'FXSENTON:S:P:Times:20:\"Date sent\"' \\\n"
      "  'FXPAGES:S:P:Times:4:\"Number of pages\"'\n"},
-    {"Covers/memo.sh", 0775,
+    {"Covers/memo.sh", 0755,
      "#!/bin/sh\n"
      "[ \"$1\" = -dump ] || exit 64\n"
      "echo 'to:R:P:Times:40:\"To\"' 'subject:O:P:Times:60:\"Subject\"'\n"},
-    {"groups/board", 0664, "555-0101\n555-0102\n"},
-    {"krtnet/covers.lst", 0664,
+    {"groups/board", 0644, "555-0101\n555-0102\n"},
+    {"krtnet/covers.lst", 0644,
      "# name    description\n"
      "standard  Plain cover page\n"
      "memo      Internal memo\n"},
-    {"krtnet/envtags", 0664,
+    {"krtnet/envtags", 0644,
      "# Settings of new requests that say nothing else.\n"
      "maxtrys=3\n"
      "retrymins=5\n"
      "tsi=KRT SAMPLE\n"},
     {"krtnet/krtnet.lck", 0664, ""},
-    {"krtnet/prtdests.lst", 0664,
+    {"krtnet/prtdests.lst", 0644,
      "# name  description\n"
      "laser   The printer in the hall\n"},
-    {"retrys", 0664,
+    {"retrys", 0644,
      "# name  description\n"
      "short   Three times, five minutes apart\n"
      "long    All day, every half hour\n"},

@@ -8,6 +8,7 @@
 
 #include "client/ctl.h"
 #include "cm/cmkrt.h"
+#include "support/own_accounts.h"
 
 namespace {
 
@@ -67,6 +68,69 @@ TEST(Check, MissingFoldersAreMadeAndOpenOnesNamed) {
                 "\n");
   chmod(spool.c_str(), 01777);
   EXPECT_EQ(Check(server, "--offline"), "");
+}
+
+TEST(Check, DirectoriesThatLetStrangersInAreNamed) {
+  const OwnAccounts accounts(
+      "krtfax:x:64800:64800::/:/bin/sh\n"
+      "mallory:x:64801:64801::/:/bin/sh\n",
+      "krtfax:x:64800:\nmallory:x:64801:\n");
+  if (!accounts.made()) GTEST_SKIP() << "no accounts of its own";
+  const Server server;
+  // As it is laid out again, nothing is wrong with it.
+  for (const char* dir : {"krtnet", "faxq", "Covers", "temp"}) {
+    std::filesystem::remove_all(server.Path(dir));
+  }
+  server.Run({"check", "--offline", "--fix", "-q"});
+  const auto said = [&] {
+    return server.Run({"check", "--offline", "-q"}).out;
+  };
+  EXPECT_EQ(said(), "");
+  const struct {
+    const char* dir;
+    mode_t mode;
+    uid_t uid;
+    gid_t gid;
+    std::string finding;
+  } kCases[] = {
+      {"Covers", 0777, 0, 0,
+       "FAIL  * can be written by everybody; fix: chmod 0755 *\n"},
+      {"Covers", 01777, 0, 0,
+       "FAIL  * can be written by everybody; fix: chmod 0755 *\n"},
+      {"Covers", 0775, 0, 64800,
+       "warn  * can be written by its group; fix: chmod g-w *\n"},
+      {"Covers", 0755, 64801, 0,
+       "warn  * belongs to mallory; fix: chown root *\n"},
+      {"Covers", 0755, 64800, 64800, ""},
+      {"krtnet", 0755, 64801, 64800,
+       "warn  * belongs to mallory; fix: chown krtfax *\n"},
+      {"krtnet/filspool", 02775, 64800, 64800,
+       "warn  * can be entered by everybody; fix: chmod o-rwx *\n"},
+      {"krtnet/filspool", 02777, 64800, 64800,
+       "FAIL  * can be written by everybody; fix: chmod 2770 *\n"},
+      {"krtnet/filspool", 03777, 64800, 64800, ""},
+      {"krtnet/filspool", 02750, 64800, 64800,
+       "warn  * is not open to its group; fix: chmod g+rwx *\n"},
+      {"krtnet/filspool", 02770, 64800, 0,
+       "warn  * does not belong to the group krtfax; fix: chgrp krtfax *\n"},
+      {"", 0777, 64800, 64800,
+       "FAIL  * can be written by everybody; fix: chmod 0755 *\n"},
+  };
+  for (const auto& c : kCases) {
+    const std::string path =
+        *c.dir != '\0' ? server.Path(c.dir) : server.root().root();
+    struct stat before;
+    ASSERT_EQ(stat(path.c_str(), &before), 0);
+    ASSERT_EQ(chown(path.c_str(), c.uid, c.gid), 0);
+    ASSERT_EQ(chmod(path.c_str(), c.mode), 0);
+    std::string expected = c.finding;
+    for (size_t at; (at = expected.find('*')) != expected.npos;) {
+      expected.replace(at, 1, path);
+    }
+    EXPECT_EQ(said(), expected) << std::oct << c.mode;
+    ASSERT_EQ(chown(path.c_str(), before.st_uid, before.st_gid), 0);
+    ASSERT_EQ(chmod(path.c_str(), before.st_mode & 07777), 0);
+  }
 }
 
 TEST(Check, WhatLiesAboutIsFoundAndRepaired) {

@@ -22,7 +22,7 @@ struct Sys {
   int (*sync_full)(int fd);  // with owner and mode; directories
   int (*truncate)(int fd, off_t size);
   int (*chmod)(int fd, mode_t mode);
-  int (*stat)(int fd, struct stat* st);
+  int (*stat)(int fd, struct stat* st);  // device, inode, links and size
   int (*unlink)(const char* path);
   // One try to set F_RDLCK, F_WRLCK or F_UNLCK on a range; EAGAIN when another
   // open has it. The lock belongs to the open file, not to the process.

@@ -18,11 +18,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-int Read(void* lines, char* name, char* value, int mode) {
-  static kx_pair_slot slot;
-  return kx_read_line(static_cast<FILE*>(lines), &slot, name, value, mode);
-}
-
 std::string Slurp(const fs::path& path) {
   std::ostringstream bytes;
   bytes << std::ifstream(path, std::ios::binary).rdbuf();
@@ -55,10 +50,11 @@ const Folders& Place() {
 }
 
 kx::Object ObjectOf(std::string bytes, const fs::path& directory) {
-  FILE* lines = fmemopen(bytes.data(), bytes.size(), "r");
-  if (lines == nullptr) return nullptr;
-  kx::Object obj(Kfx_Comp_Obj("obj-file", Read, lines, directory.c_str()));
-  fclose(lines);
+  kx_source source = {fmemopen(bytes.data(), bytes.size(), "r")};
+  if (source.file == nullptr) return nullptr;
+  kx::Object obj(
+      Kfx_Comp_Obj("obj-file", kx_read_source, &source, directory.c_str()));
+  fclose(source.file);
   return obj;
 }
 
@@ -68,10 +64,10 @@ void EncodeAgain(const fs::path& file, const fs::path& copies) {
   FILE* lines = open_memstream(&bytes, &size);
   CHECK(kx_encode(kx_write_pair_fp, lines, file.c_str()) == 0);
   fclose(lines);
-  lines = fmemopen(bytes, size, "r");
-  const char* path = kx_decode(Read, lines, copies.c_str());
+  kx_source source = {fmemopen(bytes, size, "r")};
+  const char* path = kx_decode(kx_read_source, &source, copies.c_str());
   CHECK(path != nullptr && Slurp(path) == Slurp(file));
-  fclose(lines);
+  fclose(source.file);
   free(bytes);
 }
 

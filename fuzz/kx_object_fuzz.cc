@@ -10,26 +10,26 @@
 
 namespace {
 
-using fuzz::Lines;
 using fuzz::TextOf;
 
 // The type that the first line names, else that of commands.
-std::string TypeOf(Lines* lines) {
+std::string TypeOf(kx_source* source) {
   char name[KX_PAIR_SIZE];
   char value[KX_PAIR_SIZE];
-  if (Lines::Read(lines, name, value, kx_read_next) != 0) return "obj-cmdrsp";
-  Lines::Read(lines, name, value, kx_read_push);
+  if (kx_read_source(source, name, value, kx_read_next) != 0)
+    return "obj-cmdrsp";
+  kx_read_source(source, name, value, kx_read_push);
   return kx_obj_by_type(value) != nullptr ? value : "obj-cmdrsp";
 }
 
 kx::Object ObjectOf(const std::string& text) {
   std::string bytes = text;
-  Lines lines = {fmemopen(bytes.data(), bytes.size(), "r"), {}};
-  if (lines.file == nullptr) return nullptr;
+  kx_source source = {fmemopen(bytes.data(), bytes.size(), "r")};
+  if (source.file == nullptr) return nullptr;
   kx::Object obj(
-      Kfx_Comp_Obj(TypeOf(&lines).c_str(), Lines::Read, &lines, nullptr));
+      Kfx_Comp_Obj(TypeOf(&source).c_str(), kx_read_source, &source, nullptr));
   CHECK(obj == nullptr || kx_errno == 0);
-  fclose(lines.file);
+  fclose(source.file);
   return obj;
 }
 

@@ -13,22 +13,12 @@
 
 namespace fuzz {
 
-struct Lines {
-  FILE* file;
-  kx_pair_slot slot;
-
-  static int Read(void* context, char* name, char* value, int mode) {
-    auto* self = static_cast<Lines*>(context);
-    return kx_read_line(self->file, &self->slot, name, value, mode);
-  }
-};
-
 // Null where there is no object of the type in the text.
 inline kx::Object ObjectOf(std::string text, const char* type) {
-  Lines lines = {fmemopen(text.data(), text.size(), "r"), {}};
-  if (lines.file == nullptr) return nullptr;
-  kx::Object obj(Kfx_Comp_Obj(type, Lines::Read, &lines, nullptr));
-  fclose(lines.file);
+  kx_source source = {fmemopen(text.data(), text.size(), "r")};
+  if (source.file == nullptr) return nullptr;
+  kx::Object obj(Kfx_Comp_Obj(type, kx_read_source, &source, nullptr));
+  fclose(source.file);
   return obj;
 }
 

@@ -27,16 +27,6 @@ constexpr long long kSlowLook = 1000;
 constexpr long long kFirstLook = 10;
 constexpr long long kLongestLook = 250;
 
-struct Reader {
-  FILE* file;
-  kx_pair_slot slot;
-};
-
-int ReadPair(void* context, char* name, char* value, int mode) {
-  auto* reader = static_cast<Reader*>(context);
-  return kx_read_line(reader->file, &reader->slot, name, value, mode);
-}
-
 int AppendPair(void* context, const char* name, const char* value, int code) {
   if (code == kx_write_start || code == kx_write_stop) return 0;
   auto* text = static_cast<std::string*>(context);
@@ -193,8 +183,9 @@ Status Exchange::Take(const std::string& name, const char* unpack_dir,
                                                    fclose);
   if (file == nullptr) return SystemFailure(krt_system, path);
   static_cast<void>(fd.release());
-  Reader reader = {file.get(), {}};
-  answer->reset(Kfx_Comp_Obj("obj-cmdrsp", ReadPair, &reader, unpack_dir));
+  kx_source source = {file.get()};
+  answer->reset(
+      Kfx_Comp_Obj("obj-cmdrsp", kx_read_source, &source, unpack_dir));
   if (*answer == nullptr) {
     // Kept: it is all that tells what became of the command.
     return {krt_internal,

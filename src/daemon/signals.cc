@@ -16,10 +16,10 @@ namespace {
 
 volatile int g_wake_fd = -1;
 
-void Install(int sig, void (*handler)(int), int flags) {
+void Install(int sig, void (*handler)(int), unsigned flags) {
   struct sigaction action {};
   action.sa_handler = handler;
-  action.sa_flags = flags;
+  action.sa_flags = static_cast<int>(flags);
   sigaction(sig, &action, nullptr);
 }
 

@@ -11,21 +11,6 @@
 #include "kx/kxtext.h"
 #include "util/kutstr.h"
 
-namespace {
-
-// Where a composing reader stands in its stream.
-struct ObjectSource {
-  FILE* stream;
-  kx_pair_slot slot;
-};
-
-int ReadPair(void* context, char* name, char* value, int mode) {
-  ObjectSource* source = static_cast<ObjectSource*>(context);
-  return kx_read_line(source->stream, &source->slot, name, value, mode);
-}
-
-}  // namespace
-
 UniqueFd fx_open_file(int dirfd, const char* name, fx_links links,
                       struct stat* st) {
   const int nofollow = links == fx_links::kRefuse ? O_NOFOLLOW : 0;
@@ -70,11 +55,11 @@ bool fx_read_line(FILE* stream, char* line, size_t size) {
 
 kx::Object fx_read_object(FILE* stream, const char* type) {
   if (stream == nullptr) return kx::Object(fx_null(kx_err_system));
-  ObjectSource source = {stream, {}};
+  kx_source source = {stream};
   char name[KX_PAIR_SIZE];
   char found[KX_PAIR_SIZE];
   if (type == nullptr) {
-    if (ReadPair(&source, name, found, kx_read_next) != 0) {
+    if (kx_read_source(&source, name, found, kx_read_next) != 0) {
       return kx::Object(fx_null(kx_err_callback));
     }
     if (strcmp(name, kx_obj_kwrds[0]) != 0) {
@@ -83,7 +68,7 @@ kx::Object fx_read_object(FILE* stream, const char* type) {
     type = found;
   }
   errno = 0;
-  kx::Object object(Kfx_Comp_Obj(type, ReadPair, &source, nullptr));
+  kx::Object object(Kfx_Comp_Obj(type, kx_read_source, &source, nullptr));
   if (object != nullptr) return object;
   // To the object library the one is an early end, the other a bad object.
   if (ferror(stream) != 0) kx_errno = kx_err_system;

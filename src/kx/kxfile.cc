@@ -82,6 +82,11 @@ int kx_read_line(FILE* file, kx_pair_slot* slot, char* name, char* value,
   return 0;
 }
 
+int kx_read_source(void* source, char* name, char* value, int mode) {
+  auto* self = static_cast<kx_source*>(source);
+  return kx_read_line(self->file, &self->slot, name, value, mode);
+}
+
 int kx_write_line(FILE* file, const char* name, const char* value) {
   fputs_unlocked(name, file);
   putc_unlocked('=', file);

@@ -53,6 +53,12 @@ struct kx_pair_slot {
 // without "=".
 int kx_read_line(FILE* file, kx_pair_slot* slot, char* name, char* value,
                  int mode);
+// A stream with a slot of its own, and the reader whose context that is.
+struct kx_source {
+  FILE* file;
+  kx_pair_slot slot = {};
+};
+int kx_read_source(void* source, char* name, char* value, int mode);
 // Writes one "name=value" line. 0.
 int kx_write_line(FILE* file, const char* name, const char* value);
 

@@ -29,25 +29,16 @@ const std::string& UnpackDir() {
   return dir.path();
 }
 
-struct Reader {
-  FILE* file;
-  kx_pair_slot slot;
-};
-
-int ReadPair(void* context, char* name, char* value, int mode) {
-  auto* reader = static_cast<Reader*>(context);
-  return kx_read_line(reader->file, &reader->slot, name, value, mode);
-}
-
 // The one object that the text is; null when it is not just that.
 kx::Object Parse(const std::string& text, const char* type) {
   const std::unique_ptr<FILE, int (*)(FILE*)> file(
       fmemopen(const_cast<char*>(text.data()), text.size(), "r"), fclose);
   if (file == nullptr) return nullptr;  // of an empty text
-  Reader reader = {file.get(), {}};
-  kx::Object object(Kfx_Comp_Obj(type, ReadPair, &reader, UnpackDir().c_str()));
+  kx_source source = {file.get()};
+  kx::Object object(
+      Kfx_Comp_Obj(type, kx_read_source, &source, UnpackDir().c_str()));
   // A text that is cut off within its last line can still be read.
-  const bool rest = reader.slot.full || std::fgetc(file.get()) != EOF;
+  const bool rest = source.slot.full || std::fgetc(file.get()) != EOF;
   if (rest || !text.ends_with(std::string("\nobjend=") + type + "\n")) {
     object.reset();
   }

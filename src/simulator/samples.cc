@@ -13,24 +13,15 @@ constexpr mode_t kCommon = 0755;
 constexpr mode_t kSpool = 02770;
 
 constexpr SampleFolder kFolders[] = {
-    {"Classes", kCommon},
-    {"Covers", kCommon},
-    {"Formatters", kCommon},
-    {"Grequests", kCommon},
-    {"expired", kCommon},
-    {"faxq", kCommon},
-    {"groups", kCommon},
-    {"in", kCommon},
-    {"krtnet", kCommon},
-    {"krtnet/filspool", kSpool},
-    {"krtnet/netspool", kSpool},
-    {"krtnet/queued", kSpool},
-    {"krtnet/requests", kSpool},
-    {"krtnet/sessions", kSpool},
-    {"logs", kCommon},
-    {"requests", kCommon},
-    {"temp", kCommon},
-    {"tnp", kCommon},
+    {"Classes", kCommon},        {"Covers", kCommon},
+    {"Formatters", kCommon},     {"Grequests", kCommon},
+    {"expired", kCommon},        {"faxq", kCommon},
+    {"groups", kCommon},         {"in", kCommon},
+    {"krtnet", kCommon},         {"krtnet/filspool", kSpool},
+    {"krtnet/netspool", kSpool}, {"krtnet/queued", kSpool},
+    {"krtnet/requests", kSpool}, {"krtnet/sessions", kSpool},
+    {"logs", kCommon},           {"requests", kCommon},
+    {"temp", kCommon},           {"tnp", kCommon},
 };
 
 constexpr SampleFile kFiles[] = {

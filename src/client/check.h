@@ -32,7 +32,8 @@ class Findings {
   const Place& place_;
 };
 
-// The directories that the daemon needs, and who can get at them.
+// What the daemon needs to start: its directories, and nobody in them who
+// should not be; the fax system's user and group; room on the disk.
 void CheckTree(Findings* findings);
 void CheckSystemUser(Findings* findings);
 void CheckSpace(Findings* findings);

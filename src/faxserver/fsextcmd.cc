@@ -18,6 +18,7 @@
 #include "faxserver/fsmsg.h"
 #include "faxserver/fspopen.h"
 #include "faxserver/fsuser.h"
+#include "util/kuterr.h"
 #include "util/kutio.h"
 #include "util/kutproc.h"
 #include "util/kutstr.h"
@@ -141,6 +142,11 @@ kx_object* MakeResult(const std::string& output, bool is_object) {
   return object != nullptr ? fx_give(std::move(object)) : fx_null(kx_err_data);
 }
 
+// The error number when there is nobody to run as: by errno.
+int NobodyError() {
+  return Kut_is_shortage(errno) ? kx_err_system : kx_err_permission;
+}
+
 kx_object* MakeErrorText(int fd) {
   std::string text;
   lseek(fd, 0, SEEK_SET);
@@ -192,7 +198,7 @@ kx_object* fx_extcmd(const char*, const char* user, kx_object* extcmd) try {
   kut_identity identity;
   const kut_identity* run_as;
   if (!fx_get_identity(user, false, &identity, &run_as)) {
-    return fx_null(kx_err_permission);
+    return fx_null(NobodyError());
   }
   const fx_child_guard guard;
   return Run(arguments, run_as, kx::Bool(extcmd, "retobj") == 1);
@@ -204,7 +210,7 @@ int fx_run_as(const char* user, const char* command) {
   kut_identity identity;
   const kut_identity* run_as;
   if (!fx_get_identity(user, true, &identity, &run_as)) {
-    return fx_fail(kx_err_permission);
+    return fx_fail(NobodyError());
   }
   kut_spawn what;
   what.command = command;

@@ -103,10 +103,14 @@ bool fx_get_identity(const char* user, bool or_krt, kut_identity* identity,
     user = cm_get_krt_uname();
     entry = getpwnam(user);
   }
-  if (entry == nullptr) return false;
+  if (entry == nullptr) {
+    if (errno == 0) errno = ENOENT;
+    return false;
+  }
   *identity = {entry->pw_uid, entry->pw_gid, user};
   *result = identity;
   if (geteuid() == 0) return true;
   *result = nullptr;
+  errno = EPERM;
   return identity->uid == geteuid();
 }

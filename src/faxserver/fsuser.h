@@ -35,8 +35,9 @@ bool fx_is_valid_user(const char* root, const char* user);
 // as the system knows them. For a user that the system does not know, the fax
 // system's user when `or_krt` is set. The result is what Kut_spawn takes:
 // `identity`; or null where the process already is that user without being the
-// super-user, which could not change it. False: nobody to run as, a process
-// that may not become that user, or nobody can tell at present who the user is.
+// super-user, which could not change it. False with errno: nobody to run as, a
+// process that may not become that user (EPERM), or nobody can tell at present
+// who the user is (a shortage).
 // `identity->user` points to `user` or to a constant.
 bool fx_get_identity(const char* user, bool or_krt, kut_identity* identity,
                      const kut_identity** result);

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "cm/cmlimits.h"
 #include "cm/cmpaths.h"
 #include "commands/docmd.h"
 #include "daemon/background.h"
@@ -116,6 +117,12 @@ void ChooseSpool() {
   file_dir = netspool;
 }
 
+// The budgets, as the environment has them. A wrong one leaves the default.
+void SetLimits() {
+  const char* wrong = cm_set_limits(std::getenv("KFAXLIMITS"));
+  if (wrong != nullptr) dmn_logf("Invalid limit in KFAXLIMITS: %s", wrong);
+}
+
 // Forks the daemons; only they come back. The starting process exits.
 void Detach() {
   const int count = num_daemons == 0 ? 1 : num_daemons;
@@ -191,6 +198,7 @@ void krtcmd_run(int argc, char** argv) {
   if (!background) log_fd = -1;
   dmn_log_reopen(log_fd, Debug);
   fx_log_to(dmn_log_write);
+  SetLimits();
   if (background) Detach();
   LogStart();
   fx_add_daemon_list(kfaxdir, ProgName, getpid());

@@ -90,6 +90,15 @@ int Kut_uname_to_uid(const char* name) {
   return uid;
 }
 
+int Kut_uid_to_gid(int uid) {
+  int gid = -1;
+  FindUser(static_cast<uid_t>(uid), [&](const passwd& entry) {
+    gid = static_cast<int>(entry.pw_gid);
+    return true;
+  });
+  return gid;
+}
+
 const char* Kut_uid_to_uname(int uid) {
   static char buffer[kNameSize];
   const bool known = FindUser(

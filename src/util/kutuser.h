@@ -9,6 +9,8 @@
 #define UTIL_KUTUSER_H_
 
 int Kut_uname_to_uid(const char* name);
+// The group of the user's login.
+int Kut_uid_to_gid(int uid);
 const char* Kut_uid_to_uname(int uid);
 int Kut_gname_to_gid(const char* name);
 const char* Kut_gid_to_gname(int gid);

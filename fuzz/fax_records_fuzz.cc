@@ -93,13 +93,15 @@ void Log(fuzz::Input* in) {
   fuzz::Root().Put(cm_get_olog_file(g_root), content);
   const auto all = Records<fx_olog_bytes>(content);
   if (all.empty()) return;
-  const int32_t seqno = fx_decode_olog(all[0]).seqno;
-  const auto records = fx_read_olog_list(g_root, seqno, max);
+  const fx_olog_record first = fx_decode_olog(all[0]);
+  const auto records =
+      fx_read_olog_list(g_root, first.seqno, first.clientid.c_str(), max);
   CHECK(records.size() <= static_cast<size_t>(max) &&
         records.empty() == (max == 0));
   const kx::Object status = kx::Build("obj-status");
   for (std::size_t i = 0; i < records.size(); ++i) {
-    CHECK(records[i].seqno == seqno);
+    CHECK(records[i].seqno == first.seqno &&
+          records[i].clientid == first.clientid);
     CHECK(i == 0 || records[i - 1].attempt <= records[i].attempt);
     CHECK(fx_merge_stat_olog(status.get(), records[i]) == 0);
     fuzz::TextOf(status.get());

@@ -3,10 +3,12 @@
 #include <grp.h>
 #include <pwd.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <vector>
@@ -37,12 +39,17 @@ bool IsFaxGroup(gid_t gid) {
 }
 
 // Whether users outside the fax system can reach the files in the directory.
-bool IsOpen(int dirfd) {
-  struct stat st;
-  if (dirfd < 0 || fstat(dirfd, &st) != 0 || (st.st_mode & S_IXOTH) != 0) {
-    return true;
-  }
-  return (st.st_mode & S_IXGRP) != 0 && !IsFaxGroup(st.st_gid);
+bool IsOpen(const struct stat& spool) {
+  if ((spool.st_mode & S_IXOTH) != 0) return true;
+  return (spool.st_mode & S_IXGRP) != 0 && !IsFaxGroup(spool.st_gid);
+}
+
+// Whether an access control list names further users or groups: then the mode's
+// group bits are what those have at most.
+bool HasAccessList(int dirfd) {
+  char path[32];
+  std::snprintf(path, sizeof path, "/proc/self/fd/%d", dirfd);
+  return getxattr(path, "system.posix_acl_access", nullptr, 0) > 0;
 }
 
 bool IsInFaxGroup(const passwd& user) {
@@ -58,7 +65,7 @@ bool IsInFaxGroup(const passwd& user) {
   return std::ranges::find(groups, static_cast<gid_t>(fax_gid)) != groups.end();
 }
 
-// What the system's user database says of a file's owner.
+// What the system's user database says of an owner.
 struct Owner {
   uid_t uid;
   bool known;  // has an entry; all below is set only then
@@ -69,33 +76,43 @@ struct Owner {
 
 // A daemon that serves commands by itself asks the database once a second, not
 // for every command of a busy client: asking takes longer than answering.
-constinit Owner g_owner = {};
-constinit time_t g_owner_asked = -1;
+struct LastOwner {
+  Owner owner;
+  time_t asked;
+};
+constinit LastOwner g_of_file = {{}, -1};
+constinit LastOwner g_of_spool = {{}, -1};
 
-const Owner& OwnerOf(const struct stat& st) {
+const Owner& Ask(uid_t uid, LastOwner& last) {
   timespec now;
   clock_gettime(CLOCK_MONOTONIC, &now);
-  if (g_owner_asked == now.tv_sec && g_owner.uid == st.st_uid) return g_owner;
-  g_owner_asked = -1;  // until all is known: there may be no memory for it
-  g_owner = {};
-  g_owner.uid = st.st_uid;
+  Owner& owner = last.owner;
+  if (last.asked == now.tv_sec && owner.uid == uid) return owner;
+  last.asked = -1;  // until all is known: there may be no memory for it
+  owner = {};
+  owner.uid = uid;
   errno = 0;
   // Of root no more than the uid matters.
-  const passwd* entry = st.st_uid != 0 ? getpwuid(st.st_uid) : nullptr;
-  if (entry != nullptr && std::strlen(entry->pw_name) < sizeof g_owner.login) {
-    g_owner.in_fax_group = IsInFaxGroup(*entry);
-    g_owner.gid = entry->pw_gid;
-    std::strcpy(g_owner.login, entry->pw_name);
-    g_owner.known = true;
+  const passwd* entry = uid != 0 ? getpwuid(uid) : nullptr;
+  if (entry != nullptr && std::strlen(entry->pw_name) < sizeof owner.login) {
+    owner.in_fax_group = IsInFaxGroup(*entry);
+    owner.gid = entry->pw_gid;
+    std::strcpy(owner.login, entry->pw_name);
+    owner.known = true;
   }
-  if (entry != nullptr || !Kut_is_shortage(errno)) g_owner_asked = now.tv_sec;
-  return g_owner;
+  if (entry != nullptr || !Kut_is_shortage(errno)) last.asked = now.tv_sec;
+  return owner;
 }
 
-Writers WhoCouldWrite(const struct stat& st, const Owner& owner) {
+const Owner& OwnerOf(const struct stat& st) {
+  return Ask(st.st_uid, g_of_file);
+}
+
+// Who could have written to the file.
+Writers WhoCouldWrite(const struct stat& st, const struct stat& spool,
+                      const Owner& owner) {
   if ((st.st_mode & S_IWOTH) != 0) {
-    return IsOpen(spool_fd(file_dir)) ? Writers::kOutsiders
-                                      : Writers::kFaxSystem;
+    return IsOpen(spool) ? Writers::kOutsiders : Writers::kFaxSystem;
   }
   if ((st.st_mode & S_IWGRP) == 0 || st.st_gid == 0) return Writers::kOwner;
   const bool own = owner.known && owner.gid == st.st_gid;
@@ -103,15 +120,53 @@ Writers WhoCouldWrite(const struct stat& st, const Owner& owner) {
                                       : Writers::kOutsiders;
 }
 
-Trust TrustIn(const struct stat& st, const Owner& owner) {
-  const Writers writers = WhoCouldWrite(st, owner);
-  if (writers == Writers::kOutsiders) return Trust::kNobody;
-  if (st.st_uid == 0 && writers == Writers::kOwner) return Trust::kRoot;
-  if (st.st_uid == geteuid() || cm_is_krt_admin(static_cast<int>(st.st_uid)) ||
+// Who could have put a file into the spool directory.
+Writers WhoCouldPut(int dirfd, const struct stat& spool) {
+  if ((spool.st_mode & S_IWOTH) != 0) return Writers::kOutsiders;
+  if ((spool.st_mode & S_IWGRP) == 0) return Writers::kOwner;
+  if (HasAccessList(dirfd)) return Writers::kOutsiders;
+  return IsFaxGroup(spool.st_gid) || spool.st_gid == getegid()
+             ? Writers::kFaxSystem
+             : Writers::kOutsiders;
+}
+
+// What an owner may do at most, wherever his file came from.
+Trust TrustInOwner(const Owner& owner) {
+  if (owner.uid == 0) return Trust::kRoot;
+  if (owner.uid == geteuid() || cm_is_krt_admin(static_cast<int>(owner.uid)) ||
       owner.in_fax_group) {
     return Trust::kAnyClient;
   }
   return owner.known ? Trust::kSelf : Trust::kNobody;
+}
+
+// The same of the owner of a directory that nobody else can write; what a user
+// who speaks for himself alone has there is his if he owns it.
+Trust TrustInFolder(const struct stat& spool, uid_t file_owner) {
+  const Trust trust = TrustInOwner(Ask(spool.st_uid, g_of_spool));
+  const bool his = file_owner == spool.st_uid;
+  return trust >= Trust::kAnyClient || his ? trust : Trust::kNobody;
+}
+
+Trust TrustIn(const struct stat& st) {
+  const int dirfd = spool_fd(file_dir);
+  struct stat spool;
+  if (dirfd < 0 || fstat(dirfd, &spool) != 0) return Trust::kNobody;
+  const Owner& owner = OwnerOf(st);
+  const Writers writers = WhoCouldWrite(st, spool, owner);
+  if (writers == Writers::kOutsiders) return Trust::kNobody;
+  Trust trust = TrustInOwner(owner);
+  if (writers == Writers::kFaxSystem)
+    trust = std::min(trust, Trust::kAnyClient);
+  switch (WhoCouldPut(dirfd, spool)) {
+    case Writers::kOutsiders:
+      return trust > Trust::kSelf ? Trust::kNobody : trust;
+    case Writers::kFaxSystem:
+      return std::min(trust, Trust::kAnyClient);
+    case Writers::kOwner:
+      break;
+  }
+  return std::min(trust, TrustInFolder(spool, st.st_uid));
 }
 
 bool NamesAUser(const kx_fielddef& field) {
@@ -160,8 +215,7 @@ void LogRefusal(kx_object* cmd, const struct stat* st) {
 }
 
 bool IsPermitted(const cmd_row& row, kx_object* cmd, const struct stat& st) {
-  const Owner& owner = OwnerOf(st);
-  const Trust trust = TrustIn(st, owner);
+  const Trust trust = TrustIn(st);
   const char* client = cmd_client(cmd);
   if (row.runs_program != 0) {
     // Whom the database cannot tell at present may be root as well.
@@ -171,7 +225,7 @@ bool IsPermitted(const cmd_row& row, kx_object* cmd, const struct stat& st) {
     }
   }
   if (trust != Trust::kSelf) return trust != Trust::kNobody;
-  const char* login = owner.login;
+  const char* login = OwnerOf(st).login;
   return std::strcmp(client, login) == 0 && NamesOnly(login, cmd);
 }
 
@@ -186,5 +240,18 @@ bool cmd_is_permitted(const cmd_row& row, kx_object* cmd) {
 
 bool cmd_is_trusted(kx_object* cmd) {
   const struct stat* st = sx_cmd_stat(cmd);
-  return st != nullptr && TrustIn(*st, OwnerOf(*st)) >= Trust::kAnyClient;
+  return st != nullptr && TrustIn(*st) >= Trust::kAnyClient;
+}
+
+bool cmd_owner(kx_object* cmd, kut_fsid* owner) {
+  const struct stat* st = sx_cmd_stat(cmd);
+  if (st == nullptr) {
+    errno = ENOENT;
+    return false;
+  }
+  *owner = {st->st_uid, st->st_gid};
+  if (st->st_uid == 0) return true;
+  const int gid = Kut_login_gid(st->st_uid);
+  if (gid != -1) owner->gid = static_cast<gid_t>(gid);
+  return gid != -1 || errno == ENOENT;
 }

@@ -13,8 +13,23 @@
 //     where outsiders could have written
 //     to the file                        nobody
 //
-// - A program runs with uid 0 only for root, in a file that nobody but root
-//   could write to.
+// But who owns a file need not have put it there: whoever can rename in a
+// directory can bring any file of root's into it. So a file is never more
+// trusted than the spool directory that it lies in, whose mode and owner are
+// asked with every command:
+//
+//     who can write the directory        its files count
+//     others, a group but the three      each owner's for itself alone; those
+//     below, or somebody by an access    of owners who may act for every client
+//     control list                       are refused
+//     a group: the fax system's, root's  at most as the fax system's: for every
+//     or the daemon's own                client, never as root
+//     its owner alone: root              as their owners
+//     ... who may act for every client   at most as the fax system's
+//     ... any other user                 the owner's own for itself; no others
+//
+// - A program runs with uid 0 only for root: in a file that nobody but root
+//   could write to, in a directory that nobody but root can write to.
 // - Outsiders are those beyond the owner and the fax system's group. What all
 //   may write counts as theirs where they can enter the spool directory: the
 //   daemon's own responses are such files.
@@ -22,6 +37,7 @@
 #define COMMANDS_CMDACCESS_H_
 
 #include "commands/docmd.h"
+#include "util/kutident.h"
 
 // Whether the command's owner may have it carried out; if not, the reason is
 // logged with the owner.
@@ -29,5 +45,9 @@ bool cmd_is_permitted(const cmd_row& row, kx_object* cmd);
 
 // Whether its owner may act for every client.
 bool cmd_is_trusted(kx_object* cmd);
+
+// The owner of the command's file, for work on files as that user. False, with
+// errno, for a command that came from no file or when it cannot be told.
+bool cmd_owner(kx_object* cmd, kut_fsid* owner);
 
 #endif  // COMMANDS_CMDACCESS_H_

@@ -3,21 +3,30 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
 
 #include "cm/cmpaths.h"
 #include "daemon/settings.h"
-#include "faxserver/fsfile.h"
-#include "faxserver/fsuser.h"
+#include "faxserver/fsnames.h"
 
 namespace {
 
-// Whether there can be such a file; errno when not.
-bool CanExist(int dirfd, const char* name) {
-  if (dirfd < 0) return false;
-  if (cm_is_plain_name(name)) return true;
+constexpr std::size_t kFaxNameMax = 127;  // what "filename" holds
+
+int Missing() {
   errno = ENOENT;
-  return false;
+  return -1;
+}
+
+// Whether the name is that of a directory in the queue directory.
+bool IsFolderName(const char* name) {
+  constexpr const char* (*kFolders[])(const char*, const char*) = {
+      cm_get_opts_dir, cm_get_msgs_dir, cm_get_evnt_dir};
+  return std::ranges::any_of(kFolders, [name](auto path) {
+    return std::strcmp(Kut_basename(path("/", "u")), name) == 0;
+  });
 }
 
 }  // namespace
@@ -31,34 +40,44 @@ const char* cmd_client(kx_object* cmd) {
   return kx::TextOrEmpty(cmd, "clientid");
 }
 
-UniqueFd cmd_open_queue(const char* user) {
-  return fx_open_user_dir(kfaxdir, user, cm_get_user_dir(kfaxdir, user));
+fx_folder cmd_open_queue(const char* user) {
+  return fx_open_folder(kfaxdir, user, cm_get_user_dir(kfaxdir, user));
 }
 
-UniqueFd cmd_open_messages(const char* user) {
-  return fx_open_user_dir(kfaxdir, user, cm_get_msgs_dir(kfaxdir, user));
+fx_folder cmd_open_messages(const char* user) {
+  return fx_open_folder(kfaxdir, user, cm_get_msgs_dir(kfaxdir, user));
 }
 
-UniqueFd cmd_open_file(int dirfd, const char* name, struct stat* st) {
-  if (!CanExist(dirfd, name)) return UniqueFd();
-  return fx_open_file(dirfd, name, fx_links::kRefuse, st);
+bool cmd_is_fax_name(const char* name) {
+  return cm_is_plain_name(name) && fx_is_visible_name(name) &&
+         std::strlen(name) <= kFaxNameMax && !IsFolderName(name);
 }
 
-int cmd_delete_file(int dirfd, const char* name) {
+UniqueFd cmd_open_file(const fx_folder& folder, const char* name,
+                       struct stat* st) {
+  if (folder.valid() && !cm_is_plain_name(name)) return UniqueFd(Missing());
+  return fx_open_in(folder, name, st);
+}
+
+UniqueFd cmd_open_fax(const fx_folder& queue, const char* name,
+                      struct stat* st) {
+  if (queue.valid() && !cmd_is_fax_name(name)) return UniqueFd(Missing());
+  return fx_open_in(queue, name, st);
+}
+
+int cmd_delete_file(const fx_folder& folder, const char* name) {
+  if (!folder.valid()) return -1;
+  if (!cm_is_plain_name(name)) return Missing();
+  const FileIdentity owner = folder.Enter();
   struct stat st;
-  if (!CanExist(dirfd, name) ||
-      fstatat(dirfd, name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
+  if (!owner.held() ||
+      fstatat(folder.fd(), name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
     return -1;
   }
-  if (!S_ISREG(st.st_mode)) {
-    errno = ENOENT;
-    return -1;
-  }
-  return unlinkat(dirfd, name, 0);
+  return S_ISREG(st.st_mode) ? unlinkat(folder.fd(), name, 0) : Missing();
 }
 
-int cmd_move_file(int dirfd, const char* name, int to_dirfd,
-                  const char* to_name) {
-  if (!CanExist(dirfd, name) || !CanExist(to_dirfd, to_name)) return -1;
-  return renameat(dirfd, name, to_dirfd, to_name);
+int cmd_delete_fax(const fx_folder& queue, const char* name) {
+  if (queue.valid() && !cmd_is_fax_name(name)) return Missing();
+  return cmd_delete_file(queue, name);
 }

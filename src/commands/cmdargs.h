@@ -2,17 +2,19 @@
 // user's directories.
 //
 // - A user owns those directories and may put anything there. So a file is
-//   reached through the directory's descriptor, by a name that is one plain
-//   component; a link is never followed, and only a regular file is one.
+//   reached as the directory's owner (faxserver/fsfolder.h), by a name that is
+//   one plain component; a link is never followed, and only a regular file is
+//   one.
 // - Failure is told in errno; ENOENT for a name that is none, and for what is
 //   no regular file when it is to be deleted.
-// - The functions on files take the -1 of a directory that could not be opened,
+// - The functions on files take the directory that could not be opened as well,
 //   and leave the errno of that as theirs.
 #ifndef COMMANDS_CMDARGS_H_
 #define COMMANDS_CMDARGS_H_
 
 #include <sys/stat.h>
 
+#include "faxserver/fsfolder.h"
 #include "kx/object.h"
 #include "util/kutio.h"
 
@@ -22,19 +24,23 @@ kx_object* cmd_argument(kx_object* cmd, const char* type);
 // The command's user, "" when it names none.
 const char* cmd_client(kx_object* cmd);
 
-// A user's queue directory, and the messages directory in it. Good for names
-// relative to it and for its status, not for reading its entries.
-UniqueFd cmd_open_queue(const char* user);
-UniqueFd cmd_open_messages(const char* user);
+// A user's queue directory, and the messages directory in it.
+fx_folder cmd_open_queue(const char* user);
+fx_folder cmd_open_messages(const char* user);
+
+// Whether a fax can have the name: not the directories that lie beside the
+// faxes, nor what no list shows (a hidden file, one being written, a name that
+// does not fit its field).
+bool cmd_is_fax_name(const char* name);
 
 // Opens a file to read. Its status goes to `st`, which may be null.
-UniqueFd cmd_open_file(int dirfd, const char* name, struct stat* st);
+UniqueFd cmd_open_file(const fx_folder& folder, const char* name,
+                       struct stat* st);
+// The same for a fax.
+UniqueFd cmd_open_fax(const fx_folder& queue, const char* name,
+                      struct stat* st);
 // Deletes a file. 0 or -1.
-int cmd_delete_file(int dirfd, const char* name);
-
-// Moves a file to another directory, in one step also where it replaces one. 0
-// or -1.
-int cmd_move_file(int dirfd, const char* name, int to_dirfd,
-                  const char* to_name);
+int cmd_delete_file(const fx_folder& folder, const char* name);
+int cmd_delete_fax(const fx_folder& queue, const char* name);
 
 #endif  // COMMANDS_CMDARGS_H_

@@ -14,8 +14,7 @@ int process_imgdel(kx_object* cmd, kx_object* rsp) {
   }
   const char* user = kx::TextOrEmpty(info, "clientid");
   const char* name = kx::TextOrEmpty(info, "filename");
-  const UniqueFd queue = cmd_open_queue(user);
-  if (cmd_delete_file(queue.get(), name) != 0) {
+  if (cmd_delete_fax(cmd_open_queue(user), name) != 0) {
     return cmd_fail(rsp, kx_err_io, "Cannot delete file %s: %s", name,
                     Kut_sys_errstr());
   }

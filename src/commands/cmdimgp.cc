@@ -7,6 +7,7 @@
 #include <string>
 
 #include "cm/cmkrt.h"
+#include "cm/cmlimits.h"
 #include "cm/cmpaths.h"
 #include "commands/cmdargs.h"
 #include "commands/cmdresult.h"
@@ -25,7 +26,7 @@ constexpr mode_t kMessageMode = 0666;
 
 // Where the print program's errors go, in the messages directory of the user.
 struct ErrorFile {
-  UniqueFd dir;
+  fx_folder dir;
   std::string exchange;
   std::string name() const { return exchange + ".tmp"; }
   std::string message() const { return exchange + ".msg"; }
@@ -36,11 +37,18 @@ struct ErrorFile {
 std::string ImagePath(kx_object* info) {
   const char* user = kx::TextOrEmpty(info, "clientid");
   const char* name = kx::TextOrEmpty(info, "filename");
-  const cm_path path = cm_join_plain(cm_get_user_dir(kfaxdir, user), name);
+  if (!cmd_is_fax_name(name)) return "";
+  const fx_folder queue = cmd_open_queue(user);
+  const FileIdentity owner = queue.Enter();
   struct stat st;
-  const bool there = lstat(path.text, &st) == 0;
+  const bool there = queue.valid() && owner.held() &&
+                     fstatat(queue.fd(), name, &st, AT_SYMLINK_NOFOLLOW) == 0;
   if (there && !S_ISREG(st.st_mode) && !S_ISDIR(st.st_mode)) return "";
-  return path.text;
+  return cm_join_plain(cm_get_user_dir(kfaxdir, user), name).text;
+}
+
+void RemoveErrors(const ErrorFile& errors) {
+  cmd_delete_file(errors.dir, errors.name().c_str());
 }
 
 // Runs the print program as the user; whether it succeeded. The slash behind
@@ -53,7 +61,7 @@ bool Print(const char* user, const std::string& image,
     return false;
   }
   // What an earlier print left would pass for this one's errors.
-  unlinkat(errors.dir.get(), errors.name().c_str(), 0);
+  RemoveErrors(errors);
   const std::string command = "krtprint " +
                               fx_shell_word((image + "/").c_str()) + " 2> " +
                               fx_shell_word(path.text);
@@ -68,23 +76,38 @@ void ReadFirstLine(int fd, char (&line)[kCmdMessageSize]) {
   Kut_strip(line);
 }
 
-// Puts the failure among the user's messages, and its first line into `line`.
-// The user could have put anything in the file's place: only a regular file
-// without a second name is taken for it.
-void KeepErrors(const char* user, const ErrorFile& errors,
-                char (&line)[kCmdMessageSize]) {
+// Puts a copy of the error file among the user's messages: the fax system's
+// group must be able to read it there, which only root can arrange and only in
+// a file that the user cannot get at before.
+void KeepMessage(int fd, const ErrorFile& errors) {
+  const int fax_group = cm_get_krt_gid();
+  const gid_t group =
+      fax_group != -1 ? static_cast<gid_t>(fax_group) : errors.dir.owner().gid;
+  FileReplacer message;
+  if (fx_start_gift(errors.dir, errors.message().c_str(), kMessageMode, group,
+                    &message) != 0) {
+    return;
+  }
+  const FileIdentity owner = errors.dir.Enter();
+  const long most = cm_limit(cm_limit_id::kProgramErrorBytes);
+  if (owner.held() && Kut_copy_bytes(fd, message.fd(), most) == 0) {
+    static_cast<void>(message.Commit());
+  } else {
+    message.Abandon();
+  }
+}
+
+// Keeps the failure as a message, and its first line in `line`. The user could
+// have put anything in the file's place: only a regular file without a second
+// name is taken for it.
+void KeepErrors(const ErrorFile& errors, char (&line)[kCmdMessageSize]) {
   struct stat st;
-  const UniqueFd fd =
-      cmd_open_file(errors.dir.get(), errors.name().c_str(), &st);
+  const UniqueFd fd = cmd_open_file(errors.dir, errors.name().c_str(), &st);
   line[0] = '\0';
   if (fd.valid() && st.st_nlink == 1) {
     ReadFirstLine(fd.get(), line);
-    renameat(errors.dir.get(), errors.name().c_str(), errors.dir.get(),
-             errors.message().c_str());
-    static_cast<void>(fchown(fd.get(),
-                             static_cast<uid_t>(Kut_uname_to_uid(user)),
-                             static_cast<gid_t>(cm_get_krt_gid())) == 0);
-    fchmod(fd.get(), kMessageMode);
+    KeepMessage(fd.get(), errors);
+    RemoveErrors(errors);
   }
   if (line[0] == '\0') std::strcpy(line, kFailed);
 }
@@ -103,10 +126,10 @@ int process_imgprint(kx_object* cmd, kx_object* rsp) {
   const char* user = cmd_client(cmd);
   const ErrorFile errors = {cmd_open_messages(user), exchange};
   if (Print(user, ImagePath(info), errors)) {
-    unlinkat(errors.dir.get(), errors.name().c_str(), 0);
+    RemoveErrors(errors);
     return cmd_succeed(rsp);
   }
   char line[kCmdMessageSize];
-  KeepErrors(user, errors, line);
+  KeepErrors(errors, line);
   return cmd_fail(rsp, kx_err_failed, "%s", line);
 }

@@ -10,8 +10,7 @@ namespace {
 
 // Whether the path is that of an image, of which the client gets all.
 bool IsImage(const char* user, const char* name) {
-  const UniqueFd queue = cmd_open_queue(user);
-  return cmd_open_file(queue.get(), name, nullptr).valid();
+  return cmd_open_fax(cmd_open_queue(user), name, nullptr).valid();
 }
 
 }  // namespace

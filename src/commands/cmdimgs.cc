@@ -7,6 +7,7 @@
 
 #include "commands/cmdaccess.h"
 #include "commands/cmdargs.h"
+#include "commands/cmdhand.h"
 #include "commands/cmdresult.h"
 #include "commands/handlers.h"
 #include "daemon/dmnmsg.h"
@@ -18,7 +19,15 @@
 
 namespace {
 
-bool IsDirectory(int fd, const char* path) {
+// An uploaded file: the directory that it is in, and who reads it there.
+struct Upload {
+  UniqueFd dir;
+  kut_fsid reader;
+  UniqueFd file;
+  struct stat st;
+};
+
+bool IsSpool(const char* path, int fd) {
   struct stat st;
   struct stat other;
   return path != nullptr && fstat(fd, &st) == 0 && stat(path, &other) == 0 &&
@@ -30,32 +39,59 @@ bool OwnedBy(const struct stat& st, const char* user) {
   return uid >= 0 && st.st_uid == static_cast<uid_t>(uid);
 }
 
-// Whether the client may give the file away: it is the client's own, or one
-// that a trusted client's session uploaded into a spool directory. Errno when
-// not.
-bool MayTake(int dirfd, const char* name, const char* client, bool trusted) {
-  struct stat st;
-  if (!cmd_open_file(dirfd, name, &st).valid()) return false;
-  if (OwnedBy(st, client) || (trusted && (IsDirectory(dirfd, file_dir) ||
-                                          IsDirectory(dirfd, netspool)))) {
-    return true;
+// Opens the directory and, looked at before it is opened for reading, the file
+// of that name in it: a regular file with no other name.
+bool OpenAs(const kut_fsid& reader, const char* dir, const char* name,
+            Upload* upload) {
+  const FileIdentity identity(reader);
+  if (!identity.held()) return false;
+  upload->reader = reader;
+  upload->dir.reset(Kut_open(dir, O_PATH | O_DIRECTORY));
+  if (!upload->dir.valid()) return false;
+  const UniqueFd place(
+      Kut_open_at(upload->dir.get(), name, O_PATH | O_NOFOLLOW));
+  if (!place.valid() || fstat(place.get(), &upload->st) != 0 ||
+      !S_ISREG(upload->st.st_mode) || upload->st.st_nlink != 1) {
+    return false;
   }
-  errno = EACCES;
-  return false;
+  upload->file.reset(Kut_reopen(place.get(), O_RDONLY));
+  return upload->file.valid();
 }
 
-// Moves the uploaded file into the client's queue. An old image of that name is
-// replaced by the same step. 0, or -1 with errno.
-int Store(const char* client, const char* path, const char* filename,
-          bool trusted) {
+// Opens a file that the command's owner can reach and the client may give away:
+// the client's own; or, from an owner who is trusted, what a session uploaded
+// into a spool directory.
+bool OpenUpload(kx_object* cmd, const char* dir, const char* name,
+                Upload* upload) {
+  kut_fsid owner;
+  if (!cmd_owner(cmd, &owner)) return false;
+  if (OpenAs(owner, dir, name, upload) &&
+      OwnedBy(upload->st, cmd_client(cmd))) {
+    return true;
+  }
+  return cmd_is_trusted(cmd) && OpenAs({}, dir, name, upload) &&
+         (IsSpool(file_dir, upload->dir.get()) ||
+          IsSpool(netspool, upload->dir.get()));
+}
+
+// Moves the uploaded file into the client's queue. 0, or -1 with errno, the
+// same for all that the client may not see: no path is found out by asking.
+int Store(kx_object* cmd, const char* path, const char* filename) {
   const char* base = Kut_basename(path);
   char dir[KX_PAIR_SIZE];
   std::snprintf(dir, sizeof dir, "%.*s", static_cast<int>(base - path), path);
-  // Held open, the directory cannot become another one behind the check.
-  const UniqueFd from(Kut_open(dir, O_PATH | O_DIRECTORY));
-  if (!MayTake(from.get(), base, client, trusted)) return -1;
-  return cmd_move_file(from.get(), base, cmd_open_queue(client).get(),
-                       filename);
+  Upload upload;
+  if (!OpenUpload(cmd, dir, base, &upload)) {
+    if (!Kut_is_shortage(errno)) errno = ENOENT;
+    return -1;
+  }
+  if (!cmd_is_fax_name(filename)) {
+    errno = ENOENT;
+    return -1;
+  }
+  return cmd_move_fax(
+      {upload.dir.get(), base, upload.reader, upload.file.get(), upload.st},
+      cmd_open_queue(cmd_client(cmd)), filename, upload.st.st_mode & 0666);
 }
 
 }  // namespace
@@ -65,15 +101,14 @@ int process_imgstore(kx_object* cmd, kx_object* rsp) {
   if (request == nullptr) {
     return cmd_fail(rsp, kx_err_command, "Invalid image store command");
   }
-  const char* client = cmd_client(cmd);
   const char* path =
       kx::TextOrEmpty(kx::Child(request, "filobjptr"), "pathname");
   const char* filename =
       kx::TextOrEmpty(kx::Child(request, "finfoptr"), "filename");
-  if (Store(client, path, filename, cmd_is_trusted(cmd)) != 0) {
+  if (Store(cmd, path, filename) != 0) {
     return cmd_fail(rsp, kx_err_failed, "Cannot move file %s: %s", path,
                     Kut_sys_errstr());
   }
-  dmn_send_msg(kfaxdir, client, kFxEventFaxes);
+  dmn_send_msg(kfaxdir, cmd_client(cmd), kFxEventFaxes);
   return cmd_succeed(rsp);
 }

@@ -17,8 +17,7 @@ int process_msgdel(kx_object* cmd, kx_object* rsp) {
     return cmd_fail(rsp, kx_err_data, "No filename specified");
   }
   const char* client = cmd_client(cmd);
-  const UniqueFd messages = cmd_open_messages(client);
-  if (cmd_delete_file(messages.get(), name) != 0) {
+  if (cmd_delete_file(cmd_open_messages(client), name) != 0) {
     return cmd_fail(rsp, kx_err_failed, "Cannot delete file %s: %s", name,
                     Kut_sys_errstr());
   }

@@ -18,9 +18,10 @@
 #include "daemon/kfifo.h"
 #include "daemon/settings.h"
 #include "faxserver/fsfile.h"
-#include "kx/kxobj.h"
+#include "kx/kxtext.h"
 #include "util/kuterr.h"
 #include "util/kutfile.h"
+#include "util/kutident.h"
 #include "util/kutstr.h"
 
 namespace {
@@ -29,14 +30,43 @@ constexpr std::size_t kNameSize = 16;
 constexpr std::size_t kHostSize = KFIFO_RECORD_SIZE - kNameSize;
 constexpr mode_t kQueuedMode = 0660;
 
+// The queued directory, open, and whose it is: the fax system's, in which a
+// daemon that is root works as its owner.
+struct Queued {
+  Queued() : dir(Kut_open(cm_get_queued_dir(kfaxdir), O_RDONLY | O_DIRECTORY)) {
+    usable = dir.valid() && Kut_owner_of(dir.get(), &owner);
+  }
+  UniqueFd dir;
+  kut_fsid owner;
+  bool usable;  // if not, errno tells why
+};
+
+// Writes the whole command to a new file, and onto the disk: nobody asks the
+// client for it again. False with kx_errno.
+bool Write(kx_object* cmd, int dirfd, const char* name) {
+  unlinkat(dirfd, name, 0);  // left by a process of this pid that died
+  UniqueFd fd(Kut_open_at(dirfd, name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW,
+                          kQueuedMode));
+  kx_errno = kx_err_system;
+  if (!fd.valid()) return false;
+  fx_give_to_krt(fd.get(), kQueuedMode);
+  const fx_stream stream(fdopen(fd.get(), "w"));
+  if (stream == nullptr) return false;
+  const int file = fd.release();
+  if (Kfx_Decomp_Obj(cmd, kx_write_pair_fp, stream.get(), 0) != 0) return false;
+  kx_errno = kx_err_system;
+  return fflush(stream.get()) == 0 && ferror(stream.get()) == 0 &&
+         fsync(file) == 0;
+}
+
 // Gives the file `temp` its name, the exchange name, or with -1, -2, ... while
 // an earlier command of that name is still queued: exchange names come again. A
 // link, unlike a rename, never takes the name from another file.
-bool TakeName(const char* dir, const char* temp, const char* exchange,
+bool TakeName(int dirfd, const char* temp, const char* exchange,
               char (&name)[kNameSize]) {
   int length = std::snprintf(name, sizeof name, "%s", exchange);
   for (int n = 1; length < static_cast<int>(sizeof name); ++n) {
-    if (Kut_link_file(temp, cm_join_plain(dir, name).text) == 0) return true;
+    if (linkat(dirfd, temp, dirfd, name, 0) == 0) return true;
     if (errno != EEXIST) return false;
     length = std::snprintf(name, sizeof name, "%s-%d", exchange, n);
   }
@@ -44,41 +74,37 @@ bool TakeName(const char* dir, const char* temp, const char* exchange,
   return false;
 }
 
-// Gives the saved command to the fax system and onto the disk: nobody asks the
-// client for it again.
-bool Settle(const char* path) {
-  const UniqueFd fd = fx_open_file(AT_FDCWD, path, fx_links::kRefuse, nullptr);
-  if (!fd.valid()) return false;
-  fx_give_to_krt(fd.get(), kQueuedMode);
-  return fsync(fd.get()) == 0;
-}
-
-bool SyncDirectory(const char* dir) {
-  const UniqueFd fd(Kut_open(dir, O_RDONLY | O_DIRECTORY));
-  return fd.valid() && fsync(fd.get()) == 0;
-}
-
 // Saves the command under a name of its own in the queued directory. False with
 // kx_errno.
-bool SaveQueued(kx_object* cmd, const char* dir, char (&name)[kNameSize]) {
+bool SaveQueued(kx_object* cmd, const Queued& queued, char (&name)[kNameSize]) {
   const char* exchange = kx_tmp_name(cmd);
   if (exchange == nullptr) return false;
-  char temp_name[32];
-  std::snprintf(temp_name, sizeof temp_name, ".%d.new",
-                static_cast<int>(getpid()));
-  const cm_path temp = cm_join_path(dir, temp_name);
-  if (Kfx_Save_Obj(cmd, temp.text) != 0) return false;
-  bool queued = Settle(temp.text) && TakeName(dir, temp.text, exchange, name);
+  kx_errno = kx_err_system;
+  const FileIdentity owner(queued.owner);
+  if (!queued.usable || !owner.held()) return false;
+  const int dirfd = queued.dir.get();
+  char temp[32];
+  std::snprintf(temp, sizeof temp, ".%d.new", static_cast<int>(getpid()));
+  bool named = false;
+  if (Write(cmd, dirfd, temp)) {
+    kx_errno = kx_err_system;
+    named = TakeName(dirfd, temp, exchange, name);
+  }
   int saved = errno;
-  Kut_delete_file(temp.text);
-  if (queued && !SyncDirectory(dir)) {
+  unlinkat(dirfd, temp, 0);
+  const bool durable = named && fsync(dirfd) == 0;
+  if (named && !durable) {
     saved = errno;
-    Kut_delete_file(cm_join_plain(dir, name).text);
-    queued = false;
+    unlinkat(dirfd, name, 0);
   }
   errno = saved;
-  kx_errno = queued ? kx_err_none : kx_err_system;
-  return queued;
+  if (durable) kx_errno = kx_err_none;
+  return durable;
+}
+
+void Remove(const Queued& queued, const char* name) {
+  const FileIdentity owner(queued.owner);
+  if (owner.held()) unlinkat(queued.dir.get(), name, 0);
 }
 
 // The directory of the spool fifo: the watched one or, without a fifo there,
@@ -106,16 +132,16 @@ const char* Announce(const char* name, const char* hostname) {
 }  // namespace
 
 int process_submit(kx_object* cmd, kx_object* rsp) {
-  const char* dir = cm_get_queued_dir(kfaxdir);
+  const Queued queued;
   char name[kNameSize];
-  if (!SaveQueued(cmd, dir, name)) {
+  if (!SaveQueued(cmd, queued, name)) {
     return cmd_fail(rsp, kx_err_failed, "Cannot queue cmd: %s",
                     Kfx_Errmsg(Kfx_Errno()));
   }
   const char* failed = Announce(name, kx::TextOrEmpty(rsp, "hostname"));
   if (failed != nullptr) {
     const int error = errno;
-    Kut_delete_file(cm_join_plain(dir, name).text);
+    Remove(queued, name);
     return cmd_fail(rsp, kx_err_failed, "%s: %s", failed, Kut_strerror(error));
   }
   kx::SetBool(cmd, "respond", kx::Bool(cmd, "respond") == 0);

@@ -5,6 +5,7 @@
 #include "cm/cmpaths.h"
 #include "faxserver/fsbase.h"
 #include "faxserver/fsfile.h"
+#include "faxserver/fsfolder.h"
 #include "faxserver/fsuser.h"
 #include "kx/kxtext.h"
 #include "util/kutfile.h"
@@ -22,10 +23,11 @@ kx_object* fx_get_config(const char* root, const char* user) {
 
 int fx_set_config(const char* root, const char* user, kx_object* config) {
   if (!fx_is_valid_user(root, user)) return fx_fail(kx_err_data);
-  const char* path = cm_get_config_file(root, user);
-  const UniqueFd dir = fx_make_options_dir(root, user);
+  const char* name = Kut_basename(cm_get_config_file(root, user));
+  const fx_folder options = fx_make_options(root, user);
+  const FileIdentity owner = options.Enter();
   FileReplacer file;
-  if (fx_replace_option(dir.get(), path, &file) != 0 ||
+  if (!owner.held() || fx_replace_in(options, name, &file) != 0 ||
       file.stream() == nullptr) {
     return fx_fail(kx_err_system);
   }

@@ -18,11 +18,10 @@ UniqueFd fx_open_file(int dirfd, const char* name, fx_links links,
 }
 
 fx_stream fx_open_stream(const char* path, fx_links links) {
-  return fx_open_stream_at(AT_FDCWD, path, links);
+  return fx_stream_on(fx_open_file(AT_FDCWD, path, links, nullptr));
 }
 
-fx_stream fx_open_stream_at(int dirfd, const char* name, fx_links links) {
-  UniqueFd fd = fx_open_file(dirfd, name, links, nullptr);
+fx_stream fx_stream_on(UniqueFd fd) {
   if (!fd.valid()) return nullptr;
   fx_stream stream(fdopen(fd.get(), "r"));
   if (stream != nullptr) static_cast<void>(fd.release());

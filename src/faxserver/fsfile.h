@@ -32,7 +32,8 @@ using fx_stream = std::unique_ptr<FILE, fx_fclose>;
 
 // A stream on a regular file, or null.
 fx_stream fx_open_stream(const char* path, fx_links links = fx_links::kFollow);
-fx_stream fx_open_stream_at(int dirfd, const char* name, fx_links links);
+// A stream that owns the descriptor; null for -1 as well.
+fx_stream fx_stream_on(UniqueFd fd);
 
 // Reads a whole regular file of at most `limit` bytes; a larger one fails with
 // EFBIG. A file that grows meanwhile is read up to its size at the beginning.

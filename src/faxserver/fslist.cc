@@ -13,6 +13,7 @@
 #include "cm/cmpaths.h"
 #include "faxserver/fsbase.h"
 #include "faxserver/fsfile.h"
+#include "faxserver/fsfolder.h"
 #include "faxserver/fshdr.h"
 #include "faxserver/fslog.h"
 #include "faxserver/fsnames.h"
@@ -32,21 +33,24 @@ int FileTime(const struct stat& st) {
   return st.st_mtime < INT_MAX ? static_cast<int>(st.st_mtime) : INT_MAX;
 }
 
-// Opens a user's directory. False with the error number: 0 for one that is
-// missing, which is an empty list.
-bool OpenDir(const char* root, const char* user, const char* path,
-             DirReader* dir) {
-  if (!fx_is_valid_user(root, user)) {
-    kx_errno = kx_err_user;
-    return false;
+// A user's directory under reading, as its owner while this lives.
+struct Reading {
+  Reading(const char* root, const char* user, const char* path)
+      : folder(fx_open_folder(root, user, path)), owner(folder.Enter()) {
+    opened = folder.valid() && owner.held() && dir.Open(".", folder.fd()) == 0;
+    error = opened || errno == ENOENT ? kx_err_none : kx_err_system;
+    if (!fx_is_valid_user(root, user)) error = kx_err_user;
   }
-  if (dir->Open(path, AT_FDCWD, O_NOFOLLOW) == 0) return true;
-  kx_errno = errno == ENOENT ? kx_err_none : kx_err_system;
-  return false;
-}
 
-bool StatRegular(const DirReader& dir, const char* name, struct stat* st) {
-  return fstatat(dir.fd(), name, st, AT_SYMLINK_NOFOLLOW) == 0 &&
+  const fx_folder folder;
+  const FileIdentity owner;
+  DirReader dir;
+  bool opened;
+  int error;  // 0 also for one that is missing, which is an empty list
+};
+
+bool StatRegular(const Reading& at, const char* name, struct stat* st) {
+  return fstatat(at.folder.fd(), name, st, AT_SYMLINK_NOFOLLOW) == 0 &&
          S_ISREG(st->st_mode);
 }
 
@@ -68,15 +72,15 @@ void SetPages(int fd, kx_object* info) {
 
 // The entry of a received fax; null for what is none, and with 3 for what could
 // not be looked at.
-kx::Object MakeFaxInfo(const DirReader& dir, const char* name, const char* user,
+kx::Object MakeFaxInfo(const Reading& at, const char* name, const char* user,
                        int since) {
   struct stat st;
-  const UniqueFd fd = fx_open_file(dir.fd(), name, fx_links::kRefuse, &st);
+  const UniqueFd fd = fx_open_in(at.folder, name, &st);
   kx_errno = kx_err_system;
   if (!fd.valid() && fx_is_shortage()) return nullptr;
   kx_errno = kx_err_none;
   // One that may not be read is listed all the same.
-  if (!fd.valid() && !StatRegular(dir, name, &st)) return nullptr;
+  if (!fd.valid() && !StatRegular(at, name, &st)) return nullptr;
   if (!IsNewer(st, since)) return nullptr;
   kx::Object info = fx_build("obj-faxinfo");
   if (!SetName(info.get(), "filename", name)) return nullptr;
@@ -87,9 +91,9 @@ kx::Object MakeFaxInfo(const DirReader& dir, const char* name, const char* user,
   return info;
 }
 
-kx::Object MakeMessageInfo(const DirReader& dir, const char* name, int since) {
+kx::Object MakeMessageInfo(const Reading& at, const char* name, int since) {
   struct stat st;
-  if (strcmp(name, kServerMessages) == 0 || !StatRegular(dir, name, &st) ||
+  if (strcmp(name, kServerMessages) == 0 || !StatRegular(at, name, &st) ||
       !IsNewer(st, since)) {
     return nullptr;
   }
@@ -131,13 +135,13 @@ kx_object* fx_get_srv_list(const char* root, const char* user, int since) try {
 }
 
 kx_object* fx_get_fax_list(const char* root, const char* user, int since) try {
-  DirReader dir;
-  if (!OpenDir(root, user, cm_get_user_dir(root, user), &dir)) return nullptr;
+  Reading at(root, user, cm_get_user_dir(root, user));
+  if (!at.opened) return fx_null(at.error);
   std::vector<std::string> names;
-  if (!fx_visible_names(&dir, &names)) return fx_null(kx_err_system);
+  if (!fx_visible_names(&at.dir, &names)) return fx_null(kx_err_system);
   kx::ListBuilder list;
   for (const std::string& name : names) {
-    kx::Object info = MakeFaxInfo(dir, name.c_str(), user, since);
+    kx::Object info = MakeFaxInfo(at, name.c_str(), user, since);
     if (info == nullptr && fx_is_shortage()) return nullptr;
     if (info != nullptr) fx_append(&list, std::move(info));
   }
@@ -147,13 +151,13 @@ kx_object* fx_get_fax_list(const char* root, const char* user, int since) try {
 }
 
 kx_object* fx_get_msg_list(const char* root, const char* user, int since) try {
-  DirReader dir;
-  if (!OpenDir(root, user, cm_get_msgs_dir(root, user), &dir)) return nullptr;
+  Reading at(root, user, cm_get_msgs_dir(root, user));
+  if (!at.opened) return fx_null(at.error);
   std::vector<std::string> names;
-  if (!fx_visible_names(&dir, &names)) return fx_null(kx_err_system);
+  if (!fx_visible_names(&at.dir, &names)) return fx_null(kx_err_system);
   kx::ListBuilder list;
   for (const std::string& name : names) {
-    kx::Object info = MakeMessageInfo(dir, name.c_str(), since);
+    kx::Object info = MakeMessageInfo(at, name.c_str(), since);
     if (info != nullptr) fx_append(&list, std::move(info));
   }
   return fx_give(list.Take());
@@ -162,8 +166,11 @@ kx_object* fx_get_msg_list(const char* root, const char* user, int since) try {
 }
 
 kx_object* fx_get_rte_list(const char* root, const char* user, int) try {
+  if (!fx_is_valid_user(root, user)) return fx_null(kx_err_user);
   DirReader dir;
-  if (!OpenDir(root, user, cm_get_faxq_dir(root), &dir)) return nullptr;
+  if (dir.Open(cm_get_faxq_dir(root), AT_FDCWD, O_NOFOLLOW) != 0) {
+    return fx_null(kx_err_system);
+  }
   std::vector<std::string> names;
   if (!fx_visible_names(&dir, &names)) return fx_null(kx_err_system);
   kx::ListBuilder list;
@@ -177,17 +184,17 @@ kx_object* fx_get_rte_list(const char* root, const char* user, int) try {
 }
 
 kx_object* fx_get_evt_list(const char* root, const char* user, int since) try {
-  DirReader dir;
-  if (!OpenDir(root, user, cm_get_evnt_dir(root, user), &dir)) return nullptr;
+  Reading at(root, user, cm_get_evnt_dir(root, user));
+  if (!at.opened) return fx_null(at.error);
   std::vector<fx_numbered> entries;
-  if (!fx_numbered_names(&dir, "", &entries)) return fx_null(kx_err_system);
+  if (!fx_numbered_names(&at.dir, "", &entries)) return fx_null(kx_err_system);
   kx::ListBuilder list;
   for (const fx_numbered& entry : entries) {
     struct stat st;
-    if (!StatRegular(dir, entry.name.c_str(), &st) || !IsNewer(st, since)) {
+    if (!StatRegular(at, entry.name.c_str(), &st) || !IsNewer(st, since)) {
       continue;
     }
-    kx::Object status(fx_read_status(root, user, entry.number));
+    kx::Object status(fx_read_status_in(at.folder, entry.name.c_str()));
     if (status == nullptr && fx_is_shortage()) return nullptr;
     if (status != nullptr) fx_append(&list, std::move(status));
   }

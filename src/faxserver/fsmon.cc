@@ -7,8 +7,8 @@
 #include "cm/cmpaths.h"
 #include "faxserver/fsbase.h"
 #include "faxserver/fsfile.h"
+#include "faxserver/fsfolder.h"
 #include "faxserver/fsuser.h"
-#include "util/kutdir.h"
 #include "util/kutfile.h"
 #include "util/kutstr.h"
 
@@ -105,11 +105,12 @@ int fx_set_monlist(const char* root, kx_object* monitor) try {
       !Format(kx::Child(monitor, "names"), type == kx_mon_incall, &content)) {
     return fx_fail(kx_err_data);
   }
-  const char* path = cm_get_monitors_file(root, user);
-  const UniqueFd dir = fx_make_options_dir(root, user);
+  const char* name = Kut_basename(cm_get_monitors_file(root, user));
+  const fx_folder options = fx_make_options(root, user);
+  const FileIdentity owner = options.Enter();
   FileReplacer file;
   const bool done =
-      fx_replace_option(dir.get(), path, &file) == 0 &&
+      owner.held() && fx_replace_in(options, name, &file) == 0 &&
       Kut_write_full(file.fd(), content.data(), content.size()) == 0 &&
       file.Commit() == 0;
   return done ? fx_ok() : fx_fail(kx_err_system);

@@ -6,7 +6,7 @@
 #include "cm/cmpaths.h"
 #include "faxserver/fsbase.h"
 #include "faxserver/fsfile.h"
-#include "faxserver/fsuser.h"
+#include "faxserver/fsfolder.h"
 #include "util/kutstr.h"
 
 namespace {

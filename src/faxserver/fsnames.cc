@@ -25,12 +25,14 @@ bool fx_numbered_names(DirReader* dir, const char* prefix,
   return true;
 }
 
+bool fx_is_visible_name(const char* name) {
+  const char* ext = Kut_get_file_ext(name);
+  return *name != '.' && (ext == nullptr || strcmp(ext, "tmp") != 0);
+}
+
 bool fx_visible_names(DirReader* dir, std::vector<std::string>* names) {
   while (const char* name = dir->Next()) {
-    if (*name == '.') continue;
-    const char* ext = Kut_get_file_ext(name);
-    if (ext != nullptr && strcmp(ext, "tmp") == 0) continue;
-    names->emplace_back(name);
+    if (fx_is_visible_name(name)) names->emplace_back(name);
   }
   if (errno != 0) return false;
   std::sort(names->begin(), names->end());

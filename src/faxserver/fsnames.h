@@ -18,8 +18,11 @@ struct fx_numbered {
 bool fx_numbered_names(DirReader* dir, const char* prefix,
                        std::vector<fx_numbered>* names);
 
-// All entries but hidden ones and those with the extension "tmp", which are
-// being written, sorted by name.
+// Whether lists show an entry: not a hidden one, nor one with the extension
+// "tmp", which is being written.
+bool fx_is_visible_name(const char* name);
+
+// All entries that lists show, sorted by name.
 bool fx_visible_names(DirReader* dir, std::vector<std::string>* names);
 
 // A text that is digits alone and fits 31 bits, as a number; else -1.

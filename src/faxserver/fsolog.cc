@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <memory>
+#include <string_view>
 
 #include "cm/cmpaths.h"
 #include "faxserver/fsbase.h"
@@ -16,6 +17,8 @@
 namespace {
 
 constexpr size_t kSeqnoAt = 0;
+constexpr size_t kClientAt = 24;
+constexpr size_t kClientSize = 16;
 
 // Records read at once, on the way from the end to the beginning.
 constexpr size_t kBlockRecords = 390;  // just below 64 KiB
@@ -48,7 +51,7 @@ struct TextField {
 };
 
 constexpr TextField kTexts[] = {
-    {24, 16, &fx_olog_record::clientid, nullptr},
+    {kClientAt, kClientSize, &fx_olog_record::clientid, nullptr},
     {40, 24, &fx_olog_record::csi, "csi"},
     {64, 24, &fx_olog_record::tsi, "tsi"},
     {88, 64, &fx_olog_record::dialed, "dialed"},
@@ -69,9 +72,20 @@ fx_olog_record Decode(fx_bytes bytes) {
   return record;
 }
 
-// Collects the request's records from the end of the log on, latest first.
-// False when the log cannot be read.
-bool CollectBackwards(int fd, size_t records, int32_t seqno, size_t max,
+// Whose attempts at which request are looked for.
+struct Wanted {
+  int32_t seqno;
+  std::string_view clientid;  // cut as the record's field cuts it
+};
+
+bool Matches(fx_bytes bytes, const Wanted& wanted) {
+  return fx_get<int32_t>(bytes, kSeqnoAt) == wanted.seqno &&
+         fx_get_text(bytes, kClientAt, kClientSize) == wanted.clientid;
+}
+
+// Collects the records from the end of the log on, latest first. False when the
+// log cannot be read.
+bool CollectBackwards(int fd, size_t records, const Wanted& wanted, size_t max,
                       std::vector<fx_olog_record>* found) {
   const auto block = std::make_unique_for_overwrite<unsigned char[]>(
       kBlockRecords * kFxOlogRecordSize);
@@ -87,9 +101,7 @@ bool CollectBackwards(int fd, size_t records, int32_t seqno, size_t max,
     for (size_t i = count; i-- > 0 && found->size() < max;) {
       const fx_bytes bytes(block.get() + i * kFxOlogRecordSize,
                            kFxOlogRecordSize);
-      if (fx_get<int32_t>(bytes, kSeqnoAt) == seqno) {
-        found->push_back(Decode(bytes));
-      }
+      if (Matches(bytes, wanted)) found->push_back(Decode(bytes));
     }
   }
   return true;
@@ -125,6 +137,7 @@ int fx_append_olog(const char* root, const fx_olog_record& record) {
 }
 
 std::vector<fx_olog_record> fx_read_olog_list(const char* root, long seqno,
+                                              const char* clientid,
                                               int max) try {
   std::vector<fx_olog_record> found;
   struct stat st;
@@ -133,7 +146,9 @@ std::vector<fx_olog_record> fx_read_olog_list(const char* root, long seqno,
   const size_t records =
       log.valid() ? static_cast<size_t>(st.st_size) / kFxOlogRecordSize : 0;
   if (!log.valid() ||
-      !CollectBackwards(log.get(), records, static_cast<int32_t>(seqno),
+      !CollectBackwards(log.get(), records,
+                        {static_cast<int32_t>(seqno),
+                         std::string_view(clientid).substr(0, kClientSize)},
                         max > 0 ? static_cast<size_t>(max) : 0, &found)) {
     kx_errno = kx_err_system;
     return {};

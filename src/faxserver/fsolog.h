@@ -20,7 +20,7 @@
 //
 // - All numbers are signed. Records are appended, so a later record is a later
 //   attempt. Bytes behind the last whole record are ignored.
-// - A record's texts may hold any bytes. Its client id is not checked here.
+// - A record's texts may hold any bytes.
 #ifndef FAXSERVER_FSOLOG_H_
 #define FAXSERVER_FSOLOG_H_
 
@@ -58,11 +58,12 @@ fx_olog_record fx_decode_olog(const fx_olog_bytes& bytes);
 // Appends a record with one write. 0 and kx_errno 0, or -1 with 3.
 int fx_append_olog(const char* root, const fx_olog_record& record);
 
-// The request's last `max` records, in order of the attempts. The log is read
-// from its end backwards, no further than needed. Empty: 3 when the log cannot
-// be read, 19 when it holds no record of the request or `max` is below 1.
+// The client's last `max` records of the request, in order of the attempts;
+// what another client's of the same number say is not his to know. The log is
+// read from its end backwards, no further than needed. Empty: 3 when the log
+// cannot be read, 19 when it holds no such record or `max` is below 1.
 std::vector<fx_olog_record> fx_read_olog_list(const char* root, long seqno,
-                                              int max);
+                                              const char* clientid, int max);
 
 // Puts what the record tells into an "obj-status": attempt, both results,
 // pages, naks, both times, csi, tsi, dialed. A value that the object cannot

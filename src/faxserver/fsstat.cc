@@ -11,9 +11,9 @@
 #include "faxserver/fsbase.h"
 #include "faxserver/fsfile.h"
 #include "faxserver/fsfiles.h"
+#include "faxserver/fsfolder.h"
 #include "faxserver/fsnames.h"
 #include "faxserver/fsolog.h"
-#include "faxserver/fsuser.h"
 #include "util/kutdir.h"
 #include "util/kutfile.h"
 
@@ -31,14 +31,9 @@ void KeepLocalTags(kx_object* status) {
 }
 
 kx::Object ReadStatus(const char* root, const char* clientid, long seqno) {
-  const cm_path path = cm_join_path(cm_get_evnt_dir(root, clientid),
-                                    std::to_string(seqno).c_str());
-  const fx_stream stream = fx_open_user_stream(root, clientid, path.text);
-  kx::Object status = fx_read_object(stream.get(), "obj-status");
-  if (status == nullptr) return status;
-  KeepLocalTags(status.get());
-  kx_errno = kx_err_none;
-  return status;
+  const fx_folder events =
+      fx_open_folder(root, clientid, cm_get_evnt_dir(root, clientid));
+  return fx_read_status_in(events, std::to_string(seqno).c_str());
 }
 
 // Makes a summary of a status: the request without its attempts.
@@ -60,6 +55,15 @@ bool IsStale(const char* root, const char* name) {
 
 }  // namespace
 
+kx::Object fx_read_status_in(const fx_folder& events, const char* name) {
+  const fx_stream stream = fx_stream_on(fx_open_in(events, name, nullptr));
+  kx::Object status = fx_read_object(stream.get(), "obj-status");
+  if (status == nullptr) return status;
+  KeepLocalTags(status.get());
+  kx_errno = kx_err_none;
+  return status;
+}
+
 kx_object* fx_read_status(const char* root, const char* clientid,
                           long seqno) try {
   return ReadStatus(root, clientid, seqno).release();
@@ -75,7 +79,7 @@ kx_object* fx_status_list(const char* root, const char* clientid,
   const int attempts = kx::Number(status.get(), "attempt");
   if (attempts > 0) {
     const std::vector<fx_olog_record> records =
-        fx_read_olog_list(root, seqno, attempts);
+        fx_read_olog_list(root, seqno, clientid, attempts);
     if (records.empty()) return nullptr;
     for (const fx_olog_record& record : records) {
       kx::Object copy(Kfx_Copy_Obj(status.get()));
@@ -92,15 +96,24 @@ kx_object* fx_status_list(const char* root, const char* clientid,
 }
 
 int fx_clean_events(const char* root, const char* user) try {
-  DirReader dir;
-  if (dir.Open(cm_get_evnt_dir(root, user), AT_FDCWD, O_NOFOLLOW) != 0) {
-    return fx_ok();
+  const fx_folder events =
+      fx_open_folder(root, user, cm_get_evnt_dir(root, user));
+  std::vector<std::string> names;
+  {
+    const FileIdentity owner = events.Enter();
+    DirReader dir;
+    if (!events.valid() || !owner.held() || dir.Open(".", events.fd()) != 0) {
+      return fx_ok();
+    }
+    while (const char* name = dir.Next()) names.emplace_back(name);
   }
-  std::vector<std::string> stale;
-  while (const char* name = dir.Next()) {
-    if (IsStale(root, name)) stale.emplace_back(name);
-  }
-  for (const std::string& name : stale) unlinkat(dir.fd(), name.c_str(), 0);
+  // Not as the owner: where he may not look, every request would be gone.
+  std::erase_if(names, [root](const std::string& name) {
+    return !IsStale(root, name.c_str());
+  });
+  const FileIdentity owner = events.Enter();
+  if (!owner.held()) return fx_ok();
+  for (const std::string& name : names) unlinkat(events.fd(), name.c_str(), 0);
   return fx_ok();
 } catch (const std::bad_alloc&) {
   return fx_fail(kx_err_memory);

@@ -5,15 +5,19 @@
 #ifndef FAXSERVER_FSSTAT_H_
 #define FAXSERVER_FSSTAT_H_
 
-#include "kx/kfx.h"
+#include "faxserver/fsfolder.h"
+#include "kx/object.h"
 
 // The request's "obj-status". Null: 3 without one (or without such a user);
 // otherwise as Kfx_Comp_Obj.
 kx_object* fx_read_status(const char* root, const char* clientid, long seqno);
 
+// The same from the events directory, by the file's name.
+kx::Object fx_read_status_in(const fx_folder& events, const char* name);
+
 // A list of the request's "obj-status", one an attempt, earliest first, each
-// with what the outgoing log tells of it, ended by a summary without an
-// attempt. A request without an attempt has its one status. Null: as
+// with what the outgoing log tells of it and of this client, ended by a summary
+// without an attempt. A request without an attempt has its one status. Null: as
 // fx_read_status and fx_read_olog_list, 1 without memory.
 kx_object* fx_status_list(const char* root, const char* clientid, long seqno);
 

@@ -30,6 +30,13 @@ size_t DirectoryLength(const char* path) {
   return slash == nullptr ? 0 : static_cast<size_t>(slash - path) + 1;
 }
 
+// The directory part of `path`, "." if there is none.
+void OwnDirectory(const char* path, char (&directory)[PATH_MAX]) {
+  const size_t length = DirectoryLength(path);
+  snprintf(directory, sizeof directory, "%.*s", static_cast<int>(length), path);
+  if (length == 0) strcpy(directory, ".");
+}
+
 }  // namespace
 
 const char* Kut_basename(const char* path) {
@@ -123,24 +130,65 @@ int Kut_set_file_time(const char* path, time_t accessed, time_t modified) {
   return utimensat(AT_FDCWD, path, times, 0);
 }
 
-int FileReplacer::Open(const char* path, mode_t mode, int dirfd) {
-  static constinit unsigned g_serial = 0;
+int FileReplacer::Begin(const char* path, int dirfd) {
   Abandon();
   if (strlen(path) >= sizeof target_) return Fail(ENAMETOOLONG);
-  const size_t directory = DirectoryLength(path);
-  if (path[directory] == '\0') return Fail(*path == '\0' ? ENOENT : EISDIR);
+  if (path[DirectoryLength(path)] == '\0') {
+    return Fail(*path == '\0' ? ENOENT : EISDIR);
+  }
   strcpy(target_, path);
+  temp_[0] = '\0';
   dirfd_ = dirfd;
+  return 0;
+}
+
+int FileReplacer::NextName() {
+  static constinit unsigned g_serial = 0;
+  const int length = snprintf(temp_, sizeof temp_, "%.*s.new-%d-%u",
+                              static_cast<int>(DirectoryLength(target_)),
+                              target_, static_cast<int>(getpid()), g_serial++);
+  if (static_cast<size_t>(length) < sizeof temp_) return 0;
+  temp_[0] = '\0';
+  return Fail(ENAMETOOLONG);
+}
+
+int FileReplacer::Open(const char* path, mode_t mode, int dirfd) {
+  if (Begin(path, dirfd) != 0) return -1;
   for (int i = 0; i < kNameTries; i++) {
-    const int length = snprintf(temp_, sizeof temp_, "%.*s.new-%d-%u",
-                                static_cast<int>(directory), path,
-                                static_cast<int>(getpid()), g_serial++);
-    if (static_cast<size_t>(length) >= sizeof temp_) return Fail(ENAMETOOLONG);
+    if (NextName() != 0) return -1;
     fd_.reset(Kut_open_at(dirfd_, temp_,
                           O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode));
     if (fd_.valid()) return 0;
     if (errno != EEXIST) return -1;
   }
+  return -1;
+}
+
+int FileReplacer::OpenNameless(const char* path, mode_t mode, int dirfd,
+                               uid_t uid, gid_t gid) {
+  if (Begin(path, dirfd) != 0) return -1;
+  char directory[PATH_MAX];
+  OwnDirectory(target_, directory);
+  UniqueFd fd(Kut_open_at(dirfd, directory, O_TMPFILE | O_WRONLY, 0));
+  // A kernel or file system that does not know the flag sees a directory that
+  // is to be written.
+  if (!fd.valid()) return Fail(errno == EISDIR ? EOPNOTSUPP : errno);
+  if (fchown(fd.get(), uid, gid) != 0 || fchmod(fd.get(), mode) != 0) return -1;
+  fd_ = std::move(fd);
+  return 0;
+}
+
+// Gives a nameless file its temporary name: a link, unlike a rename, cannot
+// replace the target.
+int FileReplacer::TakeName() {
+  char file[32];
+  snprintf(file, sizeof file, "/proc/self/fd/%d", fd_.get());
+  for (int i = 0; i < kNameTries; i++) {
+    if (NextName() != 0) return -1;
+    if (linkat(AT_FDCWD, file, dirfd_, temp_, AT_SYMLINK_FOLLOW) == 0) return 0;
+    if (errno != EEXIST) break;
+  }
+  temp_[0] = '\0';  // not this file's
   return -1;
 }
 
@@ -163,7 +211,8 @@ FILE* FileReplacer::stream() {
 
 int FileReplacer::Commit(Sync sync) {
   if (!fd_.valid()) return Fail(EBADF);
-  int error = Flush(sync) == 0 ? 0 : errno;
+  const bool ready = Flush(sync) == 0 && (temp_[0] != '\0' || TakeName() == 0);
+  int error = ready ? 0 : errno;
   // Some file systems tell only at the close that there was no room.
   const int closed = stream_ != nullptr ? fclose(stream_) : close(fd_.get());
   if (error == 0 && closed != 0 && errno != EINTR) error = errno;
@@ -173,7 +222,7 @@ int FileReplacer::Commit(Sync sync) {
     error = errno;
   }
   if (error != 0) {
-    unlinkat(dirfd_, temp_, 0);
+    RemoveTemporary();
     return Fail(error);
   }
   return sync == Sync::kDurable ? SyncDirectory() : 0;
@@ -188,8 +237,12 @@ void FileReplacer::Abandon() {
     static_cast<void>(fd_.release());
   }
   fd_.reset();
-  unlinkat(dirfd_, temp_, 0);
+  RemoveTemporary();
   errno = saved;
+}
+
+void FileReplacer::RemoveTemporary() const {
+  if (temp_[0] != '\0') unlinkat(dirfd_, temp_, 0);
 }
 
 int FileReplacer::Flush(Sync sync) {
@@ -202,12 +255,8 @@ int FileReplacer::Flush(Sync sync) {
 
 // The rename itself lasts only when the directory is on disk.
 int FileReplacer::SyncDirectory() const {
-  char directory[PATH_MAX] = ".";
-  const size_t length = DirectoryLength(target_);
-  if (length > 0) {
-    memcpy(directory, target_, length);
-    directory[length] = '\0';
-  }
+  char directory[PATH_MAX];
+  OwnDirectory(target_, directory);
   const UniqueFd fd(Kut_open_at(dirfd_, directory, O_RDONLY | O_DIRECTORY));
   return fd.valid() ? fsync(fd.get()) : -1;
 }

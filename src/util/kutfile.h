@@ -91,6 +91,13 @@ class FileReplacer {
   // -1 with errno. A replacement still open is abandoned.
   [[nodiscard]] int Open(const char* path, mode_t mode, int dirfd = AT_FDCWD);
 
+  // The same with a file that has no name before Commit, so that nobody can get
+  // at it before its owner, group and `mode` (past the umask) are what they are
+  // to be; whoever then calls Commit must be allowed to link it: its owner, or
+  // root. EOPNOTSUPP where the file system knows no such files.
+  [[nodiscard]] int OpenNameless(const char* path, mode_t mode, int dirfd,
+                                 uid_t uid, gid_t gid);
+
   // Gives the new file the owner, group and permissions of the regular file
   // that it replaces, as far as this process may; without one it stays as it
   // was made. 0, or -1 with errno when the target cannot be looked at.
@@ -110,6 +117,10 @@ class FileReplacer {
   void Abandon();
 
  private:
+  int Begin(const char* path, int dirfd);
+  int NextName();
+  int TakeName();
+  void RemoveTemporary() const;
   int Flush(Sync sync);
   int SyncDirectory() const;
 
@@ -117,7 +128,7 @@ class FileReplacer {
   UniqueFd fd_;  // open while a replacement is under way
   FILE* stream_ = nullptr;
   char target_[PATH_MAX] = "";
-  char temp_[PATH_MAX] = "";
+  char temp_[PATH_MAX] = "";  // "": nameless so far
 };
 
 #endif  // UTIL_KUTFILE_H_

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 
 namespace {
 
@@ -70,6 +71,12 @@ int Kut_open_regular(int dirfd, const char* path, int flags, struct stat* st) {
   return fd.release();
 }
 
+int Kut_reopen(int fd, int flags) {
+  char path[32];
+  snprintf(path, sizeof path, "/proc/self/fd/%d", fd);
+  return Kut_open(path, flags);
+}
+
 ssize_t Kut_read_full(int fd, void* buf, size_t size) {
   return MoveAll(size, [=](size_t done, size_t left) {
     return read(fd, static_cast<char*>(buf) + done, left);
@@ -102,12 +109,17 @@ int Kut_pwrite_full(int fd, const void* buf, size_t size, off_t offset) {
                     size);
 }
 
-int Kut_copy_bytes(int from, int to) {
+int Kut_copy_bytes(int from, int to, long most) {
   char buffer[kCopyBuffer];
   for (;;) {
     const ssize_t n = Kut_read_full(from, buffer, sizeof buffer);
     if (n < 0) return -1;
     if (n == 0) return 0;
+    if (n > most) {
+      errno = EFBIG;
+      return -1;
+    }
+    most -= n;
     if (Kut_write_full(to, buffer, static_cast<size_t>(n)) != 0) return -1;
   }
 }

@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include <climits>
 #include <cstddef>
 #include <utility>
 
@@ -50,6 +51,10 @@ int Kut_open(const char* path, int flags, mode_t mode = 0);
 int Kut_open_regular(int dirfd, const char* path, int flags,
                      struct stat* st = nullptr);
 
+// Opens anew what a descriptor of any kind (O_PATH, too) has open, whatever has
+// become of its name. The descriptor, or -1 with errno; it takes /proc.
+int Kut_reopen(int fd, int flags);
+
 // Reads up to `size` bytes, fewer only at the end of the file. The bytes read,
 // or -1 with errno.
 ssize_t Kut_read_full(int fd, void* buf, size_t size);
@@ -61,8 +66,9 @@ int Kut_write_full(int fd, const void* buf, size_t size);
 int Kut_pwrite_full(int fd, const void* buf, size_t size, off_t offset);
 
 // Copies all that is left of `from` to `to`, in constant memory. 0, or -1 with
-// errno, after which any part may have been written.
-int Kut_copy_bytes(int from, int to);
+// errno, after which any part may have been written: EFBIG where there are more
+// than `most` bytes.
+int Kut_copy_bytes(int from, int to, long most = LONG_MAX);
 
 // Opens the fifo `path` for writing and waits at most `seconds` for a reader,
 // looking again every few milliseconds. The descriptor is in blocking mode.

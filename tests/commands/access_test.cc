@@ -1,104 +1,16 @@
 // Who may ask for what: command files of real accounts, answered by the real
 // daemon.
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <filesystem>
-#include <optional>
-
-#include "handler_test.h"
-#include "support/daemon_process.h"
-#include "support/own_accounts.h"
+#include "accounts_test.h"
 
 namespace {
 
 using support::Command;
-using support::DaemonProcess;
-using support::SampleRoot;
 
-constexpr uid_t kRoot = 0;
-constexpr uid_t kFax = 64101;
-constexpr uid_t kAlice = 64102;
-constexpr uid_t kClerk = 64103;  // in the fax system's group
-constexpr uid_t kNameless = 64109;
-constexpr gid_t kFaxGroup = 64101;
-constexpr gid_t kAliceGroup = 64102;
-constexpr gid_t kStaff = 64104;
-
-constexpr char kDenied[] = "result=12\nerrmsg=Permission denied\n";
-
-constexpr mode_t kClosed = 02770;  // what the package lays out, of kFaxGroup
-constexpr mode_t kOpen = 01777;
-
-struct CommandFile {
-  uid_t uid;
-  gid_t gid = 0;
-  mode_t mode = 0640;
-};
-
-class Access : public testing::TestWithParam<const char*> {
- protected:
-  Access()
-      : accounts_(
-            "krtfax:x:64101:64101::/:/bin/sh\n"
-            "alice:x:64102:64102::/:/bin/sh\n"
-            "clerk:x:64103:64104::/:/bin/sh\n",
-            "krtfax:x:64101:clerk\n"
-            "alice:x:64102:\nstaff:x:64104:\n") {
-    for (const char* user : {"alice", "bob", "clerk", "root"}) {
-      root_.AddUser(user);
-    }
-  }
-  void SetUp() override {
-    if (!accounts_.made()) GTEST_SKIP() << "needs root and mount(2)";
-  }
-  void Start(mode_t spool_mode, const std::string& program = KRTCMD_PATH) {
-    ASSERT_EQ(chown(root_.spool().c_str(), kFax, kFaxGroup), 0);
-    ASSERT_EQ(chmod(root_.spool().c_str(), spool_mode), 0);
-    daemon_.emplace(program, root_,
-                    std::vector<std::string>{"-N", GetParam(), "-w", "60"});
-  }
-  // Drops a command whose file is as said; the name of its exchange.
-  std::string Drop(const CommandFile& file, const std::string& type,
-                   const std::string& client, const std::string& argument) {
-    char name[16];
-    std::snprintf(name, sizeof name, "0001-%03d", ++reference_);
-    const std::string path = root_.spool() / (std::string(name) + ".new");
-    WriteFile(path, Command(type, 1, reference_,
-                            "clientid=" + client + "\n" + argument));
-    EXPECT_EQ(chown(path.c_str(), file.uid, file.gid), 0);
-    EXPECT_EQ(chmod(path.c_str(), file.mode), 0);
-    std::filesystem::rename(path, root_.spool() / (std::string(name) + ".cmd"));
-    return name;
-  }
-  // What the response says from its result on.
-  std::string Ask(const CommandFile& file, const std::string& type,
-                  const std::string& client, const std::string& argument = "") {
-    const std::string name = Drop(file, type, client, argument);
-    const std::string path = root_.spool() / (name + ".rsp");
-    support::Eventually([&] { return std::filesystem::exists(path); });
-    stat(path.c_str(), &response_);
-    std::string text = root_.Response(name);
-    text.erase(0, text.find("result="));
-    return text.substr(0, text.rfind("objend="));
-  }
-  bool IsDenied(const CommandFile& file, const std::string& client) {
-    const std::string answer = Ask(file, "cmd-noop", client);
-    EXPECT_TRUE(answer == kDone || answer == kDenied) << answer;
-    return answer == kDenied;
-  }
-
-  const OwnAccounts accounts_;
-  const SampleRoot root_;
-  std::optional<DaemonProcess> daemon_;
-  struct stat response_ = {};
-  int reference_ = 0;
-};
+class Access : public AccountsTest {};
 INSTANTIATE_TEST_SUITE_P(Modes, Access, ::testing::Values("0", "1"));
 
 TEST_P(Access, TheOwnerDecidesForWhom) {
-  Start(kClosed);
+  Start({kClosed});
   const struct {
     CommandFile file;
     const char* client;
@@ -124,7 +36,7 @@ TEST_P(Access, TheOwnerDecidesForWhom) {
 TEST_P(Access, NobodyElseIsNamedInsideTheCommand) {
   WriteFile(root_.path() / "faxq/bob/f.fax", "Bob's");
   WriteFile(root_.path() / "faxq/alice/f.fax", "Alice's");
-  Start(kClosed);
+  Start({kClosed});
   const auto Info = [](const std::string& user) {
     return "filename=f.fax\nclientid=" + user + "\n";
   };
@@ -160,34 +72,56 @@ TEST_P(Access, NobodyElseIsNamedInsideTheCommand) {
           .starts_with(kDone));
 }
 
-// A file that another could have written says nothing of its owner.
-TEST_P(Access, WhatOthersCouldWriteIsNotTheOwners) {
+// A file says no more of its owner than those who could have written it, or put
+// it where it lies, leave true.
+TEST_P(Access, AFileIsNeverMoreTrustedThanItsFolder) {
+  const Spool kRoots = {kPrivate, kRoot, 0};
+  const Spool kFaxSystems = {kPrivate};
+  const Spool kAlices = {kPrivate, kAlice, kAliceGroup};
+  const Spool kStaffs = {0770, kRoot, kStaff};
+  Start({kClosed});
   const struct {
-    mode_t spool;
+    Spool spool;
     CommandFile file;
     const char* client;
     bool denied;
   } kCases[] = {
-      {kClosed, {kRoot, kFaxGroup, 0666}, "bob", false},
-      {kClosed, {kRoot, kFaxGroup, 0660}, "bob", false},
-      {kClosed, {kRoot, kStaff, 0660}, "bob", true},
-      {kClosed, {kAlice, kAliceGroup, 0664}, "alice", false},
-      {kOpen, {kRoot, kFaxGroup, 0640}, "bob", false},
-      {kOpen, {kRoot, kFaxGroup, 0666}, "bob", true},
-      {kOpen, {kAlice, kAliceGroup, 0644}, "alice", false},
-      {kOpen, {kAlice, kAliceGroup, 0646}, "alice", true},
+      {{kClosed}, {kRoot, kFaxGroup, 0666}, "bob", false},
+      {{kClosed}, {kRoot, kFaxGroup, 0660}, "bob", false},
+      {{kClosed}, {kRoot, kStaff, 0660}, "bob", true},
+      {{kClosed}, {kAlice, kAliceGroup, 0664}, "alice", false},
+      {{kClosed, kRoot, 0}, {kClerk}, "bob", false},
+      {{kOpen}, {kRoot}, "bob", true},
+      {{kOpen}, {kRoot}, "root", true},
+      {{kOpen}, {kFax, kFaxGroup}, "bob", true},
+      {{kOpen}, {kClerk}, "clerk", true},
+      {{kOpen}, {kRoot, kFaxGroup, 0666}, "bob", true},
+      {{kOpen}, {kAlice, kAliceGroup, 0644}, "alice", false},
+      {{kOpen}, {kAlice, kAliceGroup, 0644}, "bob", true},
+      {{kOpen}, {kAlice, kAliceGroup, 0646}, "alice", true},
+      {kStaffs, {kRoot}, "bob", true},
+      {kStaffs, {kAlice}, "alice", false},
+      {kRoots, {kRoot}, "bob", false},
+      {kRoots, {kAlice}, "alice", false},
+      {kRoots, {kRoot, 0, 0666}, "bob", true},
+      {kFaxSystems, {kRoot}, "bob", false},
+      {kFaxSystems, {kFax}, "bob", false},
+      {kAlices, {kAlice}, "alice", false},
+      {kAlices, {kAlice}, "bob", true},
+      {kAlices, {kRoot}, "alice", true},
+      {kAlices, {kFax}, "bob", true},
   };
   for (const auto& c : kCases) {
-    if (!daemon_) Start(c.spool);
-    ASSERT_EQ(chmod(root_.spool().c_str(), c.spool), 0);
+    Set(c.spool);
     EXPECT_EQ(IsDenied(c.file, c.client), c.denied)
-        << std::oct << c.spool << " " << c.file.mode << " uid " << std::dec
-        << c.file.uid << " gid " << c.file.gid;
+        << std::oct << c.spool.mode << " " << c.file.mode << std::dec << " of "
+        << c.spool.uid << ":" << c.spool.gid << ", " << c.file.uid << ":"
+        << c.file.gid << " for " << c.client;
   }
 }
 
-TEST_P(Access, OnlyRootsOwnFileRunsAProgramAsRoot) {
-  Start(kClosed);
+TEST_P(Access, OnlyRootsOwnFileInRootsOwnFolderRunsAProgramAsRoot) {
+  Start({kPrivate, kRoot, 0});
   const std::string who = Argument("obj-extcmd", "cmdstr=id -u\n");
   const auto Ran = [](const std::string& uid) {
     return kDone + Argument("obj-msg", ListField("lines", "obj-text",
@@ -206,6 +140,10 @@ TEST_P(Access, OnlyRootsOwnFileRunsAProgramAsRoot) {
                   Argument("obj-reqprt", Field("finfoptr", "obj-faxinfo"))),
               kDenied);
   }
+  for (const Spool& spool : {Spool{kClosed}, {kPrivate}, {kOpen}}) {
+    Set(spool);
+    EXPECT_EQ(Ask({kRoot}, "cmd-extcmd", "root", who), kDenied) << spool.mode;
+  }
 }
 
 // What the daemon makes for a user is the user's, and so no way to a file of
@@ -213,7 +151,7 @@ TEST_P(Access, OnlyRootsOwnFileRunsAProgramAsRoot) {
 TEST_P(Access, WhatAUserAskedForBelongsToTheUser) {
   const std::string options = root_.path() / "faxq/alice/options";
   ASSERT_EQ(chown(options.c_str(), kAlice, kFaxGroup), 0);
-  Start(kClosed);
+  Start({kClosed});
   EXPECT_EQ(
       Ask({kAlice}, "cmd-setcfg", "alice", Argument("obj-config", "bname=a\n")),
       kDone);
@@ -237,7 +175,7 @@ TEST_P(Access, WhatAUserAskedForBelongsToTheUser) {
 TEST_P(Access, AFileWithASecondNameIsNoCommand) {
   const std::string path = root_.path() / "mine";
   WriteFile(path, Command("cmd-noop", 1, 1, "clientid=bob\n"));
-  Start(kClosed);
+  Start({kClosed});
   std::filesystem::create_hard_link(path, root_.spool() / "a.new");
   std::filesystem::rename(root_.spool() / "a.new", root_.spool() / "a.cmd");
   EXPECT_TRUE(daemon_->AwaitLog("Error processing cmd file a."));
@@ -256,10 +194,12 @@ TEST_P(Access, TheDaemonsOwnUserIsTrusted) {
   for (const char* dir : {"", "krtnet"}) {
     ASSERT_EQ(chown((root_.path() / dir).c_str(), kAlice, kAliceGroup), 0);
   }
-  Start(0777, program);
+  Start({0770, kAlice, kAliceGroup}, program);
   EXPECT_FALSE(IsDenied({kAlice, kAliceGroup}, "bob"));
   EXPECT_TRUE(IsDenied({kNameless, 0, 0644}, "bob"));
   EXPECT_FALSE(IsDenied({kRoot, 0, 0644}, "bob"));
+  Set({0777, kAlice, kAliceGroup});
+  EXPECT_TRUE(IsDenied({kAlice, kAliceGroup}, "bob"));
 }
 
 }  // namespace

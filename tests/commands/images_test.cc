@@ -102,7 +102,6 @@ TEST_F(Images, UploadsFromElsewhereStayWhereTheyAre) {
   root_.MakeDir("outside");
   root_.MakeDir("krtnet/filspool/sub");
   const std::string gone = ": No such file or directory";
-  const std::string denied = ": Permission denied";
   WriteFile(spool_ + "/up", "new");
   root_.Put("outside/secret", "secret");
   root_.Put("krtnet/filspool/sub/deep", "deep");
@@ -110,19 +109,21 @@ TEST_F(Images, UploadsFromElsewhereStayWhereTheyAre) {
   mkfifo((spool_ + "/fifo").c_str(), 0666);
   symlink(spool_.c_str(), (root_ / "outside/spool").c_str());
   const std::tuple<std::string, std::string, std::string> kCases[] = {
-      {root_ / "outside/secret", "a.fax", denied},
-      {spool_ + "/../../outside/secret", "a.fax", denied},
-      {spool_ + "/sub/deep", "a.fax", denied},
-      {spool_ + "/link", "a.fax", ": Too many levels of symbolic links"},
-      {spool_ + "/fifo", "a.fax", ": Invalid argument"},
-      {spool_ + "/sub", "a.fax", ": Is a directory"},
+      {root_ / "outside/secret", "a.fax", gone},
+      {spool_ + "/../../outside/secret", "a.fax", gone},
+      {spool_ + "/sub/deep", "a.fax", gone},
+      {spool_ + "/link", "a.fax", gone},
+      {spool_ + "/fifo", "a.fax", gone},
+      {spool_ + "/sub", "a.fax", gone},
       {spool_ + "/missing", "a.fax", gone},
       {"up", "a.fax", gone},
       {"", "a.fax", gone},
       {spool_ + "/up", "../bob/a.fax", gone},
       {spool_ + "/up", "..", gone},
       {spool_ + "/up", "", gone},
-      {spool_ + "/up", "msgs", ": Is a directory"},
+      {spool_ + "/up", "msgs", gone},
+      {spool_ + "/up", ".a.fax", gone},
+      {spool_ + "/up", "a.tmp", gone},
   };
   for (const auto& [path, name, why] : kCases) {
     ExpectFailure(13, "Cannot move file " + path + why, "cmd-imgstore",

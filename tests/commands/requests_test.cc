@@ -207,6 +207,8 @@ TEST_F(Routing, RefusesWhatIsNoFaxOrNoUser) {
   root_.Put("faxq/jsmith/a.fax", "image");
   symlink("/etc/passwd", (root_ / "faxq/jsmith/link").c_str());
   mkfifo((root_ / "faxq/jsmith/fifo").c_str(), 0600);
+  root_.Put("faxq/jsmith/.hidden", "image");
+  root_.Put("faxq/jsmith/half.tmp", "image");
   const std::string dir = root_ / "faxq/jsmith/";
   for (const char* type : {"cmd-copyfax", "cmd-fwdfax"}) {
     for (const char* user : {"carol", "..", "", "../faxq/bob"}) {
@@ -215,13 +217,14 @@ TEST_F(Routing, RefusesWhatIsNoFaxOrNoUser) {
       ExpectFailure(19, std::string("Invalid to route ") + user, type,
                     Route("jsmith", user, "a.fax"));
     }
-    for (const char* name : {"../x", "a/b", "/etc/passwd", ".", "..", "",
-                             "a\tb", "missing", "link", "fifo", "msgs"}) {
+    for (const char* name :
+         {"../x", "a/b", "/etc/passwd", ".", "..", "", "a\tb", "missing",
+          "link", "fifo", "msgs", ".hidden", "half.tmp"}) {
       ExpectFailure(13, "faxfile " + dir + name + " does not exist", type,
                     Route("jsmith", "bob", name));
     }
   }
-  root_.MakeDir("faxq/bob/a.tmp");
+  root_.MakeDir("faxq/bob/a.fax");
   ExpectFailure(13, "Copy of a.fax failed: Is a directory", "cmd-copyfax",
                 Route("jsmith", "bob", "a.fax"));
   ExpectFailure(13, "Rename of a.fax failed: Is a directory", "cmd-fwdfax",

@@ -125,6 +125,9 @@ TEST(OutgoingLog, GivesTheLastRecordsOfARequestFromTheEnd) {
   for (int i = 1; i <= 1000; ++i) {
     log += Text(fx_encode_olog(Attempt(i % 100 == 7 ? 42 : 1, i)));
   }
+  fx_olog_record others = Attempt(42, 3000);
+  others.clientid = "bob";
+  log += Text(fx_encode_olog(others));
   root.Put("logs/OLOG", log + "a record that was cut");
   const std::tuple<long, int, std::vector<int32_t>, int> cases[] = {
       {42, 3, {707, 807, 907}, 0},
@@ -135,7 +138,8 @@ TEST(OutgoingLog, GivesTheLastRecordsOfARequestFromTheEnd) {
       {43, 5, {}, 19},
   };
   for (const auto& [seqno, max, attempts, error] : cases) {
-    EXPECT_EQ(Attempts(fx_read_olog_list(root.root(), seqno, max)), attempts)
+    EXPECT_EQ(Attempts(fx_read_olog_list(root.root(), seqno, "", max)),
+              attempts)
         << seqno << " " << max;
     EXPECT_EQ(kx_errno, error) << seqno << " " << max;
   }
@@ -143,18 +147,19 @@ TEST(OutgoingLog, GivesTheLastRecordsOfARequestFromTheEnd) {
 
 TEST(OutgoingLog, GrowsByWholeRecords) {
   const FaxRoot root;
-  EXPECT_TRUE(fx_read_olog_list(root.root(), 1, 1).empty());
+  EXPECT_TRUE(fx_read_olog_list(root.root(), 1, "", 1).empty());
   EXPECT_EQ(kx_errno, 3);
   for (const int attempt : {2, 1, 3}) {
     ASSERT_EQ(fx_append_olog(root.root(), Attempt(5, attempt)), 0);
   }
-  EXPECT_EQ(Attempts(fx_read_olog_list(root.root(), 5, 9)),
+  EXPECT_EQ(Attempts(fx_read_olog_list(root.root(), 5, "", 9)),
             (std::vector<int32_t>{1, 2, 3}));
   // Cut at any length, the log holds the records that are whole.
   const std::string log = ReadFile(root / "logs/OLOG");
   for (size_t size = 0; size < log.size(); size += 23) {
     root.Put("logs/OLOG", log.substr(0, size));
-    EXPECT_EQ(fx_read_olog_list(root.root(), 5, 9).size(), size / 168) << size;
+    EXPECT_EQ(fx_read_olog_list(root.root(), 5, "", 9).size(), size / 168)
+        << size;
   }
 }
 
@@ -287,7 +292,7 @@ TEST(Formats, NoBytesCrashAReader) {
     EXPECT_EQ(Count(kx::Object(fx_rd_dstat(root.root()))),
               static_cast<int>(noise.size() / 472));
     kx::Object(fx_queue_list(root.root()));
-    fx_read_olog_list(root.root(), 0, 100);
+    fx_read_olog_list(root.root(), 0, "", 100);
     fx_queue_get_default(root.root());
     fx_num_pages((root / "f").c_str());
   }

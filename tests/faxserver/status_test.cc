@@ -255,8 +255,10 @@ void PutStatus(const FaxRoot& root_, const std::string& name,
   root_.Put("faxq/bob/events/" + name, Object("obj-status", fields));
 }
 
-fx_olog_record Attempt(int seqno, int attempt) {
+fx_olog_record Attempt(int seqno, int attempt,
+                       const std::string& client = "bob") {
   fx_olog_record record;
+  record.clientid = client;
   record.seqno = seqno;
   record.attempt = attempt;
   record.npages = static_cast<int16_t>(10 + attempt);
@@ -295,6 +297,8 @@ TEST(StatusList, HoldsTheAttemptsAndThenTheSummary) {
   for (const int attempt : {1, 2, 3}) {
     fx_append_olog(root.root(), Attempt(attempt == 2 ? 6 : 5, attempt));
   }
+  // A status says how many attempts to show; its owner wrote it.
+  fx_append_olog(root.root(), Attempt(5, 2, "carol"));
   PutStatus(root, "5",
             "seqno=5\nattempt=3\naresult=4\nrresult=1001\nnpages=13\nnaks=1\n"
             "stime=20010203040506\netime=20010203040507\ncsi=x\nqueue=q\n");

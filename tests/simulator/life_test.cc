@@ -123,7 +123,7 @@ TEST_F(Life, BusyOnceThenSent) {
   EXPECT_LT(attempts.find("\naresult=4\n"), attempts.find("\nattempt=2\n"));
   EXPECT_LT(attempts.find("\nattempt=2\n"), attempts.find("\nattempt=0\n"));
 
-  const auto log = fx_read_olog_list(root_.root(), 1, 10);
+  const auto log = fx_read_olog_list(root_.root(), 1, root_.user().c_str(), 10);
   ASSERT_EQ(log.size(), 2U);
   EXPECT_EQ(std::filesystem::file_size(root_.Path("logs/OLOG")), 2U * 168);
   EXPECT_EQ(log[0].aresult, 4);

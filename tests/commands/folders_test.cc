@@ -1,0 +1,218 @@
+// What a daemon that is root does in folders that belong to users.
+#include <fcntl.h>
+
+#include <fstream>
+
+#include "accounts_test.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using support::Command;
+using support::Eventually;
+
+constexpr uid_t kBob = 64105;
+
+class Folders : public AccountsTest {
+ protected:
+  void SetUp() override {
+    AccountsTest::SetUp();
+    for (const auto& [user, uid] :
+         {std::pair{"alice", kAlice}, std::pair{"bob", kBob}}) {
+      Own("faxq/" + std::string(user), uid, 02770);
+      for (const char* folder : {"msgs", "events"}) {
+        Own("faxq/" + std::string(user) + "/" + folder, uid, 02770);
+      }
+      fs::remove(root_.path() / "faxq" / user / "options");
+    }
+    Set({kClosed});
+    Start({kClosed});
+  }
+  std::string Path(const std::string& name) const { return root_ / name; }
+  void Own(const std::string& name, uid_t uid, mode_t mode,
+           gid_t gid = kFaxGroup) const {
+    ASSERT_EQ(chown(Path(name).c_str(), uid, gid), 0) << name;
+    ASSERT_EQ(chmod(Path(name).c_str(), mode), 0) << name;
+  }
+  void Put(const std::string& name, const std::string& content, uid_t uid,
+           mode_t mode = 0660) const {
+    root_.Put(name, content);
+    Own(name, uid, mode);
+  }
+  struct stat Status(const std::string& name) const {
+    struct stat st = {};
+    EXPECT_EQ(lstat(Path(name).c_str(), &st), 0) << name;
+    return st;
+  }
+  std::string Route(const std::string& type, const std::string& name,
+                    const std::string& to = "bob") {
+    return Ask({kAlice}, type, "alice",
+               Argument("obj-route", "fromid=alice\ntoid=" + to +
+                                         "\nfilename=" + name + "\n"));
+  }
+  std::string Store(const std::string& path, const std::string& name,
+                    uid_t uid = kAlice) {
+    return Ask({uid}, "cmd-imgstore", "alice",
+               Argument("obj-reqsto", Field("finfoptr", "obj-faxinfo",
+                                            "filename=" + name + "\n") +
+                                          Field("filobjptr", "obj-file",
+                                                "pathname=" + path + "\n")));
+  }
+  // The answer to a command, while every entry below the queue is looked at:
+  // what is there belongs to its user, at any moment.
+  std::string AskAndWatch(const std::string& type, const std::string& argument,
+                          const std::string& user, uid_t uid) {
+    const std::string name = Drop({kAlice}, type, "alice", argument);
+    EXPECT_TRUE(Eventually([&] {
+      for (const auto& entry : fs::recursive_directory_iterator(
+               Path("faxq/" + user),
+               fs::directory_options::skip_permission_denied)) {
+        struct stat st;
+        if (lstat(entry.path().c_str(), &st) != 0) continue;
+        EXPECT_EQ(st.st_uid, uid) << entry.path();
+      }
+      return root_.Has("krtnet/filspool/" + name + ".rsp");
+    }));
+    std::string answer = root_.Response(name);
+    answer.erase(0, answer.find("result="));
+    return answer.substr(0, answer.rfind("objend="));
+  }
+};
+INSTANTIATE_TEST_SUITE_P(Modes, Folders, ::testing::Values("0", "1"));
+
+// A file of root's, or a user's file with his own words that root has made,
+// would be a command of root's once it was renamed into a spool directory.
+TEST_P(Folders, NothingThereIsEverRoots) {
+  Put("faxq/alice/big.fax", std::string(16 << 20, 'x'), kAlice);
+  const std::string copy =
+      Argument("obj-route", "fromid=alice\ntoid=alice\nfilename=big.fax\n");
+  EXPECT_EQ(AskAndWatch("cmd-copyfax", copy, "alice", kAlice), kDone);
+  EXPECT_EQ(AskAndWatch("cmd-fwdfax", copy, "alice", kAlice), kDone);
+  EXPECT_EQ(fs::file_size(Path("faxq/alice/big.fax")), 16u << 20);
+  const std::string settings[][2] = {
+      {"cmd-setcfg", Argument("obj-config", "bname=a\n")},
+      {"cmd-setmon",
+       Argument("obj-monitor", "clientid=alice\nmontype=mon-excall\n")}};
+  for (const auto& [type, argument] : settings) {
+    EXPECT_EQ(AskAndWatch(type, argument, "alice", kAlice), kDone);
+  }
+  // The fax system's group goes on having what it had.
+  EXPECT_EQ(Status("faxq/alice/options").st_mode, S_IFDIR | 02770u);
+  for (const char* name : {"options", "options/config", "options/monitors"}) {
+    EXPECT_EQ(Status("faxq/alice/" + std::string(name)).st_gid, kFaxGroup);
+  }
+}
+
+// The group is the queue's, also where the file system does not hand it down
+// and the receiver is not in it.
+TEST_P(Folders, AFaxArrivesAsTheReceiversWhole) {
+  for (const mode_t mode : {02770, 0770}) {
+    Own("faxq/bob", kBob, mode);
+    Put("faxq/alice/a.fax", "image", kAlice);
+    const timespec old[2] = {{1000, 0}, {2000, 0}};
+    utimensat(AT_FDCWD, Path("faxq/alice/a.fax").c_str(), old, 0);
+    EXPECT_EQ(Route("cmd-fwdfax", "a.fax"), kDone);
+    EXPECT_FALSE(root_.Has("faxq/alice/a.fax"));
+    const struct stat st = Status("faxq/bob/a.fax");
+    EXPECT_EQ(st.st_uid, kBob);
+    EXPECT_EQ(st.st_gid, kFaxGroup);
+    EXPECT_EQ(st.st_mode, S_IFREG | 0666u);
+    EXPECT_EQ(st.st_mtime, 2000);
+    fs::remove(Path("faxq/bob/a.fax"));
+  }
+}
+
+// Who has it open, or knows it by another name, does not go on writing it.
+TEST_P(Folders, AForwardedFaxIsNobodyElsesAnyMore) {
+  Put("faxq/alice/a.fax", "image", kAlice);
+  Put("carols", "image", kClerk, 0666);
+  fs::create_hard_link(Path("carols"), Path("faxq/alice/b.fax"));
+  std::ofstream kept(Path("faxq/alice/a.fax"), std::ios::in | std::ios::out);
+  for (const char* name : {"a.fax", "b.fax"}) {
+    EXPECT_EQ(Route("cmd-fwdfax", name), kDone);
+  }
+  kept << "IMAGE" << std::flush;
+  root_.Put("carols", "IMAGE");
+  EXPECT_EQ(ReadFile(Path("faxq/bob/a.fax")), "image");
+  EXPECT_EQ(ReadFile(Path("faxq/bob/b.fax")), "image");
+  EXPECT_EQ(Status("carols").st_uid, kClerk);
+}
+
+TEST_P(Folders, ForwardsOfOneStemDoNotMeet) {
+  constexpr int kFaxes = 40;
+  Put("faxq/bob/a.tmp", "half of another", kBob);
+  std::vector<std::string> names;
+  for (int i = 0; i < kFaxes; ++i) {
+    const std::string fax = "a." + std::to_string(i);
+    Put("faxq/alice/" + fax, std::string(100000, 'x') + fax, kAlice);
+    names.push_back(Drop({kAlice}, "cmd-fwdfax", "alice",
+                         Argument("obj-route",
+                                  "fromid=alice\ntoid=bob\n"
+                                  "filename=" +
+                                      fax + "\n")));
+  }
+  for (int i = 0; i < kFaxes; ++i) {
+    const std::string fax = "a." + std::to_string(i);
+    EXPECT_NE(
+        root_.Response(names[static_cast<std::size_t>(i)]).find("\nresult=0\n"),
+        std::string::npos);
+    EXPECT_EQ(ReadFile(Path("faxq/bob/" + fax)),
+              std::string(100000, 'x') + fax);
+  }
+  EXPECT_EQ(ReadFile(Path("faxq/bob/a.tmp")), "half of another");
+}
+
+TEST_P(Folders, WhatTheFaxSystemDeliveredIsReadAndNoOthers) {
+  Put("faxq/alice/a.fax", "fax", kFax, 0600);
+  Put("faxq/alice/b.fax", "fax", kRoot, 0600);
+  Put("faxq/alice/c.fax", "fax", kBob, 0600);
+  Put("faxq/alice/d.fax", "fax", kRoot, 0600);
+  fs::create_hard_link(Path("faxq/alice/d.fax"), Path("second"));
+  for (const auto& [name, read] : {std::pair{"a.fax", true},
+                                   {"b.fax", true},
+                                   {"c.fax", false},
+                                   {"d.fax", false}}) {
+    EXPECT_EQ(Route("cmd-copyfax", name) == kDone, read) << name;
+  }
+}
+
+// The command's owner must be able to reach what is stored; nobody learns what
+// there is from how it fails.
+TEST_P(Folders, OnlyWhatItsOwnerCanReachIsStored) {
+  fs::create_directories(Path("private"));
+  fs::create_directories(Path("mine"));
+  Put("private/alices", "x", kAlice, 0666);
+  Put("mine/up", "x", kAlice, 0600);
+  Put("mine/bobs", "x", kBob, 0666);
+  ASSERT_EQ(mkfifo(Path("mine/fifo").c_str(), 0666), 0);
+  Own("private", kBob, 0700);
+  Own("mine", kAlice, 0700);
+  for (const char* name : {"private/alices", "private/missing", "private",
+                           "mine/bobs", "mine/fifo", "mine/missing"}) {
+    EXPECT_EQ(Store(Path(name), "b.fax"),
+              "result=13\nerrmsg=Cannot move file " + Path(name) +
+                  ": No such file or directory\n");
+  }
+  EXPECT_EQ(Store(Path("mine/up"), "b.fax"), kDone);
+  EXPECT_EQ(Status("faxq/alice/b.fax").st_uid, kAlice);
+  EXPECT_FALSE(root_.Has("mine/up"));
+  EXPECT_TRUE(root_.Has("private/alices"));
+  // A session of the fax system's has the spool directory besides.
+  Put("krtnet/filspool/up", "x", kClerk, 0600);
+  EXPECT_EQ(Store(Path("krtnet/filspool/up"), "c.fax", kClerk), kDone);
+  Put("krtnet/filspool/up", "x", kClerk, 0600);
+  EXPECT_NE(Store(Path("krtnet/filspool/up"), "c.fax"), kDone);
+}
+
+// A directory that another owner may not enter holds nothing that is gone.
+TEST_P(Folders, EventsOfRequestsThatTheUserMayNotSeeAreKept) {
+  Put("requests/r-5", "", kFax, 0600);
+  Own("requests", kFax, 0700);
+  Put("faxq/alice/events/5", "", kAlice);
+  Put("faxq/alice/events/6", "", kFax);
+  EXPECT_EQ(Ask({kAlice}, "cmd-faxcln", "alice"), kDone);
+  EXPECT_TRUE(root_.Has("faxq/alice/events/5"));
+  EXPECT_FALSE(root_.Has("faxq/alice/events/6"));
+}
+
+}  // namespace

@@ -57,8 +57,8 @@ int cmd_copy_fax(const cmd_original& from, const fx_folder& to,
   }
   const timespec times[2] = {from.st.st_atim, from.st.st_mtim};
   const FileIdentity owner = to.Enter();
-  if (!owner.held() || Kut_copy_bytes(from.fd, copy.fd(),
-                                      cm_limit(cm_limit_id::kFileBytes)) != 0) {
+  const long most = cm_limit(cm_limit_id::kFileBytes);
+  if (!owner.held() || Kut_copy_bytes(from.fd, copy.fd(), most) != 0) {
     copy.Abandon();  // as the owner, while this process is that
     return -1;
   }

@@ -97,8 +97,12 @@ class Placer {
 };
 
 void LayCommon(Placer* place) {
+  // Without a fax system's group nobody but the owner has business in the
+  // folders that it writes: the daemon trusts a command no further than all who
+  // could have put it there.
+  const mode_t taken = cm_get_krt_gid() == -1 ? 02020 : 0;
   for (const SampleFolder& folder : SampleFolders()) {
-    place->Folder(folder.path, folder.mode);
+    place->Folder(folder.path, folder.mode & ~taken);
   }
   for (const SampleFile& file : SampleFiles()) {
     place->File(file.path, file.mode, file.content);

@@ -218,14 +218,43 @@ int FileReplacer::Commit(Sync sync) {
   if (error == 0 && closed != 0 && errno != EINTR) error = errno;
   stream_ = nullptr;
   static_cast<void>(fd_.release());
-  if (error == 0 && renameat(dirfd_, temp_, dirfd_, target_) != 0) {
-    error = errno;
+  if (error == 0 && PutInPlace(sync) != 0) error = errno;
+  if (error == 0) return 0;
+  RemoveTemporary();
+  return Fail(error);
+}
+
+// A durable change is taken back when the disk does not take it: until then
+// what was replaced stays under the temporary name.
+int FileReplacer::PutInPlace(Sync sync) const {
+  if (sync == Sync::kNone) return renameat(dirfd_, temp_, dirfd_, target_);
+  char directory[PATH_MAX];
+  OwnDirectory(target_, directory);
+  const UniqueFd dir(Kut_open_at(dirfd_, directory, O_RDONLY | O_DIRECTORY));
+  if (!dir.valid()) return -1;
+  const bool is_new = Kut_rename_fresh(dirfd_, temp_, target_) == 0;
+  if (!is_new && (errno != EEXIST || Exchange() != 0)) return -1;
+  if (fsync(dir.get()) == 0) {
+    if (!is_new) unlinkat(dirfd_, temp_, 0);
+    return 0;
   }
-  if (error != 0) {
-    RemoveTemporary();
-    return Fail(error);
+  const int error = errno;
+  if (is_new) {
+    renameat(dirfd_, target_, dirfd_, temp_);
+  } else {
+    Exchange();
   }
-  return sync == Sync::kDurable ? SyncDirectory() : 0;
+  return Fail(error);
+}
+
+// Swaps the new file and the one that it replaces, which must be no directory.
+int FileReplacer::Exchange() const {
+  struct stat old;
+  if (fstatat(dirfd_, target_, &old, AT_SYMLINK_NOFOLLOW) == 0 &&
+      S_ISDIR(old.st_mode)) {
+    return Fail(EISDIR);
+  }
+  return renameat2(dirfd_, temp_, dirfd_, target_, RENAME_EXCHANGE);
 }
 
 void FileReplacer::Abandon() {
@@ -251,12 +280,4 @@ int FileReplacer::Flush(Sync sync) {
     if (ferror(stream_) != 0) return Fail(EIO);  // its errno is long gone
   }
   return sync == Sync::kDurable ? fsync(fd_.get()) : 0;
-}
-
-// The rename itself lasts only when the directory is on disk.
-int FileReplacer::SyncDirectory() const {
-  char directory[PATH_MAX];
-  OwnDirectory(target_, directory);
-  const UniqueFd fd(Kut_open_at(dirfd_, directory, O_RDONLY | O_DIRECTORY));
-  return fd.valid() ? fsync(fd.get()) : -1;
 }

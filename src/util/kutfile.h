@@ -110,8 +110,8 @@ class FileReplacer {
   FILE* stream();
 
   // Puts the new file in place. 0, or -1 with errno, also when an earlier write
-  // to the stream failed; either way the object can be opened again. When only
-  // the directory could not be synced, the new file is in place all the same.
+  // to the stream failed; either way the object can be opened again. After a
+  // failure the target is as it was.
   [[nodiscard]] int Commit(Sync sync = Sync::kNone);
   // Removes the new file; errno is kept. Does nothing when none is open.
   void Abandon();
@@ -122,7 +122,8 @@ class FileReplacer {
   int TakeName();
   void RemoveTemporary() const;
   int Flush(Sync sync);
-  int SyncDirectory() const;
+  int PutInPlace(Sync sync) const;
+  int Exchange() const;
 
   int dirfd_ = -1;
   UniqueFd fd_;  // open while a replacement is under way

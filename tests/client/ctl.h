@@ -26,7 +26,7 @@ class Server {
  public:
   Server() : user_(Kut_get_usrname()) {
     root_.AddUser(user_);
-    std::filesystem::permissions(root_.spool(), std::filesystem::perms(0770));
+    std::filesystem::permissions(root_.spool(), std::filesystem::perms(0700));
   }
   // `args` for the daemon.
   void Start(const std::vector<std::string>& args = {}) {

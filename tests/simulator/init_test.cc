@@ -1,3 +1,4 @@
+#include <grp.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -47,7 +48,9 @@ TEST(Init, FifosHaveTheModesOfTheirWriters) {
   EXPECT_EQ(tree["krtnet/filspool/kfifo"], S_IFIFO | 0664U);
   EXPECT_EQ(tree["krtnet/filspool/efifo"], S_IFIFO | 0660U);
   EXPECT_EQ(tree["krtnet/netspool/efifo"], S_IFIFO | 0660U);
-  EXPECT_EQ(tree["krtnet/filspool"], S_IFDIR | 02770U);
+  // For the fax system's group, where there is one.
+  EXPECT_EQ(tree["krtnet/filspool"],
+            S_IFDIR | (getgrnam("krtfax") != nullptr ? 02770U : 0750U));
 }
 
 TEST(Init, SecondRunAddsWhatIsMissingAndKeepsTheRest) {

@@ -17,11 +17,9 @@
 #include "commands/handlers.h"
 #include "daemon/kfifo.h"
 #include "daemon/settings.h"
-#include "faxserver/fsfile.h"
+#include "faxserver/fsfolder.h"
 #include "kx/kxtext.h"
 #include "util/kuterr.h"
-#include "util/kutfile.h"
-#include "util/kutident.h"
 #include "util/kutstr.h"
 
 namespace {
@@ -29,17 +27,6 @@ namespace {
 constexpr std::size_t kNameSize = 16;
 constexpr std::size_t kHostSize = KFIFO_RECORD_SIZE - kNameSize;
 constexpr mode_t kQueuedMode = 0660;
-
-// The queued directory, open, and whose it is: the fax system's, in which a
-// daemon that is root works as its owner.
-struct Queued {
-  Queued() : dir(Kut_open(cm_get_queued_dir(kfaxdir), O_RDONLY | O_DIRECTORY)) {
-    usable = dir.valid() && Kut_owner_of(dir.get(), &owner);
-  }
-  UniqueFd dir;
-  kut_fsid owner;
-  bool usable;  // if not, errno tells why
-};
 
 // Writes the whole command to a new file, and onto the disk: nobody asks the
 // client for it again. False with kx_errno.
@@ -76,13 +63,16 @@ bool TakeName(int dirfd, const char* temp, const char* exchange,
 
 // Saves the command under a name of its own in the queued directory. False with
 // kx_errno.
-bool SaveQueued(kx_object* cmd, const Queued& queued, char (&name)[kNameSize]) {
+bool SaveQueued(kx_object* cmd, const fx_folder& queued,
+                char (&name)[kNameSize]) {
   const char* exchange = kx_tmp_name(cmd);
   if (exchange == nullptr) return false;
   kx_errno = kx_err_system;
-  const FileIdentity owner(queued.owner);
-  if (!queued.usable || !owner.held()) return false;
-  const int dirfd = queued.dir.get();
+  const FileIdentity owner = queued.Enter();
+  if (!queued.valid() || !owner.held()) return false;
+  const UniqueFd dir(Kut_open_at(queued.fd(), ".", O_RDONLY | O_DIRECTORY));
+  if (!dir.valid()) return false;
+  const int dirfd = dir.get();
   char temp[32];
   std::snprintf(temp, sizeof temp, ".%d.new", static_cast<int>(getpid()));
   bool named = false;
@@ -102,9 +92,9 @@ bool SaveQueued(kx_object* cmd, const Queued& queued, char (&name)[kNameSize]) {
   return durable;
 }
 
-void Remove(const Queued& queued, const char* name) {
-  const FileIdentity owner(queued.owner);
-  if (owner.held()) unlinkat(queued.dir.get(), name, 0);
+void Remove(const fx_folder& queued, const char* name) {
+  const FileIdentity owner = queued.Enter();
+  if (owner.held()) unlinkat(queued.fd(), name, 0);
 }
 
 // The directory of the spool fifo: the watched one or, without a fifo there,
@@ -132,7 +122,7 @@ const char* Announce(const char* name, const char* hostname) {
 }  // namespace
 
 int process_submit(kx_object* cmd, kx_object* rsp) {
-  const Queued queued;
+  const fx_folder queued = fx_open_system_folder(cm_get_queued_dir(kfaxdir));
   char name[kNameSize];
   if (!SaveQueued(cmd, queued, name)) {
     return cmd_fail(rsp, kx_err_failed, "Cannot queue cmd: %s",

@@ -13,6 +13,7 @@
 #include "cm/cmkrt.h"
 #include "cm/cmpaths.h"
 #include "faxserver/fsfile.h"
+#include "faxserver/fsfolder.h"
 #include "kx/kfx.h"
 #include "util/kutfile.h"
 #include "util/kutio.h"
@@ -51,11 +52,23 @@ std::string FormatEntry(pid_t pid, const char* name) {
   return std::to_string(pid) + ":" + name + "\n";
 }
 
+// The list lies in a folder of the fax system's: a daemon that is root must not
+// be led to append to another file.
+UniqueFd OpenToAppend(const char* kfaxdir) {
+  UniqueFd list(Kut_open(
+      cm_get_dmnlist_file(kfaxdir),
+      O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK, kListMode));
+  struct stat st;
+  if (!list.valid() || fstat(list.get(), &st) != 0) return UniqueFd();
+  if (S_ISREG(st.st_mode) && st.st_nlink == 1) return list;
+  errno = EINVAL;
+  return UniqueFd();
+}
+
 }  // namespace
 
 int fx_add_daemon_list(const char* kfaxdir, const char* name, pid_t pid) try {
-  const UniqueFd list(Kut_open(cm_get_dmnlist_file(kfaxdir),
-                               O_WRONLY | O_APPEND | O_CREAT, kListMode));
+  const UniqueFd list = OpenToAppend(kfaxdir);
   if (!list.valid()) return -1;
   // One write: entries of daemons that start at once do not mix.
   const std::string entry = FormatEntry(pid, name);
@@ -85,8 +98,14 @@ int fx_upd_daemon_list(const char* kfaxdir, const char* name) try {
     if (entry.name == name || !IsAlive(entry.pid)) continue;
     text += FormatEntry(entry.pid, entry.name.c_str());
   }
+  const fx_folder folder = fx_open_system_folder(cm_get_krtnet_dir(kfaxdir));
+  const FileIdentity owner = folder.Enter();
+  const char* name_of_list = Kut_basename(cm_get_dmnlist_file(kfaxdir));
   FileReplacer list;
-  if (list.Open(cm_get_dmnlist_file(kfaxdir), kListMode) != 0) return -1;
+  if (!folder.valid() || !owner.held() ||
+      list.Open(name_of_list, kListMode, folder.fd()) != 0) {
+    return -1;
+  }
   if (Kut_write_full(list.fd(), text.data(), text.size()) != 0) return -1;
   fx_give_to_krt(list.fd(), kListMode);
   return list.Commit();

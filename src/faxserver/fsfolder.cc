@@ -25,15 +25,6 @@ const char* BelowQueue(const char* queue, const char* path) {
   return nullptr;
 }
 
-// The queue directory itself lies in the fax system's, and may be a link that
-// an administrator made.
-fx_folder OpenQueue(const char* queue) {
-  UniqueFd fd(Kut_open(queue, O_PATH | O_DIRECTORY));
-  kut_fsid owner;
-  if (!fd.valid() || !Kut_owner_of(fd.get(), &owner)) return fx_folder();
-  return fx_folder(std::move(fd), owner);
-}
-
 // The folder of that name in another. What the fax system has made for itself
 // in a user's folder, or a user's in the fax system's, is entered as its own
 // owner; what a third user's is doing there is not known, and is looked at with
@@ -41,8 +32,8 @@ fx_folder OpenQueue(const char* queue) {
 fx_folder Below(const fx_folder& folder, const char* name) {
   const FileIdentity identity = folder.Enter();
   if (!folder.valid() || !identity.held()) return fx_folder();
-  UniqueFd fd(Kut_open_at(folder.fd(), name,
-                          O_PATH | O_DIRECTORY | O_NOFOLLOW));
+  UniqueFd fd(
+      Kut_open_at(folder.fd(), name, O_PATH | O_DIRECTORY | O_NOFOLLOW));
   kut_fsid owner;
   if (!fd.valid() || !Kut_owner_of(fd.get(), &owner)) return fx_folder();
   const bool by_owner = cm_is_krt_admin(static_cast<int>(owner.uid)) ||
@@ -57,7 +48,9 @@ fx_folder OpenParent(const char* root, const char* user, const char* path,
   const char* queue = cm_get_user_dir(root, user);
   const char* below = BelowQueue(queue, path);
   if (below == nullptr) return fx_folder();
-  fx_folder folder = OpenQueue(queue);
+  // The queue directory itself lies in the fax system's, and may be a link that
+  // an administrator made.
+  fx_folder folder = fx_open_system_folder(queue);
   *last = below;
   for (size_t slash;
        folder.valid() && (slash = last->find('/')) != last->npos;) {
@@ -93,8 +86,15 @@ fx_folder fx_open_folder(const char* root, const char* user,
   return fx_folder();
 }
 
+fx_folder fx_open_system_folder(const char* path) {
+  UniqueFd fd(Kut_open(path, O_PATH | O_DIRECTORY));
+  kut_fsid owner;
+  if (!fd.valid() || !Kut_owner_of(fd.get(), &owner)) return fx_folder();
+  return fx_folder(std::move(fd), owner);
+}
+
 fx_folder fx_make_options(const char* root, const char* user) {
-  const fx_folder queue = OpenQueue(cm_get_user_dir(root, user));
+  const fx_folder queue = fx_open_system_folder(cm_get_user_dir(root, user));
   const char* name = Kut_basename(cm_get_opts_dir(root, user));
   struct stat st;
   const FileIdentity owner = queue.Enter();

@@ -1,4 +1,5 @@
-// A user's folders: the queue directory and those in it.
+// Folders that belong to others than root: a user's queue directory and those
+// in it, and the fax system's own.
 //
 // - The user owns them and may put anything there at any moment. So they are
 //   reached through descriptors, one component of the path after the other,
@@ -41,6 +42,9 @@ class fx_folder {
 // Opens the queue directory or one below it. `path` is what a cm_get_* function
 // made of the same root and user.
 fx_folder fx_open_folder(const char* root, const char* user, const char* path);
+// Opens one of the fax system's, which a daemon that is root must not trust
+// with its rights either: whoever can be the fax system is not yet root.
+fx_folder fx_open_system_folder(const char* path);
 // The user's options directory, made when missing, as open as the queue
 // directory is and with its group where that is inherited.
 fx_folder fx_make_options(const char* root, const char* user);

@@ -39,7 +39,6 @@ struct Reading {
       : folder(fx_open_folder(root, user, path)), owner(folder.Enter()) {
     opened = folder.valid() && owner.held() && dir.Open(".", folder.fd()) == 0;
     error = opened || errno == ENOENT ? kx_err_none : kx_err_system;
-    if (!fx_is_valid_user(root, user)) error = kx_err_user;
   }
 
   const fx_folder folder;
@@ -135,6 +134,7 @@ kx_object* fx_get_srv_list(const char* root, const char* user, int since) try {
 }
 
 kx_object* fx_get_fax_list(const char* root, const char* user, int since) try {
+  if (!fx_is_valid_user(root, user)) return fx_null(kx_err_user);
   Reading at(root, user, cm_get_user_dir(root, user));
   if (!at.opened) return fx_null(at.error);
   std::vector<std::string> names;
@@ -151,6 +151,7 @@ kx_object* fx_get_fax_list(const char* root, const char* user, int since) try {
 }
 
 kx_object* fx_get_msg_list(const char* root, const char* user, int since) try {
+  if (!fx_is_valid_user(root, user)) return fx_null(kx_err_user);
   Reading at(root, user, cm_get_msgs_dir(root, user));
   if (!at.opened) return fx_null(at.error);
   std::vector<std::string> names;
@@ -184,6 +185,7 @@ kx_object* fx_get_rte_list(const char* root, const char* user, int) try {
 }
 
 kx_object* fx_get_evt_list(const char* root, const char* user, int since) try {
+  if (!fx_is_valid_user(root, user)) return fx_null(kx_err_user);
   Reading at(root, user, cm_get_evnt_dir(root, user));
   if (!at.opened) return fx_null(at.error);
   std::vector<fx_numbered> entries;

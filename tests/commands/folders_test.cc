@@ -25,7 +25,8 @@ class Folders : public AccountsTest {
       }
       fs::remove(root_.path() / "faxq" / user / "options");
     }
-    Set({kClosed});
+    // No path leads there for the user, but what is open does.
+    Own("faxq", kFax, 0700);
     Start({kClosed});
   }
   std::string Path(const std::string& name) const { return root_ / name; }
@@ -202,6 +203,22 @@ TEST_P(Folders, OnlyWhatItsOwnerCanReachIsStored) {
   EXPECT_EQ(Store(Path("krtnet/filspool/up"), "c.fax", kClerk), kDone);
   Put("krtnet/filspool/up", "x", kClerk, 0600);
   EXPECT_NE(Store(Path("krtnet/filspool/up"), "c.fax"), kDone);
+}
+
+TEST_P(Folders, ListsShowWhatIsTheUsers) {
+  Put("faxq/alice/a.fax", "", kAlice);
+  Put("faxq/alice/msgs/m", "one\n", kAlice);
+  for (const auto& [type, shown] :
+       {std::pair{"lst-faxfiles", "filename=a.fax\n"},
+        {"lst-tmsgs", "=m\n"},
+        {"lst-events", ""},
+        {"lst-srvmsgs", ""}}) {
+    const std::string answer =
+        Ask({kAlice}, "cmd-msglist", "alice",
+            Argument("obj-reqlst", std::string("listtype=") + type + "\n"));
+    EXPECT_TRUE(answer.starts_with(kDone)) << type << answer;
+    EXPECT_NE(answer.find(shown), answer.npos) << type << answer;
+  }
 }
 
 // A directory that another owner may not enter holds nothing that is gone.

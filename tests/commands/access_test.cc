@@ -56,6 +56,7 @@ class Access : public testing::TestWithParam<const char*> {
   void Start(mode_t spool_mode, const std::string& program = KRTCMD_PATH) {
     ASSERT_EQ(chown(root_.spool().c_str(), kFax, kFaxGroup), 0);
     ASSERT_EQ(chmod(root_.spool().c_str(), spool_mode), 0);
+    setenv("KFAXLIMITS", "object-bytes=64K", 1);
     daemon_.emplace(program, root_,
                     std::vector<std::string>{"-N", GetParam(), "-w", "60"});
   }
@@ -115,6 +116,12 @@ TEST_P(Access, TheOwnerDecidesForWhom) {
     EXPECT_EQ(IsDenied(c.file, c.client), c.denied)
         << c.file.uid << " for " << c.client;
   }
+  // Also who asks too much is told so only as the client it may be.
+  const std::string much = ListField("objptr", "obj-text",
+                                     std::vector<std::string>(400, "text=x\n"));
+  EXPECT_EQ(Ask({kAlice}, "cmd-noop", "bob", much), kDenied);
+  EXPECT_TRUE(
+      Ask({kAlice}, "cmd-noop", "alice", much).starts_with("result=24"));
   EXPECT_TRUE(daemon_->AwaitLog(
       "Refused cmd-noop for bob (1-6): its file belongs to alice (uid 64102)"));
   EXPECT_TRUE(daemon_->AwaitLog("belongs to nobody known (uid 64109)"));

@@ -237,14 +237,33 @@ void TakeName(int dirfd, const char* temporary, const char* final) {
            Kut_sys_errstr());
 }
 
+// A response's stream, and what the files in it may still weigh.
+struct Sink {
+  FILE* stream;
+  long left;
+};
+
+// write_pair, which ends a response at a file that is too large. Its size was
+// looked at before, but its owner can make it grow for as long as it is read.
+int WriteWithin(void* context, const char* name, const char* value, int code) {
+  auto* sink = static_cast<Sink*>(context);
+  if (code == kx_write_file_data) sink->left -= *value - ' ';
+  return sink->left < 0 ? -1 : write_pair(sink->stream, name, value, code);
+}
+
 // Writes the whole response to `fd`: 0, or the failing step's result.
 int WriteResponse(UniqueFd fd, kx_object* rsp) {
   FILE* stream = OpenStream(std::move(fd), "w").release();
   if (stream == nullptr) return Fail(kx_err_system);
-  const int result = Kfx_Decomp_Obj(rsp, write_pair, stream, Embeds(rsp));
+  Sink sink = {stream, cm_limit(cm_limit_id::kFileBytes)};
+  const int result = Kfx_Decomp_Obj(rsp, WriteWithin, &sink, Embeds(rsp));
   const int error = kx_errno;
   const bool failed = std::ferror(stream) != 0;
   const bool closed = std::fclose(stream) == 0;
+  if (sink.left < 0) {
+    errno = EFBIG;
+    return Fail(kx_err_system);
+  }
   if (result == 0 && (failed || !closed)) return Fail(kx_err_system);
   kx_errno = error;
   return result;

@@ -78,8 +78,8 @@ const char* sx_cmd_excess(kx_object* cmd);
 // of a user's program, say), where they stay names. A response to the last
 // sx_cmd's command belongs to that one's owner where the process may give files
 // away. With `save` a copy goes to <dir>/save. 0, or -1: 19 when the response
-// has no exchange name, 3 when it cannot be written. The response stays with
-// the caller.
+// has no exchange name, 3 when it cannot be written (errno EFBIG: its files
+// weigh more than file-bytes). The response stays with the caller.
 int sx_rsp(const char* dir, kx_object* rsp, int save);
 
 // The extension of a command's saved copy: "net" for the commands that manage a

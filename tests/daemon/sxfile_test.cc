@@ -242,6 +242,14 @@ TEST_F(SxFile, ResponseThatCannotBeWrittenFails) {
   kx::SetChild(rsp.get(), "objptr", std::move(file));
   EXPECT_EQ(sx_rsp(dir(), rsp.get(), 0), -1);
   EXPECT_EQ(root_.SpoolNames(), std::vector<std::string>{});
+  // Nor does one that outgrew what an answer carries.
+  root_.Put("big", std::string(4097, 'x'));
+  Kfx_Set(kx::Child(rsp.get(), "objptr"), "pathname", (root_ / "big").c_str());
+  ASSERT_EQ(cm_set_limits("file-bytes=4096"), nullptr);
+  EXPECT_EQ(sx_rsp(dir(), rsp.get(), 0), -1);
+  EXPECT_EQ(errno, EFBIG);
+  EXPECT_EQ(root_.SpoolNames(), std::vector<std::string>{});
+  cm_set_limits("file-bytes=64M");
 }
 
 TEST_F(SxFile, KeepsCopies) {

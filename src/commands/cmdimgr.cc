@@ -1,5 +1,6 @@
 // "cmd-imgret"
 #include "cm/cmfiltp.h"
+#include "cm/cmlimits.h"
 #include "cm/cmpaths.h"
 #include "commands/cmdargs.h"
 #include "commands/cmdresult.h"
@@ -8,9 +9,11 @@
 
 namespace {
 
-// Whether the path is that of an image, of which the client gets all.
-bool IsImage(const char* user, const char* name) {
-  return cmd_open_fax(cmd_open_queue(user), name, nullptr).valid();
+// The size of an image, of which the client gets all; -1 for what is none.
+long ImageSize(const char* user, const char* name) {
+  struct stat st;
+  return cmd_open_fax(cmd_open_queue(user), name, &st).valid() ? st.st_size
+                                                               : -1;
 }
 
 }  // namespace
@@ -28,8 +31,14 @@ int process_imgret(kx_object* cmd, kx_object* rsp) {
   const char* user = kx::TextOrEmpty(info, "clientid");
   const char* name = kx::TextOrEmpty(info, "filename");
   const cm_path path = cm_join_plain(cm_get_user_dir(kfaxdir, user), name);
-  if (!IsImage(user, name)) {
+  const long size = ImageSize(user, name);
+  if (size < 0) {
     return cmd_fail(rsp, kx_err_failed, "File %s does not exist", name);
+  }
+  const long limit = cm_limit(cm_limit_id::kFileBytes);
+  if (size > limit) {
+    return cmd_fail(rsp, kx_err_failed, "File %s is larger than %s", name,
+                    cm_limit_text(limit));
   }
   kx::SetText(file.get(), "filetype", cm_filetype(name));
   kx::SetText(file.get(), "pathname", path.text);

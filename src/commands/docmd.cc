@@ -54,6 +54,9 @@ int RunHandler(kx_object* cmd, kx_object* rsp, const char* cmdtype) {
   if (row->client_decides == 0) kx::SetBool(cmd, "respond", true);
   try {
     if (!cmd_is_permitted(*row, cmd)) return Refuse(rsp);
+    if (const char* excess = sx_cmd_excess(cmd)) {
+      return cmd_fail(rsp, kx_err_too_long, "%s", excess);
+    }
     return row->handler(cmd, rsp);
   } catch (const std::bad_alloc&) {
     return cmd_fail(rsp, kx_err_memory, "%s", Kfx_Errmsg(kx_err_memory));

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "cm/cmlimits.h"
 #include "daemon/logfile.h"
 #include "daemon/sxspool.h"
 #include "kx/kxtext.h"
@@ -26,13 +27,14 @@ constexpr std::size_t kStreamBuffer = 16384;  // most exchanges fit in one
 constinit kx_pair_slot g_slot = {};
 
 // The command read last: itself, for comparison only, since its taker frees it;
-// its exchange name; its file's status; and its type when the object library
-// refused that.
+// its exchange name; its file's status; its type when the object library
+// refused that; and what there was too much of.
 struct LastCommand {
   const kx_object* cmd;
   char exchange[32];
   struct stat st;
   char cmdtype[KX_PAIR_SIZE];
+  char excess[96];
 };
 constinit LastCommand g_last = {};
 
@@ -69,8 +71,8 @@ int Fail(int error) {
 UniqueFd OpenClaimed(int dirfd, const char* name, struct stat* st) {
   UniqueFd fd(Kut_open_regular(dirfd, name, O_NOFOLLOW, st));
   if (!fd.valid()) return fd;
-  if (st->st_nlink != 1 || st->st_size > kSxCommandMax) {
-    errno = st->st_nlink != 1 ? EMLINK : EFBIG;
+  if (st->st_nlink != 1) {
+    errno = EMLINK;
     return UniqueFd();
   }
   return fd;
@@ -84,6 +86,36 @@ int KeepCmdtype(const kx_fielddef* field, const char* value) {
   return 0;
 }
 
+// What a command may take. Of a file that is too large the envelope alone is
+// read; how large it is may change meanwhile, so what comes is counted as well.
+kx_budget BudgetOf(const struct stat& st) {
+  kx_budget budget;
+  budget.keep_outermost = true;
+  budget.input = cm_limit(cm_limit_id::kCommandBytes);
+  budget.memory =
+      st.st_size > budget.input ? 0 : cm_limit(cm_limit_id::kObjectBytes);
+  return budget;
+}
+
+// Keeps what the command takes too much of, "" within its budget.
+void KeepExcess(const kx_budget& budget) {
+  const long bytes = cm_limit(cm_limit_id::kCommandBytes);
+  g_last.excess[0] = '\0';
+  if (budget.input < 0 || g_last.st.st_size > bytes) {
+    std::snprintf(g_last.excess, sizeof g_last.excess,
+                  "Command is larger than %s", cm_limit_text(bytes));
+  } else if (budget.memory < 0) {
+    std::snprintf(g_last.excess, sizeof g_last.excess,
+                  "Command takes more than %s of memory",
+                  cm_limit_text(cm_limit(cm_limit_id::kObjectBytes)));
+  }
+}
+
+// Whether there is a command that can be answered by its name.
+bool HasName(kx_object* cmd) {
+  return cmd != nullptr && kx_tmp_name(cmd) != nullptr;
+}
+
 // The command in the file, or null. `unread` is set where the system could not
 // give the file's content or keep it in memory, so that nobody knows whether it
 // holds a command.
@@ -94,12 +126,19 @@ kx::Object ReadCommand(UniqueFd fd, bool* unread) {
   const Stream stream = OpenStream(std::move(fd), "r");
   errno = stream != nullptr ? 0 : ENOMEM;
   if (stream != nullptr) {
-    cmd.reset(kx_comp_object_lenient("obj-cmdrsp", read_pair, stream.get(),
-                                     nullptr, KeepCmdtype));
+    kx_budget budget = BudgetOf(g_last.st);
+    cmd.reset(kx_comp_object_within(&budget, "obj-cmdrsp", read_pair,
+                                    stream.get(), KeepCmdtype));
+    KeepExcess(budget);
   }
   // The object library tells every failure to make an object in the same way.
   *unread = cmd == nullptr && (errno == ENOMEM || std::ferror(stream.get()));
   if (*unread) kx_errno = kx_err_system;
+  if (!*unread && *g_last.excess != '\0' && !HasName(cmd.get())) {
+    cmd.reset();
+    kx_errno = kx_err_system;
+    errno = EFBIG;
+  }
   return cmd;
 }
 
@@ -198,14 +237,33 @@ void TakeName(int dirfd, const char* temporary, const char* final) {
            Kut_sys_errstr());
 }
 
+// A response's stream, and what the files in it may still weigh.
+struct Sink {
+  FILE* stream;
+  long left;
+};
+
+// write_pair, which ends a response at a file that is too large. Its size was
+// looked at before, but its owner can make it grow for as long as it is read.
+int WriteWithin(void* context, const char* name, const char* value, int code) {
+  auto* sink = static_cast<Sink*>(context);
+  if (code == kx_write_file_data) sink->left -= *value - ' ';
+  return sink->left < 0 ? -1 : write_pair(sink->stream, name, value, code);
+}
+
 // Writes the whole response to `fd`: 0, or the failing step's result.
 int WriteResponse(UniqueFd fd, kx_object* rsp) {
   FILE* stream = OpenStream(std::move(fd), "w").release();
   if (stream == nullptr) return Fail(kx_err_system);
-  const int result = Kfx_Decomp_Obj(rsp, write_pair, stream, Embeds(rsp));
+  Sink sink = {stream, cm_limit(cm_limit_id::kFileBytes)};
+  const int result = Kfx_Decomp_Obj(rsp, WriteWithin, &sink, Embeds(rsp));
   const int error = kx_errno;
   const bool failed = std::ferror(stream) != 0;
   const bool closed = std::fclose(stream) == 0;
+  if (sink.left < 0) {
+    errno = EFBIG;
+    return Fail(kx_err_system);
+  }
   if (result == 0 && (failed || !closed)) return Fail(kx_err_system);
   kx_errno = error;
   return result;
@@ -249,6 +307,11 @@ const char* sx_cmdtype(kx_object* cmd) {
 
 const struct stat* sx_cmd_stat(kx_object* cmd) {
   return cmd != nullptr && cmd == g_last.cmd ? &g_last.st : nullptr;
+}
+
+const char* sx_cmd_excess(kx_object* cmd) {
+  const bool known = cmd != nullptr && cmd == g_last.cmd;
+  return known && *g_last.excess != '\0' ? g_last.excess : nullptr;
 }
 
 int sx_rsp(const char* dir, kx_object* rsp, int save) {

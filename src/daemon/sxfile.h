@@ -31,8 +31,7 @@ enum sx_protocol_code : int {
   kNetworkProtocol = 38,  // kx_con_network
 };
 
-constexpr std::size_t kSxNameSize = 256;   // bytes that hold any file name
-constexpr long kSxCommandMax = 64L << 20;  // bytes of the largest command file
+constexpr std::size_t kSxNameSize = 256;  // bytes that hold any file name
 
 // The code of the protocol that this build speaks.
 int sx_protocol();
@@ -51,11 +50,12 @@ int sx_comp_rtn(const void* a, const void* b);
 
 // Reads the claimed command `name`, deletes its file, and with `save` keeps a
 // copy in <dir>/save. The command, which the caller frees, or null: 3 when it
-// cannot be opened, read or deleted, is no regular file, has a second name or
-// is larger than kSxCommandMax, else what the reader of objects says. A
-// directory stays, and so does a file that could not be read for want of
-// descriptors, memory or a sound disk, or that could not be deleted: the claim
-// is there, and nothing is done.
+// cannot be opened, read or deleted, is no regular file or has a second name,
+// else what the reader of objects says. Of one over its budget (see
+// sx_cmd_excess) there is the envelope without its objects, or null with 3 and
+// errno EFBIG when that has no exchange name. A directory stays, and so does a
+// file that could not be read for want of descriptors, memory or a sound disk,
+// or that could not be deleted: the claim is there, and nothing is done.
 kx_object* sx_cmd(const char* dir, const char* name, int save);
 
 // The status of the file that a command came from, as it was when it was read:
@@ -68,13 +68,18 @@ const struct stat* sx_cmd_stat(kx_object* cmd);
 // Valid until the next sx_cmd.
 const char* sx_cmdtype(kx_object* cmd);
 
+// What a command takes too much of, a sentence with the limit for its client;
+// null for one within its budget, and for another object than the last
+// sx_cmd's. Valid until the next sx_cmd.
+const char* sx_cmd_excess(kx_object* cmd);
+
 // Writes a response and renames it to its final name. The files that it names
 // are embedded, but for answers that hand on somebody else's object (the output
 // of a user's program, say), where they stay names. A response to the last
 // sx_cmd's command belongs to that one's owner where the process may give files
 // away. With `save` a copy goes to <dir>/save. 0, or -1: 19 when the response
-// has no exchange name, 3 when it cannot be written. The response stays with
-// the caller.
+// has no exchange name, 3 when it cannot be written (errno EFBIG: its files
+// weigh more than file-bytes). The response stays with the caller.
 int sx_rsp(const char* dir, kx_object* rsp, int save);
 
 // The extension of a command's saved copy: "net" for the commands that manage a

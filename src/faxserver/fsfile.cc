@@ -6,9 +6,9 @@
 #include <cstring>
 
 #include "cm/cmkrt.h"
+#include "cm/cmlimits.h"
 #include "faxserver/fsbase.h"
 #include "kx/kxobj.h"
-#include "kx/kxtext.h"
 #include "util/kutstr.h"
 
 UniqueFd fx_open_file(int dirfd, const char* name, fx_links links,
@@ -52,7 +52,16 @@ bool fx_read_line(FILE* stream, char* line, size_t size) {
   return true;
 }
 
-kx::Object fx_read_object(FILE* stream, const char* type) {
+kx_budget fx_object_budget() {
+  kx_budget budget;
+  budget.memory = cm_limit(cm_limit_id::kObjectBytes);
+  budget.input = cm_limit(cm_limit_id::kCommandBytes);
+  return budget;
+}
+
+kx::Object fx_read_object(FILE* stream, const char* type, kx_budget* budget) {
+  kx_budget own = fx_object_budget();
+  if (budget == nullptr) budget = &own;
   if (stream == nullptr) return kx::Object(fx_null(kx_err_system));
   kx_source source = {stream};
   char name[KX_PAIR_SIZE];
@@ -67,7 +76,8 @@ kx::Object fx_read_object(FILE* stream, const char* type) {
     type = found;
   }
   errno = 0;
-  kx::Object object(Kfx_Comp_Obj(type, kx_read_source, &source, nullptr));
+  kx::Object object(
+      kx_comp_object_within(budget, type, kx_read_source, &source, nullptr));
   if (object != nullptr) return object;
   // To the object library the one is an early end, the other a bad object.
   if (ferror(stream) != 0) kx_errno = kx_err_system;

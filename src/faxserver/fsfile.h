@@ -16,6 +16,7 @@
 #include <memory>
 #include <string>
 
+#include "kx/kxtext.h"
 #include "kx/object.h"
 #include "util/kutio.h"
 
@@ -45,11 +46,17 @@ bool fx_read_file(int dirfd, const char* name, fx_links links, size_t limit,
 // the end.
 bool fx_read_line(FILE* stream, char* line, size_t size);
 
+// What objects from files that others write may take: object-bytes of memory,
+// and of input as much as a command.
+kx_budget fx_object_budget();
+
 // Loads an object of the type (null: of any) from a stream or file in the text
-// form, without unpacking what is embedded. Null: 3 when the file cannot be
-// opened, which is a null stream, or read; 1 without memory; otherwise as
-// Kfx_Comp_Obj.
-kx::Object fx_read_object(FILE* stream, const char* type);
+// form, without unpacking what is embedded. A null budget is one of its own;
+// who reads many objects gives one for all of them. Null: 3 when the file
+// cannot be opened, which is a null stream, or read; 1 without memory; 24 over
+// the budget; otherwise as Kfx_Comp_Obj.
+kx::Object fx_read_object(FILE* stream, const char* type,
+                          kx_budget* budget = nullptr);
 kx::Object fx_load_object(const char* path, const char* type);
 
 // Sets a file's mode, and gives it to the fax system's user and group where

@@ -130,6 +130,22 @@ UniqueFd fx_open_in(const fx_folder& folder, const char* name,
   return OpenFaxSystems(file.get(), st);
 }
 
+UniqueFd fx_open_path(const char* root, const char* path) try {
+  const std::string queues = std::string(cm_get_faxq_dir(root)) + "/";
+  const std::string file = path;
+  const size_t slash = file.find('/', queues.size());
+  if (!file.starts_with(queues) || slash == file.npos) {
+    return fx_open_file(AT_FDCWD, path, fx_links::kRefuse, nullptr);
+  }
+  const std::string user = file.substr(queues.size(), slash - queues.size());
+  std::string last;
+  const fx_folder folder = OpenParent(root, user.c_str(), path, &last);
+  return fx_open_in(folder, last.c_str(), nullptr);
+} catch (const std::bad_alloc&) {
+  errno = ENOMEM;
+  return UniqueFd();
+}
+
 fx_stream fx_open_user_stream(const char* root, const char* user,
                               const char* path) try {
   std::string last;

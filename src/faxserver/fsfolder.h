@@ -52,8 +52,11 @@ fx_folder fx_make_options(const char* root, const char* user);
 // Opens a regular file in the folder for reading, its status in `st` (may be
 // null).
 UniqueFd fx_open_in(const fx_folder& folder, const char* name, struct stat* st);
-// A stream on such a file, given by its path below the queue directory; null on
-// failure.
+// Opens a regular file for reading by its path: one below a queue directory as
+// its owner, any other without following a link in the last component.
+UniqueFd fx_open_path(const char* root, const char* path);
+// A stream on a file of the user's, given by its path below the queue
+// directory; null on failure.
 fx_stream fx_open_user_stream(const char* root, const char* user,
                               const char* path);
 

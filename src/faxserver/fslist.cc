@@ -124,10 +124,13 @@ kx_object* fx_get_srv_list(const char* root, const char* user, int since) try {
   }
   kx::ListBuilder list;
   if (!IsNewer(st, since)) return fx_give(list.Take());
-  while (kx::Object message = fx_read_object(stream.get(), "obj-servmsg")) {
+  kx_budget budget = fx_object_budget();
+  while (kx::Object message =
+             fx_read_object(stream.get(), "obj-servmsg", &budget)) {
     fx_append(&list, std::move(message));
   }
-  if (fx_is_shortage()) return nullptr;  // no end of the file
+  // Neither was at the end of the file.
+  if (fx_is_shortage() || kx_errno == kx_err_too_long) return nullptr;
   return fx_give(list.Take());
 } catch (const std::bad_alloc&) {
   return fx_null(kx_err_memory);

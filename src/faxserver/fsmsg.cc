@@ -3,6 +3,7 @@
 #include <cstring>
 #include <utility>
 
+#include "cm/cmlimits.h"
 #include "cm/cmpaths.h"
 #include "faxserver/fsbase.h"
 #include "faxserver/fsfile.h"
@@ -20,18 +21,26 @@ bool AppendLine(kx::ListBuilder* lines, const char* text) {
   return lines->Append(std::move(line));
 }
 
-// Reads all lines. False without memory.
-bool ReadLines(FILE* stream, kx::ListBuilder* lines) {
+// Reads all lines: an error number.
+int ReadLines(FILE* stream, kx::ListBuilder* lines) {
   char line[kLineSize];
   bool line_goes_on = false;
+  long bytes = 0;
   while (fgets(line, sizeof line, stream) != nullptr) {
     // The newline of a line that just filled the buffer is no line of its own.
     const bool only_its_end = line_goes_on && strcmp(line, "\n") == 0;
-    line_goes_on =
-        strlen(line) == sizeof line - 1 && line[sizeof line - 2] != '\n';
-    if (!only_its_end && !AppendLine(lines, Kut_strip(line))) return false;
+    const size_t length = strlen(line);
+    line_goes_on = length == sizeof line - 1 && line[sizeof line - 2] != '\n';
+    bytes += static_cast<long>(length);
+    if (bytes > cm_limit(cm_limit_id::kMessageBytes)) return kx_err_too_long;
+    if (only_its_end) continue;
+    // A hole's zeros have no length, but they make lines.
+    if (lines->count() >= cm_limit(cm_limit_id::kMessageLines)) {
+      return kx_err_too_long;
+    }
+    if (!AppendLine(lines, Kut_strip(line))) return kx_err_memory;
   }
-  return true;
+  return ferror(stream) != 0 ? kx_err_system : kx_err_none;
 }
 
 }  // namespace
@@ -40,8 +49,8 @@ kx_object* fx_tmsg_read(FILE* stream) {
   kx::Object message = kx::Build("obj-msg");
   if (message == nullptr) return nullptr;
   kx::ListBuilder lines;
-  if (!ReadLines(stream, &lines)) return fx_null(kx_err_memory);
-  if (ferror(stream) != 0) return fx_null(kx_err_system);
+  const int error = ReadLines(stream, &lines);
+  if (error != kx_err_none) return fx_null(error);
   kx::SetChild(message.get(), "lines", lines.Take());
   return fx_give(std::move(message));
 }

@@ -4,7 +4,8 @@
 //   line. White space is stripped from both ends. An empty line is a blank, so
 //   that it is not lost.
 // - The caller frees a returned object. Null comes with an error number: 3 when
-//   the file cannot be read, 1 without memory.
+//   the file cannot be read, 1 without memory, 24 when the text has more lines
+//   or bytes than the limits message-lines and message-bytes allow.
 #ifndef FAXSERVER_FSMSG_H_
 #define FAXSERVER_FSMSG_H_
 

@@ -17,7 +17,9 @@
  *   of the process. Nothing here is safe in a signal handler.
  * - Limits: freeing, copying and writing go one call deeper for each object
  *   that is nested in another. Composing allows 64 levels; objects that a
- *   program nests itself are not counted. */
+ *   program nests itself are not counted. Composing takes the memory that its
+ *   input asks for, up to some 50 times the input's size: who reads what a
+ *   stranger wrote bounds the input. */
 #ifndef KX_KFX_H_
 #define KX_KFX_H_
 

@@ -17,6 +17,13 @@ char Encode(int bits) { return static_cast<char>(kZero + (bits & 63)); }
 int Decode(char c) { return (c - kZero) & 63; }
 int Byte(char c) { return static_cast<unsigned char>(c); }
 
+// The name may come from a folder that others write to: no link is followed.
+int OpenByPath(const char* path) {
+  return Kut_open_regular(AT_FDCWD, path, O_NOFOLLOW);
+}
+
+constinit kx_opener g_opener = OpenByPath;
+
 bool Put(kx_writer writer, void* context, int keyword, const char* value,
          int code) {
   const char* name = kx_obj_kwrds[keyword];
@@ -124,9 +131,12 @@ int kx_outbuf(const char* line, FILE* file) {
   return count;
 }
 
+void kx_open_with(kx_opener opener) {
+  g_opener = opener != nullptr ? opener : OpenByPath;
+}
+
 int kx_encode(kx_writer writer, void* context, const char* path) {
-  // The name may come from a folder that others write to: no link is followed.
-  const UniqueFd fd(Kut_open_regular(AT_FDCWD, path, O_NOFOLLOW));
+  const UniqueFd fd(g_opener(path));
   if (!fd.valid()) {
     kx_errno = kx_err_system;
     return -1;

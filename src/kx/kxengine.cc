@@ -37,12 +37,6 @@ int32_t& Number(kx_object* obj, const kx_fielddef& field) {
   return *reinterpret_cast<int32_t*>(Bytes(obj, field));
 }
 
-std::size_t RecordSize(const kx_objdef& type) {
-  const kx_fielddef* field = type.fields;
-  while (field->name != nullptr) ++field;
-  return static_cast<std::size_t>(field->offset);
-}
-
 // A list or an object: owned, copied and freed with its holder.
 bool IsOwned(const kx_fielddef& field) {
   return field.type == kx_typ_list || field.type == kx_typ_obj;
@@ -83,6 +77,12 @@ void SetData(kx_object* obj, const kx_fielddef& field, const void* bytes) {
 }
 
 }  // namespace
+
+std::size_t RecordSize(const kx_objdef& type) {
+  const kx_fielddef* field = type.fields;
+  while (field->name != nullptr) ++field;
+  return static_cast<std::size_t>(field->offset);
+}
 
 bool IsOfType(const kx_objdef& type, const kx_object* obj) {
   const bool is = obj != nullptr && obj->type == &type;

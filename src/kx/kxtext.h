@@ -5,23 +5,44 @@
 #ifndef KX_KXTEXT_H_
 #define KX_KXTEXT_H_
 
+#include <climits>
+
 #include "kx/kxobj.h"
 
 // Called when a field of the outermost object refuses a value. 0: the field is
 // left unset and the composing goes on; any other value fails it with 19.
 using kx_refused = int (*)(const kx_fielddef* field, const char* value);
 
-// Kfx_Comp_Obj, with `refused` (null for none) asked before a value fails the
-// outermost object.
-kx_object* kx_comp_object_lenient(const char* type, kx_reader reader,
-                                  void* context, const char* directory,
-                                  kx_refused refused);
+// What a stream may take. Composing takes from both numbers what it uses; the
+// first that gets negative is the one that was too small. Several streams can
+// share a budget.
+struct kx_budget {
+  long memory = LONG_MAX;  // bytes of objects and nodes, also of those freed
+  long input = LONG_MAX;   // bytes of pairs, as the lines of a file
+  // Over the budget, the rest is read over and the outermost object is the
+  // result, with nothing nested in it.
+  bool keep_outermost = false;
+};
+
+// Kfx_Comp_Obj, which has no budget, within one; nothing is unpacked. `refused`
+// (null for none) is asked before a value fails the outermost object. Null also
+// with 24: over the budget.
+kx_object* kx_comp_object_within(kx_budget* budget, const char* type,
+                                 kx_reader reader, void* context,
+                                 kx_refused refused);
 
 // Gives one pair to the writer, newlines in the value as blanks, so that a
 // value (a file's name, say) cannot pass for further lines. The writer's
 // result.
 int kx_put_pair(kx_writer writer, void* context, const char* name,
                 const char* value, int code);
+
+// Opens a file that is to be embedded, for reading: a descriptor, or -1 with
+// errno.
+using kx_opener = int (*)(const char* path);
+// Has files opened by `opener` from now on; null: by their paths, no link in
+// the last component followed.
+void kx_open_with(kx_opener opener);
 
 // Gives the file at `path` to the writer, encoded. 0, or -1 with 3 (it cannot
 // be read) or 6 (the writer failed).

@@ -108,6 +108,8 @@ kx_object* Comp(const kx_objdef& type, kx_reader reader, void* context,
 int Decomp(const kx_objdef& type, kx_object* obj, kx_writer writer,
            void* context, int embed);
 
+// Bytes of one object that is no list.
+std::size_t RecordSize(const kx_objdef& type);
 // Whether the object is of the type; sets kx_errno to 0 or 21.
 bool IsOfType(const kx_objdef& type, const kx_object* obj);
 // Stores a value in a field whose row is known: 0, or -1 with 19 or 24.

@@ -6,7 +6,11 @@ namespace {
 
 using support::Command;
 
-class Access : public AccountsTest {};
+class Access : public AccountsTest {
+ protected:
+  Access() { setenv("KFAXLIMITS", "object-bytes=64K", 1); }
+  ~Access() override { unsetenv("KFAXLIMITS"); }
+};
 INSTANTIATE_TEST_SUITE_P(Modes, Access, ::testing::Values("0", "1"));
 
 TEST_P(Access, TheOwnerDecidesForWhom) {
@@ -27,6 +31,12 @@ TEST_P(Access, TheOwnerDecidesForWhom) {
     EXPECT_EQ(IsDenied(c.file, c.client), c.denied)
         << c.file.uid << " for " << c.client;
   }
+  // Also who asks too much is told so only as the client it may be.
+  const std::string much = ListField("objptr", "obj-text",
+                                     std::vector<std::string>(400, "text=x\n"));
+  EXPECT_EQ(Ask({kAlice}, "cmd-noop", "bob", much), kDenied);
+  EXPECT_TRUE(
+      Ask({kAlice}, "cmd-noop", "alice", much).starts_with("result=24"));
   EXPECT_TRUE(daemon_->AwaitLog(
       "Refused cmd-noop for bob (1-6): its file belongs to alice (uid 64102)"));
   EXPECT_TRUE(daemon_->AwaitLog("belongs to nobody known (uid 64109)"));

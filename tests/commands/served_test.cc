@@ -207,6 +207,75 @@ TEST_P(Served, FilesNamedInHandedOnObjectsAreNotEmbedded) {
             std::string::npos);
 }
 
+// ---- Limits ----
+
+TEST_P(Served, WhoAsksTooMuchIsToldTheLimit) {
+  const std::string memory =
+      "result=24\nerrmsg=Command takes more than 64K of memory\n";
+  const std::string size = "result=24\nerrmsg=Command is larger than 64K\n";
+  const std::string text =
+      "result=13\nerrmsg=Cannot create msg object: Data too long\n";
+  const std::string much = ListField("objptr", "obj-text",
+                                     std::vector<std::string>(400, "text=x\n"));
+  std::string pad, messages;
+  for (int i = 0; i < 400; ++i) {
+    pad += "unknown=" + std::string(200, 'x') + "\n";
+    messages += Object("obj-servmsg", "");
+  }
+  const auto Image = [](const std::string& name) {
+    return Argument("obj-faxinfo", "filename=" + name + "\nclientid=jsmith\n");
+  };
+  const auto Message = [](const std::string& name) {
+    return Argument("obj-resource", "rname=" + name + "\n");
+  };
+  root_.Put("faxq/jsmith/b.fax", std::string(4096, 'x'));
+  root_.Put("faxq/jsmith/msgs/lines", "\n\n\n\n");
+  root_.Put("faxq/jsmith/msgs/bytes", std::string(256, 'x') + "\n");
+  root_.Put("faxq/jsmith/msgs/full", std::string(255, 'x') + "\n");
+  root_.Put("faxq/jsmith/msgs/msg.srv", messages);
+  for (const char* hole : {"faxq/jsmith/a.fax", "faxq/jsmith/msgs/hole"}) {
+    root_.Put(hole, "");
+    std::filesystem::resize_file(Path(hole), 1L << 40);
+  }
+  setenv("KFAXLIMITS",
+         "object-bytes=64K command-bytes=64K file-bytes=4K message-lines=3 "
+         "message-bytes=256",
+         1);
+  Start();
+  unsetenv("KFAXLIMITS");
+
+  root_.Drop("0001-999", Command("cmd-sendfax", 1, 999, much));
+  root_.Drop("nameless", "cmdtype=cmd-noop\n" + much + "objend=\n");
+  const std::tuple<std::string, std::string, std::string> kCases[] = {
+      {"cmd-noop", much, memory},
+      {"cmd-noop", "objptr=obj-text\n" + pad, size},
+      // What is behind it counts as well.
+      {"cmd-sendfax", much + "respond=true\n", memory},
+      {"cmd-login", much + "respond=true\n",
+       "result=19\nerrmsg=Unsupported command type cmd-login\n"},
+      {"cmd-imgdel", Image("a.fax") + much, memory},
+      {"cmd-imgdel", Image("a.fax") + pad, size},
+      {"cmd-imgret", Image("a.fax"),
+       "result=13\nerrmsg=File a.fax is larger than 4K\n"},
+      {"cmd-msgret", Message("lines"), text},
+      {"cmd-msgret", Message("hole"), text},
+      {"cmd-msgret", Message("bytes"), text},
+      {"cmd-msgret", Message("full"), kDone + Text({std::string(255, 'x')})},
+      {"cmd-msglist", Argument("obj-reqlst", "listtype=lst-srvmsgs\n"),
+       "result=19\nerrmsg=Invalid msg type lst-srvmsgs\n"},
+  };
+  for (const auto& [type, argument, answer] : kCases) {
+    EXPECT_EQ(Ask(type, argument), answer) << type;
+  }
+  EXPECT_TRUE(Ask("cmd-imgret", Image("b.fax")).starts_with(kDone));
+  EXPECT_TRUE(root_.Has("faxq/jsmith/a.fax"));
+  EXPECT_TRUE(daemon_->AwaitLog(
+      "Message lines of jsmith has more than 3 lines or 256"));
+  EXPECT_TRUE(daemon_->AwaitLog("Error processing cmd file nameless."));
+  EXPECT_TRUE(daemon_->AwaitLog("File too large"));
+  EXPECT_TRUE(Eventually([&] { return root_.SpoolNames().empty(); }));
+}
+
 // ---- Signals ----
 
 class Inline : public Served {};

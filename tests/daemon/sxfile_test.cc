@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <set>
 
+#include "cm/cmlimits.h"
 #include "support/sample_root.h"
 
 namespace {
@@ -198,7 +199,9 @@ TEST_F(SxFile, OnlyRegularFilesAreRead) {
   symlink("target", Path("link.1").c_str());
   mkdir(Path("dir.1").c_str(), 0777);
   WriteFile(Path("big.1"), "");
-  std::filesystem::resize_file(Path("big.1"), kSxCommandMax + 1);
+  std::filesystem::resize_file(
+      Path("big.1"),
+      static_cast<std::uintmax_t>(cm_limit(cm_limit_id::kCommandBytes)) + 1);
   for (const char* name : {"fifo.1", "link.1", "dir.1", "big.1", "none.1"}) {
     EXPECT_EQ(sx_cmd(dir(), name, 0), nullptr) << name;
     EXPECT_EQ(kx_errno, kx_err_system) << name;
@@ -239,6 +242,14 @@ TEST_F(SxFile, ResponseThatCannotBeWrittenFails) {
   kx::SetChild(rsp.get(), "objptr", std::move(file));
   EXPECT_EQ(sx_rsp(dir(), rsp.get(), 0), -1);
   EXPECT_EQ(root_.SpoolNames(), std::vector<std::string>{});
+  // Nor does one that outgrew what an answer carries.
+  root_.Put("big", std::string(4097, 'x'));
+  Kfx_Set(kx::Child(rsp.get(), "objptr"), "pathname", (root_ / "big").c_str());
+  ASSERT_EQ(cm_set_limits("file-bytes=4096"), nullptr);
+  EXPECT_EQ(sx_rsp(dir(), rsp.get(), 0), -1);
+  EXPECT_EQ(errno, EFBIG);
+  EXPECT_EQ(root_.SpoolNames(), std::vector<std::string>{});
+  cm_set_limits("file-bytes=64M");
 }
 
 TEST_F(SxFile, KeepsCopies) {

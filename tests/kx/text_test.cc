@@ -4,6 +4,7 @@
 #include <climits>
 
 #include "pairs.h"
+#include "util/kutmem.h"
 
 namespace {
 
@@ -210,14 +211,15 @@ TEST_F(TextForm, LenientComposerMayWaiveARefusal) {
   };
   const auto compose = [&](const std::string& lines) {
     g_heard.clear();
+    kx_budget budget;
     Stream stream;
     std::istringstream in(lines);
     for (std::string line; std::getline(in, line);) {
       const std::size_t at = line.find('=');
       stream.pairs.push_back({line.substr(0, at), line.substr(at + 1), 3});
     }
-    return kx::Object(kx_comp_object_lenient("obj-cmdrsp", Stream::Read,
-                                             &stream, nullptr, waive_cmdtype));
+    return kx::Object(kx_comp_object_within(&budget, "obj-cmdrsp", Stream::Read,
+                                            &stream, waive_cmdtype));
   };
   kx::Object obj = compose("cmdtype=cmd-bogus\nclientid=me\nobjend=\n");
   ASSERT_NE(obj, nullptr);
@@ -233,6 +235,52 @@ TEST_F(TextForm, LenientComposerMayWaiveARefusal) {
   EXPECT_EQ(compose("objptr=obj-cmdrsp\ncmdtype=x\nobjend=\nobjend=\n"),
             nullptr);
   EXPECT_EQ(g_heard, "") << "a nested object is as strict as ever";
+}
+
+// Nested empty objects take many times the bytes of their lines.
+TEST_F(TextForm, ComposingStaysWithinABudget) {
+  const std::string nested = "objptr=obj-list\n" +
+                             Repeated("objptr=obj-config\nobjend=\n", 1000) +
+                             "objend=\n";
+  constexpr long kLittle = 1 << 16;
+  constexpr long kEnough = 1 << 20;
+  // By the memory: only the most that was ever taken is known.
+  const struct {
+    std::string lines;
+    kx_budget budget;
+    int error;
+    const char* errmsg;  // of what was kept, without nested objects
+  } kCases[] = {
+      {nested + "errmsg=e\nobjend=\n", {0, kEnough, true}, 0, "e"},
+      {nested + "errmsg=e\n", {kLittle, kEnough, true}, 0, "e"},
+      {Repeated("objptr=obj-text\nobjend=\n", 2) + nested,
+       {kLittle, kEnough, true},
+       0,
+       ""},
+      {nested, {kLittle, kEnough, false}, kx_err_too_long, ""},
+      {nested + "iscmd=x\n", {kLittle, kEnough, true}, kx_err_too_long, ""},
+      {nested + "iscmd=x\n", {kEnough, kEnough, true}, kx_err_data, ""},
+      {nested, {kEnough, 5000, false}, kx_err_too_long, ""},
+      {"errmsg=e\n" + nested, {kEnough, 5000, true}, 0, "e"},
+  };
+  ASSERT_EQ(Kut_mdebug(1), 0);
+  for (auto [lines, budget, error, errmsg] : kCases) {
+    SCOPED_TRACE(testing::Message() << budget.memory << " " << budget.input);
+    const std::size_t most = static_cast<std::size_t>(budget.memory) + 1024;
+    FILE* file = fmemopen(lines.data(), lines.size(), "r");
+    kx_source source = {file};
+    const kx::Object obj(kx_comp_object_within(
+        &budget, "obj-cmdrsp", kx_read_source, &source, nullptr));
+    fclose(file);
+    EXPECT_EQ(kx_errno, error);
+    EXPECT_EQ(obj != nullptr, error == 0);
+    EXPECT_STREQ(kx::TextOrEmpty(obj.get(), "errmsg"), errmsg);
+    EXPECT_EQ(kx::Child(obj.get(), "objptr"), nullptr);
+    kut_memstats stats;
+    Kut_mstats(&stats);
+    EXPECT_LE(stats.peak, most);
+  }
+  EXPECT_EQ(Kut_mdebug(0), 0) << "all is freed";
 }
 
 }  // namespace

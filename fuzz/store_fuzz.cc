@@ -6,6 +6,7 @@
 //
 // The files are in memory, under the store's table of system calls.
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>

@@ -334,9 +334,8 @@ TEST_F(Damage, WorkIsBoundedByWhatTheFilesHold) {
   };
   const isam::Layout& layout = table_->layout;
   const std::string path = name_ + ".dat";
-  for (const auto& test : kCases) {
-    SCOPED_TRACE(test.what);
-    std::string idx = bytes_[0], found, rebuilt;
+  const auto lay = [&](const auto& test) {
+    std::string idx = bytes_[0];
     isam::Root root = table_->root;
     if (test.slots > 0) root.slots_used = root.slots_capacity = test.slots;
     if (test.pages > 0) root.pages_used = root.pages_capacity = test.pages;
@@ -344,19 +343,23 @@ TEST_F(Damage, WorkIsBoundedByWhatTheFilesHold) {
         root, layout.salt,
         reinterpret_cast<uint8_t*>(idx.data()) + isam::kRootOffset);
     Write(idx, bytes_[1]);
-    if (test.size > 0) {
-      std::filesystem::resize_file(
-          path, static_cast<size_t>(layout.slot_offset(test.size + 1)));
-      std::filesystem::resize_file(
-          name_ + ".idx",
-          static_cast<size_t>(layout.page_offset(test.size + 1)));
-    }
-    if (test.record_at > 0) {
-      std::fstream dat(path, std::ios::in | std::ios::out | std::ios::binary);
-      dat.seekp(layout.slot_offset(test.record_at));
-      dat << "something";
-    }
+    if (test.size == 0) return;
+    std::filesystem::resize_file(
+        path, static_cast<size_t>(layout.slot_offset(test.size + 1)));
+    std::filesystem::resize_file(
+        name_ + ".idx", static_cast<size_t>(layout.page_offset(test.size + 1)));
+    if (test.record_at == 0) return;
+    std::fstream dat(path, std::ios::in | std::ios::out | std::ios::binary);
+    dat.seekp(layout.slot_offset(test.record_at));
+    dat << "something";
+  };
+  for (const auto& test : kCases) {
+    SCOPED_TRACE(test.what);
     const auto begin = std::chrono::steady_clock::now();
+    lay(test);
+    Use(test.what, true);
+    lay(test);
+    std::string found, rebuilt;
     isam_check(path.c_str(), AppendLine, &found);
     EXPECT_EQ(test.found, found);
     EXPECT_EQ(*test.rebuilt != '\0' ? kIsamDamaged : 0,

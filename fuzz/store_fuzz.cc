@@ -6,6 +6,7 @@
 //
 // The files are in memory, under the store's table of system calls.
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -100,6 +101,13 @@ int MemStat(int fd, struct stat* st) {
   return 0;
 }
 
+// No holes.
+off_t MemSeek(int fd, off_t offset, int whence) {
+  const auto size = static_cast<off_t>(FileOf(fd).bytes.size());
+  if (offset >= size) return errno = ENXIO, -1;
+  return whence == SEEK_DATA ? offset : size;
+}
+
 int MemUnlink(const char* path) {
   g_files[std::string(path).ends_with(".idx") ? kIdx : kDat].exists = false;
   return 0;
@@ -118,6 +126,7 @@ constexpr isam::Sys kMemory = {MemOpen,
                                MemTruncate,
                                [](int, mode_t) { return 0; },
                                MemStat,
+                               MemSeek,
                                MemUnlink,
                                [](int, int, off_t, off_t) { return 0; },
                                [](int, off_t) { return 0; },

@@ -103,9 +103,22 @@ struct db_handle {
 int db_init();
 int db_end();
 
+constexpr unsigned kDbFileMode = 0660;
+
 // From now on paths that do not begin with "/" lead from the open directory
-// `dirfd`, which stays the caller's; AT_FDCWD at first.
-void db_set_folder(int dirfd);
+// `dirfd`, which stays the caller's; AT_FDCWD at first. New tables have files
+// of the mode given, whatever the umask.
+void db_set_folder(int dirfd, unsigned file_mode = kDbFileMode);
+
+// What may be spent on tables whose owner cannot be relied on.
+struct db_budget {
+  int wait_ms = -1;  // waits for locks, all together; -1: each up to 5 seconds
+  int time_ms = -1;  // everything, from now on; -1: without end. Afterwards
+                     // opening, reading and changing fail with kDbStore
+};
+// Puts a budget in force for whatever this process does from now on, and gives
+// back what is left of the one before.
+db_budget db_swap_budget(const db_budget& next);
 
 // Makes an empty table, on disk when this returns. An extension of `path` is
 // replaced. kDbExists.
@@ -160,7 +173,8 @@ int db_get_obj(db_handle* db, int key, kx_object* obj, int step,
 
 // --- Changes ----------------------------------------------------------------
 // kDbReadOnly, kDbDuplicate, kDbNotFound (the current record was deleted, or
-// there is none), kDbLocked (another process kept the table for 5 seconds).
+// there is none), kDbLocked (another process kept the table for all the time
+// that the budget has for that).
 
 // Adds a record, which becomes the current one.
 int db_add(db_handle* db, const void* record);

@@ -87,7 +87,14 @@ int db_end() {
   return code == 0 ? 0 : db_fail_store(code);
 }
 
-void db_set_folder(int dirfd) { isam_set_folder(dirfd); }
+void db_set_folder(int dirfd, unsigned file_mode) {
+  isam_set_folder(dirfd, file_mode);
+}
+
+db_budget db_swap_budget(const db_budget& next) {
+  const isam_budget before = isam_swap_budget({next.wait_ms, next.time_ms});
+  return {before.wait_ms, before.time_ms};
+}
 
 int db_create(const char* path, const db_field* fields, const db_key* keys) {
   char name[sizeof db_handle::path];

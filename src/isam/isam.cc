@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "isam/isbudget.h"
 #include "isam/isbytes.h"
 #include "isam/ischeck.h"
 #include "isam/iscommit.h"
@@ -77,7 +78,8 @@ template <typename Body>
 int WithTable(int datno, Body body) {
   return Guarded([&] {
     Table* table = FindTable(datno);
-    return table == nullptr ? kIsamBadNumber : body(*table);
+    if (table == nullptr) return kIsamBadNumber;
+    return isam::IsTimeUp() ? kIsamTooLong : body(*table);
   });
 }
 
@@ -112,6 +114,7 @@ int ReadAny(int keyno, Step step, bool needs_key, const void* key,
     if (table == nullptr || index >= table->layout.index_count)
       return kIsamBadNumber;
     if (needs_key && key == nullptr) return kIsamBadArgument;
+    if (isam::IsTimeUp()) return kIsamTooLong;
     return ReadStep(*table, index, step, static_cast<const uint8_t*>(key),
                     static_cast<uint8_t*>(record));
   });
@@ -186,6 +189,7 @@ isam_code OpenAny(const char* path, int mode, int* number) {
   if (name.empty()) return kIsamBadArgument;
   *number = FreeNumber();
   if (*number < 0) return kIsamTooManyFiles;
+  if (isam::IsTimeUp()) return kIsamTooLong;
   std::unique_ptr<Table> table;
   if (isam_code code = isam::OpenTable(name, mode == kIsamUpdate, &table))
     return code;
@@ -225,7 +229,13 @@ int CLISAM() {
   return 0;
 }
 
-void isam_set_folder(int dirfd) { isam::SetFolder(dirfd); }
+isam_budget isam_swap_budget(const isam_budget& next) {
+  return isam::SwapBudget(next);
+}
+
+void isam_set_folder(int dirfd, unsigned file_mode) {
+  isam::SetFolder(dirfd, file_mode);
+}
 
 int isam_remove(const char* path) {
   return isam::g_sys.unlink(path) == 0 ? 0 : Fail(isam::CodeFromErrno());

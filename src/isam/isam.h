@@ -49,7 +49,8 @@ enum isam_code : int {
   kIsamBadArgument = 602,  // null pointer, unknown mode, impossible description
   kIsamBadNumber = 603,    // no open table or index has this number
   kIsamTooManyFiles = 604,
-  kIsamCannotLock = 605,  // another process held the lock for 5 seconds
+  kIsamCannotLock = 605,  // another process held the lock all the time that
+                          // the budget has for that, 5 seconds without one
   kIsamReadOnly = 606,    // change of a table that was opened for reading
   kIsamNoPermission = 607,
   kIsamIo = 608,          // a system call failed
@@ -59,6 +60,7 @@ enum isam_code : int {
   kIsamTableFull = 612,   // serial numbers, pages or index levels are used up
   kIsamDeleted = 613,     // the table's files were deleted while it was open
   kIsamNoMemory = 614,
+  kIsamTooLong = 615,  // the time of the budget is used up
 };
 
 // Code of the last failed call of this process.
@@ -134,23 +136,40 @@ int INTISAM(int buffers, int files, int sectors);
 // store was not started.
 int CLISAM();
 
+// --- Budget -----------------------------------------------------------------
+
+// What may be spent on tables whose owner cannot be relied on: who can open a
+// table can lock it for ever, or make it large.
+struct isam_budget {
+  int wait_ms = -1;  // waits for locks, all together; -1: each up to 5 seconds
+  int time_ms = -1;  // everything, from now on; -1: without end. Afterwards
+                     // tables cannot be opened, read or changed (kIsamTooLong)
+};
+
+// Puts a budget in force for whatever this process does from now on, and gives
+// back what is left of the one before. The store need not be started.
+isam_budget isam_swap_budget(const isam_budget& next);
+
 // --- Files ------------------------------------------------------------------
+
+constexpr unsigned kIsamFileMode = 0660;
 
 // From now on paths that do not begin with "/" lead from the open directory
 // `dirfd`, which stays the caller's; AT_FDCWD at first. An open table needs it
-// no more, one under creation does. The store need not be started.
-void isam_set_folder(int dirfd);
+// no more, one under creation does. New files get the mode given, whatever the
+// umask. The store need not be started.
+void isam_set_folder(int dirfd, unsigned file_mode = kIsamFileMode);
 
 // Removes one file of a table. The store need not be started.
 int isam_remove(const char* path);
 
 // --- Creation ---------------------------------------------------------------
 
-// Begins a table: makes <name>.dat and <name>.idx, mode 0660 whatever the
-// umask, and puts the file number in `description`. Only PUTDODA and CLIFIL
-// accept that number. The table comes into being with CLIFIL: until then it
-// counts as absent, and what a dying creator leaves is used by the next.
-// kIsamDataExists, kIsamIndexExists, kIsamBadArgument, kIsamTooManyFiles,
+// Begins a table: makes <name>.dat and <name>.idx with the mode that
+// isam_set_folder says, and puts the file number in `description`. Only PUTDODA
+// and CLIFIL accept that number. The table comes into being with CLIFIL: until
+// then it counts as absent, and what a dying creator leaves is used by the
+// next. kIsamDataExists, kIsamIndexExists, kIsamBadArgument, kIsamTooManyFiles,
 // kIsamCannotLock (somebody else is creating it), or a failure of the system.
 int CREIFIL(IFIL* description);
 
@@ -202,13 +221,13 @@ enum isam_lock_mode : int { kIsamFreeLocks = 0, kIsamEnableLocks = 2 };
 // change and CLRFIL give the table's lock back as well, so that a caller which
 // stops at an error holds nobody up. Without enabled locks each change takes
 // the lock for itself alone; every change is atomic either way.
-// kIsamNotStarted, kIsamBadArgument. The lock that is not had within 5 seconds
+// kIsamNotStarted, kIsamBadArgument. The lock that is not had in time
 // is reported by the change (kIsamCannotLock), as no table is named here.
 int LKISAM(int mode);
 
 // Takes the table's writer lock at once and keeps it as above, so that a record
 // can be read, altered and rewritten with nobody in between. Lock one table at
-// a time: two that wait for each other both fail after 5 seconds.
+// a time: two that wait for each other both fail in the end.
 int isam_lock(int datno);
 
 // Adds a record: gives it the next serial number, puts that in `record` and
@@ -260,6 +279,9 @@ void isam_serial_key(uint32_t serial, unsigned char key[4]);
 // Receives one line without a newline for each thing found.
 using isam_report = void (*)(void* context, const char* line);
 
+// Both take time and memory for what the files hold, not for what they claim:
+// a sparse file may speak of four thousand million records.
+
 // Compares every index with every record of the table at `path` (ending in
 // ".dat") and walks the free lists. Writes nothing; the table may be in use.
 // 0 when all is well, kIsamDamaged after at least one report, or why it could
@@ -270,10 +292,11 @@ int isam_check(const char* path, isam_report report, void* context);
 // damaged or missing. Records that fail their checksum, and of those with equal
 // unique keys all but the oldest, cannot be kept: each is reported. Without
 // whole field definitions it is not done (kIsamDamaged): they stand nowhere
-// else. No other process may change the table meanwhile (kIsamCannotLock);
-// readers get kIsamDamaged until it is done. Dying or failing in it, as at a
-// record that cannot be read (kIsamIo), leaves a table that must be rebuilt
-// again. 0, or why it could not be done.
+// else. Nor is it when most of the data file up to the last record is a hole,
+// which would have to be filled. No other process may change the table
+// meanwhile (kIsamCannotLock); readers get kIsamDamaged until it is done. Dying
+// or failing in it, as at a record that cannot be read (kIsamIo), leaves a
+// table that must be rebuilt again. 0, or why it could not be done.
 int isam_rebuild(const char* path, isam_report report, void* context);
 
 #endif  // ISAM_ISAM_H_

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <vector>
 
+#include "isam/ishole.h"
 #include "isam/iskey.h"
 #include "isam/ispage.h"
 #include "isam/issys.h"
@@ -178,6 +179,30 @@ void CheckHeaders(const Table& table, Reporter& out) {
     out.Say("the field definitions are damaged");
 }
 
+// Whether the files have all slots and pages that the root page counts. Nobody
+// looks for thousands of millions of slots that a few bytes speak of.
+isam_code CheckSizes(const Table& table, Reporter& out, bool* good) {
+  struct stat dat, idx;
+  if (g_sys.stat(table.dat.get(), &dat) != 0 ||
+      g_sys.stat(table.idx.get(), &idx) != 0)
+    return kIsamIo;
+  *good = SizesHold(table, dat, idx);
+  if (!*good) {
+    out.Say("the files are shorter than the root page says");
+    return kIsamOk;
+  }
+  const Layout& layout = table.layout;
+  Filled slots(table.dat.get(), layout.slot_offset(1), layout.slot_size());
+  Filled pages(table.idx.get(), Layout::page_offset(1), kPageSize);
+  bool all_slots, all_pages;
+  isam_code code = slots.UpTo(table.root.slots_used, &all_slots);
+  if (code == kIsamOk) code = pages.UpTo(table.root.pages_used, &all_pages);
+  if (code != kIsamOk) return code;
+  *good = all_slots && all_pages;
+  if (!*good) out.Say("the files have holes where the root page counts data");
+  return kIsamOk;
+}
+
 }  // namespace
 
 void Reporter::Say(const char* format, ...) {
@@ -199,20 +224,15 @@ isam_code CheckTable(const std::string& name, isam_report report,
   Lock lock;
   if (isam_code code = lock.TakeRead(table->idx.get())) return code;
   Reporter out(report, context);
-  const isam_code code = Refresh(*table, true);
+  isam_code code = Refresh(*table, true);
   if (code == kIsamDamaged)
     out.Say("state, root and ring contradict themselves");
   if (code != kIsamOk) return code;
   CheckHeaders(*table, out);
-  struct stat dat, idx;
-  if (g_sys.stat(table->dat.get(), &dat) != 0 ||
-      g_sys.stat(table->idx.get(), &idx) != 0)
-    return kIsamIo;
-  // Nobody looks for thousands of millions of slots that a few bytes speak of.
-  if (!SizesHold(*table, dat, idx))
-    out.Say("the files are shorter than the root page says");
-  else
-    Checker(*table, out).Run();
+  bool good;
+  code = CheckSizes(*table, out, &good);
+  if (code != kIsamOk) return code;
+  if (good) Checker(*table, out).Run();
   return out.any() ? kIsamDamaged : kIsamOk;
 }
 

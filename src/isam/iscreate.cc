@@ -54,7 +54,7 @@ isam_code ClearIndex(const std::string& path, bool data_is_new) {
 
 // Opens or makes the data file and takes the right to create the table.
 isam_code OpenData(NewTable& table, const std::string& path) {
-  table.dat.reset(g_sys.open(path.c_str(), O_RDWR | O_CREAT, kFileMode));
+  table.dat.reset(g_sys.open(path.c_str(), O_RDWR | O_CREAT, FileMode()));
   if (!table.dat.valid()) return CodeFromErrno();
   if (isam_code code = table.lock.TakeCreate(table.dat.get())) return code;
   return StillThere(path, table.dat.get()) ? kIsamOk : kIsamCannotLock;
@@ -88,7 +88,7 @@ isam_code WriteData(const NewTable& table) {
 
 isam_code OpenIndex(NewTable& table, const std::string& path) {
   table.idx.reset(
-      g_sys.open(path.c_str(), O_RDWR | O_CREAT | O_EXCL, kFileMode));
+      g_sys.open(path.c_str(), O_RDWR | O_CREAT | O_EXCL, FileMode()));
   if (!table.idx.valid())
     return errno == EEXIST ? kIsamIndexExists : CodeFromErrno();
   return kIsamOk;
@@ -144,8 +144,8 @@ isam_code BeginTable(const std::string& name, const Layout& layout,
   if (code == kIsamOk) code = WriteData(*table);
   if (code == kIsamOk) code = WriteEmptyIndex(table->idx.get(), table->layout);
   // The process's umask has no say in who shares a table.
-  if (code == kIsamOk && (g_sys.chmod(table->dat.get(), kFileMode) != 0 ||
-                          g_sys.chmod(table->idx.get(), kFileMode) != 0))
+  if (code == kIsamOk && (g_sys.chmod(table->dat.get(), FileMode()) != 0 ||
+                          g_sys.chmod(table->idx.get(), FileMode()) != 0))
     code = CodeFromErrno();
   if (code == kIsamOk) *out = std::move(table);
   return code;

@@ -12,8 +12,6 @@
 
 namespace isam {
 
-constexpr mode_t kFileMode = 0660;
-
 struct NewTable {
   // The path without extension, and those of the two files: kept, since there
   // may be no memory to make them when they have to be taken away.

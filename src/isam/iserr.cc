@@ -31,6 +31,7 @@ constexpr Message kMessages[] = {
     {kIsamTableFull, "FULL_ERR: No numbers left for more records"},
     {kIsamDeleted, "GONE_ERR: File was deleted while it was open"},
     {kIsamNoMemory, "MEMY_ERR: Not enough memory"},
+    {kIsamTooLong, "TIME_ERR: Took too long"},
 };
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "isam/isbudget.h"
 #include "isam/issys.h"
 
 namespace isam {
@@ -32,15 +33,16 @@ isam_code TryOnce(int fd, int type, off_t start, off_t length) {
 template <typename Attempt>
 isam_code Patiently(Attempt attempt) {
   isam_code code = attempt();
-  if (code != kIsamCannotLock) return code;
-  const int64_t deadline = NowMs() + g_sys.lock_wait_ms;
+  const int64_t begin = NowMs();
+  const int64_t deadline = begin + LongestWaitMs();
   long pause = kFirstPauseNs;
-  do {
+  while (code == kIsamCannotLock && NowMs() < deadline) {
     const timespec time = {0, pause};
     nanosleep(&time, nullptr);
     pause = std::min(pause * 2, kLongestPauseNs);
     code = attempt();
-  } while (code == kIsamCannotLock && NowMs() < deadline);
+  }
+  NoteWaited(static_cast<int>(NowMs() - begin));
   return code;
 }
 

@@ -8,8 +8,8 @@
 //
 // - A lock belongs to the open file: it does not vanish when another descriptor
 //   of the file is closed, and the kernel frees it with the last descriptor.
-// - Each is tried for g_sys.lock_wait_ms, then kIsamCannotLock: a stopped
-//   process must not hang the others for ever.
+// - Each is tried for g_sys.lock_wait_ms, or what the budget has left for that,
+//   then kIsamCannotLock: a stopped process must not hang the others for ever.
 #ifndef ISAM_ISLOCK_H_
 #define ISAM_ISLOCK_H_
 

@@ -1,13 +1,12 @@
 #include "isam/isread.h"
 
-#include <time.h>
-
 #include <algorithm>
 #include <cstring>
 
 #include "isam/iscommit.h"
 #include "isam/iskey.h"
 #include "isam/ispage.h"
+#include "isam/issys.h"
 #include "isam/istree.h"
 
 namespace isam {
@@ -26,12 +25,6 @@ struct Query {
 
   int direction() const { return step == Step::kPrev ? -1 : 1; }
 };
-
-int64_t CoarseMs() {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-  return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
-}
 
 isam_code SeekBefore(Table& table, const Query& query, uint32_t length,
                      TreePos* pos) {

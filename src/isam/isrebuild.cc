@@ -16,6 +16,7 @@
 #include "isam/ischeck.h"
 #include "isam/iscommit.h"
 #include "isam/iscreate.h"
+#include "isam/ishole.h"
 #include "isam/iskey.h"
 #include "isam/ispage.h"
 #include "isam/issys.h"
@@ -23,6 +24,8 @@
 
 namespace isam {
 namespace {
+
+constexpr uint32_t kLargestHole = 1 << 20;  // bytes that are filled anyway
 
 struct Kept {
   uint32_t serial;
@@ -39,7 +42,9 @@ class Rebuilder {
     if (code == kIsamOk) code = lock_.TakeWriter(idx_.get());
     if (code == kIsamOk) code = SettleHeaders();
     if (code == kIsamOk) code = CheckFields();
+    if (code == kIsamOk) code = MeasureSlots();
     if (code == kIsamOk) code = FinishLastCommit();
+    if (code == kIsamOk) code = CheckHoles();
     if (code == kIsamOk) code = WriteState(Phase::kRebuilding);
     if (code == kIsamOk) code = WriteHeaders();
     if (code == kIsamOk) code = ReadSlots();
@@ -61,7 +66,7 @@ class Rebuilder {
     dat_.reset(g_sys.open((name_ + ".dat").c_str(), O_RDWR, 0));
     if (!dat_.valid()) return CodeFromErrno();
     idx_.reset(
-        g_sys.open((name_ + ".idx").c_str(), O_RDWR | O_CREAT, kFileMode));
+        g_sys.open((name_ + ".idx").c_str(), O_RDWR | O_CREAT, FileMode()));
     return idx_.valid() ? kIsamOk : CodeFromErrno();
   }
 
@@ -95,6 +100,48 @@ class Rebuilder {
     return kIsamDamaged;
   }
 
+  isam_code MeasureSlots() {
+    struct stat st;
+    if (g_sys.stat(dat_.get(), &st) != 0) return kIsamIo;
+    const off_t bytes = std::max<off_t>(st.st_size - layout_.slot_offset(1), 0);
+    root_.slots_capacity = static_cast<uint32_t>(
+        std::min<off_t>(bytes / layout_.slot_size(), kSlotUsed - 1));
+    return kIsamOk;
+  }
+
+  // Calls `use(number)` for each slot that does not lie in a hole, while it
+  // answers kIsamOk.
+  template <typename Use>
+  isam_code ForEachSlot(Use use) {
+    Filled slots(dat_.get(), layout_.slot_offset(1), layout_.slot_size());
+    for (uint32_t next = 1;;) {
+      uint32_t number;
+      isam_code code = slots.From(next, &number);
+      if (code != kIsamOk || number > root_.slots_capacity) return code;
+      code = use(number);
+      if (code != kIsamOk) return code;
+      next = number + 1;
+    }
+  }
+
+  // Every slot below the last record becomes a free one: a hole that a few
+  // bytes make as large as they like must not be filled. What a crash or a
+  // copy without zeros leaves is less.
+  isam_code CheckHoles() {
+    uint32_t filled = 0, last = 0;
+    const isam_code code = ForEachSlot([&](uint32_t number) {
+      ++filled;
+      last = number;
+      return kIsamOk;
+    });
+    if (code != kIsamOk) return code;
+    const uint32_t holes = last - filled;
+    if (holes <= filled || holes <= kLargestHole / layout_.slot_size())
+      return kIsamOk;
+    out_.Say("most of the data file is a hole");
+    return kIsamDamaged;
+  }
+
   // The slots in place may be older than the ring; then they are brought up to
   // date first, if the ring can still be read. That has to be on disk before
   // the ring is given up. A rebuild that died has done it, and may have left
@@ -120,7 +167,8 @@ class Rebuilder {
     next_serial_ = root.next_serial;
     if (state.phase == Phase::kRebuilding) return kIsamOk;
     for (const auto& [key, slot] : ring->images()) {
-      if (key.first != ImageKind::kSlot || key.second > root.slots_used)
+      if (key.first != ImageKind::kSlot || key.second > root.slots_used ||
+          key.second > root_.slots_capacity)
         continue;
       code = WriteAt(dat_.get(), slot.bytes, slot.length,
                      layout_.slot_offset(key.second));
@@ -159,7 +207,7 @@ class Rebuilder {
   isam_code WriteHeaders() {
     if (!idx_good_) {
       out_.Say("the index file was missing or damaged");
-      if (g_sys.chmod(idx_.get(), kFileMode) != 0) return CodeFromErrno();
+      if (g_sys.chmod(idx_.get(), FileMode()) != 0) return CodeFromErrno();
     }
     if (isam_code code = WriteHeader(idx_.get(), FileKind::kIndex)) return code;
     return WriteHeader(dat_.get(), FileKind::kData);
@@ -178,28 +226,27 @@ class Rebuilder {
                : kIsamDamaged;
   }
 
-  isam_code ReadSlots() {
-    struct stat st;
-    if (g_sys.stat(dat_.get(), &st) != 0) return kIsamIo;
-    const off_t bytes = std::max<off_t>(st.st_size - layout_.slot_offset(1), 0);
-    root_.slots_capacity = static_cast<uint32_t>(
-        std::min<off_t>(bytes / layout_.slot_size(), kSlotUsed - 1));
-    for (uint32_t n = 1; n <= root_.slots_capacity; ++n) {
-      const isam_code code = ReadSlot(n);
-      if (code == kIsamIo) return code;
-      const bool good = code == kIsamOk;
-      const uint32_t serial = SlotSerial(slot_.data());
-      const bool never_used = std::all_of(slot_.begin() + 8, slot_.end(),
-                                          [](uint8_t b) { return b == 0; });
-      if (!good && never_used) continue;
-      root_.slots_used = n;
-      if (!good) {
-        out_.Say("the record in slot %u is damaged and was left out", n);
-        continue;
-      }
-      next_serial_ = std::max(next_serial_, serial + 1);
-      if (SlotInUse(slot_.data())) kept_.push_back({serial, n, false});
+  isam_code TakeSlot(uint32_t n) {
+    const isam_code code = ReadSlot(n);
+    if (code == kIsamIo) return code;
+    const bool good = code == kIsamOk;
+    const bool never_used = std::all_of(slot_.begin() + 8, slot_.end(),
+                                        [](uint8_t b) { return b == 0; });
+    if (!good && never_used) return kIsamOk;
+    root_.slots_used = n;
+    if (!good) {
+      out_.Say("the record in slot %u is damaged and was left out", n);
+      return kIsamOk;
     }
+    const uint32_t serial = SlotSerial(slot_.data());
+    next_serial_ = std::max(next_serial_, serial + 1);
+    if (SlotInUse(slot_.data())) kept_.push_back({serial, n, false});
+    return kIsamOk;
+  }
+
+  isam_code ReadSlots() {
+    const isam_code code = ForEachSlot([&](uint32_t n) { return TakeSlot(n); });
+    if (code != kIsamOk) return code;
     std::sort(kept_.begin(), kept_.end(), [](const Kept& a, const Kept& b) {
       return a.serial != b.serial ? a.serial < b.serial : a.slot < b.slot;
     });

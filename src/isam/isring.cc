@@ -11,9 +11,10 @@ namespace {
 constexpr char kEntryMagic[] = "KRTREDO1";
 
 struct Found {
-  uint32_t offset, length, images;
+  uint32_t offset, length;
   uint64_t base;
 };
+using Entries = std::map<uint64_t, Found>;  // by commit number
 
 // Calls `use(kind, number, image)` for each image; false when one is
 // impossible.
@@ -42,7 +43,7 @@ bool ForEachImage(const uint8_t* entry, const Layout& layout, Use use) {
   return true;
 }
 
-bool ValidEntry(const std::vector<uint8_t>& ring, uint32_t offset,
+bool MayBeEntry(const std::vector<uint8_t>& ring, uint32_t offset,
                 const Layout& layout, uint64_t limit) {
   const uint8_t* p = ring.data() + offset;
   if (ring.size() - offset < kEntryHeader || memcmp(p, kEntryMagic, 8) != 0)
@@ -50,24 +51,36 @@ bool ValidEntry(const std::vector<uint8_t>& ring, uint32_t offset,
   const uint32_t length = Get32(p + 40);
   const uint64_t commit = Get64(p + 24);
   return Get64(p + 16) == layout.salt && commit > 0 && commit <= limit &&
-         length >= kEntryHeader && length <= ring.size() - offset &&
-         Get64(p + 8) == Checksum(p + 16, length - 16, layout.salt) &&
-         ForEachImage(p, layout, [](ImageKind, uint32_t, const Image&) {});
+         length >= kEntryHeader && length <= ring.size() - offset;
+}
+
+bool IsWhole(const uint8_t* entry, const Layout& layout) {
+  return Get64(entry + 8) ==
+             Checksum(entry + 16, Get32(entry + 40) - 16, layout.salt) &&
+         ForEachImage(entry, layout, [](ImageKind, uint32_t, const Image&) {});
 }
 
 // All valid entries by commit number. A process that died after the flush of
 // entry n+1 leaves it behind at one of its two possible places. The next n+1
 // may come to stand at the other, and then it is the one further back that
 // counts: an entry that goes to the start voids what stood at the end.
-std::map<uint64_t, Found> FindEntries(const std::vector<uint8_t>& ring,
-                                      const Layout& layout, uint64_t limit) {
-  std::map<uint64_t, Found> found;
+//
+// Entries do not overlap, but for what is left of one that was half
+// overwritten. A ring full of headers that each claim all the rest is nobody's,
+// and would take the square of its size. False for that.
+bool FindEntries(const std::vector<uint8_t>& ring, const Layout& layout,
+                 uint64_t limit, Entries* found) {
+  size_t claimed = 0;
   for (uint32_t at = 0; at < ring.size(); at += kSector) {
-    if (!ValidEntry(ring, at, layout, limit)) continue;
+    if (!MayBeEntry(ring, at, layout, limit)) continue;
     const uint8_t* p = ring.data() + at;
-    found[Get64(p + 24)] = {at, Get32(p + 40), Get32(p + 44), Get64(p + 32)};
+    const uint32_t length = Get32(p + 40);
+    claimed += length;
+    if (claimed > 4 * ring.size()) return false;
+    if (IsWhole(p, layout))
+      (*found)[Get64(p + 24)] = {at, length, Get64(p + 32)};
   }
-  return found;
+  return true;
 }
 
 }  // namespace
@@ -107,8 +120,9 @@ isam_code Overlay::Load(int fd, const Layout& layout, uint64_t last,
   if (isam_code code =
           ReadAt(fd, overlay->ring_.data(), layout.ring_size, kRingOffset))
     return code;
-  const auto found =
-      FindEntries(overlay->ring_, layout, exactly ? last : UINT64_MAX);
+  Entries found;
+  if (!FindEntries(overlay->ring_, layout, exactly ? last : UINT64_MAX, &found))
+    return kIsamDamaged;
   if (!found.empty()) {
     const auto& [commit, entry] = *found.rbegin();
     overlay->commit_ = commit;

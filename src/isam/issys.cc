@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/random.h>
 #include <sys/sysmacros.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +15,7 @@ namespace isam {
 namespace {
 
 int g_folder = AT_FDCWD;
+mode_t g_file_mode = kIsamFileMode;
 
 template <typename Call>
 auto Uninterrupted(Call call) {
@@ -121,10 +123,21 @@ const uint8_t* SysBootId() {
 
 constinit Sys g_sys = {
     SysOpen,     Kut_pread_full, Kut_pwrite_full, SysSync,   SysSyncFull,
-    SysTruncate, fchmod,         SysStat,         SysUnlink, SysLock,
-    SysIsLocked, SysBootId,      SysRandom,       5000};
+    SysTruncate, fchmod,         SysStat,         lseek,     SysUnlink,
+    SysLock,     SysIsLocked,    SysBootId,       SysRandom, 5000};
 
-void SetFolder(int dirfd) { g_folder = dirfd; }
+void SetFolder(int dirfd, mode_t file_mode) {
+  g_folder = dirfd;
+  g_file_mode = file_mode;
+}
+
+mode_t FileMode() { return g_file_mode; }
+
+int64_t CoarseMs() {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+  return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
+}
 
 isam_code CodeFromErrno() {
   switch (errno) {

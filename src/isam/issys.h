@@ -23,6 +23,8 @@ struct Sys {
   int (*truncate)(int fd, off_t size);
   int (*chmod)(int fd, mode_t mode);
   int (*stat)(int fd, struct stat* st);  // device, inode, links and size
+  // lseek(2) with SEEK_DATA or SEEK_HOLE; nothing here goes by the position.
+  off_t (*seek)(int fd, off_t offset, int whence);
   int (*unlink)(const char* path);
   // One try to set F_RDLCK, F_WRLCK or F_UNLCK on a range; EAGAIN when another
   // open has it. The lock belongs to the open file, not to the process.
@@ -37,8 +39,14 @@ struct Sys {
 
 extern Sys g_sys;
 
-// The directory that relative paths lead from; the working directory at first.
-void SetFolder(int dirfd);
+// The directory that relative paths lead from, the working directory at first,
+// and the mode of the files that are made there.
+void SetFolder(int dirfd, mode_t file_mode);
+mode_t FileMode();
+
+// A clock that goes on steadily, in steps of some milliseconds, and costs next
+// to nothing.
+int64_t CoarseMs();
 
 // What errno means to the caller of the store.
 isam_code CodeFromErrno();

@@ -92,6 +92,7 @@ void PageCache::Clear() {
 void Forget(Table& table) {
   table.current = false;
   table.overlay.reset();
+  table.ring_bad = false;
   table.cache.Clear();
   table.ahead.direction = 0;
 }
@@ -164,9 +165,12 @@ isam_code Refresh(Table& table, bool locked) {
 isam_code NeedOverlay(Table& table) {
   if (table.overlay) return kIsamOk;
   // In the middle of somebody's commit a page looks bad too, and that passes.
-  if (!StillCurrent(table)) return kIsamDamaged;
-  return Overlay::Load(table.dat.get(), table.layout, table.state.commit, true,
-                       &table.overlay);
+  if (table.ring_bad || !StillCurrent(table)) return kIsamDamaged;
+  const isam_code code = Overlay::Load(
+      table.dat.get(), table.layout, table.state.commit, true, &table.overlay);
+  // Of thousands of bad slots each would have it read again.
+  table.ring_bad = code == kIsamDamaged;
+  return code;
 }
 
 }  // namespace isam

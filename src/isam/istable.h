@@ -68,6 +68,7 @@ struct Table {
   // Set when the files in place cannot be believed; a writer repairs them
   // first.
   std::unique_ptr<Overlay> overlay;
+  bool ring_bad = false;  // it was looked at, and is of no use in this state
 
   Cursor cursor;
   ReadAhead ahead;

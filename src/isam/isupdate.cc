@@ -12,6 +12,10 @@
 namespace isam {
 namespace {
 
+// How often a change meets a bad page that the ring has a good one for. Once,
+// as all is mended then; an owner who damages it again need not stop at that.
+constexpr int kMostRepairs = 3;
+
 // Builds a change with `build` and commits it.
 template <typename Build>
 isam_code Update(Table& table, bool keep_lock, Build build) {
@@ -20,7 +24,7 @@ isam_code Update(Table& table, bool keep_lock, Build build) {
   // not fail for it.
   table.cursor.record.reserve(table.layout.record_length);
   isam_code code = BeginWrite(table);
-  while (code == kIsamOk) {
+  for (int repairs = 0; code == kIsamOk; ++repairs) {
     Change change(table);
     code = build(change);
     if (code != kIsamOk) break;
@@ -28,7 +32,8 @@ isam_code Update(Table& table, bool keep_lock, Build build) {
       code = Commit(change);
       break;
     }
-    code = Repair(table);  // the build met a bad page: mend it and build anew
+    // The build met a bad page: mend it and build anew.
+    code = repairs < kMostRepairs ? Repair(table) : kIsamDamaged;
   }
   scope.keep = code == kIsamOk && (keep_lock || table.keep_lock);
   return code;

@@ -16,6 +16,10 @@
 // - A change is on disk when it returns 0, and found by every later call of any
 //   process. Each of several changes that belong together (a person and its
 //   memberships) is made for itself: dying in between leaves the rest.
+// - A process that is root works on a book as the owner of the queue directory,
+//   or of the root directory. A command waits no longer for the locks of a book
+//   that is its user's own, and takes no longer, than cm/cmlimits.def says
+//   (29).
 // - The books of a process are static: set up and opened after a fork.
 #ifndef PHONEBOOK_PB_H_
 #define PHONEBOOK_PB_H_
@@ -83,9 +87,10 @@ int pb_open(int kind, int mode);
 int pb_close(int kind);
 // Makes the book, and the directory that it lies in with all above it (40, also
 // for a link as above).
-// What exists already is left as it is. New files have mode 0660 and belong to
-// the user, or those of the system book to the fax system, as far as this
-// process may give them away.
+// What exists already is left as it is. New files have mode 0660, and belong to
+// the owner of the queue directory, or of the root directory for the system's
+// book (where that is root, to the fax system). Where the group would be that
+// of the owner's login and not the fax system's, it gets no access.
 int pb_create(int kind);
 // Removes the book, which must not be open (29). Removes as many of its files
 // as it can; 29 if one could not be.

@@ -73,7 +73,7 @@ int CountRange(pb_book* book, int order, const pb_range& range,
 
 int pb_count_persons(int kind, int sort, const char* group, const char* from,
                      const char* to) {
-  pb_book* book = pb_open_book(kind);
+  const pb_use book(kind);
   if (book == nullptr) return -1;
   if (pb_is_empty(from) && pb_is_empty(to)) {
     return pb_is_empty(group) ? CountAll(book->per)
@@ -85,7 +85,7 @@ int pb_count_persons(int kind, int sort, const char* group, const char* from,
 }
 
 int pb_count_groups(int kind, const char* person) {
-  pb_book* book = pb_open_book(kind);
+  const pb_use book(kind);
   if (book == nullptr) return -1;
   return pb_is_empty(person) ? CountAll(book->grp)
                              : CountMemberships(book, pb_person_side, person);

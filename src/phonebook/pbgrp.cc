@@ -1,7 +1,7 @@
 #include "phonebook/pbwalk.h"
 
 int pb_grp_add(int kind, kx_object* group) {
-  pb_book* book = pb_writable_book(kind);
+  const pb_use book(kind, kx_pbm_write);
   if (book == nullptr) return -1;
   if (!Kfx_Is_Obj_Type(group, pb_group_side.type) ||
       kx::Text(group, "galias") == nullptr) {
@@ -11,17 +11,17 @@ int pb_grp_add(int kind, kx_object* group) {
 }
 
 int pb_grp_upd(int kind, kx_object* group) {
-  pb_book* book = pb_writable_book(kind);
+  const pb_use book(kind, kx_pbm_write);
   return book != nullptr ? pb_rec_upd(book, pb_group_side, group) : -1;
 }
 
 int pb_grp_del(int kind, const char* alias) {
-  pb_book* book = pb_writable_book(kind);
+  const pb_use book(kind, kx_pbm_write);
   return book != nullptr ? pb_rec_del(book, pb_group_side, alias) : -1;
 }
 
 int pb_grp_get(int kind, kx_object* group, int step, const char* key) {
-  pb_book* book = pb_open_book(kind);
+  const pb_use book(kind);
   if (book == nullptr) return -1;
   pb_table_walk walk(book->grp, kAliasKey, kx_err_group);
   return walk.ReadObject(pb_group_side.type, group, step, pb_text_key(key));

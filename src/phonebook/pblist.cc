@@ -66,7 +66,7 @@ kx_object* Collect(pb_walk* walk, const char* type, int step, const pb_key& key,
 
 kx_object* pb_list_per_get(int kind, int sort, int step, const char* key,
                            int max, const char* group) {
-  pb_book* book = pb_open_book(kind);
+  const pb_use book(kind);
   int order = 0;
   if (book == nullptr || !pb_get_order(sort, &order)) return nullptr;
   pb_table_walk walk(book->per, order, kx_err_person);
@@ -75,7 +75,7 @@ kx_object* pb_list_per_get(int kind, int sort, int step, const char* key,
 }
 
 kx_object* pb_list_grp_get(int kind, int step, const char* key, int max) {
-  pb_book* book = pb_open_book(kind);
+  const pb_use book(kind);
   if (book == nullptr) return nullptr;
   pb_table_walk walk(book->grp, kAliasKey, kx_err_group);
   return Collect(&walk, pb_group_side.type, step, pb_text_key(key), max,
@@ -84,7 +84,7 @@ kx_object* pb_list_grp_get(int kind, int step, const char* key, int max) {
 
 kx_object* pb_list_mem_get_by_grp(int kind, int step, const char* key,
                                   int max) {
-  pb_book* book = pb_open_book(kind);
+  const pb_use book(kind);
   if (book == nullptr) return nullptr;
   pb_side_walk walk(book, pb_group_side, pb_person_side, key);
   return Collect(&walk, pb_person_side.type, step, pb_key{}, max,
@@ -93,7 +93,7 @@ kx_object* pb_list_mem_get_by_grp(int kind, int step, const char* key,
 
 kx_object* pb_list_mem_get_by_per(int kind, int step, const char* key,
                                   int max) {
-  pb_book* book = pb_open_book(kind);
+  const pb_use book(kind);
   if (book == nullptr) return nullptr;
   pb_side_walk walk(book, pb_person_side, pb_group_side, key);
   return Collect(&walk, pb_group_side.type, step, pb_key{}, max,
@@ -103,7 +103,7 @@ kx_object* pb_list_mem_get_by_per(int kind, int step, const char* key,
 kx_object* pb_list_per_pos_get(int kind, int sort, const char* from,
                                const char* to, const char* group, int offset,
                                int max) {
-  pb_book* book = pb_open_book(kind);
+  const pb_use book(kind);
   if (book == nullptr) return nullptr;
   int order = 0;
   const bool is_known = pb_get_order(sort, &order);

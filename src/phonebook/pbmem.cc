@@ -30,7 +30,7 @@ int CheckExists(pb_book* book, const pb_side& side, const char* alias) {
 }  // namespace
 
 int pb_mem_add(int kind, kx_object* member) {
-  pb_book* book = pb_writable_book(kind);
+  const pb_use book(kind, kx_pbm_write);
   Aliases aliases;
   if (book == nullptr || !GetAliases(member, &aliases)) return -1;
   // A person that is deleted from now on is deleted before its memberships are
@@ -46,7 +46,7 @@ int pb_mem_add(int kind, kx_object* member) {
 }
 
 int pb_mem_del(int kind, kx_object* member) {
-  pb_book* book = pb_writable_book(kind);
+  const pb_use book(kind, kx_pbm_write);
   Aliases aliases;
   if (book == nullptr || !GetAliases(member, &aliases)) return -1;
   const pb_key key = pb_member_key(aliases.person, aliases.group);
@@ -58,21 +58,21 @@ int pb_mem_del(int kind, kx_object* member) {
 }
 
 int pb_mem_get(int kind, kx_object* member, int step) {
-  pb_book* book = pb_open_book(kind);
+  const pb_use book(kind);
   if (book == nullptr) return -1;
   pb_table_walk walk(book->mem, kMemberByGroupKey, kx_err_member);
   return walk.ReadObject(kType, member, step, pb_key{});
 }
 
 int pb_mem_get_by_grp(int kind, kx_object* person, int step, const char* key) {
-  pb_book* book = pb_open_book(kind);
+  const pb_use book(kind);
   if (book == nullptr) return -1;
   pb_side_walk walk(book, pb_group_side, pb_person_side, key);
   return walk.ReadObject(pb_person_side.type, person, step, pb_key{});
 }
 
 int pb_mem_get_by_per(int kind, kx_object* group, int step, const char* key) {
-  pb_book* book = pb_open_book(kind);
+  const pb_use book(kind);
   if (book == nullptr) return -1;
   pb_side_walk walk(book, pb_person_side, pb_group_side, key);
   return walk.ReadObject(pb_group_side.type, group, step, pb_key{});

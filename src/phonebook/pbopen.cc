@@ -1,18 +1,10 @@
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
-#include "cm/cmkrt.h"
 #include "cm/cmpaths.h"
 #include "phonebook/pbpriv.h"
-#include "util/kutdir.h"
 #include "util/kutfile.h"
-#include "util/kutio.h"
-#include "util/kutuser.h"
 
 constexpr const char* pb_per_name = "pbper";
 constexpr const char* pb_grp_name = "pbgrp";
@@ -46,9 +38,6 @@ constexpr Table kTables[] = {
      pb_mem_index, kx_err_database},
 };
 
-// Whose the user's book is.
-char g_user[kCmPathSize];
-
 void SetPaths(pb_book* book, const char* directory) {
   for (const Table& table : kTables) {
     strcpy(book->*table.path, cm_join_path(directory, table.name).text);
@@ -59,26 +48,13 @@ void SetPaths(pb_book* book, const char* directory) {
   book->sort = -1;
 }
 
-// A book's directory, where its tables are reached by their names alone while
-// this lives. A user can exchange what lies in the queue directory at any
-// moment: "options" must be no link to another's, and stay what it was.
-class Folder {
- public:
-  explicit Folder(const pb_book& book)
-      : fd_(Kut_open(Kut_dirname(book.per_path),
-                     O_PATH | O_DIRECTORY |
-                         (book.kind == kx_pbt_usr ? O_NOFOLLOW : 0))) {
-    db_set_folder(fd_.get());
-  }
-  Folder(const Folder&) = delete;
-  Folder& operator=(const Folder&) = delete;
-  ~Folder() { db_set_folder(AT_FDCWD); }
-  // -1 with errno when there is none: then no table can be reached.
-  int fd() const { return fd_.get(); }
+// The folders of the open books, by kind.
+static_assert(kx_pbt_usr == kx_pbt_lcl + 1 && kx_pbt_sys == kx_pbt_lcl + 2);
+constinit pb_folder g_folders[3];
 
- private:
-  const UniqueFd fd_;
-};
+pb_folder* FolderOf(const pb_book& book) {
+  return &g_folders[book.kind - kx_pbt_lcl];
+}
 
 void CloseTables(pb_book* book) {
   for (const Table& table : kTables) {
@@ -99,53 +75,32 @@ int OpenTable(pb_book* book, const Table& table) {
   return pb_fail(kx_err_database);
 }
 
-// Who shall own a book's new files; -1 where that is unknown.
-struct Owner {
-  int uid;
-  int gid;
-};
-
-Owner OwnerOf(const pb_book& book) {
-  const int uid =
-      book.kind == kx_pbt_sys ? cm_get_krt_uid() : Kut_uname_to_uid(g_user);
-  return {uid, cm_get_krt_gid()};
-}
-
-// Gives away a file or directory that this process has just made. Without the
-// right to do so it stays with the process's user, who can use it as well. It
-// may lie where the new owner can exchange it: nothing is given away that has
-// another name, or that this user did not make.
-void GiveAway(int dirfd, const char* path, const Owner& owner) {
-  const UniqueFd fd(
-      Kut_open_at(dirfd, path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
-  struct stat st;
-  if (!fd.valid() || fstat(fd.get(), &st) != 0 || st.st_uid != geteuid()) {
-    return;
-  }
-  const bool is_only_name = S_ISREG(st.st_mode) && st.st_nlink == 1;
-  if (!is_only_name && !S_ISDIR(st.st_mode)) return;
-  static_cast<void>(!fchown(fd.get(), static_cast<uid_t>(owner.uid),
-                            static_cast<gid_t>(owner.gid)));
-}
-
-int MakeDirectory(const pb_book& book, const Owner& owner) {
-  const char* directory = Kut_dirname(book.per_path);
-  if (Kut_is_directory(directory)) return 0;
-  if (Kut_make_dir_path(directory) != 0) return pb_fail(kx_err_pb_system);
-  GiveAway(AT_FDCWD, directory, owner);
-  return 0;
-}
-
-int CreateTable(const Folder& folder, const Table& table, const Owner& owner) {
+int CreateTable(const pb_book& book, const pb_folder& folder,
+                const Table& table) {
   if (db_create(table.name, table.fields, table.keys) != 0) {
     return db_errno() == kDbExists ? 0 : pb_fail(kx_err_database);
   }
   for (const char* extension : {"dat", "idx"}) {
     char name[16];
     snprintf(name, sizeof name, "%s.%s", table.name, extension);
-    GiveAway(folder.fd(), name, owner);
+    pb_folder_give(book, folder, name);
   }
   return 0;
+}
+
+// The book of a kind that is open, for writing if that is the mode.
+pb_book* FindOpen(int kind, int mode) {
+  pb_book* book = pb_get_pb(kind);
+  if (book == nullptr) return nullptr;
+  if (book->open == 0) {
+    pb_fail(kx_err_not_open);
+    return nullptr;
+  }
+  if (mode == kx_pbm_write && book->mode != kx_pbm_write) {
+    pb_fail(kx_err_read_only);
+    return nullptr;
+  }
+  return book;
 }
 
 }  // namespace
@@ -155,7 +110,6 @@ int pb_setup(const char* user, const char* base, const char* local) {
   if (base != nullptr) {
     SetPaths(&pb_usr, cm_get_opts_dir(base, user));
     SetPaths(&pb_sys, base);
-    snprintf(g_user, sizeof g_user, "%s", user != nullptr ? user : "");
   }
   return pb_succeed();
 }
@@ -190,13 +144,16 @@ int pb_open(int kind, int mode) {
   if (book == nullptr) return -1;
   if (book->open != 0) return 0;
   if (pb_init(book, mode) != 0) return -1;
-  const Folder folder(*book);
-  if (folder.fd() == -1 && (errno == ENOENT || errno == ENOTDIR)) {
+  pb_folder* folder = FolderOf(*book);
+  if (pb_folder_open(*book, folder) != 0 &&
+      (errno == ENOENT || errno == ENOTDIR)) {
     return pb_fail(kx_err_no_book);
   }
+  const pb_visit visit(folder);
   for (const Table& table : kTables) {
     if (OpenTable(book, table) == 0) continue;
     CloseTables(book);
+    folder->fd.reset();
     return -1;
   }
   book->open = 1;
@@ -206,7 +163,9 @@ int pb_open(int kind, int mode) {
 int pb_close(int kind) {
   pb_book* book = pb_get_pb(kind);
   if (book == nullptr) return -1;
+  const pb_visit visit(FolderOf(*book));
   CloseTables(book);
+  FolderOf(*book)->fd.reset();
   return 0;
 }
 
@@ -214,12 +173,11 @@ int pb_create(int kind) {
   const pb_book* book = pb_get_pb(kind);
   if (book == nullptr) return -1;
   if (book->open != 0) return 0;
-  const Owner owner = OwnerOf(*book);
-  if (MakeDirectory(*book, owner) != 0) return -1;
-  const Folder folder(*book);
-  if (folder.fd() == -1) return pb_fail(kx_err_pb_system);
+  pb_folder folder;
+  if (pb_folder_make(*book, &folder) != 0) return pb_fail(kx_err_pb_system);
+  const pb_visit visit(&folder);
   for (const Table& table : kTables) {
-    if (CreateTable(folder, table, owner) != 0) return -1;
+    if (CreateTable(*book, folder, table) != 0) return -1;
   }
   return 0;
 }
@@ -228,7 +186,9 @@ int pb_delete(int kind) {
   const pb_book* book = pb_get_pb(kind);
   if (book == nullptr) return -1;
   if (book->open != 0) return pb_fail(kx_err_database);
-  const Folder folder(*book);
+  pb_folder folder;
+  static_cast<void>(pb_folder_open(*book, &folder));
+  const pb_visit visit(&folder);
   // All of them, since a group left behind would be in the next book.
   int result = 0;
   for (const Table& table : kTables) {
@@ -237,16 +197,8 @@ int pb_delete(int kind) {
   return result;
 }
 
-pb_book* pb_open_book(int kind) {
-  pb_book* book = pb_get_pb(kind);
-  if (book == nullptr || book->open != 0) return book;
-  pb_fail(kx_err_not_open);
-  return nullptr;
-}
-
-pb_book* pb_writable_book(int kind) {
-  pb_book* book = pb_open_book(kind);
-  if (book == nullptr || book->mode == kx_pbm_write) return book;
-  pb_fail(kx_err_read_only);
-  return nullptr;
+pb_use::pb_use(int kind, int mode)
+    : book_(FindOpen(kind, mode)),
+      visit_(book_ != nullptr ? FolderOf(*book_) : &none_) {
+  if (book_ != nullptr && !visit_.held()) pb_fail(kx_err_pb_system);
 }

@@ -15,7 +15,7 @@ void pb_per_make_alias(kx_object* person) {
 }  // namespace
 
 int pb_per_add(int kind, kx_object* person) {
-  pb_book* book = pb_writable_book(kind);
+  const pb_use book(kind, kx_pbm_write);
   if (book == nullptr) return -1;
   if (!Kfx_Is_Obj_Type(person, pb_person_side.type)) {
     return pb_fail(kx_err_pb_data);
@@ -25,18 +25,18 @@ int pb_per_add(int kind, kx_object* person) {
 }
 
 int pb_per_upd(int kind, kx_object* person) {
-  pb_book* book = pb_writable_book(kind);
+  const pb_use book(kind, kx_pbm_write);
   return book != nullptr ? pb_rec_upd(book, pb_person_side, person) : -1;
 }
 
 int pb_per_del(int kind, const char* alias) {
-  pb_book* book = pb_writable_book(kind);
+  const pb_use book(kind, kx_pbm_write);
   return book != nullptr ? pb_rec_del(book, pb_person_side, alias) : -1;
 }
 
 int pb_per_get(int kind, int sort, kx_object* person, int step,
                const char* key) {
-  pb_book* book = pb_open_book(kind);
+  const pb_use book(kind);
   int order = 0;
   if (book == nullptr || !pb_get_order(sort, &order)) return -1;
   pb_table_walk walk(book->per, order, kx_err_person);
@@ -44,7 +44,7 @@ int pb_per_get(int kind, int sort, kx_object* person, int step,
 }
 
 int pb_per_pos(int kind, int sort, int step, int count, const char* group) {
-  pb_book* book = pb_open_book(kind);
+  const pb_use book(kind);
   if (book == nullptr) return -1;
   if (step < kx_pbc_next || step > kStepCurrent) {
     return pb_fail(kx_err_pb_data);

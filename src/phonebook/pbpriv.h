@@ -6,6 +6,7 @@
 
 #include "kx/object.h"
 #include "phonebook/pb.h"
+#include "phonebook/pbfolder.h"
 
 constexpr int kAliasSize = 16;
 constexpr int kKeySize = 128;
@@ -62,9 +63,20 @@ inline int pb_succeed() { return pb_errno = 0; }
 
 // --- pbopen.cc ---
 
-// The open book of a kind; null with 37 or 34, and for writing with 35.
-pb_book* pb_open_book(int kind);
-pb_book* pb_writable_book(int kind);
+// The open book of a kind for one operation, which is done as the book's owner
+// and within its budget. Null with 37, 34, for writing with 35, or with 40 when
+// its owner's identity cannot be had.
+class pb_use {
+ public:
+  explicit pb_use(int kind, int mode = kx_pbm_read);
+  operator pb_book*() const { return visit_.held() ? book_ : nullptr; }
+  pb_book* operator->() const { return book_; }
+
+ private:
+  pb_folder none_;
+  pb_book* const book_;
+  const pb_visit visit_;
+};
 
 // --- pbrec.cc ---
 

@@ -83,6 +83,10 @@ int HookStat(int fd, struct stat* st) {
   return Strikes() ? -1 : g_real.stat(fd, st);
 }
 
+off_t HookSeek(int fd, off_t offset, int whence) {
+  return Strikes() ? -1 : g_real.seek(fd, offset, whence);
+}
+
 int HookUnlink(const char* path) {
   return Strikes() ? -1 : g_real.unlink(path);
 }
@@ -273,10 +277,10 @@ Faults::Faults(Mode mode, int at, int error) {
   g_disk_full = false;
   if (g_real.open == nullptr) {
     g_real = isam::g_sys;
-    isam::g_sys = {
-        HookOpen,     HookRead,   HookWrite,     HookSync,   HookSync,
-        HookTruncate, HookChmod,  HookStat,      HookUnlink, HookLock,
-        HookIsLocked, TestBootId, g_real.random, 60};
+    isam::g_sys = {HookOpen,   HookRead,      HookWrite, HookSync,
+                   HookSync,   HookTruncate,  HookChmod, HookStat,
+                   HookSeek,   HookUnlink,    HookLock,  HookIsLocked,
+                   TestBootId, g_real.random, 60};
   }
 }
 

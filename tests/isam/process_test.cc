@@ -191,4 +191,33 @@ TEST(Processes, DoNotWaitForAStoppedOneForEver) {
   EXPECT_EQ("", Verify(name, model));
 }
 
+TEST(Processes, SpendNoMoreThanTheirBudget) {
+  Started started;
+  Faults faults;
+  isam::g_sys.lock_wait_ms = 20'000;
+  TempDir dir;
+  const std::string name = dir / "book";
+  Model model;
+  ASSERT_EQ(0, Fill(name, 10, model));
+  std::unique_ptr<isam::Table> stopped;
+  ASSERT_EQ(kIsamOk, isam::OpenTable(name, true, &stopped));
+  isam::Lock writer;
+  ASSERT_EQ(kIsamOk, writer.TakeWriter(stopped->idx.get()));
+  const int file = Open(name);
+  const Op add = {Op::kAdd, 0, Sample(70)};
+  isam_swap_budget({200, -1});
+  for (int i = 0; i < 50; ++i) {
+    ASSERT_EQ(kIsamCannotLock, Do(file, add, model));
+  }
+  EXPECT_EQ(0, isam_swap_budget({0, 0}).wait_ms);
+  EXPECT_EQ(kIsamTooLong, FRSREC(file + 1, nullptr));
+  EXPECT_EQ(kIsamTooLong, Do(file, add, model));
+  EXPECT_EQ(-1, OPNRFIL(-1, (name + ".dat").c_str(), kIsamRead));
+  EXPECT_EQ(0, isam_swap_budget({}).time_ms);
+  writer.Release();
+  EXPECT_EQ(0, Do(file, add, model));
+  EXPECT_EQ(0, CLRFIL(file));
+  isam::g_sys.lock_wait_ms = 60;
+}
+
 }  // namespace

@@ -43,10 +43,11 @@ std::string ImagePath(kx_object* info) {
   return path.text;
 }
 
-// Runs the print program as the user; whether it succeeded. The slash behind
-// the image is the program's convention: an image is a directory of pages.
-bool Print(const char* user, const std::string& image,
-           const ErrorFile& errors) {
+// Runs the print program as the user; whether it succeeded, and why it was
+// ended. The slash behind the image is the program's convention: an image is a
+// directory of pages.
+bool Print(const char* user, const std::string& image, const ErrorFile& errors,
+           std::string* why_ended) {
   const cm_path path =
       cm_join_plain(cm_get_msgs_dir(kfaxdir, user), errors.name().c_str());
   if (image.empty() || !errors.dir.valid() || path.text[0] == '\0') {
@@ -57,7 +58,10 @@ bool Print(const char* user, const std::string& image,
   const std::string command = "krtprint " +
                               fx_shell_word((image + "/").c_str()) + " 2> " +
                               fx_shell_word(path.text);
-  return fx_run_as(user, command.c_str()) == 0;
+  const std::string name = errors.name();
+  const int status = fx_run_as(user, command.c_str(),
+                               {errors.dir.get(), name.c_str()}, why_ended);
+  return status == 0 && why_ended->empty();
 }
 
 // The error file's first line, or "".
@@ -102,11 +106,13 @@ int process_imgprint(kx_object* cmd, kx_object* rsp) {
   if (exchange == nullptr) return cmd_fail(rsp, kx_err_failed, kFailed);
   const char* user = cmd_client(cmd);
   const ErrorFile errors = {cmd_open_messages(user), exchange};
-  if (Print(user, ImagePath(info), errors)) {
+  std::string why_ended;
+  if (Print(user, ImagePath(info), errors, &why_ended)) {
     unlinkat(errors.dir.get(), errors.name().c_str(), 0);
     return cmd_succeed(rsp);
   }
   char line[kCmdMessageSize];
   KeepErrors(user, errors, line);
-  return cmd_fail(rsp, kx_err_failed, "%s", line);
+  return cmd_fail(rsp, kx_err_failed, "%s",
+                  why_ended.empty() ? line : why_ended.c_str());
 }

@@ -11,7 +11,8 @@
 //    6. the directory, entered with the new identity's rights;
 //    7. SIGKILL at the parent's death, if asked for: after the identity, whose
 //       change clears it, and then a look whether the parent is still there;
-//    8. empty signal mask, and the program.
+//    8. the limits that this process has lowered for itself as they were;
+//    9. empty signal mask, and the program.
 // - A step that fails ends the child with status 127 and is told to the parent:
 //   Kut_spawn gives -1 with the child's errno and leaves no child behind.
 // - The child is the caller's to wait for. A SIGCHLD handler that waits for any
@@ -20,6 +21,7 @@
 #ifndef UTIL_KUTPROC_H_
 #define UTIL_KUTPROC_H_
 
+#include <sys/resource.h>
 #include <sys/types.h>
 
 // Whom a child runs as. Taking one on needs the privilege to do so; without it
@@ -31,7 +33,8 @@ struct kut_identity {
 };
 
 struct kut_spawn {
-  // The program, looked for along PATH, and its arguments, ending with null.
+  // The program, looked for along the PATH that it gets, and its arguments,
+  // ending with null.
   const char* const* argv = nullptr;
   // Or a command line for /bin/sh, when `argv` is null.
   const char* command = nullptr;
@@ -39,6 +42,7 @@ struct kut_spawn {
   const char* const* envp = nullptr;
   // Directory to run in; null: the caller's.
   const char* dir = nullptr;
+  bool dir_or_root = false;  // "/" where that directory cannot be entered
   // The child's descriptors 0, 1 and 2; -1 stands for /dev/null.
   int fds[3] = {-1, -1, -1};
   // Null: the caller's identity.
@@ -58,5 +62,10 @@ struct kut_spawn {
 // waitpid(2), may be null. `pid`, or -1 with errno (ECHILD: not a child, or
 // somebody else has waited for it).
 pid_t Kut_wait_child(pid_t pid, int* status);
+
+// Lowers a soft limit (RLIMIT_AS, ...) of this process and of those that it
+// forks, but not of programs: these have what was before the first call. A
+// limit that is lower already stays. 0, or -1 with errno.
+int Kut_lower_limit(int resource, rlim_t limit);
 
 #endif  // UTIL_KUTPROC_H_

@@ -13,6 +13,7 @@
 #include "faxserver/fsbase.h"
 #include "faxserver/fsfile.h"
 #include "faxserver/fsfiles.h"
+#include "faxserver/fslog.h"
 #include "faxserver/fsmsg.h"
 #include "faxserver/fsuser.h"
 #include "util/kuterr.h"
@@ -162,7 +163,10 @@ kx_object* Run(const Arguments& arguments, const kut_identity& identity,
     return fx_null(kx_err_system);
   }
   const int status = program.Wait();
-  if (!program.why_ended().empty()) return Failure(program.why_ended());
+  if (!program.why_ended().empty()) {
+    fx_logf("%s: %s", arguments.argv[0], program.why_ended().c_str());
+    return Failure(program.why_ended());
+  }
   if (status != 0) return MakeErrorText(errors.get());
   return is_object ? MakeObject(output) : MakeText(output);
 }

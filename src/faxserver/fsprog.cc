@@ -22,6 +22,7 @@
 namespace {
 
 constexpr int kPauseMs = 20;  // between two looks at a program that is silent
+constexpr char kUsualPath[] = "/bin:/usr/bin";
 constexpr int kExitUnknown = W_EXITCODE(1, 0);
 
 constinit int g_stop_fd = -1;
@@ -43,16 +44,14 @@ struct Environment {
   }
 };
 
-// The directory of the fax server's programs.
-const char* ProgramsDir() {
+// The directory of the fax server's programs, then where the daemon itself
+// finds some.
+std::string SearchPath() {
   // The first call of a process may give something else.
   Kut_get_kfaxbin();
-  return Kut_get_kfaxbin();
-}
-
-std::string OwnVariable(const char* name, const char* otherwise) {
-  const char* value = getenv(name);
-  return value != nullptr ? value : otherwise;
+  const std::string programs = Kut_get_kfaxbin();
+  const char* own = getenv("PATH");
+  return programs + ":" + (own != nullptr && *own != '\0' ? own : kUsualPath);
 }
 
 void AddUser(const passwd& user, Environment* environment) {
@@ -72,13 +71,10 @@ bool MakeEnvironment(const char* user, Environment* environment) {
   }
   if (entry != nullptr) AddUser(*entry, environment);
   environment->Add("HOME", environment->home);
-  environment->Add("PATH", ProgramsDir() + (":" + OwnVariable("PATH",
-                                                              "/bin:"
-                                                              "/usr/bin")));
+  environment->Add("PATH", SearchPath());
   environment->Add("KFAXDIR", Kut_get_kfaxdir());
-  if (getenv("LANG") != nullptr) {
-    environment->Add("LANG", OwnVariable("LANG", ""));
-  }
+  const char* language = getenv("LANG");
+  if (language != nullptr) environment->Add("LANG", language);
   for (const std::string& text : environment->texts) {
     environment->envp.push_back(text.c_str());
   }
@@ -88,7 +84,7 @@ bool MakeEnvironment(const char* user, Environment* environment) {
 
 bool Exceeds(const fx_watched_file& file, long limit) {
   struct stat st;
-  return file.dir >= 0 &&
+  return file.dir != -1 &&
          fstatat(file.dir, file.name, &st,
                  AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW) == 0 &&
          st.st_size > limit;

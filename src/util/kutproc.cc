@@ -123,6 +123,7 @@ void Execute(const kut_spawn& what) {
 
 [[noreturn]] void RunChild(const kut_spawn& what, int report, pid_t parent) {
   DefaultActions();
+  if (!RestoreLimits()) FailChild(report);
   if (!PlaceDescriptors(what.fds, &report)) FailChild(report);
   if (what.new_session && setsid() < 0) FailChild(report);
   if (what.identity != nullptr && !TakeIdentity(*what.identity)) {
@@ -130,7 +131,6 @@ void Execute(const kut_spawn& what) {
   }
   if (!EnterDirectory(what)) FailChild(report);
   if (what.die_with_parent && !DieWithParent(parent)) FailChild(report);
-  if (!RestoreLimits()) FailChild(report);
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);

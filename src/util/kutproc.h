@@ -3,7 +3,8 @@
 // - What the child does, in this order, all of it before the program starts:
 //    1. every signal has been blocked by the parent before the fork, so that no
 //       handler of the parent runs in the child;
-//    2. default actions for all signals, also those the parent ignores;
+//    2. default actions for all signals, also those the parent ignores, and
+//       the limits that the parent has lowered for itself as they were;
 //    3. standard input, output and error are put in place, every other
 //       descriptor is closed;
 //    4. a session of its own, if asked for;
@@ -11,8 +12,7 @@
 //    6. the directory, entered with the new identity's rights;
 //    7. SIGKILL at the parent's death, if asked for: after the identity, whose
 //       change clears it, and then a look whether the parent is still there;
-//    8. the limits that this process has lowered for itself as they were;
-//    9. empty signal mask, and the program.
+//    8. empty signal mask, and the program.
 // - A step that fails ends the child with status 127 and is told to the parent:
 //   Kut_spawn gives -1 with the child's errno and leaves no child behind.
 // - The child is the caller's to wait for. A SIGCHLD handler that waits for any

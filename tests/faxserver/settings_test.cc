@@ -290,7 +290,9 @@ TEST(Budget, AProgramThatExceedsItEndsAndSaysWhich) {
     const std::string script =
         "echo $$ > " + dir / "pid" + "; " + std::string(c.script);
     EXPECT_EQ(Shell(script), "13 " + why + ";");
-    if (!c.stopped) EXPECT_NE(kill(std::stoi(ReadFile(dir / "pid")), 0), 0);
+    if (!c.stopped) {  // else it may not even have begun
+      EXPECT_NE(kill(std::stoi(ReadFile(dir / "pid")), 0), 0);
+    }
     if (why.find(" of output") == why.npos) {
       std::string told;
       fx_run_as(Me().c_str(), ("exec 2> " + errors + "; " + script).c_str(),

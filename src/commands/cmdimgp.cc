@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <string>
 
@@ -51,10 +52,11 @@ void RemoveErrors(const ErrorFile& errors) {
   cmd_delete_file(errors.dir, errors.name().c_str());
 }
 
-// Runs the print program as the user; whether it succeeded. The slash behind
-// the image is the program's convention: an image is a directory of pages.
-bool Print(const char* user, const std::string& image,
-           const ErrorFile& errors) {
+// Runs the print program as the user; whether it succeeded, and why it was
+// ended. The slash behind the image is the program's convention: an image is a
+// directory of pages.
+bool Print(const char* user, const std::string& image, const ErrorFile& errors,
+           std::string* why_ended) {
   const cm_path path =
       cm_join_plain(cm_get_msgs_dir(kfaxdir, user), errors.name().c_str());
   if (image.empty() || !errors.dir.valid() || path.text[0] == '\0') {
@@ -65,7 +67,10 @@ bool Print(const char* user, const std::string& image,
   const std::string command = "krtprint " +
                               fx_shell_word((image + "/").c_str()) + " 2> " +
                               fx_shell_word(path.text);
-  return fx_run_as(user, command.c_str()) == 0;
+  const std::string name = errors.name();
+  const int status = fx_run_as(user, command.c_str(),
+                               {errors.dir.fd(), name.c_str()}, why_ended);
+  return status == 0 && why_ended->empty();
 }
 
 // The error file's first line, or "".
@@ -90,7 +95,9 @@ void KeepMessage(int fd, const ErrorFile& errors) {
   }
   const FileIdentity owner = errors.dir.Enter();
   const long most = cm_limit(cm_limit_id::kProgramErrorBytes);
-  if (owner.held() && Kut_copy_bytes(fd, message.fd(), most) == 0) {
+  // Of what is more than that, the beginning.
+  if (owner.held() &&
+      (Kut_copy_bytes(fd, message.fd(), most) == 0 || errno == EFBIG)) {
     static_cast<void>(message.Commit());
   } else {
     message.Abandon();
@@ -125,11 +132,13 @@ int process_imgprint(kx_object* cmd, kx_object* rsp) {
   if (exchange == nullptr) return cmd_fail(rsp, kx_err_failed, kFailed);
   const char* user = cmd_client(cmd);
   const ErrorFile errors = {cmd_open_messages(user), exchange};
-  if (Print(user, ImagePath(info), errors)) {
+  std::string why_ended;
+  if (Print(user, ImagePath(info), errors, &why_ended)) {
     RemoveErrors(errors);
     return cmd_succeed(rsp);
   }
   char line[kCmdMessageSize];
   KeepErrors(errors, line);
-  return cmd_fail(rsp, kx_err_failed, "%s", line);
+  return cmd_fail(rsp, kx_err_failed, "%s",
+                  why_ended.empty() ? line : why_ended.c_str());
 }

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "cm/cmlimits.h"
 #include "commands/docmd.h"
 #include "daemon/logfile.h"
 #include "daemon/settings.h"
@@ -15,6 +16,7 @@
 #include "daemon/sxspool.h"
 #include "kx/object.h"
 #include "util/kuterr.h"
+#include "util/kutproc.h"
 
 namespace {
 
@@ -36,10 +38,24 @@ pid_t Fork() {
   return fork();
 }
 
+// What one command may take of the system. A daemon that runs its commands
+// itself has no such limits: they would be its own for ever.
+void TakeLimits() {
+#ifndef __SANITIZE_ADDRESS__  // which reserves terabytes of address space
+  // A failure leaves the limit as it is, which is no reason not to serve.
+  static_cast<void>(Kut_lower_limit(
+      RLIMIT_AS, static_cast<rlim_t>(cm_limit(cm_limit_id::kWorkerBytes))));
+  static_cast<void>(Kut_lower_limit(
+      RLIMIT_FSIZE,
+      static_cast<rlim_t>(cm_limit(cm_limit_id::kWorkerFileBytes))));
+#endif
+}
+
 // The worker of one command; SIGCHLD is still blocked here.
 [[noreturn]] void RunWorker(const char* name, const sigset_t* mask) {
   setpgid(0, 0);  // before it starts anything that a sweep must reach
   signals_for_worker();
+  TakeLimits();
   sigprocmask(SIG_SETMASK, mask, nullptr);
   // Not exit(): what the daemon registered or buffered is not the worker's.
   _exit(monitor_cmd(name));

@@ -10,6 +10,7 @@
 #include "daemon/logfile.h"
 #include "daemon/settings.h"
 #include "daemon/subtask.h"
+#include "faxserver/fsprog.h"
 #include "util/kutsig.h"
 
 namespace {
@@ -29,16 +30,24 @@ int signals_install(bool workers) {
   g_wake_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (g_wake_fd < 0) return -1;
   for (const int sig : {SIGINT, SIGQUIT, SIGTERM}) {
-    // What the command in hand reads from a program is read to its end.
+    // Files of the command in hand are read to their end.
     Install(sig, catch_sig, SA_RESETHAND | SA_RESTART);
   }
+  // Programs are not: the stop shall not wait for them.
+  fx_stop_programs_at(g_wake_fd);
   // A fifo's reader may leave while a record is written: an error, not an end.
   Install(SIGPIPE, SIG_IGN, 0);
+  // So is a file that is larger than a limit allows.
+  Install(SIGXFSZ, SIG_IGN, 0);
   if (workers) Install(SIGCHLD, catch_cld, SA_RESTART);
   return 0;
 }
 
 void signals_for_worker() {
+  // The channel is the daemon's. A worker that is told to stop just ends, and
+  // its program with it.
+  g_wake_fd = -1;
+  fx_stop_programs_at(-1);
   Install(SIGCHLD, SIG_DFL, 0);
   Install(SIGTERM, monitor_sigint, SA_RESETHAND);
   Install(SIGINT, monitor_sigint, SA_RESETHAND);

@@ -2,7 +2,8 @@
 //
 // - catch_sig is installed for one shot: a second signal of a kind acts as the
 //   system's default. It interrupts a blocking call, and wakes daemon_idle even
-//   when it comes just before the call.
+//   when it comes just before the call. A program that the daemon runs itself
+//   is ended.
 // - What they do is safe in a handler; errno is kept.
 #ifndef DAEMON_SIGNALS_H_
 #define DAEMON_SIGNALS_H_
@@ -12,7 +13,7 @@
 // made.
 int signals_install(bool workers);
 // In a forked worker: the child handler is dropped, SIGTERM and SIGINT end the
-// process through monitor_sigint.
+// process through monitor_sigint, and with it the program that it runs.
 void signals_for_worker();
 // Readable from the moment a stop signal came; -1 before signals_install.
 int signals_wake_fd();

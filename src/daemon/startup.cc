@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -117,6 +118,15 @@ void ChooseSpool() {
   file_dir = netspool;
 }
 
+// Programs run in other directories than the daemon, from where a relative path
+// leads elsewhere. One that is not there stays what it is.
+void MakeAbsolute(const char* variable) {
+  const char* dir = std::getenv(variable);
+  if (dir == nullptr || *dir == '\0' || *dir == '/') return;
+  char path[PATH_MAX];
+  if (realpath(dir, path) != nullptr) setenv(variable, path, 1);
+}
+
 // The budgets, as the environment has them. A wrong one leaves the default.
 void SetLimits() {
   const char* wrong = cm_set_limits(std::getenv("KFAXLIMITS"));
@@ -188,6 +198,8 @@ void Usage(int full) {
 
 void krtcmd_run(int argc, char** argv) {
   ProgName = Kut_basename(argv[0]);
+  MakeAbsolute("KFAXDIR");
+  MakeAbsolute("KFAXBIN");
   kfaxdir = Kut_get_kfaxdir();
   ChooseSpool();
   if (argc > 1 &&

@@ -160,8 +160,8 @@ kx_object* fx_get_cover_tags(const char* root, const char* name) try {
   char line[kLineSize];
   const bool got = fgets(line, sizeof line, pipe) != nullptr;
   const bool failed = ferror(pipe) != 0;
-  fx_pclose(pipe);
-  if (got) return fx_parse_cover_tags(line);
+  const bool ended = fx_pclose(pipe) != -1;
+  if (got && ended) return fx_parse_cover_tags(line);
   errno = EIO;
   return fx_null(failed ? kx_err_system : kx_err_io);
 } catch (const std::bad_alloc&) {

@@ -10,7 +10,8 @@
 
 // The "obj-cvrtag"s of a cover page, without those that the fax server fills in
 // itself. Null: 19 for an unknown cover page, 3 when it cannot be looked for,
-// run or read, 5 when it prints nothing; 0 when it has no tags.
+// run or read, 5 when it prints nothing or exceeds its budget; 0 when it has no
+// tags.
 kx_object* fx_get_cover_tags(const char* root, const char* name);
 
 // Reads one line of tags, as a cover page prints it; `line` is changed. Entries

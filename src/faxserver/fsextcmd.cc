@@ -1,8 +1,6 @@
 #include "faxserver/fsextcmd.h"
 
 #include <fcntl.h>
-#include <poll.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -11,12 +9,12 @@
 #include <utility>
 #include <vector>
 
+#include "cm/cmlimits.h"
 #include "faxserver/fsbase.h"
 #include "faxserver/fsfile.h"
 #include "faxserver/fsfiles.h"
-#include "faxserver/fsguard.h"
+#include "faxserver/fslog.h"
 #include "faxserver/fsmsg.h"
-#include "faxserver/fspopen.h"
 #include "faxserver/fsuser.h"
 #include "util/kuterr.h"
 #include "util/kutio.h"
@@ -26,7 +24,8 @@
 
 namespace {
 
-constexpr int kPauseMs = 50;  // between two looks at a command that is silent
+constexpr char kTemporary[] = "/tmp";
+constexpr mode_t kErrorMode = 0600;
 constexpr size_t kChunkSize = 64 * 1024;
 
 // The argument vector of an external command; the texts lie in `texts`.
@@ -56,73 +55,34 @@ bool MakeArguments(kx_object* extcmd, Arguments* arguments) {
   return true;
 }
 
-// A file for the command's error output. It has no name any more when it is
-// opened, so it cannot outlive the command, nor can a stranger who guessed the
-// name have put a link there.
-UniqueFd OpenErrorFile() {
+// A file for the command's error output. It never has a name, or none any more
+// when it is opened, so it cannot outlive the command, nor can a stranger who
+// guessed the name have put a link there. It is the user's: who opens
+// /dev/stderr needs the right to.
+UniqueFd OpenErrorFile(const kut_identity* identity) {
   const char* name = fx_tmpname(nullptr, "err");
-  unlink(name);
-  UniqueFd fd(Kut_open(name, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, 0666));
-  if (fd.valid()) unlink(name);
+  UniqueFd fd(Kut_open(kTemporary, O_RDWR | O_TMPFILE, kErrorMode));
+  if (!fd.valid()) {  // a file system that cannot
+    unlink(name);
+    fd.reset(
+        Kut_open(name, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, kErrorMode));
+    if (fd.valid()) unlink(name);
+  }
+  if (fd.valid() && identity != nullptr &&
+      fchown(fd.get(), identity->uid, identity->gid) != 0) {
+    fd.reset();
+  }
   return fd;
 }
 
-struct Child {
-  pid_t pid = -1;
-  bool ended = false;
-  int status = 0;
-
-  // One that nobody listens to any more is not left running.
-  ~Child() {
-    if (pid <= 0 || ended) return;
-    fx_kill_guarded(pid);
-    Wait();
-  }
-  bool HasEnded() {
-    if (!ended && waitpid(pid, &status, WNOHANG) == pid) ended = true;
-    return ended;
-  }
-  void Wait() {
-    if (!ended) Kut_wait_child(pid, &status);
-    ended = true;
-  }
-  int ExitStatus() const {
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  }
-};
-
-enum class Got { kSome, kEnd, kNothingNow, kError };
-
-// Reads some of what is there.
-Got ReadSome(int fd, std::string* output) {
+// Reads all that the command prints. False with errno.
+bool ReadOutput(fx_program* program, std::string* output) {
   char chunk[kChunkSize];
   ssize_t got;
-  do {
-    got = read(fd, chunk, sizeof chunk);
-  } while (got < 0 && errno == EINTR);
-  if (got < 0) return errno == EAGAIN ? Got::kNothingNow : Got::kError;
-  output->append(chunk, static_cast<size_t>(got));
-  return got > 0 ? Got::kSome : Got::kEnd;
-}
-
-// Reads all that the command prints, until it closes its output or ends: a
-// process that it left behind may hold the pipe open for ever. An error number:
-// 19 when it prints too much.
-int ReadOutput(int fd, Child* child, std::string* output) {
-  fcntl(fd, F_SETFL, O_NONBLOCK);
-  for (;;) {
-    // First the look, then the reading: what it printed before it ended is in
-    // the pipe by then.
-    const bool ended = child->HasEnded();
-    Got got;
-    while ((got = ReadSome(fd, output)) == Got::kSome) {
-      if (output->size() > kFxMaxOutput) return kx_err_data;
-    }
-    if (got == Got::kError) return kx_err_system;
-    if (got == Got::kEnd || ended) return kx_err_none;
-    pollfd wanted = {fd, POLLIN, 0};
-    poll(&wanted, 1, kPauseMs);
+  while ((got = program->Read(chunk, sizeof chunk)) > 0) {
+    output->append(chunk, static_cast<size_t>(got));
   }
+  return got == 0;
 }
 
 // A stream on a text in memory.
@@ -132,14 +92,40 @@ fx_stream OpenText(const std::string& text) {
   return fx_stream(fmemopen(const_cast<char*>(text.data()), text.size(), "r"));
 }
 
+std::string Shown(cm_limit_id limit) { return cm_limit_text(cm_limit(limit)); }
+
+// A text message, as the answer to a command that failed.
+kx_object* Failure(const std::string& text) {
+  const fx_stream stream = OpenText(text);
+  if (stream == nullptr) return fx_null(kx_err_system);
+  kx_object* message = fx_tmsg_read(stream.get());
+  if (message != nullptr) kx_errno = kx_err_failed;
+  return message;
+}
+
+// Makes a text message of what the command wrote; of more than a message may
+// hold, one that says so.
+kx_object* MakeText(const std::string& text) {
+  const fx_stream stream = OpenText(text);
+  if (stream == nullptr) return fx_null(kx_err_system);
+  kx_object* message = fx_tmsg_read(stream.get());
+  if (message != nullptr || kx_errno == kx_err_memory ||
+      kx_errno == kx_err_system) {
+    return message;
+  }
+  return Failure("The program wrote more than " +
+                 Shown(cm_limit_id::kMessageLines) + " lines or " +
+                 Shown(cm_limit_id::kMessageBytes) + " bytes of text");
+}
+
 // Makes an object of what the command printed. Files are neither unpacked nor
 // looked for: a path in it is the text that the command printed.
-kx_object* MakeResult(const std::string& output, bool is_object) {
+kx_object* MakeObject(const std::string& output) {
   const fx_stream stream = OpenText(output);
   if (stream == nullptr) return fx_null(kx_err_system);
-  if (!is_object) return fx_tmsg_read(stream.get());
   kx::Object object = fx_read_object(stream.get(), nullptr);
-  return object != nullptr ? fx_give(std::move(object)) : fx_null(kx_err_data);
+  if (object != nullptr) return fx_give(std::move(object));
+  return fx_null(kx_errno == kx_err_memory ? kx_err_memory : kx_err_data);
 }
 
 // The error number when there is nobody to run as: by errno.
@@ -148,46 +134,41 @@ int NobodyError() {
 }
 
 kx_object* MakeErrorText(int fd) {
-  std::string text;
-  lseek(fd, 0, SEEK_SET);
-  while (text.size() <= kFxMaxOutput && ReadSome(fd, &text) == Got::kSome) {
-  }
-  kx_object* message = MakeResult(text, false);
-  kx_errno = kx_err_failed;
+  // No more than the limit: else it would have been ended for that.
+  struct stat st;
+  if (fstat(fd, &st) != 0) return fx_null(kx_err_system);
+  std::string text(static_cast<size_t>(st.st_size), '\0');
+  const ssize_t got = Kut_pread_full(fd, text.data(), text.size(), 0);
+  if (got < 0) return fx_null(kx_err_system);
+  text.resize(static_cast<size_t>(got));
+  kx_object* message = MakeText(text);
+  if (message != nullptr) kx_errno = kx_err_failed;
   return message;
 }
 
-bool Start(const Arguments& arguments, const kut_identity* identity, int out,
-           int err, Child* child) {
+kx_object* Run(const Arguments& arguments, const kut_identity& identity,
+               const kut_identity* run_as, bool is_object) {
+  const UniqueFd errors = OpenErrorFile(run_as);
+  if (!errors.valid()) return fx_null(kx_err_system);
   kut_spawn what;
   what.argv = arguments.argv.data();
-  what.fds[1] = out;
-  what.fds[2] = err;
-  what.identity = identity;
+  what.fds[2] = errors.get();
+  what.identity = run_as;
   what.exec_status = 1;
-  child->pid = fx_spawn_guarded(what);
-  return child->pid > 0;
-}
-
-kx_object* Run(const Arguments& arguments, const kut_identity* identity,
-               bool is_object) {
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) return fx_null(kx_err_system);
-  const UniqueFd reader(ends[0]);
-  UniqueFd writer(ends[1]);
-  const UniqueFd errors = OpenErrorFile();
-  Child child;
-  if (!errors.valid() ||
-      !Start(arguments, identity, writer.get(), errors.get(), &child)) {
+  fx_program program;
+  std::string output;
+  if (!program.Start(what, identity.user, fx_output::kRead,
+                     {errors.get(), ""}) ||
+      !ReadOutput(&program, &output)) {
     return fx_null(kx_err_system);
   }
-  writer.reset();
-  std::string output;
-  const int error = ReadOutput(reader.get(), &child, &output);
-  if (error != kx_err_none) return fx_null(error);
-  child.Wait();
-  if (child.ExitStatus() != 0) return MakeErrorText(errors.get());
-  return MakeResult(output, is_object);
+  const int status = program.Wait();
+  if (!program.why_ended().empty()) {
+    fx_logf("%s: %s", arguments.argv[0], program.why_ended().c_str());
+    return Failure(program.why_ended());
+  }
+  if (status != 0) return MakeErrorText(errors.get());
+  return is_object ? MakeObject(output) : MakeText(output);
 }
 
 }  // namespace
@@ -200,13 +181,13 @@ kx_object* fx_extcmd(const char*, const char* user, kx_object* extcmd) try {
   if (!fx_get_identity(user, false, &identity, &run_as)) {
     return fx_null(NobodyError());
   }
-  const fx_child_guard guard;
-  return Run(arguments, run_as, kx::Bool(extcmd, "retobj") == 1);
+  return Run(arguments, identity, run_as, kx::Bool(extcmd, "retobj") == 1);
 } catch (const std::bad_alloc&) {
   return fx_null(kx_err_memory);
 }
 
-int fx_run_as(const char* user, const char* command) {
+int fx_run_as(const char* user, const char* command, fx_watched_file errors,
+              std::string* why_ended) try {
   kut_identity identity;
   const kut_identity* run_as;
   if (!fx_get_identity(user, true, &identity, &run_as)) {
@@ -215,11 +196,14 @@ int fx_run_as(const char* user, const char* command) {
   kut_spawn what;
   what.command = command;
   what.identity = run_as;
-  const fx_child_guard guard;
-  Child child;
-  child.pid = fx_spawn_guarded(what);
-  if (child.pid < 0) return fx_fail(kx_err_system);
-  child.Wait();
+  fx_program program;
+  if (!program.Start(what, identity.user, fx_output::kDrop, errors)) {
+    return fx_fail(kx_err_system);
+  }
+  const int status = program.Wait();
+  if (why_ended != nullptr) *why_ended = program.why_ended();
   fx_ok();
-  return child.ExitStatus();
+  return status;
+} catch (const std::bad_alloc&) {
+  return fx_fail(kx_err_memory);
 }

@@ -8,6 +8,9 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdio>
+#include <ctime>
+#include <memory>
 
 #include "util/kutio.h"
 
@@ -15,6 +18,53 @@ namespace {
 
 constexpr int kParentEnded = SIGTERM;  // also how the parent ends it itself
 constexpr int kNotStarted = 127;
+// How often, and how far apart, what is left is looked for.
+constexpr int kRounds = 1000;
+constexpr long kPauseNs = 1'000'000;
+
+// Kills every child of the guard. False when there was none to kill.
+bool KillChildren() {
+  char path[64];
+  snprintf(path, sizeof path, "/proc/self/task/%d/children", getpid());
+  const std::unique_ptr<FILE, int (*)(FILE*)> list(fopen(path, "re"), fclose);
+  bool any = false;
+  for (int pid; list != nullptr && fscanf(list.get(), "%d", &pid) == 1;) {
+    any = kill(pid, SIGKILL) == 0 || any;
+  }
+  return any;
+}
+
+// Ends all that the program started, and the guard. The group dies as a whole,
+// before any of it can run on; the children of what is killed after that come
+// to the guard in their turn.
+[[noreturn]] void EndAll(pid_t program, int status) {
+  kill(-program, SIGKILL);
+  for (int round = 0; round < kRounds; ++round) {
+    const timespec pause = {0, kPauseNs};
+    if (round > 0) nanosleep(&pause, nullptr);
+    while (waitpid(-1, nullptr, WNOHANG) > 0) {
+    }
+    if (!KillChildren()) break;
+  }
+  _exit(status);
+}
+
+// Collects those that have ended, but not the program: its number stays its own
+// until its group has been killed. True when it has ended.
+bool HasEnded(pid_t program, int* status) {
+  siginfo_t info;
+  for (;;) {
+    info.si_pid = 0;
+    if (waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+        info.si_pid == 0) {
+      return false;
+    }
+    if (info.si_pid == program) break;
+    waitpid(info.si_pid, nullptr, 0);
+  }
+  *status = info.si_code == CLD_EXITED ? info.si_status : 128 + info.si_status;
+  return true;
+}
 
 // The guard's life. All signals are blocked; it takes the two that it knows.
 [[noreturn]] void Guard(const kut_spawn& what, int report, pid_t parent) {
@@ -22,7 +72,8 @@ constexpr int kNotStarted = 127;
   // Out of the parent's group: who kills that as a whole must not take the
   // guard along before it has done its work.
   setpgid(0, 0);
-  if (prctl(PR_SET_PDEATHSIG, kParentEnded) != 0 || getppid() != parent) {
+  if (prctl(PR_SET_PDEATHSIG, kParentEnded) != 0 || getppid() != parent ||
+      prctl(PR_SET_CHILD_SUBREAPER, 1) != 0) {
     _exit(kNotStarted);
   }
   kut_spawn program = what;
@@ -42,14 +93,9 @@ constexpr int kNotStarted = 127;
   sigaddset(&awaited, kParentEnded);
   for (;;) {
     const int got = sigwaitinfo(&awaited, nullptr);
-    if (got == kParentEnded) {
-      kill(-pid, SIGKILL);
-      _exit(128 + SIGKILL);
-    }
+    if (got == kParentEnded) EndAll(pid, 128 + SIGKILL);
     int status = 0;
-    if (waitpid(pid, &status, WNOHANG) == pid) {
-      _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status));
-    }
+    if (HasEnded(pid, &status)) EndAll(pid, status);
   }
 }
 

@@ -3,10 +3,12 @@
 //
 // - Between this process and the program stands a guard, a fork of this process
 //   that does nothing but wait: for the program's end, which it passes on, or
-//   for its own parent's end, on which it kills the program's whole process
-//   group. SIGKILL at the parent's death alone would reach only the program,
-//   and not the children of a script.
-// - Limits: a program that makes a session of its own escapes.
+//   for its own parent's end. In both cases it kills all that is left of what
+//   the program started: its process group at once, and then what became the
+//   guard's own child when its parent ended, whatever group or session it made
+//   for itself.
+// - Limits: who makes new processes faster than the guard kills them is left
+//   after a second, and so is what the kernel does not let die.
 #ifndef FAXSERVER_FSGUARD_H_
 #define FAXSERVER_FSGUARD_H_
 
@@ -18,8 +20,8 @@
 // it.
 pid_t fx_spawn_guarded(const kut_spawn& what);
 
-// Ends the program, its process group and the guard, which is still to be
-// waited for.
+// Ends the program, what it started and the guard, which is still to be waited
+// for.
 void fx_kill_guarded(pid_t guard);
 
 #endif  // FAXSERVER_FSGUARD_H_

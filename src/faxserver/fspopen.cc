@@ -1,34 +1,52 @@
 #include "faxserver/fspopen.h"
 
-#include <fcntl.h>
-#include <unistd.h>
+#include <sys/wait.h>
 
 #include <cerrno>
+#include <memory>
+#include <new>
+#include <utility>
 
-#include "util/kutio.h"
-#include "util/kutproc.h"
+#include "faxserver/fslog.h"
+#include "faxserver/fsprog.h"
 
 namespace {
 
 // The command that is open.
 struct OpenCommand {
-  FILE* stream;
-  pid_t pid;
-  sigset_t old_mask;
+  std::string line;
+  fx_program program;
+  FILE* stream = nullptr;
 };
 
-constinit OpenCommand g_open = {};
+constinit OpenCommand* g_open = nullptr;
 
-void BlockChildSignal(sigset_t* old) {
-  sigset_t child;
-  sigemptyset(&child);
-  sigaddset(&child, SIGCHLD);
-  sigprocmask(SIG_BLOCK, &child, old);
+ssize_t ReadOutput(void* open, char* buffer, size_t size) try {
+  return static_cast<OpenCommand*>(open)->program.Read(buffer, size);
+} catch (const std::bad_alloc&) {
+  errno = ENOMEM;
+  return -1;
+}
+
+// Starts the command and opens the stream on its output.
+bool Open(OpenCommand* open) {
+  kut_spawn what;
+  what.command = open->line.c_str();
+  if (!open->program.Start(what, nullptr, fx_output::kRead, {})) return false;
+  cookie_io_functions_t functions = {};
+  functions.read = ReadOutput;
+  open->stream = fopencookie(open, "r", functions);
+  return open->stream != nullptr;
 }
 
 }  // namespace
 
-fx_child_guard::fx_child_guard() { BlockChildSignal(&old_); }
+fx_child_guard::fx_child_guard() {
+  sigset_t child;
+  sigemptyset(&child);
+  sigaddset(&child, SIGCHLD);
+  sigprocmask(SIG_BLOCK, &child, &old_);
+}
 
 fx_child_guard::~fx_child_guard() { sigprocmask(SIG_SETMASK, &old_, nullptr); }
 
@@ -46,46 +64,36 @@ std::string fx_shell_word(const char* text) {
   return word + "'";
 }
 
-FILE* fx_popen(const char* command) {
-  if (g_open.stream != nullptr) {
+FILE* fx_popen(const char* command) try {
+  if (g_open != nullptr) {
     errno = EBUSY;
     return nullptr;
   }
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) return nullptr;
-  UniqueFd reader(ends[0]);
-  const UniqueFd writer(ends[1]);
-  FILE* stream = fdopen(reader.get(), "r");
-  if (stream == nullptr) return nullptr;
-  static_cast<void>(reader.release());
-
-  BlockChildSignal(&g_open.old_mask);
-  kut_spawn what;
-  what.command = command;
-  what.fds[1] = writer.get();
-  g_open.pid = Kut_spawn(&what);
-  if (g_open.pid < 0) {
-    const int saved = errno;
-    sigprocmask(SIG_SETMASK, &g_open.old_mask, nullptr);
-    fclose(stream);
-    errno = saved;
-    return nullptr;
-  }
-  return g_open.stream = stream;
+  auto open = std::make_unique<OpenCommand>();
+  open->line = command;
+  if (!Open(open.get())) return nullptr;
+  g_open = open.release();
+  return g_open->stream;
+} catch (const std::bad_alloc&) {
+  errno = ENOMEM;
+  return nullptr;
 }
 
-int fx_pclose(FILE* stream) {
-  if (stream == nullptr || stream != g_open.stream) {
+int fx_pclose(FILE* stream) try {
+  if (stream == nullptr || g_open == nullptr || stream != g_open->stream) {
     errno = EINVAL;
     return -1;
   }
-  // A command that has more to say dies of it, and is not waited for in vain.
+  const std::unique_ptr<OpenCommand> open(std::exchange(g_open, nullptr));
   fclose(stream);
-  g_open.stream = nullptr;
-  int status = 0;
-  const pid_t done = Kut_wait_child(g_open.pid, &status);
-  const int saved = errno;
-  sigprocmask(SIG_SETMASK, &g_open.old_mask, nullptr);
-  errno = saved;
-  return done > 0 ? status : -1;
+  // A command that has more to say dies of it, and is not waited for in vain.
+  const int status = open->program.Wait();
+  const std::string& why = open->program.why_ended();
+  if (why.empty()) return W_EXITCODE(status, 0);
+  fx_logf("%s: %s", open->line.c_str(), why.c_str());
+  errno = ECANCELED;
+  return -1;
+} catch (const std::bad_alloc&) {
+  errno = ENOMEM;
+  return -1;
 }

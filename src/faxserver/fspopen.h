@@ -23,12 +23,15 @@ class fx_child_guard {
 // A text as one word of a shell's command line, whatever it holds.
 std::string fx_shell_word(const char* text);
 
-// Runs a command line, its output readable by the caller, its input and error
-// output /dev/null; it dies with this process. Null with errno. One at a time;
-// SIGCHLD is blocked until fx_pclose.
+// Runs a command line for a client, as the process's own user and within its
+// budget (fsprog.h), its output readable by the caller, its input and error
+// output /dev/null. Null with errno. One at a time; SIGCHLD is blocked until
+// fx_pclose. The stream comes to its end when the command is ended as well.
 FILE* fx_popen(const char* command);
-// Closes the stream and waits for the command. Its status as of waitpid(2), or
-// -1 with errno.
+// Closes the stream and waits for the command. Its status as of waitpid(2),
+// where an end by a signal is an exit with 128 and its number; or -1 with
+// errno: ECANCELED, and a log line, for a command that was ended for its
+// budget.
 int fx_pclose(FILE* stream);
 
 #endif  // FAXSERVER_FSPOPEN_H_

@@ -18,6 +18,13 @@ constexpr int kSetupFailed = 127;
 constexpr int kReportFd = 3;  // in the child, once its descriptors are in place
 constexpr int kFirstFreeFd = kReportFd + 1;
 
+// A soft limit as it was before this process lowered it.
+struct LoweredLimit {
+  bool lowered;
+  rlim_t before;
+};
+constinit LoweredLimit g_limits[RLIM_NLIMITS] = {};
+
 // Blocks every signal for a scope.
 class AllSignalsBlocked {
  public:
@@ -89,24 +96,40 @@ bool DieWithParent(pid_t parent) {
   return false;
 }
 
+bool EnterDirectory(const kut_spawn& what) {
+  if (what.dir == nullptr || chdir(what.dir) == 0) return true;
+  return what.dir_or_root && chdir("/") == 0;
+}
+
+bool RestoreLimits() {
+  for (int i = 0; i < RLIM_NLIMITS; i++) {
+    if (!g_limits[i].lowered) continue;
+    const auto resource = static_cast<__rlimit_resource_t>(i);
+    rlimit limit;
+    if (getrlimit(resource, &limit) != 0) return false;
+    limit.rlim_cur = g_limits[i].before;
+    if (setrlimit(resource, &limit) != 0) return false;
+  }
+  return true;
+}
+
 void Execute(const kut_spawn& what) {
   const char* const shell[] = {"/bin/sh", "-c", what.command, nullptr};
   const char* const* argv = what.argv != nullptr ? what.argv : shell;
-  const char* const* envp = what.envp != nullptr
-                                ? what.envp
-                                : static_cast<const char* const*>(environ);
-  execvpe(argv[0], const_cast<char* const*>(argv),
-          const_cast<char* const*>(envp));
+  // The search goes by the PATH of this process, not by that of its argument.
+  if (what.envp != nullptr) environ = const_cast<char**>(what.envp);
+  execvp(argv[0], const_cast<char* const*>(argv));
 }
 
 [[noreturn]] void RunChild(const kut_spawn& what, int report, pid_t parent) {
   DefaultActions();
+  if (!RestoreLimits()) FailChild(report);
   if (!PlaceDescriptors(what.fds, &report)) FailChild(report);
   if (what.new_session && setsid() < 0) FailChild(report);
   if (what.identity != nullptr && !TakeIdentity(*what.identity)) {
     FailChild(report);
   }
-  if (what.dir != nullptr && chdir(what.dir) != 0) FailChild(report);
+  if (!EnterDirectory(what)) FailChild(report);
   if (what.die_with_parent && !DieWithParent(parent)) FailChild(report);
   sigset_t none;
   sigemptyset(&none);
@@ -154,4 +177,15 @@ pid_t Kut_wait_child(pid_t pid, int* status) {
     done = waitpid(pid, status, 0);
   } while (done < 0 && errno == EINTR);
   return done;
+}
+
+int Kut_lower_limit(int resource, rlim_t limit) {
+  const auto which = static_cast<__rlimit_resource_t>(resource);
+  rlimit present;
+  if (getrlimit(which, &present) != 0) return -1;
+  if (present.rlim_cur <= limit) return 0;
+  LoweredLimit& noted = g_limits[resource];
+  if (!noted.lowered) noted = {true, present.rlim_cur};
+  present.rlim_cur = limit;
+  return setrlimit(which, &present);
 }

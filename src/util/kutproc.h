@@ -3,7 +3,8 @@
 // - What the child does, in this order, all of it before the program starts:
 //    1. every signal has been blocked by the parent before the fork, so that no
 //       handler of the parent runs in the child;
-//    2. default actions for all signals, also those the parent ignores;
+//    2. default actions for all signals, also those the parent ignores, and
+//       the limits that the parent has lowered for itself as they were;
 //    3. standard input, output and error are put in place, every other
 //       descriptor is closed;
 //    4. a session of its own, if asked for;
@@ -20,6 +21,7 @@
 #ifndef UTIL_KUTPROC_H_
 #define UTIL_KUTPROC_H_
 
+#include <sys/resource.h>
 #include <sys/types.h>
 
 // Whom a child runs as. Taking one on needs the privilege to do so; without it
@@ -31,7 +33,8 @@ struct kut_identity {
 };
 
 struct kut_spawn {
-  // The program, looked for along PATH, and its arguments, ending with null.
+  // The program, looked for along the PATH that it gets, and its arguments,
+  // ending with null.
   const char* const* argv = nullptr;
   // Or a command line for /bin/sh, when `argv` is null.
   const char* command = nullptr;
@@ -39,6 +42,7 @@ struct kut_spawn {
   const char* const* envp = nullptr;
   // Directory to run in; null: the caller's.
   const char* dir = nullptr;
+  bool dir_or_root = false;  // "/" where that directory cannot be entered
   // The child's descriptors 0, 1 and 2; -1 stands for /dev/null.
   int fds[3] = {-1, -1, -1};
   // Null: the caller's identity.
@@ -58,5 +62,10 @@ struct kut_spawn {
 // waitpid(2), may be null. `pid`, or -1 with errno (ECHILD: not a child, or
 // somebody else has waited for it).
 pid_t Kut_wait_child(pid_t pid, int* status);
+
+// Lowers a soft limit (RLIMIT_AS, ...) of this process and of those that it
+// forks, but not of programs: these have what was before the first call. A
+// limit that is lower already stays. 0, or -1 with errno.
+int Kut_lower_limit(int resource, rlim_t limit);
 
 #endif  // UTIL_KUTPROC_H_

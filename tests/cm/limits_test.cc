@@ -3,8 +3,18 @@
 #include <string>
 
 #include "cm/cmlimits.h"
+#include "support/temp_dir.h"
 
 namespace {
+
+TEST(Limits, TheManualNamesThemWithTheirDefaults) {
+  const std::string page = ReadFile(KRTCMD_MANUAL);
+  for (int i = 0; cm_show_limit(i) != nullptr; ++i) {
+    std::string shown = cm_show_limit(i);  // "name=value"
+    shown.replace(shown.find('='), 1, "* (");
+    EXPECT_NE(page.find("*" + shown + ")"), page.npos) << shown;
+  }
+}
 
 TEST(Limits, PairsChangeThemAndAWrongOneIsNamed) {
   const long before = cm_limit(cm_limit_id::kFileBytes);

@@ -282,20 +282,48 @@ class Inline : public Served {};
 INSTANTIATE_TEST_SUITE_P(, Inline, ::testing::Values("1"));
 
 TEST_P(Inline, TheCommandInHandIsAnsweredAfterASignal) {
-  root_.PutProgram("Covers/slow.cvr", "echo > " + Path("started") +
-                                          "\nwhile [ ! -e " + Path("go") +
-                                          " ]; do sleep 0.02; done\necho to:R");
+  root_.PutProgram("Covers/slow.cvr",
+                   "echo > " + Path("started") + "\nsleep 1000");
   Start();
   root_.Drop("a", Command("cmd-cvrtags", 1, 1,
                           Argument("obj-resource", "rname=slow\n")));
   ASSERT_TRUE(Eventually([&] { return root_.Has("started"); }));
-  kill(daemon_->pid(), SIGTERM);
-  ASSERT_TRUE(daemon_->AwaitLog("caught"));
-  root_.Put("go", "");
+  EXPECT_EQ(daemon_->Stop(), 0) << "it waited for the program";
   const std::string response = root_.Response(support::ExchangeName(1, 1));
-  EXPECT_NE(response.find("tagname=to\n"), std::string::npos) << response;
-  EXPECT_EQ(daemon_->Stop(0), 0);
+  EXPECT_NE(response.find("errmsg=Invalid coverpage slow\n"), std::string::npos)
+      << response;
+  EXPECT_NE(daemon_->Log().find("-dump: The program was ended: the server is "
+                                "stopping\n"),
+            std::string::npos);
 }
+
+// ---- Limits ----
+
+#ifndef __SANITIZE_ADDRESS__  // which leaves no limit of memory
+TEST_P(Served, AWorkerHasLimitsAndItsProgramsHaveNot) {
+  const bool worker = GetParam() == std::string("0");
+  // How many of the two the program has, and how many its parent, which is a
+  // fork of who carries out the command.
+  root_.PutProgram("limits",
+                   "for pid in $$ $PPID; do awk '/Max address space/ && "
+                   "$4 == 67108864 || /Max file size/ && $4 == 2097152 "
+                   "{n++} END {print n + 0}' /proc/$pid/limits; done");
+  root_.PutProgram("big",
+                   "echo objbeg=obj-list\n"
+                   "yes 'objptr=obj-senv\nobjbeg=obj-senv\nobjend=obj-senv' "
+                   "| head -n 300000\necho objend=obj-list");
+  setenv("KFAXLIMITS", "worker-bytes=64M worker-file-bytes=2M object-bytes=1G",
+         1);
+  Start();
+  unsetenv("KFAXLIMITS");
+  const std::string self = getpwuid(getuid())->pw_name;
+  EXPECT_EQ(Ask("cmd-extcmd", External(Path("limits")), self),
+            kDone + Text({"0", worker ? "2" : "0"}));
+  if (!worker) return;
+  EXPECT_EQ(Ask("cmd-extcmd", External(Path("big"), "retobj=true\n"), self),
+            "result=1\nerrmsg=Extern cms failed: No memory\n");
+}
+#endif
 
 // ---- Identity ----
 

@@ -1,13 +1,17 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
 
 #include <tuple>
 
+#include "cm/cmlimits.h"
 #include "fax_root.h"
 #include "faxserver/fsconfig.h"
 #include "faxserver/fsextcmd.h"
 #include "faxserver/fsmon.h"
 #include "faxserver/fspopen.h"
+#include "support/own_accounts.h"
+#include "util/kutenv.h"
 
 namespace {
 
@@ -206,13 +210,107 @@ TEST(ExternalCommand, ArgumentsAndOutputHaveTheirLimits) {
   for (const char* line : {"", " \t "}) {
     EXPECT_EQ(Failed(Command(line, {})), 19) << line;
   }
-  EXPECT_EQ(Failed(Command("yes", {})), 19) << "endless";
 }
 
-TEST(ExternalCommand, ChildThatStaysBehindHoldsNobody) {
-  const std::string shown = Shell("sleep 600 & echo $!");
-  ASSERT_EQ(shown.substr(0, 2), "0 ");
-  EXPECT_EQ(kill(std::stoi(shown.substr(2)), SIGKILL), 0);
+TEST(ExternalCommand, NothingOfItStaysBehind) {
+  for (const char* start :
+       {"sleep 600 &", "setsid sleep 600 &", "set -m; sleep 600 &",
+        "trap '' HUP; sleep 600 &"}) {
+    const std::string shown = Shell(start + std::string(" echo $!"));
+    ASSERT_EQ(shown.substr(0, 2), "0 ") << start;
+    EXPECT_NE(kill(std::stoi(shown.substr(2)), 0), 0) << start;
+  }
+}
+
+TEST(ExternalCommand, EnvironmentAndDirectoryAreTheUsers) {
+  setenv("SECRET", "secret", 1);
+  const passwd self = *getpwuid(geteuid());
+  const std::string path = getenv("PATH");
+  std::string wanted =
+      std::string("HOME=") + self.pw_dir + ";KFAXDIR=" + Kut_get_kfaxdir() +
+      ";LANG=C.UTF-8;LOGNAME=" + self.pw_name +
+      ";PATH=/usr/krtfax/bin:" + path + ";PWD=" + self.pw_dir +
+      ";SHELL=" + self.pw_shell + ";USER=" + self.pw_name + ";";
+  setenv("LANG", "C.UTF-8", 1);
+  EXPECT_EQ(Shell("env | grep -v ^_= | sort"), "0 " + wanted);
+  FILE* pipe = fx_popen("env | grep -v ^_= | sort | tr '\\n' ';'");
+  ASSERT_NE(pipe, nullptr);
+  char got[4096] = "";
+  got[fread(got, 1, sizeof got - 1, pipe)] = '\0';
+  fx_pclose(pipe);
+  EXPECT_EQ(got, wanted) << "a command line";
+  const FaxRoot root;
+  root.Put("wanted", wanted);
+  EXPECT_EQ(fx_run_as(Me().c_str(),
+                      ("env | grep -v ^_= | sort | tr '\\n' ';' | cmp " +
+                       root / "wanted")
+                          .c_str()),
+            0);
+}
+
+TEST(ExternalCommand, AHomeThatTheUserCannotEnterIsTheRoot) {
+  const TempDir home;
+  chmod(home.path().c_str(), 0700);
+  const OwnAccounts accounts("krthome:x:54321:54321::" + home.path() + ":\n",
+                             "");
+  if (!accounts.made()) GTEST_SKIP() << "needs root and mount(2)";
+  EXPECT_EQ(
+      Lines(Execute(Command("sh -c", {"pwd; echo $HOME $SHELL"}), "krthome")),
+      "/;" + home.path() + " /bin/sh;");
+}
+
+// ---- Budgets ----
+
+TEST(Budget, AProgramThatExceedsItEndsAndSaysWhich) {
+  int stop[2];
+  ASSERT_EQ(pipe2(stop, O_CLOEXEC), 0);
+  const UniqueFd reader(stop[0]), writer(stop[1]);
+  ASSERT_EQ(write(writer.get(), "", 1), 1);
+  const TempDir dir;
+  const std::string errors = dir / "errors";
+  constexpr bool kStop = true;
+  const struct {
+    const char *limits, *script, *why;
+    bool stopped = false;
+  } cases[] = {
+      {"program-seconds=1", "sleep 600", " after 1 seconds"},
+      {"program-seconds=1", "exec >&- 2>&-; sleep 600", " after 1 seconds"},
+      {"program-bytes=64K", "yes", ": more than 64K of output"},
+      {"program-bytes=256", "printf %300s x", ": more than 256 of output"},
+      {"program-error-bytes=64K", "yes >&2", ": more than 64K of error output"},
+      {"program-error-bytes=256", "printf %300s x >&2",
+       ": more than 256 of error output"},
+      {"", "sleep 600", ": the server is stopping", kStop},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.script);
+    const std::string why = std::string("The program was ended") + c.why;
+    ASSERT_EQ(cm_set_limits(c.limits), nullptr);
+    if (c.stopped) fx_stop_programs_at(reader.get());
+    const std::string script =
+        "echo $$ > " + dir / "pid" + "; " + std::string(c.script);
+    EXPECT_EQ(Shell(script), "13 " + why + ";");
+    if (!c.stopped) {  // else it may not even have begun
+      EXPECT_NE(kill(std::stoi(ReadFile(dir / "pid")), 0), 0);
+    }
+    if (why.find(" of output") == why.npos) {
+      std::string told;
+      fx_run_as(Me().c_str(), ("exec 2> " + errors + "; " + script).c_str(),
+                {AT_FDCWD, errors.c_str()}, &told);
+      EXPECT_EQ(told, why);
+    }
+    if (why.find(" error ") == why.npos) {
+      FILE* pipe = fx_popen(script.c_str());
+      ASSERT_NE(pipe, nullptr);
+      while (fgetc(pipe) != EOF) {
+      }
+      EXPECT_EQ(fx_pclose(pipe), -1);
+    }
+    fx_stop_programs_at(-1);
+    cm_set_limits(
+        "program-seconds=300 program-bytes=16M "
+        "program-error-bytes=1M");
+  }
 }
 
 TEST(ExternalCommand, RunsAsTheUserOrNotAtAll) {

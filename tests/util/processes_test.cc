@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -139,6 +140,39 @@ TEST(Spawn, FailuresBeforeTheProgramAreTheCallers) {
   what.argv = none;
   what.exec_status = 1;
   EXPECT_EQ(WEXITSTATUS(RunToEnd(what).status), 1);
+}
+
+TEST(Spawn, TheProgramIsFoundByThePathThatItGets) {
+  const TempDir dir;
+  WriteFile(dir / "only-here", "#!/bin/sh\npwd\n");
+  chmod((dir / "only-here").c_str(), 0700);
+  const std::string path = "PATH=" + dir.path();
+  const char* const argv[] = {"only-here", nullptr};
+  const char* const envp[] = {path.c_str(), nullptr};
+  kut_spawn what;
+  what.argv = argv;
+  what.envp = envp;
+  what.dir = "/nonexistent";
+  what.dir_or_root = true;
+  EXPECT_EQ(RunToEnd(what).output, "/\n");
+}
+
+TEST(Spawn, LimitsOfTheCallerAreNotThePrograms) {
+  const char* const show = "ulimit -f; ulimit -v";
+  const std::string before = RunShell(show).output;
+  const pid_t child = fork();
+  if (child == 0) {
+    const bool lowered = Kut_lower_limit(RLIMIT_FSIZE, 1 << 20) == 0 &&
+                         Kut_lower_limit(RLIMIT_FSIZE, 1 << 19) == 0;
+    rlimit now;
+    getrlimit(RLIMIT_FSIZE, &now);
+    _exit(lowered && now.rlim_cur == 1 << 19 && RunShell(show).output == before
+              ? 0
+              : 1);
+  }
+  int status = -1;
+  Kut_wait_child(child, &status);
+  EXPECT_EQ(status, 0);
 }
 
 TEST(Spawn, IdentityIsTakenWhole) {

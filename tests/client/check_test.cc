@@ -75,7 +75,7 @@ TEST(Check, DirectoriesThatLetStrangersInAreNamed) {
       "krtfax:x:64800:64800::/:/bin/sh\n"
       "mallory:x:64801:64801::/:/bin/sh\n",
       "krtfax:x:64800:\nmallory:x:64801:\n");
-  if (!accounts.made()) GTEST_SKIP() << "no accounts of its own";
+  if (!accounts.made()) GTEST_SKIP() << "needs root and mount(2)";
   const Server server;
   // As it is laid out again, nothing is wrong with it.
   for (const char* dir : {"krtnet", "faxq", "Covers", "temp"}) {

@@ -342,7 +342,7 @@ daemon is a fax user now
 
 // What a user without rights to the spool is told.
 TEST_F(Verbs, PermissionDenied) {
-  if (getuid() != 0) GTEST_SKIP() << "needs another user";
+  if (getuid() != 0) GTEST_SKIP() << "needs root";
   const Exit end = support::RunProgram(
       "/usr/bin/env", {"-i", "setpriv", "--reuid", "65534", "--clear-groups",
                        KRTCTL_PATH, "--root", server_.root().path(), "ping"});

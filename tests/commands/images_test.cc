@@ -140,7 +140,7 @@ TEST_F(Images, UploadsFromElsewhereStayWhereTheyAre) {
 }
 
 TEST_F(Images, ClientsStoreTheirOwnFilesFromAnywhere) {
-  if (getuid() != 0) GTEST_SKIP() << "needs several users; runs as root only";
+  if (getuid() != 0) GTEST_SKIP() << "needs root";
   root_.AddUser("daemon");
   root_.Put("own", "mine");
   ASSERT_EQ(chown((root_ / "own").c_str(), 1, 1), 0);

@@ -103,7 +103,7 @@ class FullDisk : public testing::TestWithParam<Mode> {
  protected:
   void SetUp() override {
     if (!disk_.mounted()) {
-      GTEST_SKIP() << "needs root and a mount namespace of its own";
+      GTEST_SKIP() << "needs root and mount(2)";
     }
     root_.emplace(disk_);
     (*root_)->AddUser(user_);

@@ -316,7 +316,7 @@ TEST(Budget, AProgramThatExceedsItEndsAndSaysWhich) {
 TEST(ExternalCommand, RunsAsTheUserOrNotAtAll) {
   EXPECT_EQ(Failed(Command("id", {}), "no-such-user"), 12);
   EXPECT_EQ(Failed(Command("id", {}), ""), 12);
-  if (geteuid() != 0) GTEST_SKIP() << "only the super-user can be another";
+  if (geteuid() != 0) GTEST_SKIP() << "needs root";
   EXPECT_EQ(Lines(Execute(Command("sh -c", {"id -u; id -g; id -G"}), "daemon")),
             "1;1;1;");
   EXPECT_EQ(fx_run_as("daemon", "test $(id -u) = 1"), 0);

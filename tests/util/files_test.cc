@@ -90,7 +90,7 @@ TEST_F(Files, FailedCopyLeavesNothing) {
 }
 
 TEST_F(Files, OwnerOfALinkIsTheLinks) {
-  if (geteuid() != 0) GTEST_SKIP() << "only root gives files away";
+  if (geteuid() != 0) GTEST_SKIP() << "needs root";
   WriteFile("victim", "");
   fs::create_symlink("victim", "link");
   ASSERT_EQ(Kut_set_file_owner("link", 12345, -1), 0);

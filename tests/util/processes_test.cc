@@ -176,7 +176,7 @@ TEST(Spawn, LimitsOfTheCallerAreNotThePrograms) {
 }
 
 TEST(Spawn, IdentityIsTakenWhole) {
-  if (geteuid() != 0) GTEST_SKIP() << "only root may take an identity";
+  if (geteuid() != 0) GTEST_SKIP() << "needs root";
   const char* const ids =
       "id -u; id -g; id -G; grep -E '^(Uid|CapEff)' /proc/self/status";
   kut_identity who = {12345, 54321, nullptr};

@@ -31,7 +31,7 @@ class Unpacking {
 // Shows a whole response, as the protocol has it.
 void ShowEnvelope(App& app, const std::string& subject, kx_object* answer) {
   if (app.out().human()) {
-    app.out().Raw(TextForm(answer));
+    app.out().Text(answer);
   } else {
     app.out().Result(answer, "");
   }

@@ -80,7 +80,7 @@ void RunUserList(App& app) {
   }
   for (const std::string& name : names) {
     if (!fx_is_valid_user(app.root().c_str(), name.c_str())) continue;
-    app.out().Result(UserObject(name).get(), Printable(name));
+    app.out().Result(UserObject(name).get(), name);
   }
 }
 

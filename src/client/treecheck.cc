@@ -75,11 +75,6 @@ void CheckMissing(Findings* findings, const std::string& path,
   findings->Fail(path + " is missing", "krtctl check --fix");
 }
 
-std::string UserName(uid_t uid) {
-  const char* name = Kut_uid_to_uname(static_cast<int>(uid));
-  return name != nullptr ? name : std::to_string(uid);
-}
-
 // Whether nobody can write there but those who should; else it is told.
 bool CheckWriters(Findings* findings, const std::string& path, Writers writers,
                   const struct stat& st) {

@@ -271,13 +271,12 @@ void CheckSlots(Findings* findings) {
   const Place& place = findings->place();
   int stale = 0;
   for (const std::string& name : Names(place.sessions)) {
-    const int number = SlotOfName(name, '.');
-    if (number < 0 || name.substr(5) != "ctl") continue;
+    if (SlotOfFile(name) < 0) continue;
     if (findings->Repairs()) {
-      RetireSlot(place, number);
+      RetireSlot(place, name);
     } else {
       Slot slot;
-      stale += slot.TryReserve(place, number) ? 1 : 0;
+      stale += slot.TryReserve(place, name) ? 1 : 0;
     }
   }
   if (stale == 0) return findings->Ok("session numbers");

@@ -188,7 +188,7 @@ Status Link::Collect(const std::string& name, const char* unpack_dir,
   size_t which;
   const WaitFor wait{After(timeout_), cancel_fd_, unpack_dir};
   Status s = exchange_.WaitAny({name}, wait, &which, answer);
-  if (s.ok()) RetireSlot(place_, SlotOfName(name, '-'));
+  if (s.ok()) RetireSlots(place_, SlotOfName(name, '-'));
   if (s.code != krt_timed_out) return s;
   if (exchange_.Waiting(name)) s.text = "the daemon has not taken it yet";
   s.text += Ignored();

@@ -80,6 +80,8 @@ void RunCheck(App& app) {
   place.sessions = cm_get_sessions_dir(place.root.c_str());
   Findings findings(app, place);
   CheckTree(&findings);
+  CheckTrust(&findings);
+  CheckProtections(&findings);
   CheckSystemUser(&findings);
   CheckSpace(&findings);
   if (app.Has("offline") || access(place.spool.c_str(), F_OK) != 0) return;

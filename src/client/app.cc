@@ -151,7 +151,7 @@ void App::Fail(int code, const std::string& subject, const std::string& text) {
   } else if (!subject.empty()) {
     head += subject + ": ";
   }
-  std::cerr << head << Printable(text) << "\n";
+  std::cerr << Printable(head + text) << "\n";
 }
 
 void App::Fail(const std::string& subject, const Status& status) {
@@ -161,7 +161,7 @@ void App::Fail(const std::string& subject, const Status& status) {
 void App::Worsen(int code) { worst_ = std::max(worst_, code); }
 
 void App::Verbose(const std::string& text) {
-  if (Has("verbose")) std::cerr << kProgram << ": " << text << "\n";
+  if (Has("verbose")) std::cerr << kProgram << ": " << Printable(text) << "\n";
 }
 
 void App::Note(const std::string& text) {
@@ -259,7 +259,7 @@ kx::Object App::Transact(const std::string& subject, kx::Object cmd,
   const std::string file = link_.place().spool + "/" + name + ".cmd";
   if (s.ok() && dry_run()) {
     Verbose("would send " + file);
-    out_.Raw(TextForm(cmd.get()));
+    out_.Text(cmd.get());
     return nullptr;
   }
   if (s.ok()) s = link_.Send(cmd.get(), name);
@@ -324,7 +324,7 @@ void App::ReportRefusal(const std::string& subject, kx_object* answer) {
 bool App::Confirm(const std::string& question) {
   if (Has("yes")) return true;
   if (isatty(STDIN_FILENO) == 0) return false;
-  std::cerr << question << " [y/N] " << std::flush;
+  std::cerr << Printable(question) << " [y/N] " << std::flush;
   std::string answer;
   if (!std::getline(std::cin, answer)) return false;
   answer = Lower(answer);

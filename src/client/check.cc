@@ -20,14 +20,14 @@ void Findings::Show(const char* state, Paint paint, const std::string& what,
   Output& out = app_.out();
   std::string padded = state;
   padded.resize(4, ' ');
-  std::string line = out.Painted(padded, paint) + "  " + Printable(what);
-  if (!fix.empty()) line += "; fix: " + Printable(fix);
+  std::string line = "  " + what;
+  if (!fix.empty()) line += "; fix: " + fix;
   const bool silent = app_.Has("quiet") && fix.empty();
   std::vector<JsonMember> members = {{"type", JsonString("check")},
                                      {"state", JsonString(state)},
                                      {"what", JsonString(what)}};
   if (!fix.empty()) members.emplace_back("fix", JsonString(fix));
-  out.Result(members, silent ? "" : line);
+  out.Result(members, silent ? "" : line, out.Painted(padded, paint));
 }
 
 void Findings::Ok(const std::string& what) {
@@ -80,6 +80,8 @@ void RunCheck(App& app) {
   place.sessions = cm_get_sessions_dir(place.root.c_str());
   Findings findings(app, place);
   CheckTree(&findings);
+  CheckTrust(&findings);
+  CheckProtections(&findings);
   CheckSystemUser(&findings);
   CheckSpace(&findings);
   if (app.Has("offline") || access(place.spool.c_str(), F_OK) != 0) return;

@@ -35,6 +35,10 @@ class Findings {
 // What the daemon needs to start: its directories, and nobody in them who
 // should not be; the fax system's user and group; room on the disk.
 void CheckTree(Findings* findings);
+// Whose word commands in the spool directory have, by who can write there; and
+// the system's protections against what users can do in such a directory.
+void CheckTrust(Findings* findings);
+void CheckProtections(Findings* findings);
 void CheckSystemUser(Findings* findings);
 void CheckSpace(Findings* findings);
 // Who runs, and listens.

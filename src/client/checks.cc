@@ -12,12 +12,15 @@
 #include "client/check.h"
 #include "client/daemons.h"
 #include "client/format.h"
+#include "cm/cmkrt.h"
 #include "cm/cmpaths.h"
 #include "faxserver/fsdmnlst.h"
 #include "faxserver/fsshm.h"
+#include "faxserver/fsuser.h"
 #include "isam/isam.h"
 #include "kx/object.h"
 #include "util/kutfile.h"
+#include "util/kutident.h"
 #include "util/kutio.h"
 
 namespace client {
@@ -82,11 +85,18 @@ void CheckPing(Findings* findings) {
 // Whether somebody reads a fifo: opening it to write succeeds at once.
 void CheckFifo(Findings* findings, const std::string& path, bool needed,
                const char* reader) {
+  // Looked at before it is opened: opening a device may do something.
   struct stat st;
-  const UniqueFd fd(Kut_open(path.c_str(), O_WRONLY | O_NONBLOCK));
-  const int error = errno;
-  const bool fifo = stat(path.c_str(), &st) == 0 && S_ISFIFO(st.st_mode);
-  if (fd.valid() && fifo) return findings->Ok(path + " has a reader");
+  const UniqueFd found(Kut_open(path.c_str(), O_PATH));
+  int error = errno;
+  const bool fifo =
+      found.valid() && fstat(found.get(), &st) == 0 && S_ISFIFO(st.st_mode);
+  const std::string reopen = "/proc/self/fd/" + std::to_string(found.get());
+  UniqueFd fd;
+  if (found.valid()) error = 0;
+  if (fifo) fd.reset(Kut_open(reopen.c_str(), O_WRONLY | O_NONBLOCK));
+  if (fifo) error = errno;
+  if (fd.valid()) return findings->Ok(path + " has a reader");
   std::string what = path + ": ";
   what += error == ENXIO                                ? "nobody reads it"
           : !fifo && error != ENOENT && error != EACCES ? "is no fifo"
@@ -126,6 +136,16 @@ void CheckClaim(Findings* findings, const std::string& name, long pid) {
   findings->Warn(what, "krtctl check --fix, or remove it");
 }
 
+// Nobody believes an answer that is somebody else's.
+std::string AsOwner(const std::string& path) {
+  struct stat st;
+  if (lstat(path.c_str(), &st) != 0 || st.st_uid == geteuid() ||
+      cm_is_krt_admin(static_cast<int>(st.st_uid))) {
+    return "";
+  }
+  return ", as " + UserName(st.st_uid);
+}
+
 void CheckOld(Findings* findings, const std::string& name,
               const std::string& ext) {
   const std::string path = findings->place().spool + "/" + name;
@@ -133,7 +153,9 @@ void CheckOld(Findings* findings, const std::string& name,
   if (age < kOldAfter) return;
   const std::string base = name.substr(0, name.rfind('.'));
   const std::string what = name + " is " + Span(age) + " old";
-  if (ext == "rsp") return findings->Warn(what, "krtctl collect " + base);
+  if (ext == "rsp") {
+    return findings->Warn(what, "krtctl collect " + base + AsOwner(path));
+  }
   if (ext == "cmd") {
     return findings->Warn(what, "see whether the daemon runs: krtctl ping");
   }
@@ -162,14 +184,14 @@ std::string StoreError(int code) {
 
 // Makes a table's indexes again from its records, if that is wanted. Whether it
 // is in order now; a record that could not be kept is told.
-bool RebuildTable(Findings* findings, const std::string& path,
-                  const std::string& what) {
+bool RebuildTable(Findings* findings, const std::string& file,
+                  const std::string& path, const std::string& what) {
   if (!findings->Repairs("Make the indexes of " + path +
                          " again from its records?")) {
     return false;
   }
   Damage lost;
-  if (isam_rebuild(path.c_str(), NoteLoss, &lost) != 0) return false;
+  if (isam_rebuild(file.c_str(), NoteLoss, &lost) != 0) return false;
   if (lost.first.empty()) {
     findings->Ok(what + ": indexes made again");
   } else {
@@ -180,22 +202,50 @@ bool RebuildTable(Findings* findings, const std::string& path,
   return true;
 }
 
+// A book's folder, where the store finds tables by their names alone while this
+// lives. It may be exchanged at any moment by the user whose it is: so it stays
+// the one that was opened, and is worked in with its owner's rights.
+class BookFolder {
+ public:
+  BookFolder(int fd, const kut_fsid& owner) : identity_(owner) {
+    isam_set_folder(fd);
+  }
+  BookFolder(const BookFolder&) = delete;
+  BookFolder& operator=(const BookFolder&) = delete;
+  ~BookFolder() { isam_set_folder(AT_FDCWD); }
+  // Whether it may be worked in.
+  bool held() const { return identity_.held(); }
+
+ private:
+  const FileIdentity identity_;
+};
+
 // Compares a book's indexes with its records. Whether there is a book.
-bool CheckBook(Findings* findings, const std::string& dir,
+bool CheckBook(Findings* findings, const UniqueFd& fd, const std::string& dir,
                const std::string& whose) {
-  if (access((dir + "/pbper.dat").c_str(), F_OK) != 0) return false;
-  for (const char* table : {"pbper", "pbgrp", "pbmem"}) {
-    const std::string path = dir + "/" + table + ".dat";
-    if (access(path.c_str(), R_OK) != 0) {
-      findings->Warn(path + ": " + std::strerror(errno), "look as root");
+  struct stat st;
+  kut_fsid owner;
+  if (!fd.valid() || fstatat(fd.get(), "pbper.dat", &st, AT_SYMLINK_NOFOLLOW)) {
+    return false;
+  }
+  const bool known = Kut_owner_of(fd.get(), &owner);
+  const BookFolder folder(fd.get(), owner);
+  if (!known || !folder.held()) {
+    findings->Warn(dir + ": " + std::strerror(errno), "try again");
+    return true;
+  }
+  for (const char* table : {"pbper.dat", "pbgrp.dat", "pbmem.dat"}) {
+    const std::string path = dir + "/" + table;
+    Damage damage;
+    const int code = isam_check(table, NoteDamage, &damage);
+    if (code == 0) continue;
+    if (code == kIsamNoPermission) {
+      findings->Warn(path + ": " + std::strerror(EACCES), "look as its owner");
       return true;
     }
-    Damage damage;
-    const int code = isam_check(path.c_str(), NoteDamage, &damage);
-    if (code == 0) continue;
     const std::string what =
         path + ": " + (damage.first.empty() ? StoreError(code) : damage.first);
-    if (RebuildTable(findings, path, what)) continue;
+    if (RebuildTable(findings, table, path, what)) continue;
     findings->Fail(what, "krtctl check --fix, or a backup");
     return true;
   }
@@ -271,13 +321,12 @@ void CheckSlots(Findings* findings) {
   const Place& place = findings->place();
   int stale = 0;
   for (const std::string& name : Names(place.sessions)) {
-    const int number = SlotOfName(name, '.');
-    if (number < 0 || name.substr(5) != "ctl") continue;
+    if (SlotOfFile(name) < 0) continue;
     if (findings->Repairs()) {
-      RetireSlot(place, number);
+      RetireSlot(place, name);
     } else {
       Slot slot;
-      stale += slot.TryReserve(place, number) ? 1 : 0;
+      stale += slot.TryReserve(place, name) ? 1 : 0;
     }
   }
   if (stale == 0) return findings->Ok("session numbers");
@@ -293,11 +342,13 @@ void CheckBooks(Findings* findings) {
                           "try again");
   }
   const char* root = findings->root();
-  CheckBook(findings, root, "phone book of the system");
+  CheckBook(findings, UniqueFd(Kut_open(root, O_PATH | O_DIRECTORY)), root,
+            "phone book of the system");
   int good = 0;
   for (const std::string& user : Names(cm_get_faxq_dir(root))) {
     const std::string dir = cm_get_opts_dir(root, user.c_str());
-    good += CheckBook(findings, dir, "phone book of " + user) ? 1 : 0;
+    const UniqueFd fd = fx_open_user_dir(root, user.c_str(), dir.c_str());
+    good += CheckBook(findings, fd, dir, "phone book of " + user) ? 1 : 0;
   }
   CLISAM();
   if (good == 0) findings->Ok("no phone books of users");

@@ -97,7 +97,7 @@ void RunMonitorShow(App& app) {
                                 : "only the calls of");
   }
   for (kx_object* name : kx::Elements(names)) {
-    out.Line(Printable(kx::TextOrEmpty(name, "rname")));
+    out.Line(kx::TextOrEmpty(name, "rname"));
   }
 }
 

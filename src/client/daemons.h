@@ -5,6 +5,8 @@
 #ifndef CLIENT_DAEMONS_H_
 #define CLIENT_DAEMONS_H_
 
+#include <sys/types.h>
+
 #include <string>
 #include <vector>
 
@@ -27,6 +29,12 @@ enum class DaemonState {
 
 // What the register says of the command daemon. Session daemons do not count.
 DaemonState FindDaemon(const std::string& root);
+// Whether a command daemon that is registered and alive runs as this user. Not
+// so by a register that everybody can write, nor by a process that is younger
+// than the register's last entry: it got a dead daemon's number.
+bool IsDaemonsUser(const std::string& root, uid_t uid);
+// The same for the group that it runs as.
+bool IsDaemonsGroup(const std::string& root, gid_t gid);
 
 }  // namespace client
 

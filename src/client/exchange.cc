@@ -13,8 +13,11 @@
 #include <ctime>
 #include <memory>
 
+#include "client/daemons.h"
+#include "cm/cmkrt.h"
 #include "kx/kxtext.h"
 #include "util/kutdir.h"
+#include "util/kutfile.h"
 
 namespace client {
 namespace {
@@ -109,7 +112,9 @@ Status Exchange::Send(kx_object* cmd, const std::string& name) {
   const std::string base = place_.spool + "/" + name;
   const std::string temporary = base + ".new";
   if (Status s = WriteNew(temporary, text); !s.ok()) return s;
-  if (rename(temporary.c_str(), (base + ".cmd").c_str()) != 0) {
+  // Not over a command that nobody has taken yet.
+  if (Kut_rename_fresh(AT_FDCWD, temporary.c_str(), (base + ".cmd").c_str()) !=
+      0) {
     Status failed = SystemFailure(krt_io, base + ".cmd");
     unlink(temporary.c_str());
     return failed;
@@ -152,6 +157,7 @@ Status Exchange::WaitAny(const std::vector<std::string>& names,
   long long look = kFirstLook;
   for (;;) {
     const bool late = wait.deadline >= 0 && NowMs() >= wait.deadline;
+    ignored_.clear();
     for (size_t i = 0; i < names.size(); ++i) {
       Status s = Take(names[i], wait.unpack_dir, answer);
       if (s.code == krt_timed_out) continue;
@@ -170,15 +176,40 @@ Status Exchange::WaitAny(const std::vector<std::string>& names,
   }
 }
 
+bool Exchange::Believes(uid_t owner) const {
+  if (owner == geteuid() || cm_is_krt_admin(static_cast<int>(owner))) {
+    return true;
+  }
+  struct stat spool;
+  return (stat(place_.spool.c_str(), &spool) == 0 && spool.st_uid == owner) ||
+         IsDaemonsUser(place_.root, owner);
+}
+
+Status Exchange::OpenResponse(const std::string& path, UniqueFd* fd) {
+  const Status none = {krt_timed_out, path + ": no answer yet"};
+  struct stat st;
+  fd->reset(Kut_open_regular(AT_FDCWD, path.c_str(), O_NOFOLLOW, &st));
+  const int error = errno;
+  if (!fd->valid() && (error == ENOENT || lstat(path.c_str(), &st) != 0)) {
+    return none;
+  }
+  // Anybody may have given a file of somebody else's a second name.
+  const bool linked = S_ISREG(st.st_mode) && st.st_nlink != 1;
+  if (linked || !Believes(st.st_uid)) {
+    ignored_ = path + " of " + UserName(st.st_uid) + " is not taken" +
+               (linked ? ": it has other names" : "");
+    return none;
+  }
+  if (fd->valid()) return {};
+  errno = error;
+  return SystemFailure(krt_io, path);
+}
+
 Status Exchange::Take(const std::string& name, const char* unpack_dir,
                       kx::Object* answer) {
   const std::string path = place_.spool + "/" + name + ".rsp";
-  // A link or a fifo of that name is somebody's trap.
-  UniqueFd fd(Kut_open_regular(AT_FDCWD, path.c_str(), O_NOFOLLOW));
-  if (!fd.valid()) {
-    if (errno == ENOENT) return {krt_timed_out, name + ": no answer yet"};
-    return SystemFailure(krt_io, path);
-  }
+  UniqueFd fd;
+  if (Status s = OpenResponse(path, &fd); !s.ok()) return s;
   const std::unique_ptr<FILE, int (*)(FILE*)> file(fdopen(fd.get(), "r"),
                                                    fclose);
   if (file == nullptr) return SystemFailure(krt_system, path);
@@ -223,6 +254,13 @@ Status Exchange::Withdraw(const std::string& name) {
   if (rename((base + ".cmd").c_str(), (base + ".new").c_str()) != 0) {
     if (errno == ENOENT) return {krt_unknown, "the daemon has it"};
     return SystemFailure(krt_unknown, base + ".cmd");
+  }
+  // The daemon may have been faster all the same, and somebody have put a
+  // command of his own in the place of this one.
+  struct stat st;
+  if (lstat((base + ".new").c_str(), &st) == 0 && st.st_uid != geteuid()) {
+    rename((base + ".new").c_str(), (base + ".cmd").c_str());
+    return {krt_unknown, "the daemon has it"};
   }
   unlink((base + ".new").c_str());
   --open_;

@@ -5,6 +5,11 @@
 // - The daemon takes a command by renaming it. Taking it back is a rename too,
 //   so exactly one of the two gets it: a command is either not executed, or its
 //   outcome is the response's to tell.
+// - A response is believed when it is a regular file with one name, and belongs
+//   to this process's user, root, the fax system's user, the owner of the spool
+//   directory (who can take and answer everything there), or the user of a
+//   registered daemon. Anything else in its place was left by a stranger: it
+//   stays where it is, and the answer is waited for.
 // - Notifications only say when to look; a timed look finds everything, also on
 //   a file system that does not notify.
 #ifndef CLIENT_EXCHANGE_H_
@@ -54,14 +59,19 @@ class Exchange {
   Status Withdraw(const std::string& name);
 
   // Takes the response of that name, whoever sent the command, if it is there:
-  // krt_timed_out if not.
+  // krt_timed_out if not, or if what is there is not to be believed.
   Status Take(const std::string& name, const char* unpack_dir,
               kx::Object* answer);
+  // What lay in a response's place at the last look and was not believed, for
+  // people; "" when nothing did.
+  const std::string& ignored() const { return ignored_; }
   // Whether the command lies in the spool untaken, or taken and unread.
   bool Waiting(const std::string& name) const;
   bool Taken(const std::string& name) const;
 
  private:
+  bool Believes(uid_t owner) const;
+  Status OpenResponse(const std::string& path, UniqueFd* fd);
   bool IsOurs(const std::string& name, kx_object* answer) const;
   void Watch();
   bool Sleep(const WaitFor& wait, long long longest);
@@ -70,6 +80,7 @@ class Exchange {
   Slot slot_;
   UniqueFd inotify_;
   int open_ = 0;  // sent, neither answered nor withdrawn
+  std::string ignored_;
 };
 
 // Whether a text is the name of an exchange, "NNNN-RRR".

@@ -1,5 +1,6 @@
 // fax list, get, put, rm, print, route
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "client/actions.h"
@@ -34,15 +35,15 @@ void ForEachFax(App& app, const char* cmdtype, const char* done,
   }
 }
 
-// The file that the answer brought, open: unpacked into `dir`, or else the
-// server's own.
+// The file that the answer brought, unpacked into `dir`, open. A path that it
+// only names is nobody's to open.
 Status OpenFetched(kx_object* answer, const PrivateDir& dir, UniqueFd* fd) {
   const std::string path =
       kx::TextOrEmpty(kx::Child(answer, "objptr"), "pathname");
-  if (path.empty()) return {krt_internal, "the answer names no file"};
-  const bool unpacked = path.starts_with(dir.path() + "/");
-  fd->reset(
-      Kut_open_regular(AT_FDCWD, path.c_str(), unpacked ? O_NOFOLLOW : 0));
+  if (path != dir.path() + "/" + Kut_basename(path.c_str())) {
+    return {krt_internal, "the answer carries no file"};
+  }
+  fd->reset(Kut_open_regular(AT_FDCWD, path.c_str(), O_NOFOLLOW));
   if (!fd->valid()) return SystemFailure(krt_io, path);
   return {};
 }
@@ -88,10 +89,15 @@ void RunFaxList(App& app) { ShowMessageList(app, "lst-faxfiles"); }
 
 void RunFaxGet(App& app) {
   const std::string& name = app.arg(0);
-  const std::string target = app.ValueOr("output", Kut_basename(name.c_str()));
+  const std::string target = app.ValueOr("output", name.c_str());
+  if (!app.Has("output") && !cm_is_plain_name(name.c_str())) {
+    return app.Fail(krt_bad_data, name, "not a plain file name");
+  }
   kx::Object info = FaxInfo(app, name);
   if (info == nullptr) return;
-  if (target != "-" && access(target.c_str(), F_OK) == 0 && !app.dry_run() &&
+  struct stat st;
+  const bool replaces = target != "-" && lstat(target.c_str(), &st) == 0;
+  if (replaces && !app.dry_run() &&
       !app.Confirm(target + " exists; replace it?")) {
     return app.Fail(krt_cannot_create, name,
                     target + " exists; --yes replaces it");
@@ -108,8 +114,11 @@ void RunFaxGet(App& app) {
   UniqueFd fd;
   Status s = OpenFetched(answer.get(), dir, &fd);
   const auto copy = [&](int to) { return CopyAll(fd.get(), to, name); };
-  if (s.ok())
-    s = target == "-" ? copy(STDOUT_FILENO) : ReplaceFile(target, copy);
+  if (s.ok()) {
+    s = target == "-" ? copy(STDOUT_FILENO)
+        : replaces    ? ReplaceFile(target, copy)
+                      : CreateFile(target, copy);
+  }
   if (!s.ok()) return app.Fail(name, s);
   if (target == "-") return;
   kx_object* file = kx::Child(answer.get(), "objptr");

@@ -181,6 +181,16 @@ Status ReplaceFile(const std::string& path,
   return {};
 }
 
+Status CreateFile(const std::string& path,
+                  const std::function<Status(int fd)>& write) {
+  const UniqueFd fd(
+      Kut_open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0666));
+  if (!fd.valid()) return SystemFailure(krt_cannot_create, path);
+  Status s = write(fd.get());
+  if (!s.ok()) unlink(path.c_str());
+  return s;
+}
+
 Status WriteWhole(const std::string& path, const std::string& content) {
   return ReplaceFile(path, [&](int fd) -> Status {
     if (Kut_write_full(fd, content.data(), content.size()) == 0) return {};

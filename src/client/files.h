@@ -45,6 +45,10 @@ Status ReadWhole(const std::string& path, std::string* content);
 // as it is.
 Status ReplaceFile(const std::string& path,
                    const std::function<Status(int fd)>& write);
+// The same for a file that is not there yet: what somebody puts in its place
+// meanwhile is left alone (krt_cannot_create).
+Status CreateFile(const std::string& path,
+                  const std::function<Status(int fd)>& write);
 Status WriteWhole(const std::string& path, const std::string& content);
 
 // Reads one object in text form. Other than the object library, which skips

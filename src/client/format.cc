@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "util/kutstr.h"
+
 namespace client {
 namespace {
 
@@ -170,15 +172,21 @@ std::string Shorten(const std::string& text, size_t width) {
   return width == 0 ? "" : cut + "\u2026";
 }
 
-std::string Printable(std::string text) {
-  for (size_t i = 0; i < text.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(text[i]);
-    if (byte < 0x20 || byte == 0x7F) text[i] = '?';
-    // U+0080 to U+009F, which terminals obey as well.
-    const bool late = byte >= 0x80 && byte < 0xA0;
-    if (late && i > 0 && text[i - 1] == '\xC2') text.replace(--i, 2, "?");
+std::string Printable(const std::string& text, std::string_view keep) {
+  std::string shown;
+  char escaped[kKutEscapeSize];
+  for (size_t at = 0; at < text.size();) {
+    const size_t taken = Kut_escape_char(text.c_str() + at, escaped);
+    if (taken == 0) {
+      shown += "\\x00";
+    } else if (keep.find(text[at]) != keep.npos) {
+      shown += text[at];
+    } else {
+      shown += escaped;
+    }
+    at += taken == 0 ? 1 : taken;
   }
-  return text;
+  return shown;
 }
 
 std::string Lower(std::string text) {

@@ -4,6 +4,7 @@
 
 #include <ctime>
 #include <string>
+#include <string_view>
 
 #include "client/status.h"
 
@@ -33,9 +34,9 @@ bool SplitPair(const std::string& text, std::string* name, std::string* value);
 size_t Width(const std::string& text);
 // The text cut to so many columns, its last an ellipsis.
 std::string Shorten(const std::string& text, size_t width);
-// Control characters, those above ASCII too, as "?": what a server or a file
-// says cannot command the terminal.
-std::string Printable(std::string text);
+// Control characters but those of `keep`, and bytes that are no UTF-8, in
+// hexadecimal: what a server or a file says cannot command the terminal.
+std::string Printable(const std::string& text, std::string_view keep = {});
 std::string Lower(std::string text);
 
 }  // namespace client

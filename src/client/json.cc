@@ -38,15 +38,19 @@ size_t CharacterAt(const std::string& text, size_t at) {
   return 0;
 }
 
+void AppendUnicode(unsigned character, std::string* out) {
+  char text[8];
+  std::snprintf(text, sizeof text, "\\u%04x", character);
+  *out += text;
+}
+
 void AppendEscaped(char c, std::string* out) {
   const auto byte = static_cast<unsigned char>(c);
   if (c == '"' || c == '\\') {
     *out += '\\';
     *out += c;
   } else if (byte < 0x20 || byte == 0x7F) {
-    char text[8];
-    std::snprintf(text, sizeof text, "\\u%04x", byte);
-    *out += text;
+    AppendUnicode(byte, out);
   } else {
     *out += c;
   }
@@ -82,6 +86,10 @@ std::string JsonString(const std::string& text) {
     if (length == 0) {
       out += "\\ufffd";
       ++i;
+    } else if (length == 2 && text[i] == '\xC2' && text[i + 1] < '\xA0') {
+      // C1, which a terminal obeys as well: U+0080 to U+009F.
+      AppendUnicode(static_cast<unsigned char>(text[i + 1]), &out);
+      i += length;
     } else if (length == 1) {
       AppendEscaped(text[i++], &out);
     } else {

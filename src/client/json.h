@@ -4,7 +4,8 @@
 //   protocol's names, in table order. Numbers and booleans are such, times are
 //   RFC 3339 in UTC, enums and texts strings, lists arrays. What is unset is
 //   absent, and so are data fields.
-// - Bytes that are not UTF-8 become U+FFFD.
+// - Control characters are escaped, those above ASCII too; bytes that are not
+//   UTF-8 become U+FFFD.
 #ifndef CLIENT_JSON_H_
 #define CLIENT_JSON_H_
 

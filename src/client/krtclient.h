@@ -12,6 +12,10 @@
  * - A client is a place of its own in the server's spool directory, so that
  *   its answers are nobody else's. A process may have several; one thread at a
  *   time uses the library, as with kx/kfx.h.
+ * - An answer is taken from a file that belongs to the caller's user, root, the
+ *   fax system's user, the owner of the spool directory or the daemon's user.
+ *   Another's file in its place is left alone and not waited for; if the wait
+ *   ends without an answer, krt_error() names it.
  * - Every function that can fail returns a krt_status. The text for it belongs
  *   to the client and lasts until the next call.
  * - After a fork only one of the two processes goes on using a client.
@@ -87,7 +91,8 @@ int krt_send(krt_client *client, kx_object *command, char *name);
  * name. */
 int krt_wait(krt_client *client, const char *name, kx_object **answer);
 
-/* The text for the last failure, "" after success. */
+/* The text for the last failure, "" after success. It may repeat what the
+ * server says, control characters and all. */
 const char *krt_error(krt_client *client);
 /* The "result" of the last answer, 0 before the first. */
 int krt_result(krt_client *client);

@@ -157,6 +157,10 @@ bool Link::NoneWaits(const std::vector<std::string>& names) const {
   });
 }
 
+std::string Link::Ignored() const {
+  return exchange_.ignored().empty() ? "" : "; " + exchange_.ignored();
+}
+
 Status Link::GiveUp(const std::vector<std::string>& names, const Status& why,
                     std::vector<std::string>* left) {
   std::string taken;
@@ -166,16 +170,17 @@ Status Link::GiveUp(const std::vector<std::string>& names, const Status& why,
     taken += (taken.empty() ? "" : ", ") + name;
   }
   if (!taken.empty()) {
-    return {krt_unknown, "outcome unknown, later: krtctl collect " + taken};
+    return {krt_unknown,
+            "outcome unknown, later: krtctl collect " + taken + Ignored()};
   }
   if (why.code == krt_interrupted) {
-    return {krt_interrupted, "interrupted, not executed"};
+    return {krt_interrupted, "interrupted, not executed" + Ignored()};
   }
   if (FindDaemon(place_.root) != DaemonState::kAlive) {
     return {krt_unavailable, kStartDaemon};
   }
-  return {krt_timed_out,
-          "no answer in " + std::to_string(timeout_) + " s, not executed"};
+  return {krt_timed_out, "no answer in " + std::to_string(timeout_) +
+                             " s, not executed" + Ignored()};
 }
 
 Status Link::Collect(const std::string& name, const char* unpack_dir,
@@ -183,9 +188,10 @@ Status Link::Collect(const std::string& name, const char* unpack_dir,
   size_t which;
   const WaitFor wait{After(timeout_), cancel_fd_, unpack_dir};
   Status s = exchange_.WaitAny({name}, wait, &which, answer);
-  if (s.ok()) RetireSlot(place_, SlotOfName(name, '-'));
+  if (s.ok()) RetireSlots(place_, SlotOfName(name, '-'));
   if (s.code != krt_timed_out) return s;
   if (exchange_.Waiting(name)) s.text = "the daemon has not taken it yet";
+  s.text += Ignored();
   return s;
 }
 

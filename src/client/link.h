@@ -55,6 +55,8 @@ class Link {
  private:
   Status EnsureOpen();
   bool NoneWaits(const std::vector<std::string>& names) const;
+  // "; " and what lay in an answer's place without being one, or "".
+  std::string Ignored() const;
   Status GiveUp(const std::vector<std::string>& names, const Status& why,
                 std::vector<std::string>* left);
 

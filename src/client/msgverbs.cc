@@ -16,10 +16,11 @@ kx::Object MessageName(App& app, const std::string& name) {
 void ShowLines(App& app, const std::string& name, kx_object* message) {
   if (!app.out().human()) return app.out().Result(message, "");
   if (app.args() > 1 && !app.Has("quiet")) {
-    app.out().Line(app.out().Painted("== " + name, Paint::kBold));
+    app.out().Line("",
+                   app.out().Painted("== " + Printable(name), Paint::kBold));
   }
   for (kx_object* line : kx::Elements(kx::Child(message, "lines"))) {
-    const std::string text = Printable(kx::TextOrEmpty(line, "text"));
+    const std::string text = kx::TextOrEmpty(line, "text");
     // An empty line travels as a blank.
     app.out().Line(text == " " ? "" : text);
   }

@@ -238,18 +238,18 @@ void Output::Result(kx_object* obj, const std::string& line,
   if (options_.form == Form::kJson) {
     Json(ToJson(obj, more));
   } else if (options_.form == Form::kText) {
-    Raw(TextForm(obj));
+    Text(obj);
   } else if (!line.empty()) {
-    Raw(line + "\n");
+    Raw(Printable(line) + "\n");
   }
 }
 
 void Output::Result(const std::vector<JsonMember>& members,
-                    const std::string& line) {
+                    const std::string& line, const std::string& head) {
   if (options_.form == Form::kJson) {
     Json(JsonObject(members));
   } else if (!line.empty()) {
-    Raw(line + "\n");
+    Raw(head + Printable(line) + "\n");
   }
 }
 
@@ -282,26 +282,30 @@ void Output::Table(kx_object* list) {
   Table(heading, rows);
 }
 
-void Output::Table(const Cells& heading, const std::vector<Cells>& rows) {
+void Output::Table(const Cells& heading, std::vector<Cells> rows) {
   if (!human()) return;
+  for (Cells& row : rows) {
+    for (std::string& cell : row) cell = Printable(cell);
+  }
   if (!options_.terminal) {
     if (!options_.quiet) Raw(TabbedLine(heading) + "\n");
     for (const Cells& row : rows) Raw(TabbedLine(row) + "\n");
     return;
   }
-  std::vector<Cells> all = rows;
-  if (!options_.quiet) all.insert(all.begin(), heading);
-  const std::vector<size_t> widths = Widths(all, options_.width);
-  for (size_t i = 0; i < all.size(); ++i) {
-    const std::string line = AlignedLine(all[i], widths);
+  if (!options_.quiet) rows.insert(rows.begin(), heading);
+  const std::vector<size_t> widths = Widths(rows, options_.width);
+  for (size_t i = 0; i < rows.size(); ++i) {
+    const std::string line = AlignedLine(rows[i], widths);
     const bool head = i == 0 && !options_.quiet;
     Raw(Painted(line, head ? Paint::kBold : Paint::kNone) + "\n");
   }
 }
 
-void Output::Line(const std::string& line) {
-  if (human()) Raw(line + "\n");
+void Output::Line(const std::string& line, const std::string& head) {
+  if (human()) Raw(head + Printable(line, "\t") + "\n");
 }
+
+void Output::Text(kx_object* obj) { Raw(Printable(TextForm(obj), "\n")); }
 
 void Output::Raw(const std::string& text) {
   const bool good =

@@ -5,6 +5,7 @@
 //   tables, or a line a field.
 // - On a terminal, tables are aligned, cut to its width, and times are short
 //   and local. Elsewhere values are whole and separated by tabs.
+// - Control characters are shown in hexadecimal in every form, but in Raw().
 #ifndef CLIENT_OUTPUT_H_
 #define CLIENT_OUTPUT_H_
 
@@ -42,15 +43,16 @@ class Output {
   // beside the object's own.
   void Result(kx_object* obj, const std::string& line,
               const std::vector<JsonMember>& more = {});
-  // A result that is no protocol object.
-  void Result(const std::vector<JsonMember>& members, const std::string& line);
+  // A result that is no protocol object; `head` as for Line.
+  void Result(const std::vector<JsonMember>& members, const std::string& line,
+              const std::string& head = "");
   // The same for what went well and has nothing to show: no line with --quiet.
   void Done(kx_object* obj, const std::string& line,
             const std::vector<JsonMember>& more = {}) {
-    Result(obj, options_.quiet ? "" : Printable(line), more);
+    Result(obj, options_.quiet ? "" : line, more);
   }
   void Done(const std::vector<JsonMember>& members, const std::string& line) {
-    Result(members, options_.quiet ? "" : Printable(line));
+    Result(members, options_.quiet ? "" : line);
   }
   // A result as a line a field.
   void Details(kx_object* obj);
@@ -58,9 +60,12 @@ class Output {
   // usual columns.
   void Table(kx_object* list);
   // A table of any cells, for people only.
-  void Table(const Cells& heading, const std::vector<Cells>& rows);
-  // A line for people; not with JSON and text.
-  void Line(const std::string& line);
+  void Table(const Cells& heading, std::vector<Cells> rows);
+  // A line for people; not with JSON and text. Before it goes `head` as it is,
+  // which may be painted.
+  void Line(const std::string& line, const std::string& head = "");
+  // An object in the protocol's form, whatever was asked for.
+  void Text(kx_object* obj);
   // Bytes as they are, whatever the form.
   void Raw(const std::string& text);
   // Brings out what is buffered. 0, or the error number of the first write that

@@ -265,7 +265,11 @@ void RunPbExport(App& app) {
                           : ExportPersons(app, path, json, &text, &count))) {
     return;
   }
-  if (path == "-") return app.out().Raw(text);
+  if (path == "-") {
+    // Data, unless somebody looks at it.
+    const bool shown = app.out().options().terminal;
+    return app.out().Raw(shown ? Printable(text, "\r\n\t") : text);
+  }
   if (Status s = WriteWhole(path, text); !s.ok()) return app.Fail("", s);
   const std::string what = app.Has("groups") ? " groups" : " persons";
   app.out().Done({{"type", JsonString("export")},

@@ -13,6 +13,7 @@
 
 #include "cm/cmkrt.h"
 #include "cm/cmpaths.h"
+#include "util/kutuser.h"
 
 namespace client {
 namespace {
@@ -119,6 +120,11 @@ Status FindPlace(const char* root, const char* spool, const char* defaults_file,
                              " is missing: krtctl check --fix"};
   }
   return {};
+}
+
+std::string UserName(uid_t uid) {
+  const char* name = Kut_uid_to_uname(static_cast<int>(uid));
+  return name != nullptr ? name : std::to_string(uid);
 }
 
 bool MayActForOthers() {

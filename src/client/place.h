@@ -2,6 +2,8 @@
 #ifndef CLIENT_PLACE_H_
 #define CLIENT_PLACE_H_
 
+#include <sys/types.h>
+
 #include <string>
 
 #include "client/status.h"
@@ -35,6 +37,8 @@ Status FindPlace(const char* root, const char* spool, const char* defaults_file,
 // The login name of the real uid, or `user` where the process may speak for
 // others: as root, as the fax system's user, or in its group.
 Status FindIdentity(const char* user, Identity* identity);
+// A user's login name, or its number where there is none.
+std::string UserName(uid_t uid);
 // Whether the process may speak for others.
 bool MayActForOthers();
 

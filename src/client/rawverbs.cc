@@ -1,20 +1,37 @@
 // run, raw, collect
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "client/actions.h"
 #include "client/app.h"
 #include "client/files.h"
 #include "client/staging.h"
+#include "util/kutident.h"
 
 namespace client {
 namespace {
 
+// Whether somebody else could exchange what this user makes in the current
+// folder. A user's login group is taken for that user.
+bool IsOthersFolder() {
+  struct stat st;
+  if (stat(".", &st) != 0) return true;
+  if (st.st_uid != geteuid() && st.st_uid != 0) return true;
+  const bool group = (st.st_mode & S_IWGRP) != 0 && st.st_gid != 0 &&
+                     static_cast<int>(st.st_gid) != Kut_login_gid(st.st_uid);
+  return (st.st_mode & S_ISVTX) == 0 && (group || (st.st_mode & S_IWOTH) != 0);
+}
+
 // A folder for the files that an answer may carry, which nobody else keeps once
-// it is taken.
+// it is taken. Their names are the server's choice: so it must stay the one
+// that was made.
 class Unpacking {
  public:
-  // Makes it in the current folder or, where that cannot be, with the temporary
-  // files.
+  // Makes it in the current folder or, where that cannot be or is not safe,
+  // with the temporary files.
   Status Make() {
-    return dir_.Make(".").ok() ? Status() : dir_.Make(TemporaryParent());
+    if (!IsOthersFolder() && dir_.Make(".").ok()) return {};
+    return dir_.Make(TemporaryParent());
   }
   const char* path() const { return dir_.path().c_str(); }
   // Keeps the folder when something came.
@@ -31,7 +48,7 @@ class Unpacking {
 // Shows a whole response, as the protocol has it.
 void ShowEnvelope(App& app, const std::string& subject, kx_object* answer) {
   if (app.out().human()) {
-    app.out().Raw(TextForm(answer));
+    app.out().Text(answer);
   } else {
     app.out().Result(answer, "");
   }

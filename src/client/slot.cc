@@ -12,6 +12,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <map>
+#include <vector>
 
 #include "util/kutdir.h"
 
@@ -35,21 +37,72 @@ unsigned Random() {
   return value;
 }
 
-bool ReadUsed(const std::string& spool, UsedSlots* used) {
+// Calls `use` with each entry of a directory that has a slot's number, and that
+// number. False with errno when it cannot be read.
+template <typename Use>
+bool ForEachNumber(const std::string& path, char separator, Use use) {
   DirReader dir;
-  if (dir.Open(spool.c_str()) != 0) return false;
-  used->reset();
+  if (dir.Open(path.c_str()) != 0) return false;
   while (const char* entry = dir.Next()) {
-    const int number = SlotOfName(entry, '-');
-    if (number >= 0) used->set(static_cast<size_t>(number));
+    const int number = SlotOfName(entry, separator);
+    if (number >= 0) use(dir.fd(), entry, static_cast<size_t>(number));
   }
   return true;
 }
 
-std::string ControlFile(const std::string& sessions, int number) {
+// The numbers with files in the spool.
+bool ReadSpool(const Place& place, UsedSlots* used) {
+  used->reset();
+  return ForEachNumber(place.spool, '-', [&](int, const char*, size_t number) {
+    used->set(number);
+  });
+}
+
+std::string FileName(int number) {
   char name[16];
-  std::snprintf(name, sizeof name, "/%04d.ctl", number);
-  return sessions + name;
+  std::snprintf(name, sizeof name, "%04d.ctl", number);
+  return name;
+}
+
+// The numbers that are taken whatever lock NNNN.ctl has.
+bool ReadUsed(const Place& place, UsedSlots* used) {
+  return ReadSpool(place, used) &&
+         ForEachNumber(place.sessions, '.',
+                       [&](int, const std::string& name, size_t number) {
+                         if (name != FileName(static_cast<int>(number)) &&
+                             SlotOfFile(name) >= 0) {
+                           used->set(number);
+                         }
+                       });
+}
+
+// Leaves the lowest numbers, `most` of them.
+void Cut(UsedSlots* numbers, int most) {
+  for (size_t i = 0; i < kSlots; ++i) {
+    if (numbers->test(i) && --most < 0) numbers->reset(i);
+  }
+}
+
+// The numbers with files in either directory, but for `own`, of each other user
+// no more than the share.
+bool ReadShares(const Place& place, const std::string& own, UsedSlots* used) {
+  std::map<uid_t, UsedSlots> owners;
+  const auto note = [&](int dirfd, const char* name, size_t number) {
+    struct stat st;
+    if (name != own && fstatat(dirfd, name, &st, AT_SYMLINK_NOFOLLOW) == 0) {
+      owners[st.st_uid].set(number);
+    }
+  };
+  if (!ForEachNumber(place.spool, '-', note) ||
+      !ForEachNumber(place.sessions, '.', note)) {
+    return false;
+  }
+  used->reset();
+  for (auto& [uid, numbers] : owners) {
+    if (uid != geteuid()) Cut(&numbers, kSlotShare);
+    *used |= numbers;
+  }
+  return true;
 }
 
 }  // namespace
@@ -62,9 +115,13 @@ int SlotOfName(const std::string& name, char separator) {
   return std::atoi(name.c_str());
 }
 
-bool Slot::TryLock(int number, int* error) {
-  const std::string path = ControlFile(sessions_, number);
-  UniqueFd fd(Kut_open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, kMode));
+int SlotOfFile(const std::string& name) {
+  return name.ends_with(".ctl") ? SlotOfName(name, '.') : -1;
+}
+
+bool Slot::TryLock(const std::string& path, int flags, int* error) {
+  UniqueFd fd(
+      Kut_open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | flags, kMode));
   if (!fd.valid()) {
     *error = errno;
     return false;
@@ -72,8 +129,10 @@ bool Slot::TryLock(int number, int* error) {
   struct stat held;
   struct stat named;
   // Whoever gives a number back removes the file under its lock: the lock on a
-  // removed file is worth nothing.
+  // removed file is worth nothing. What has another name may be any file of
+  // this user's, which is not to be written to.
   if (flock(fd.get(), LOCK_EX | LOCK_NB) != 0 || fstat(fd.get(), &held) != 0 ||
+      !S_ISREG(held.st_mode) || held.st_nlink != 1 ||
       stat(path.c_str(), &named) != 0 || held.st_ino != named.st_ino ||
       held.st_dev != named.st_dev) {
     return false;
@@ -83,46 +142,82 @@ bool Slot::TryLock(int number, int* error) {
   last_ = std::atoi(text);
   if (last_ < 0 || last_ > kMaxReference) last_ = 0;
   // Past the umask, so that another user can reuse what a crash leaves.
-  if (held.st_size == 0) fchmod(fd.get(), kMode);
+  if (held.st_size == 0 && held.st_uid == geteuid()) fchmod(fd.get(), kMode);
   lock_ = std::move(fd);
-  number_ = number;
+  file_ = path;
   return true;
 }
 
+void Slot::Hold(int number) {
+  number_ = number;
+  session_ = static_cast<int>(Random() % kNonces) * kSlots + number;
+}
+
 Status Slot::Reserve(const Place& place) {
-  sessions_ = place.sessions;
+  Status s = ReserveUsual(place);
+  if (s.ok() || access(place.sessions.c_str(), W_OK) != 0) return s;
+  return ReserveBeside(place).ok() ? Status() : s;
+}
+
+Status Slot::ReserveUsual(const Place& place) {
+  const std::string& sessions = place.sessions;
   UsedSlots used;
   const unsigned start = Random();
   int error = 0;
   for (unsigned i = 0; i < kSlots; ++i) {
-    const unsigned number = (start + i) % kSlots;
-    if (used.test(number)) continue;
-    if (!TryLock(static_cast<int>(number), &error)) {
-      if (i == 0 && error != 0 && access(sessions_.c_str(), W_OK) != 0) break;
+    const int number = static_cast<int>((start + i) % kSlots);
+    if (used.test(static_cast<size_t>(number))) continue;
+    if (!TryLock(sessions + "/" + FileName(number), O_CREAT, &error)) {
+      if (i == 0 && error != 0 && access(sessions.c_str(), W_OK) != 0) break;
       continue;
     }
     // Only now does nobody add files of this number.
-    if (!ReadUsed(place.spool, &used)) {
+    if (!ReadUsed(place, &used)) {
       Release(true);
       return SystemFailure(krt_system, place.spool);
     }
-    if (!used.test(number)) {
-      session_ = static_cast<int>(Random() % kNonces) * kSlots + number_;
+    if (!used.test(static_cast<size_t>(number))) {
+      Hold(number);
       return {};
     }
     Release(last_ == 0);
   }
   if (error != 0) {
     errno = error;
-    return SystemFailure(krt_cannot_create, sessions_);
+    return SystemFailure(krt_cannot_create, sessions);
   }
-  return {krt_system, sessions_ + ": all session numbers are taken"};
+  return {krt_system, sessions + ": all session numbers are taken"};
 }
 
-bool Slot::TryReserve(const Place& place, int number) {
-  sessions_ = place.sessions;
+Status Slot::ReserveBeside(const Place& place) {
+  UsedSlots used;
   int error = 0;
-  return TryLock(number, &error);
+  const unsigned start = Random();
+  if (!ReadShares(place, "", &used)) {
+    return SystemFailure(krt_system, place.spool);
+  }
+  for (unsigned i = 0; i < kSlots; ++i) {
+    const int number = static_cast<int>((start + i) % kSlots);
+    if (used.test(static_cast<size_t>(number))) continue;
+    char name[32];
+    std::snprintf(name, sizeof name, "%04d.%08x.ctl", number, Random());
+    if (!TryLock(place.sessions + "/" + name, O_CREAT | O_EXCL, &error)) {
+      continue;
+    }
+    // Of two who do this at once, both see the other's file and go on.
+    if (ReadShares(place, name, &used) &&
+        !used.test(static_cast<size_t>(number))) {
+      Hold(number);
+      return {};
+    }
+    Release(true);
+  }
+  return {krt_system, place.sessions + ": all session numbers are taken"};
+}
+
+bool Slot::TryReserve(const Place& place, const std::string& file) {
+  int error = 0;
+  return TryLock(place.sessions + "/" + file, 0, &error);
 }
 
 Status Slot::NextReference(int* reference) {
@@ -130,7 +225,7 @@ Status Slot::NextReference(int* reference) {
   char text[16];
   const int length = std::snprintf(text, sizeof text, "%-3d\n", last_);
   if (Kut_pwrite_full(lock_.get(), text, static_cast<size_t>(length), 0) != 0) {
-    return SystemFailure(krt_io, ControlFile(sessions_, number_));
+    return SystemFailure(krt_io, file_);
   }
   *reference = last_;
   return {};
@@ -138,19 +233,25 @@ Status Slot::NextReference(int* reference) {
 
 void Slot::Release(bool answered) {
   if (!lock_.valid()) return;
-  if (answered) unlink(ControlFile(sessions_, number_).c_str());
+  if (answered) unlink(file_.c_str());
   lock_.reset();
 }
 
-void RetireSlot(const Place& place, int number) {
+void RetireSlot(const Place& place, const std::string& file) {
   Slot slot;
   UsedSlots used;
-  if (access(ControlFile(place.sessions, number).c_str(), F_OK) != 0 ||
-      !slot.TryReserve(place, number)) {
-    return;
-  }
-  slot.Release(ReadUsed(place.spool, &used) &&
+  const int number = SlotOfFile(file);
+  if (number < 0 || !slot.TryReserve(place, file)) return;
+  slot.Release(ReadSpool(place, &used) &&
                !used.test(static_cast<size_t>(number)));
+}
+
+void RetireSlots(const Place& place, int number) {
+  std::vector<std::string> files;
+  ForEachNumber(place.sessions, '.', [&](int, const char* name, size_t found) {
+    if (found == static_cast<size_t>(number)) files.emplace_back(name);
+  });
+  for (const std::string& file : files) RetireSlot(place, file);
 }
 
 }  // namespace client

@@ -11,6 +11,12 @@
 //   number is taken again, but counting goes on where it ended, so that a late
 //   answer to the earlier client has no name in common with a new one.
 // - A number is also left alone while anything named NNNN-* is in the spool.
+// - Where everybody may write, one user could have all numbers in that way. So
+//   when none is free, each other user's files count for no more than a share
+//   of the numbers, and a number beyond is held by a file of a name that nobody
+//   else knows beforehand: <sessions>/NNNN.XXXXXXXX.ctl. Where there is such a
+//   file the number is taken. References that have files in the spool are not
+//   used, whosever these are.
 // - The session number's upper digits are drawn anew each time. The response
 //   repeats the whole number, and shows itself as that of another client.
 #ifndef CLIENT_SLOT_H_
@@ -25,6 +31,8 @@ namespace client {
 
 constexpr int kSlots = 10000;
 constexpr int kMaxReference = 999;
+// How many numbers another user's files may keep from everybody.
+constexpr int kSlotShare = kSlots / 10;
 
 class Slot {
  public:
@@ -34,8 +42,9 @@ class Slot {
   ~Slot() { Release(false); }
 
   Status Reserve(const Place& place);
-  // Takes this number or none; false when somebody else has it.
-  bool TryReserve(const Place& place, int number);
+  // Takes what that file of the sessions directory stands for, or nothing:
+  // false when somebody has it, or there is no such file.
+  bool TryReserve(const Place& place, const std::string& file);
   int number() const { return number_; }
   // The session number that goes into commands, `number()` in its last digits.
   int session() const { return session_; }
@@ -46,22 +55,28 @@ class Slot {
   void Release(bool answered);
 
  private:
-  bool TryLock(int number, int* error);
+  Status ReserveUsual(const Place& place);
+  Status ReserveBeside(const Place& place);
+  bool TryLock(const std::string& path, int flags, int* error);
+  void Hold(int number);
 
-  std::string sessions_;
+  std::string file_;
   UniqueFd lock_;
   int number_ = -1;  // none
   int session_ = 0;
   int last_ = 0;
 };
 
-// Removes the file of a number that nobody holds and that has nothing in the
-// spool.
-void RetireSlot(const Place& place, int number);
+// Removes a file of the sessions directory, or all of a number, if nobody holds
+// it and the number has nothing in the spool.
+void RetireSlot(const Place& place, const std::string& file);
+void RetireSlots(const Place& place, int number);
 
 // The number that a file name of the spool or a slot's file begins with
 // ("NNNN-" or "NNNN."), or -1.
 int SlotOfName(const std::string& name, char separator);
+// The number of a file of the sessions directory, or -1 for any other name.
+int SlotOfFile(const std::string& name);
 
 }  // namespace client
 

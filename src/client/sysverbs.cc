@@ -10,10 +10,11 @@ void ShowState(App& app, kx_object* state) {
   Output& out = app.out();
   if (!out.human()) return out.Result(state, "");
   const bool up = kx::Bool(state, "schedup") == 1;
-  out.Line("scheduler      " + (up ? out.Painted("running", Paint::kGood)
+  out.Line("",
+           "scheduler      " + (up ? out.Painted("running", Paint::kGood)
                                    : out.Painted("not running", Paint::kBad)));
   const char* queue = kx::Text(state, "defq");
-  if (queue != nullptr) out.Line("default queue  " + Printable(queue));
+  if (queue != nullptr) out.Line(std::string("default queue  ") + queue);
   for (const char* field : {"devlist", "queuelist", "freqlist"}) {
     kx_object* list = kx::Child(state, field);
     if (list == nullptr) continue;

@@ -1,8 +1,10 @@
 // The directories below the root: whether they are there, and whether only
 // those can write and enter them who should.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -10,8 +12,7 @@
 #include "client/place.h"
 #include "cm/cmkrt.h"
 #include "cm/cmpaths.h"
-#include "util/kutdir.h"
-#include "util/kutuser.h"
+#include "util/kutfile.h"
 
 namespace client {
 namespace {
@@ -51,33 +52,61 @@ mode_t ModeFor(Writers writers) {
   return writers == Writers::kGroup ? 02770 : 0755;
 }
 
-bool MakeDir(const std::string& path, Writers writers) {
-  if (Kut_make_dir_path(path.c_str()) != 0) return false;
+// Gives a directory that this process has just made its owner and mode.
+bool SettleDir(int fd, Writers writers) {
+  struct stat st;
+  if (fstat(fd, &st) != 0) return false;
+  if (st.st_uid != geteuid()) {
+    errno = EPERM;  // another one by now
+    return false;
+  }
   const bool admin = writers == Writers::kAdmin;
   const int uid = admin ? 0 : cm_get_krt_uid();
   const int gid = admin ? 0 : cm_get_krt_gid();
   // An unprivileged repairer keeps what it makes.
   if (geteuid() == 0 && uid >= 0 && gid >= 0 &&
-      chown(path.c_str(), static_cast<uid_t>(uid), static_cast<gid_t>(gid)) !=
-          0) {
+      fchown(fd, static_cast<uid_t>(uid), static_cast<gid_t>(gid)) != 0) {
     return false;
   }
-  return chmod(path.c_str(), ModeFor(writers)) == 0;
+  return fchmod(fd, ModeFor(writers)) == 0;
+}
+
+// Makes a directory and what is missing above it, from the root on. Most of the
+// tree is the fax system's user's, who must not lead root elsewhere: each step
+// goes by descriptor, and through no link.
+bool MakeDir(const std::string& root, const std::string& path,
+             Writers writers) {
+  const bool below = path.starts_with(root + "/");
+  const std::string start = below ? root : Kut_dirname(path.c_str());
+  std::string rest = below ? path.substr(root.size() + 1)
+                           : std::string(Kut_basename(path.c_str()));
+  UniqueFd dir(Kut_open(start.c_str(), O_PATH | O_DIRECTORY));
+  while (dir.valid() && !rest.empty()) {
+    const size_t slash = std::min(rest.find('/'), rest.size());
+    const std::string name = rest.substr(0, slash);
+    rest.erase(0, slash + 1);
+    const bool made = mkdirat(dir.get(), name.c_str(), 0700) == 0;
+    if (!made && errno != EEXIST) return false;
+    dir.reset(
+        Kut_open_at(dir.get(), name.c_str(),
+                    (made ? O_RDONLY : O_PATH) | O_DIRECTORY | O_NOFOLLOW));
+    if (made && dir.valid() &&
+        !SettleDir(dir.get(), rest.empty() ? writers : Writers::kServer)) {
+      return false;
+    }
+  }
+  return dir.valid();
 }
 
 void CheckMissing(Findings* findings, const std::string& path,
                   Writers writers) {
   if (findings->Repairs()) {
-    if (MakeDir(path, writers)) return findings->Ok(path + ": made");
+    if (MakeDir(findings->root(), path, writers))
+      return findings->Ok(path + ": made");
     return findings->Fail(path + ": " + std::strerror(errno),
                           "make it as root");
   }
   findings->Fail(path + " is missing", "krtctl check --fix");
-}
-
-std::string UserName(uid_t uid) {
-  const char* name = Kut_uid_to_uname(static_cast<int>(uid));
-  return name != nullptr ? name : std::to_string(uid);
 }
 
 // Whether nobody can write there but those who should; else it is told.

@@ -15,32 +15,76 @@
 #include "cm/cmpaths.h"
 #include "faxserver/fsnames.h"
 #include "faxserver/fsuser.h"
+#include "util/kutfile.h"
+#include "util/kutident.h"
 #include "util/kutuser.h"
 
 namespace client {
 namespace {
 
+// Of the queue, which passes its group on, and of what is made in it.
+constexpr mode_t kQueueMode = 02770;
 constexpr mode_t kUserDirMode = 0770;
 
-// Makes a directory of a user's; one that exists stays as it is. The new one is
-// reached through a descriptor: above it the user may have put a link in its
-// place by now.
-Status MakeFor(const std::string& user, const char* path, bool* made) {
-  if (mkdir(path, kUserDirMode) != 0) {
-    if (errno == EEXIST) return {};
+// A file mode creation mask for the object's life: what is made has its mode
+// from the first moment, and is not changed where others could exchange it.
+class NoUmask {
+ public:
+  NoUmask() : before_(umask(0)) {}
+  NoUmask(const NoUmask&) = delete;
+  NoUmask& operator=(const NoUmask&) = delete;
+  ~NoUmask() { umask(before_); }
+
+ private:
+  const mode_t before_;
+};
+
+// Gives a directory that this process has just made to the user and to the fax
+// system's group. Only the super-user can give it away; the fax system's user
+// keeps it.
+bool GiveQueue(int fd, int owner) {
+  struct stat st;
+  if (fstat(fd, &st) != 0) return false;
+  if (st.st_uid != geteuid()) {
+    errno = EPERM;  // another one by now
+    return false;
+  }
+  const int given = geteuid() == 0 ? owner : -1;
+  return fchown(fd, static_cast<uid_t>(given),
+                static_cast<gid_t>(cm_get_krt_gid())) == 0 &&
+         fchmod(fd, kQueueMode) == 0;
+}
+
+// The queue directory; one that exists stays as it is. Invalid with errno on
+// failure.
+UniqueFd MakeQueue(const std::string& root, const char* user, int owner,
+                   bool* made) {
+  const UniqueFd faxq(
+      Kut_open(cm_get_faxq_dir(root.c_str()), O_PATH | O_DIRECTORY));
+  *made = mkdirat(faxq.get(), user, 0700) == 0;
+  if (!*made && errno != EEXIST) return UniqueFd();
+  UniqueFd queue(Kut_open_at(
+      faxq.get(), user,
+      *made ? O_RDONLY | O_DIRECTORY | O_NOFOLLOW : O_PATH | O_DIRECTORY));
+  if (!*made || !queue.valid() || GiveQueue(queue.get(), owner)) return queue;
+  const int saved = errno;
+  unlinkat(faxq.get(), user, AT_REMOVEDIR);
+  errno = saved;
+  return UniqueFd();
+}
+
+// Makes a directory in the queue as the one whose that is: it is the user's
+// from the beginning, and of the queue's group by its set-group-ID bit.
+Status MakeIn(int queue, const kut_fsid& owner, const char* path, bool* made) {
+  const FileIdentity identity(owner);
+  const NoUmask no_umask;
+  if (!identity.held()) return SystemFailure(krt_system, path);
+  if (mkdirat(queue, Kut_basename(path), kUserDirMode) == 0) {
+    *made = true;
+  } else if (errno != EEXIST) {
     return SystemFailure(krt_cannot_create, path);
   }
-  const UniqueFd dir(Kut_open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
-  // Only the super-user can give it away; the fax system's user keeps it.
-  const int owner = getuid() == 0 ? Kut_uname_to_uid(user.c_str()) : -1;
-  const int group = cm_get_krt_gid();
-  *made = dir.valid() && fchmod(dir.get(), kUserDirMode) == 0 &&
-          fchown(dir.get(), static_cast<uid_t>(owner),
-                 static_cast<gid_t>(group)) == 0;
-  if (*made) return {};
-  Status failed = SystemFailure(krt_system, path);
-  rmdir(path);
-  return failed;
+  return {};
 }
 
 // Makes what is missing of a user's directories.
@@ -48,15 +92,19 @@ Status AddUser(const std::string& root, const std::string& user) {
   if (user.size() > 15 || !cm_is_plain_name(user.c_str())) {
     return {krt_bad_data, "not a plain name of at most 15 characters"};
   }
-  if (Kut_uname_to_uid(user.c_str()) < 0) {
-    return {krt_no_user, "no such user on this system"};
-  }
+  const int uid = Kut_uname_to_uid(user.c_str());
+  if (uid < 0) return {krt_no_user, "no such user on this system"};
   bool made = false;
-  for (const char* path : {cm_get_user_dir(root.c_str(), user.c_str()),
-                           cm_get_opts_dir(root.c_str(), user.c_str()),
-                           cm_get_msgs_dir(root.c_str(), user.c_str()),
-                           cm_get_evnt_dir(root.c_str(), user.c_str())}) {
-    if (Status s = MakeFor(user, path, &made); !s.ok()) return s;
+  const std::string path = cm_get_user_dir(root.c_str(), user.c_str());
+  const UniqueFd queue = MakeQueue(root, user.c_str(), uid, &made);
+  kut_fsid owner;
+  if (!queue.valid() || !Kut_owner_of(queue.get(), &owner)) {
+    return SystemFailure(krt_cannot_create, path);
+  }
+  for (const char* dir : {cm_get_opts_dir(root.c_str(), user.c_str()),
+                          cm_get_msgs_dir(root.c_str(), user.c_str()),
+                          cm_get_evnt_dir(root.c_str(), user.c_str())}) {
+    if (Status s = MakeIn(queue.get(), owner, dir, &made); !s.ok()) return s;
   }
   if (!made) return {krt_refused, "is a fax user already"};
   return {};
@@ -80,7 +128,7 @@ void RunUserList(App& app) {
   }
   for (const std::string& name : names) {
     if (!fx_is_valid_user(app.root().c_str(), name.c_str())) continue;
-    app.out().Result(UserObject(name).get(), Printable(name));
+    app.out().Result(UserObject(name).get(), name);
   }
 }
 

@@ -75,7 +75,7 @@ TEST(Slots, NoTwoAreAlikeAndNoneIsLeft) {
       EXPECT_EQ(slots.back()->session() % 10000, slots.back()->number());
     }
     EXPECT_EQ(numbers.size(), 100U);
-    EXPECT_FALSE(Slot().TryReserve(place, *numbers.begin()));
+    EXPECT_FALSE(Slot().TryReserve(place, Sessions(server)[0]));
     for (auto& slot : slots) slot->Release(true);
   }
   EXPECT_EQ(Sessions(server), std::vector<std::string>{});

@@ -58,7 +58,7 @@ TEST(Format, TimesThatPeopleType) {
 
 TEST(Format, TextsCannotCommandTheTerminal) {
   EXPECT_EQ(client::Printable("a\x1B[1m\xC2\x9B\xC2\xA0\xC3\x9F\x7F"),
-            "a?[1m?\xC2\xA0\xC3\x9F?");
+            "a\\x1b[1m\\xc2\\x9b\xC2\xA0\xC3\x9F\\x7f");
 }
 
 TEST(Csv, AwkwardCellsComeBack) {

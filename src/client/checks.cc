@@ -15,8 +15,8 @@
 #include "cm/cmkrt.h"
 #include "cm/cmpaths.h"
 #include "faxserver/fsdmnlst.h"
+#include "faxserver/fsfolder.h"
 #include "faxserver/fsshm.h"
-#include "faxserver/fsuser.h"
 #include "isam/isam.h"
 #include "kx/object.h"
 #include "util/kutfile.h"
@@ -221,16 +221,15 @@ class BookFolder {
 };
 
 // Compares a book's indexes with its records. Whether there is a book.
-bool CheckBook(Findings* findings, const UniqueFd& fd, const std::string& dir,
+bool CheckBook(Findings* findings, const fx_folder& in, const std::string& dir,
                const std::string& whose) {
   struct stat st;
-  kut_fsid owner;
-  if (!fd.valid() || fstatat(fd.get(), "pbper.dat", &st, AT_SYMLINK_NOFOLLOW)) {
+  const BookFolder folder(in.fd(), in.owner());
+  if (!in.valid() ||
+      fstatat(in.fd(), "pbper.dat", &st, AT_SYMLINK_NOFOLLOW) != 0) {
     return false;
   }
-  const bool known = Kut_owner_of(fd.get(), &owner);
-  const BookFolder folder(fd.get(), owner);
-  if (!known || !folder.held()) {
+  if (!folder.held()) {
     findings->Warn(dir + ": " + std::strerror(errno), "try again");
     return true;
   }
@@ -342,13 +341,13 @@ void CheckBooks(Findings* findings) {
                           "try again");
   }
   const char* root = findings->root();
-  CheckBook(findings, UniqueFd(Kut_open(root, O_PATH | O_DIRECTORY)), root,
+  CheckBook(findings, fx_open_system_folder(root), root,
             "phone book of the system");
   int good = 0;
   for (const std::string& user : Names(cm_get_faxq_dir(root))) {
     const std::string dir = cm_get_opts_dir(root, user.c_str());
-    const UniqueFd fd = fx_open_user_dir(root, user.c_str(), dir.c_str());
-    good += CheckBook(findings, fd, dir, "phone book of " + user) ? 1 : 0;
+    const fx_folder options = fx_open_folder(root, user.c_str(), dir.c_str());
+    good += CheckBook(findings, options, dir, "phone book of " + user) ? 1 : 0;
   }
   CLISAM();
   if (good == 0) findings->Ok("no phone books of users");

@@ -26,6 +26,32 @@ int ChangeEach(char* text, Change change) {
   return 0;
 }
 
+// The length of the valid UTF-8 character at `text`, and the character; 0 when
+// there is none. Overlong forms, surrogates and what lies above U+10FFFF are
+// none.
+size_t Utf8Length(const char* text, uint32_t* character) {
+  const auto byte = [text](size_t i) {
+    return static_cast<unsigned char>(text[i]);
+  };
+  const unsigned first = byte(0);
+  *character = first;
+  if (first < 0x80) return 1;
+  if (first < 0xC2 || first > 0xF4) return 0;
+  const size_t length = first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+  *character = first & (0x7FU >> length);
+  for (size_t i = 1; i < length; i++) {
+    if ((byte(i) & 0xC0) != 0x80) return 0;  // the text's end, too
+    *character = *character << 6 | (byte(i) & 0x3F);
+  }
+  const bool surrogate = *character >= 0xD800 && *character <= 0xDFFF;
+  const uint32_t least = length == 2 ? 0x80 : length == 3 ? 0x800 : 0x10000;
+  return surrogate || *character < least || *character > 0x10FFFF ? 0 : length;
+}
+
+bool IsControl(uint32_t character) {
+  return character < 0x20 || (character >= 0x7F && character <= 0x9F);
+}
+
 }  // namespace
 
 int Kut_strccmp(const char* a, const char* b) {
@@ -83,4 +109,26 @@ int Kut_awk(char* text, char** fields, int n) {
     if (*p != '\0') *p++ = '\0';
   }
   return count;
+}
+
+size_t Kut_escape_char(const char* text, char* out) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  *out = '\0';
+  if (*text == '\0') return 0;
+  uint32_t character;
+  const size_t length = Utf8Length(text, &character);
+  if (length > 0 && !IsControl(character)) {
+    memcpy(out, text, length);
+    out[length] = '\0';
+    return length;
+  }
+  const size_t taken = length > 0 ? length : 1;
+  for (size_t i = 0; i < taken; i++) {
+    *out++ = '\\';
+    *out++ = 'x';
+    *out++ = kDigits[Byte(text[i]) >> 4];
+    *out++ = kDigits[Byte(text[i]) & 15];
+  }
+  *out = '\0';
+  return taken;
 }

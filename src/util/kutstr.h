@@ -33,4 +33,14 @@ char* Kut_strip_nl(char* text);
 // `fields` to them; further words are left out. The number of words set.
 int Kut_awk(char* text, char** fields, int n);
 
+// Writes the character that `text` begins with so that a terminal or a log
+// shows it and does not obey it: to `out`, of kKutEscapeSize bytes, with a
+// final zero. Each byte of a control character (C0 with newline and tab, DEL,
+// C1) and each byte that is no valid UTF-8 becomes "\x1b", in hexadecimal;
+// everything else, the backslash too, stays as it is. The number of bytes of
+// `text` that it took; 0, with nothing written but the zero, at the end. Safe
+// in a signal handler.
+constexpr size_t kKutEscapeSize = 16;
+size_t Kut_escape_char(const char* text, char* out);
+
 #endif  // UTIL_KUTSTR_H_

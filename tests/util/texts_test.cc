@@ -75,6 +75,32 @@ TEST(Texts, StripAndSplit) {
   EXPECT_EQ(Kut_awk(blank, fields, 3), 0);
 }
 
+TEST(Texts, WhatATerminalWouldObeyIsEscaped) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"", ""},
+      {"plain \\x1b ~", "plain \\x1b ~"},
+      {"a\tb\r\n\x1b[2J\x7f", "a\\x09b\\x0d\\x0a\\x1b[2J\\x7f"},
+      {"\xc2\x80 \xc2\x9b \xc2\x9f", "\\xc2\\x80 \\xc2\\x9b \\xc2\\x9f"},
+      {"\x9b \xff \xc3", "\\x9b \\xff \\xc3"},
+      {"\xc2\xa0\xc3\xa9\xe2\x82\xac\xf0\x9f\x93\xa0",
+       "\xc2\xa0\xc3\xa9\xe2\x82\xac\xf0\x9f\x93\xa0"},
+      // Overlong, a surrogate, beyond the last character, cut short.
+      {"\xc0\x9b", "\\xc0\\x9b"},
+      {"\xe0\x82\x9b", "\\xe0\\x82\\x9b"},
+      {"\xed\xa0\x80", "\\xed\\xa0\\x80"},
+      {"\xf4\x90\x80\x80", "\\xf4\\x90\\x80\\x80"},
+      {"\xe2\x82", "\\xe2\\x82"},
+  };
+  for (const auto& [text, shown] : cases) {
+    std::string all;
+    char piece[kKutEscapeSize];
+    for (const char* at = text; *at != '\0'; all += piece) {
+      at += Kut_escape_char(at, piece);
+    }
+    EXPECT_EQ(all, shown);
+  }
+}
+
 TEST(Names, BaseDirectoryAndExtension) {
   const struct {
     const char* path;

@@ -12,6 +12,7 @@
 #include "daemon/signals.h"
 #include "daemon/subtask.h"
 #include "daemon/sxfile.h"
+#include "daemon/sxsave.h"
 #include "daemon/sxspool.h"
 #include "kx/object.h"
 #include "util/kuterr.h"
@@ -77,6 +78,7 @@ int monitor_start(const char* dir, int) {
     return -1;
   }
   g_dir = dir;
+  if (save_cmds != 0 || save_rsps != 0) sx_save_check(dir);
   return 0;
 }
 

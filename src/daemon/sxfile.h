@@ -70,12 +70,24 @@ const char* sx_cmdtype(kx_object* cmd);
 
 // Writes a response and renames it to its final name. The files that it names
 // are embedded, but for answers that hand on somebody else's object (the output
-// of a user's program, say), where they stay names. A response to the last
-// sx_cmd's command belongs to that one's owner where the process may give files
-// away. With `save` a copy goes to <dir>/save. 0, or -1: 19 when the response
-// has no exchange name, 3 when it cannot be written. The response stays with
-// the caller.
+// of a user's program, say), where they stay names. It belongs to the receiver
+// from before its first byte on, where the process may give files away. With
+// `save` a copy goes to <dir>/save. The response stays with the caller. 0, or
+// -1: 19 when the response has no exchange name, 3 when it cannot be written or
+// somebody else moved it while it was written.
+//
+// What others than root and the daemon left in the place of the temporary file
+// is removed or, if it is a directory, moved aside; so is what lies in the
+// final place, but for a regular file of anybody else than the receiver, root
+// and the daemon: that is another's answer, or a trap that looks like one.
+// Where the response cannot take its final name the log says so, and it keeps
+// the temporary one: 0 all the same.
 int sx_rsp(const char* dir, kx_object* rsp, int save);
+// The same, for a receiver that was asked for earlier.
+int sx_rsp_to(const char* dir, kx_object* rsp, int save, uid_t receiver);
+// Whose a response is: the owner of the last sx_cmd's command, if it answers
+// that one, else this process's user.
+uid_t sx_receiver(kx_object* rsp);
 
 // The extension of a command's saved copy: "net" for the commands that manage a
 // client's session, else "cmd".

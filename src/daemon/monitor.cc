@@ -56,6 +56,7 @@ void StartWorker(const char* name) {
   }
   if (pid == 0) RunWorker(name, guard.old_mask());
   subtask_add(pid, -1, kRunning);
+  subtask_set_owner(pid, sx_ready_owner());
   subtask_cnt = subtask_cnt + 1;
 }
 

@@ -44,7 +44,16 @@ int sx_protocol();
 // At most 100 names are taken from the directory at a time, and claimed in byte
 // order. An unchanged directory is read twice and then left alone until its
 // time changes.
+//
+// Nobody's files keep out another's. A list that has names of several users has
+// at most ten of each but root and krtfax, and passes over those of a user who
+// has had his share of the workers (subtask_has_share) while it has others'.
+// The rest of a list is looked for again when it is one user's alone and a
+// second old. Names that cannot be claimed stay where they are, take no place
+// that others could have, and are told in the log once.
 int sx_ready(const char* dir, char* name);
+// The owner of the file that sx_ready claimed last.
+uid_t sx_ready_owner();
 
 // Compares two names (pointers to const char *) byte by byte, for sorting.
 int sx_comp_rtn(const void* a, const void* b);

@@ -12,6 +12,7 @@
 
 #include "util/kutfile.h"
 #include "util/kutio.h"
+#include "util/kutstr.h"
 
 namespace {
 
@@ -31,9 +32,13 @@ constinit Log g_log;
 // One line under construction; what does not fit is dropped.
 class Line {
  public:
+  // Much of a message is what clients sent: it must neither end the line nor
+  // command the terminal that shows it.
   void Text(const char* text) {
-    for (; *text != '\0' && size_ < kPrefixMax + kLogMessageMax; ++text) {
-      text_[size_++] = *text == '\n' ? ' ' : *text;
+    char shown[kKutEscapeSize];
+    while (*text != '\0' && size_ < kPrefixMax + kLogMessageMax) {
+      text += Kut_escape_char(text, shown);
+      for (const char* c = shown; *c != '\0'; ++c) text_[size_++] = *c;
     }
   }
   // A decimal number of at least `width` digits.
@@ -53,7 +58,7 @@ class Line {
   }
 
  private:
-  char text_[kPrefixMax + kLogMessageMax + 32];
+  char text_[kPrefixMax + kLogMessageMax + 2 * kKutEscapeSize];
   int size_ = 0;
 };
 

@@ -1,8 +1,9 @@
 // The daemon's log: one time-stamped line a message.
 //
 // - A line is written with one system call, so lines of several processes on
-//   one descriptor do not mix. Newlines inside a message become blanks; a
-//   message longer than kLogMessageMax bytes is cut.
+//   one descriptor do not mix. Control characters inside a message, newlines
+//   too, and bytes that are no UTF-8 are written as "\x0a"; a message longer
+//   than kLogMessageMax bytes is cut.
 // - With no log open, lines are dropped: logging never fails loudly.
 // - Only dmn_log_pieces may be called from a signal handler. It takes local
 //   time from the offset that the last ordinary line saw.

@@ -13,6 +13,7 @@
 #include "daemon/signals.h"
 #include "daemon/subtask.h"
 #include "daemon/sxfile.h"
+#include "daemon/sxsave.h"
 #include "daemon/sxspool.h"
 #include "kx/object.h"
 #include "util/kuterr.h"
@@ -71,6 +72,7 @@ void StartWorker(const char* name) {
   }
   if (pid == 0) RunWorker(name, guard.old_mask());
   subtask_add(pid, -1, kRunning);
+  subtask_set_owner(pid, sx_ready_owner());
   subtask_cnt = subtask_cnt + 1;
 }
 
@@ -93,6 +95,7 @@ int monitor_start(const char* dir, int) {
     return -1;
   }
   g_dir = dir;
+  if (save_cmds != 0 || save_rsps != 0) sx_save_check(dir);
   return 0;
 }
 

@@ -11,7 +11,8 @@ struct Pending {
   const char* dir;  // not owned
   kx_object* rsp;
   int save;
-  int failed;  // tries that failed since it was queued
+  uid_t receiver;  // once the next command is read, nobody else knows
+  int failed;      // tries that failed since it was queued
 };
 
 kx_object* g_queue = nullptr;  // a list of Pending
@@ -30,10 +31,10 @@ struct Label {
 };
 
 // Makes the queue's entry for a response; null without memory.
-kx_object* NewEntry(const char* dir, kx_object* rsp, int save) {
+kx_object* NewEntry(const char* dir, kx_object* rsp, int save, uid_t receiver) {
   auto* pending = static_cast<Pending*>(Kut_malloc(sizeof(Pending)));
   if (pending == nullptr) return nullptr;
-  *pending = {dir, rsp, save, 0};
+  *pending = {dir, rsp, save, receiver, 0};
   kx_object* node = Kfx_Bnew(pending);
   if (node == nullptr) Kut_free(pending);
   return node;
@@ -48,7 +49,10 @@ void Drop(kx_object* node) {
 
 // Tries a queued response once more; whether it was written.
 bool Retry(Pending& pending) {
-  if (sx_rsp(pending.dir, pending.rsp, pending.save) == 0) return true;
+  if (sx_rsp_to(pending.dir, pending.rsp, pending.save, pending.receiver) ==
+      0) {
+    return true;
+  }
   const char* why = Kfx_Errmsg(Kfx_Errno());
   const Label label(pending.rsp);
   // The first write was attempt 1.
@@ -62,13 +66,14 @@ bool Retry(Pending& pending) {
 }  // namespace
 
 int rsp_write(const char* dir, kx_object* rsp, int save) {
-  if (sx_rsp(dir, rsp, save) == 0) {
+  const uid_t receiver = sx_receiver(rsp);
+  if (sx_rsp_to(dir, rsp, save, receiver) == 0) {
     Kfx_Free_Obj(rsp);
     return 0;
   }
   const char* why = Kfx_Errmsg(Kfx_Errno());
   const Label label(rsp);
-  kx_object* node = NewEntry(dir, rsp, save);
+  kx_object* node = NewEntry(dir, rsp, save, receiver);
   if (node == nullptr) {
     dmn_logf("Cannot queue %s response for %s (%ld-%d): %s", label.cmdtype,
              label.clientid, label.session, label.reference,

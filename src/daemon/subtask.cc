@@ -3,10 +3,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
 
+#include "cm/cmkrt.h"
+#include "cm/cmlimits.h"
 #include "daemon/logfile.h"
 #include "daemon/settings.h"
 #include "util/kutmem.h"
@@ -22,6 +25,7 @@ struct Subtask {
   int state;
   int status;
   time_t start;  // of the monotonic clock: setting the time hangs nobody
+  uid_t owner;   // of the command
 };
 
 Subtask* g_tasks = nullptr;
@@ -53,7 +57,7 @@ Subtask* Find(pid_t pid) {
 }
 
 void Release(Subtask& task) {
-  task = {0, kRunning, kStatusUnknown, 0};
+  task = {0, kRunning, kStatusUnknown, 0, 0};
   g_in_use = g_in_use - 1;
 }
 
@@ -142,8 +146,27 @@ int subtask_add(pid_t pid, int status, int state) {
     if (task == nullptr) return -1;
     g_in_use = g_in_use + 1;
   }
-  *task = {pid, state, status, Now()};
+  *task = {pid, state, status, Now(), 0};
   return 0;
+}
+
+void subtask_set_owner(pid_t pid, uid_t owner) {
+  const SubtaskGuard guard;
+  Subtask* task = Find(pid);
+  if (task != nullptr) task->owner = owner;
+}
+
+bool subtask_has_share(uid_t owner) {
+  if (!subtask_possible()) return false;
+  const long workers = g_size - 1;
+  const long share =
+      std::max(workers * cm_limit(cm_limit_id::kUserShare) / 100, 1L);
+  const SubtaskGuard guard;
+  const auto running =
+      std::count_if(g_tasks, g_tasks + g_size, [owner](const Subtask& task) {
+        return task.pid != 0 && task.owner == owner;
+      });
+  return running >= share && !cm_is_krt_admin(static_cast<int>(owner));
 }
 
 int subtask_del(pid_t pid, int) {

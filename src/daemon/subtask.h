@@ -44,6 +44,13 @@ int subtask_init(int size);
 // else the first free one. 0, or -1 when the table is full.
 int subtask_add(pid_t pid, int status, int state);
 
+// Notes for whom the worker `pid` works; an unknown pid is no matter.
+void subtask_set_owner(pid_t pid, uid_t owner);
+// Whether `owner` has all the workers that one user may have while others wait:
+// cm_limit_id::kUserShare percent of those that can run at a time, at least
+// one. Never so for root and krtfax, which act for many, and without a table.
+bool subtask_has_share(uid_t owner);
+
 // Frees the entry of `pid`. 0, or -1 when there is none.
 int subtask_del(pid_t pid, int status);
 

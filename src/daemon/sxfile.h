@@ -43,7 +43,16 @@ int sx_protocol();
 // At most 100 names are taken from the directory at a time, and claimed in byte
 // order. An unchanged directory is read twice and then left alone until its
 // time changes.
+//
+// Nobody's files keep out another's. A list that has names of several users has
+// at most ten of each but root and krtfax, and passes over those of a user who
+// has had his share of the workers (subtask_has_share) while it has others'.
+// The rest of a list is looked for again when it is one user's alone and a
+// second old. Names that cannot be claimed stay where they are, take no place
+// that others could have, and are told in the log once.
 int sx_ready(const char* dir, char* name);
+// The owner of the file that sx_ready claimed last.
+uid_t sx_ready_owner();
 
 // Compares two names (pointers to const char *) byte by byte, for sorting.
 int sx_comp_rtn(const void* a, const void* b);
@@ -75,12 +84,25 @@ const char* sx_cmd_excess(kx_object* cmd);
 
 // Writes a response and renames it to its final name. The files that it names
 // are embedded, but for answers that hand on somebody else's object (the output
-// of a user's program, say), where they stay names. A response to the last
-// sx_cmd's command belongs to that one's owner where the process may give files
-// away. With `save` a copy goes to <dir>/save. 0, or -1: 19 when the response
-// has no exchange name, 3 when it cannot be written (errno EFBIG: its files
-// weigh more than file-bytes). The response stays with the caller.
+// of a user's program, say), where they stay names. It belongs to the receiver
+// from before its first byte on, where the process may give files away. With
+// `save` a copy goes to <dir>/save. The response stays with the caller. 0, or
+// -1: 19 when the response has no exchange name, 3 when it cannot be written
+// (errno EFBIG: its files weigh more than file-bytes) or somebody else moved it
+// while it was written. A file in a user's queue is read as that user.
+//
+// What others than root and the daemon left in the place of the temporary file
+// is removed or, if it is a directory, moved aside; so is what lies in the
+// final place, but for a regular file of anybody else than the receiver, root
+// and the daemon: that is another's answer, or a trap that looks like one.
+// Where the response cannot take its final name the log says so, and it keeps
+// the temporary one: 0 all the same.
 int sx_rsp(const char* dir, kx_object* rsp, int save);
+// The same, for a receiver that was asked for earlier.
+int sx_rsp_to(const char* dir, kx_object* rsp, int save, uid_t receiver);
+// Whose a response is: the owner of the last sx_cmd's command, if it answers
+// that one, else this process's user.
+uid_t sx_receiver(kx_object* rsp);
 
 // The extension of a command's saved copy: "net" for the commands that manage a
 // client's session, else "cmd".

@@ -4,9 +4,13 @@
 #include <limits.h>
 #include <poll.h>
 #include <sys/inotify.h>
+#include <sys/random.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cinttypes>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
 
@@ -80,6 +84,29 @@ void spool_refresh(const struct stat& named) {
   const bool same = fstat(g_fd, &held) == 0 && held.st_nlink != 0 &&
                     held.st_dev == named.st_dev && held.st_ino == named.st_ino;
   if (!same) LetGo();
+}
+
+uid_t spool_self() {
+  static const uid_t uid = geteuid();
+  return uid;
+}
+
+int spool_give(int fd, uid_t owner) {
+  if (owner == spool_self()) return 0;
+  if (fchown(fd, owner, static_cast<gid_t>(-1)) == 0) return 0;
+  return errno == EPERM ? 0 : -1;
+}
+
+int spool_fresh_name(const char* base, int length, const char* ext, char* name,
+                     std::size_t size) {
+  uint64_t number = 0;
+  if (getrandom(&number, sizeof number, 0) != sizeof number) return -1;
+  char end[64];
+  const int taken =
+      std::snprintf(end, sizeof end, "-%016" PRIx64 ".%s", number, ext);
+  const int room = std::min(static_cast<int>(size) - 1, NAME_MAX) - taken;
+  std::snprintf(name, size, "%.*s%s", std::min(length, room), base, end);
+  return 0;
 }
 
 int spool_watch(const char* dir) {

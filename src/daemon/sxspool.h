@@ -7,6 +7,9 @@
 #define DAEMON_SXSPOOL_H_
 
 #include <sys/stat.h>
+#include <sys/types.h>
+
+#include <cstddef>
 
 // The descriptor of `dir`, which this module owns, opened at the first call and
 // when another directory is asked for. -1 with errno.
@@ -14,6 +17,18 @@ int spool_fd(const char* dir);
 // Lets go of the descriptor, and of the watch, unless it is of the very
 // directory whose status is `named`: the one of that name may be a new one.
 void spool_refresh(const struct stat& named);
+
+// Who this process is; asked for once.
+uid_t spool_self();
+// Gives the open file to `owner`, before anything is written to it. 0, also
+// where only the privilege to do so is missing: then it stays this process's;
+// -1 with errno.
+int spool_give(int fd, uid_t owner);
+// Writes <base>-<random number>.<ext> to `name`, of `size` bytes: a name that
+// nobody can have foreseen and taken. `base`, of `length` characters, is cut to
+// what a file name holds. 0, or -1 with errno.
+int spool_fresh_name(const char* base, int length, const char* ext, char* name,
+                     std::size_t size);
 
 // Starts to watch `dir` for files that arrive. 1 when the watch was not on
 // before (files may have come in between: look again before waiting), 0 when it

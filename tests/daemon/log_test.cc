@@ -28,7 +28,7 @@ TEST_F(Log, LinesCarryTimeAndInDebugThePid) {
   dmn_log_writed("only in debug");
   dmn_log_separator();
   ASSERT_GE(dmn_log_open((path() + "2").c_str(), 0, 1), 0);
-  dmn_log_writed("two\nlines");
+  dmn_log_writed("two\nlines \x1b[2J \xc2\x9b \x9b \xc3\xa9");
   dmn_logf("%s %d", "three", 3);
   unsetenv("TZ");
   tzset();
@@ -53,8 +53,10 @@ TEST_F(Log, LinesCarryTimeAndInDebugThePid) {
   std::replace_if(
       second.begin(), second.end(), [](char c) { return isdigit(c); }, '9');
   const std::string pid(std::to_string(getpid()).size(), '9');
-  EXPECT_EQ(second, pid + ":999/99/99 99:99:99: two lines\n" + pid +
-                        ":999/99/99 99:99:99: three 9\n");
+  EXPECT_EQ(second, pid +
+                        ":999/99/99 99:99:99: two\\x9alines \\x9b[9J "
+                        "\\xc9\\x9b \\x9b \xc3\xa9\n" +
+                        pid + ":999/99/99 99:99:99: three 9\n");
 }
 
 TEST_F(Log, LongMessageIsCutAndNothingIsWrittenWithoutALog) {

@@ -1,0 +1,108 @@
+#include "daemon/sxsave.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "cm/cmkrt.h"
+#include "daemon/logfile.h"
+#include "daemon/sxfile.h"
+#include "daemon/sxspool.h"
+#include "kx/kxtext.h"
+#include "util/kuterr.h"
+#include "util/kutfile.h"
+#include "util/kutio.h"
+
+namespace {
+
+constexpr char kFolder[] = "save";
+constexpr std::size_t kNameSize = 64;  // an exchange name and its extension
+
+constinit bool g_told = false;
+
+void Tell(const char* why) {
+  if (!g_told) dmn_logf("No copies are kept in %s: %s", kFolder, why);
+  g_told = true;
+}
+
+bool IsOwn(const struct stat& st) {
+  if (st.st_uid != spool_self() || (st.st_mode & S_IWOTH) != 0) return false;
+  return (st.st_mode & S_IWGRP) == 0 || st.st_gid == 0 ||
+         st.st_gid == getegid() ||
+         static_cast<int>(st.st_gid) == cm_get_krt_gid();
+}
+
+// The folder, if it is there and counts.
+UniqueFd OpenFolder(int dirfd) {
+  UniqueFd fd(Kut_open_at(dirfd, kFolder, O_PATH | O_DIRECTORY | O_NOFOLLOW));
+  struct stat st;
+  if (!fd.valid() || fstat(fd.get(), &st) != 0) {
+    if (errno != ENOENT) Tell(Kut_sys_errstr());
+    return UniqueFd();
+  }
+  if (IsOwn(st)) return fd;
+  Tell("it is another's, or others can write it");
+  return UniqueFd();
+}
+
+UniqueFd MakeFolder(int dirfd) {
+  if (mkdirat(dirfd, kFolder, 0700) != 0 && errno != EEXIST) {
+    Tell(Kut_sys_errstr());
+    return UniqueFd();
+  }
+  return OpenFolder(dirfd);
+}
+
+void Save(int folder, const char* name, kx_object* obj, uid_t owner) {
+  FileReplacer file;
+  if (file.Open(name, 0600, folder) != 0 || spool_give(file.fd(), owner) != 0 ||
+      file.stream() == nullptr ||
+      Kfx_Decomp_Obj(obj, kx_write_pair_fp, file.stream(), 0) != 0 ||
+      file.Commit() != 0) {
+    Tell(Kut_sys_errstr());
+  }
+}
+
+bool IsTaken(int folder, const char* name) {
+  struct stat st;
+  return fstatat(folder, name, &st, AT_SYMLINK_NOFOLLOW) == 0 &&
+         S_ISREG(st.st_mode);
+}
+
+}  // namespace
+
+void sx_save_check(const char* dir) {
+  const int dirfd = spool_fd(dir);
+  if (dirfd >= 0) static_cast<void>(OpenFolder(dirfd));
+}
+
+void sx_save_cmd(int dirfd, kx_object* cmd, uid_t owner) {
+  const char* exchange = kx_tmp_name(cmd);
+  if (exchange == nullptr) return;
+  const UniqueFd folder = MakeFolder(dirfd);
+  if (!folder.valid()) return;
+  char name[kNameSize];
+  std::snprintf(name, sizeof name, "%s.%s", exchange, sx_get_ext(cmd));
+  Save(folder.get(), name, cmd, owner);
+}
+
+void sx_save_rsp(int dirfd, kx_object* rsp, uid_t owner) {
+  const char* exchange = kx_tmp_name(rsp);
+  if (exchange == nullptr) return;
+  const UniqueFd folder = MakeFolder(dirfd);
+  if (!folder.valid()) return;
+  char name[kNameSize];
+  std::snprintf(name, sizeof name, "%s.rsp", exchange);
+  if (kx::Number(rsp, "reference") == 0) {
+    // Reference 0 is shared by answers that nobody asked for: each has a copy
+    // of its own.
+    int n = 1;
+    do {
+      std::snprintf(name, sizeof name, "%s.rsp.%03d", exchange, n++);
+    } while (IsTaken(folder.get(), name));
+  }
+  Save(folder.get(), name, rsp, owner);
+}

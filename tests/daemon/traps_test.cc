@@ -1,0 +1,262 @@
+// What others lay in the daemon's way: in the spool directory, in the place of
+// responses and of copies. All as root, who can be tricked into most.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <functional>
+#include <tuple>
+
+#include "daemon/logfile.h"
+#include "daemon/rsp.h"
+#include "daemon/subtask.h"
+#include "daemon/sxfile.h"
+#include "support/sample_root.h"
+#include "util/kutident.h"
+
+namespace {
+
+using support::Command;
+using support::SampleRoot;
+
+constexpr uid_t kMallory = 61001;
+constexpr uid_t kAlice = 61002;
+
+class Traps : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (geteuid() != 0) GTEST_SKIP() << "needs root";
+    chmod(root_.root(), 0755);
+    dmn_log_open((root_ / "log").c_str(), 0, 0);
+  }
+  ~Traps() override {
+    while (!Claim().empty()) {
+    }
+    dmn_log_close();
+  }
+  const char* dir() const { return dir_.c_str(); }
+  std::string Path(const std::string& name) const { return dir_ + "/" + name; }
+  std::string Log() const { return ReadFile(root_ / "log"); }
+  void Put(const std::string& name, uid_t owner,
+           const std::string& content = "") const {
+    WriteFile(Path(name), content);
+    EXPECT_EQ(chown(Path(name).c_str(), owner, owner), 0) << name;
+  }
+  void PutDir(const std::string& name, uid_t owner) const {
+    std::filesystem::create_directories(Path(name) + "/full");
+    EXPECT_EQ(chown(Path(name).c_str(), owner, owner), 0) << name;
+  }
+  struct stat Look(const std::string& name) const {
+    struct stat st {};
+    lstat(Path(name).c_str(), &st);
+    return st;
+  }
+  // The claimed file's name without the ending, or "" when none is ready.
+  std::string Claim() const {
+    char name[kSxNameSize] = "cmd";
+    if (sx_ready(dir(), name) != 0) return "";
+    const std::string claimed = name;
+    return claimed.substr(0, claimed.rfind('.'));
+  }
+  kx::Object Read(const std::string& content, uid_t owner, int save = 0) const {
+    Put("x.1", owner, content);
+    return kx::Object(sx_cmd(dir(), "x.1", save));
+  }
+  SampleRoot root_;
+  std::string dir_ = root_.spool();
+};
+
+kx::Object Response(int session, int reference) {
+  kx::Object rsp = kx::Build("obj-cmdrsp");
+  kx::SetNumber(rsp.get(), "sessionid", session);
+  kx::SetNumber(rsp.get(), "reference", reference);
+  return rsp;
+}
+
+TEST_F(Traps, NamesThatCannotBeClaimedKeepNobodyOut) {
+  const std::string pid = "." + std::to_string(getpid());
+  const std::string longest(255 - pid.size() - 3, 'x');
+  for (int i = 100; i < 300; ++i) {
+    const std::string number = std::to_string(i);
+    Put("x" + longest + number + ".cmd", kMallory);  // one byte too many
+    if (i >= 250) continue;
+    Put(longest + number + ".cmd", kMallory);  // its only claim is taken
+    Put(longest + number + pid, kMallory);
+  }
+  for (int i = 100; i < 350; ++i) Put("r" + std::to_string(i) + ".cmd", 0);
+  Put("z.cmd", kAlice);
+  // A daemon that is not root may not take others' files there.
+  chmod(dir(), 01777);
+  {
+    const FileIdentity alice({kAlice, kAlice});
+    EXPECT_EQ(Claim(), "z");
+    EXPECT_EQ(Claim(), "");
+  }
+  Put("zz.cmd", kAlice);
+  std::vector<std::string> claimed;
+  for (int i = 0; i < 1000; ++i) claimed.push_back(Claim());
+  EXPECT_EQ(std::ranges::count(claimed, "zz"), 1);
+  EXPECT_EQ(std::ranges::count(claimed, ""), 1000 - 150 - 250 - 1);
+  const auto names = root_.SpoolNames();
+  EXPECT_EQ(std::ranges::count_if(
+                names, [](const auto& name) { return name.ends_with(".cmd"); }),
+            200);
+  // They stand for no work that waits: an old directory is left alone.
+  const timespec old[2] = {{1000, 0}, {1000, 0}};
+  for (int i = 0; i < 3; ++i) {
+    utimensat(AT_FDCWD, dir(), old, 0);
+    EXPECT_EQ(Claim(), "");
+  }
+  Put("late.cmd", kAlice);
+  utimensat(AT_FDCWD, dir(), old, 0);
+  EXPECT_EQ(Claim(), "");
+  utimensat(AT_FDCWD, dir(), nullptr, 0);
+  EXPECT_EQ(Claim(), "late");
+  // Each is told once.
+  const std::string log = Log();
+  const std::string line = "file x" + longest + "150.cmd: File name too long\n";
+  EXPECT_NE(log.find(line), log.npos);
+  EXPECT_EQ(log.find(line), log.rfind(line));
+}
+
+TEST_F(Traps, FloodOfOneKeepsNobodyOut) {
+  for (int i = 100; i < 500; ++i) Put(std::to_string(i) + ".cmd", kMallory);
+  for (const char* name : {"a", "b"}) Put(std::string(name) + ".cmd", kAlice);
+  std::vector<std::string> claimed;
+  for (int i = 0; i < 12; ++i) claimed.push_back(Claim());
+  EXPECT_TRUE(std::ranges::is_sorted(claimed));
+  EXPECT_EQ(claimed[10], "a");
+  EXPECT_EQ(claimed[11], "b");
+  // The rest in lists as long as ever.
+  int count = 12;
+  for (int calls = 0; calls < 1000; ++calls) count += Claim().empty() ? 0 : 1;
+  EXPECT_EQ(count, 402);
+}
+
+TEST_F(Traps, WhoHasHisShareOfTheWorkersIsPassedOver) {
+  const pid_t child = fork();
+  if (child == 0) {
+    subtask_init(5);  // four workers, two for each
+    for (int i = 0; i < 2; ++i) {
+      subtask_add(1000001 + i, -1, kRunning);
+      subtask_set_owner(1000001 + i, kMallory);
+    }
+    for (const char* name : {"a", "b", "d"}) {
+      Put(std::string(name) + ".cmd", kMallory);
+    }
+    Put("c.cmd", 0);  // root has no share to have had
+    Put("e.cmd", kAlice);
+    std::string order;
+    for (int i = 0; i < 5; ++i) {
+      if (i == 3) subtask_del(1000001, 0);
+      order += Claim();
+    }
+    _exit(order == "ceabd" ? 0 : 1);
+  }
+  int status;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(Traps, ResponseTakesItsPlace) {
+  const auto put = [this](const char* name, uid_t owner) {
+    return [=, this] { Put(name, owner, "trap"); };
+  };
+  const auto put_dir = [this](const char* name) {
+    return [=, this] { PutDir(name, kMallory); };
+  };
+  const std::tuple<const char*, std::function<void()>, const char*, long>
+      cases[] = {
+          {"directory at .tmp", put_dir("0007-001.tmp"), "0007-001.rsp", 1},
+          {"directory at .rsp", put_dir("0007-001.rsp"), "0007-001.rsp", 1},
+          {"file at .tmp", put("0007-001.tmp", kMallory), "0007-001.rsp", 0},
+          {"link at .rsp",
+           [this] { symlink("/etc/hosts", Path("0007-001.rsp").c_str()); },
+           "0007-001.rsp", 0},
+          {"fifo at .rsp",
+           [this] { mkfifo(Path("0007-001.rsp").c_str(), 0666); },
+           "0007-001.rsp", 0},
+          {"answer of before", put("0007-001.rsp", kAlice), "0007-001.rsp", 0},
+          {"another's answer", put("0007-001.rsp", kMallory), "0007-001.tmp",
+           1},
+      };
+  for (const auto& [what, lay, name, others] : cases) {
+    SCOPED_TRACE(what);
+    lay();
+    const kx::Object cmd = Read(Command("cmd-noop", 7, 1), kAlice);
+    EXPECT_EQ(sx_rsp(dir(), Response(7, 1).get(), 0), 0);
+    EXPECT_EQ(Look(name).st_uid, kAlice);
+    EXPECT_TRUE(S_ISREG(Look(name).st_mode));
+    EXPECT_NE(ReadFile(Path(name)).find("reference=1\n"), std::string::npos);
+    EXPECT_EQ(root_.SpoolNames().size(), 1U + others);
+    for (const auto& left : root_.SpoolNames()) {
+      std::filesystem::remove_all(Path(left));
+    }
+  }
+  EXPECT_NE(Log().find("that belongs to uid 61001\n"), std::string::npos);
+  // Only root can move what is another's there: it is gone around.
+  PutDir("0007-001.tmp", kMallory);
+  chmod(dir(), 01777);
+  const FileIdentity alice({kAlice, kAlice});
+  EXPECT_EQ(sx_rsp_to(dir(), Response(7, 1).get(), 0, 0), 0);
+  EXPECT_EQ(root_.SpoolNames(),
+            (std::vector<std::string>{"0007-001.rsp", "0007-001.tmp"}));
+}
+
+TEST_F(Traps, LateResponseIsItsReceivers) {
+  const kx::Object first = Read(Command("cmd-noop", 7, 1), kAlice);
+  const std::string late = root_ / "late";
+  EXPECT_EQ(rsp_write(late.c_str(), Response(7, 1).release(), 0), 1);
+  const kx::Object second = Read(Command("cmd-noop", 8, 1), kMallory);
+  std::filesystem::create_directory(late);
+  EXPECT_EQ(rsp_check(3), -1);
+  EXPECT_EQ(Look("../../late/0007-001.rsp").st_uid, kAlice);
+}
+
+TEST_F(Traps, CopiesAreKeptInAFolderOfTheDaemonsOwn) {
+  const auto make = [this](uid_t owner, gid_t group, mode_t mode) {
+    return [=, this] {
+      mkdir(Path("save").c_str(), 0700);
+      EXPECT_EQ(chown(Path("save").c_str(), owner, group), 0);
+      chmod(Path("save").c_str(), mode);
+    };
+  };
+  const std::string victim = root_ / "victim";
+  WriteFile(victim, "untouched");
+  std::filesystem::create_directory(root_ / "elsewhere");
+  const std::tuple<const char*, std::function<void()>, bool> cases[] = {
+      {"none", [] {}, true},
+      {"own", make(0, 0, 02770), true},
+      {"a client's", make(kMallory, 0, 0700), false},
+      {"open to all", make(0, 0, 01777), false},
+      {"open to a foreign group", make(0, kMallory, 0770), false},
+      {"link",
+       [this] { symlink((root_ / "elsewhere").c_str(), Path("save").c_str()); },
+       false},
+      {"links in it",
+       [&, this] {
+         make(0, 0, 0700)();
+         link(victim.c_str(), Path("save/0005-012.cmd").c_str());
+         symlink(victim.c_str(), Path("save/0005-012.rsp").c_str());
+       },
+       true},
+  };
+  for (const auto& [what, lay, kept] : cases) {
+    SCOPED_TRACE(what);
+    lay();
+    EXPECT_NE(Read(Command("cmd-state", 5, 12), kAlice, 1), nullptr);
+    EXPECT_EQ(sx_rsp(dir(), Response(5, 12).get(), 1), 0);
+    for (const char* name : {"save/0005-012.cmd", "save/0005-012.rsp"}) {
+      EXPECT_EQ(Look(name).st_uid, kept ? kAlice : 0U);
+      EXPECT_EQ(Look(name).st_mode, kept ? S_IFREG | 0600U : 0U);
+    }
+    std::filesystem::remove_all(Path("save"));
+  }
+  EXPECT_EQ(ReadFile(victim), "untouched");
+  EXPECT_TRUE(std::filesystem::is_empty(root_ / "elsewhere"));
+}
+
+}  // namespace

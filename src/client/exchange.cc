@@ -186,7 +186,7 @@ bool Exchange::Believes(uid_t owner) const {
 }
 
 Status Exchange::OpenResponse(const std::string& path, UniqueFd* fd) {
-  const Status none = {krt_timed_out, path + ": no answer yet"};
+  Status none = {krt_timed_out, path + ": no answer yet"};
   struct stat st;
   fd->reset(Kut_open_regular(AT_FDCWD, path.c_str(), O_NOFOLLOW, &st));
   const int error = errno;

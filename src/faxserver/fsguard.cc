@@ -101,11 +101,11 @@ bool HasEnded(pid_t program, int* status) {
 
 }  // namespace
 
-pid_t fx_spawn_guarded(const kut_spawn& what) {
+pid_t fx_spawn_guarded(const kut_spawn& what, UniqueFd* report) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) return -1;
-  const UniqueFd reader(ends[0]);
-  UniqueFd writer(ends[1]);
+  report->reset(ends[0]);
+  const UniqueFd writer(ends[1]);
 
   const pid_t parent = getpid();
   sigset_t all, old;
@@ -116,17 +116,14 @@ pid_t fx_spawn_guarded(const kut_spawn& what) {
   const int saved = errno;
   sigprocmask(SIG_SETMASK, &old, nullptr);
   errno = saved;
-  if (guard < 0) return -1;
+  return guard;
+}
 
-  // The guard closes the pipe once the program runs; a number in it is errno.
-  writer.reset();
+int fx_guard_report(int report) {
+  // The guard closes the pipe once the program runs.
   int error = 0;
-  if (Kut_read_full(reader.get(), &error, sizeof error) != sizeof error) {
-    return guard;
-  }
-  Kut_wait_child(guard, nullptr);
-  errno = error;
-  return -1;
+  return Kut_read_full(report, &error, sizeof error) == sizeof error ? error
+                                                                     : 0;
 }
 
 void fx_kill_guarded(pid_t guard) { kill(guard, kParentEnded); }

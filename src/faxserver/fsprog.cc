@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
+#include <utility>
 #include <vector>
 
 #include "cm/cmlimits.h"
@@ -100,9 +101,7 @@ std::string TooMuch(const char* what, long limit) {
 void fx_stop_programs_at(int fd) { g_stop_fd = fd; }
 
 fx_program::~fx_program() {
-  if (pid_ <= 0 || ended_) return;
-  fx_kill_guarded(pid_);
-  Kut_wait_child(pid_, nullptr);
+  if (pid_ > 0 && !ended_) Kill();
 }
 
 bool fx_program::Start(kut_spawn what, const char* user, fx_output output,
@@ -123,11 +122,26 @@ bool fx_program::Start(kut_spawn what, const char* user, fx_output output,
   what.dir_or_root = true;
   errors_ = errors;
   deadline_ = NowMs() + cm_limit(cm_limit_id::kProgramSeconds) * 1000;
-  pid_ = fx_spawn_guarded(what);
-  if (pid_ > 0) {
-    exit_.reset(static_cast<int>(syscall(SYS_pidfd_open, pid_, 0)));
+  UniqueFd report;
+  pid_ = fx_spawn_guarded(what, &report);
+  if (pid_ < 0) return false;
+  exit_.reset(static_cast<int>(syscall(SYS_pidfd_open, pid_, 0)));
+  return AwaitBegin(report.get());
+}
+
+// Waits until the program runs, or has been ended since it could not begin in
+// time. False with errno when it cannot be run.
+bool fx_program::AwaitBegin(int report) {
+  pollfd told = {report, POLLIN, 0};
+  while (poll(&told, 1, 0) <= 0) {
+    if (!Pause(report, kPauseMs)) return true;
   }
-  return pid_ > 0;
+  const int error = fx_guard_report(report);
+  begun_ = error == 0;
+  if (begun_) return true;
+  Kut_wait_child(std::exchange(pid_, -1), nullptr);
+  errno = error;
+  return false;
 }
 
 ssize_t fx_program::Read(char* buffer, size_t size) {
@@ -138,19 +152,19 @@ ssize_t fx_program::Read(char* buffer, size_t size) {
     const ssize_t got = read(output_.get(), buffer, size);
     if (got > 0) {
       printed_ += got;
-      const bool good = ended ? !EndIfTooMuch() : Pause(0);
+      const bool good = ended ? !EndIfTooMuch() : Pause(output_.get(), 0);
       return good ? got : 0;
     }
     if (got == 0) return 0;
     if (errno == EINTR) continue;
     if (errno != EAGAIN) return -1;
-    if (ended || !Pause(kPauseMs)) return 0;
+    if (ended || !Pause(output_.get(), kPauseMs)) return 0;
   }
 }
 
 int fx_program::Wait() {
   output_.reset();
-  while (!HasEnded() && Pause(kPauseMs)) {
+  while (!HasEnded() && Pause(-1, kPauseMs)) {
   }
   // What it wrote last counts as well.
   if (why_.empty()) EndIfTooMuch();
@@ -165,12 +179,11 @@ bool fx_program::HasEnded() {
   return ended_;
 }
 
-// Waits for output, for the end or for a moment. Whether the program may go on;
-// if not, it has been ended.
-bool fx_program::Pause(int milliseconds) {
-  pollfd fds[] = {{output_.get(), POLLIN, 0},
-                  {exit_.get(), POLLIN, 0},
-                  {g_stop_fd, POLLIN, 0}};
+// Waits for something to read, for the end or for a moment. Whether the program
+// may go on; if not, it has been ended.
+bool fx_program::Pause(int fd, int milliseconds) {
+  pollfd fds[] = {
+      {fd, POLLIN, 0}, {exit_.get(), POLLIN, 0}, {g_stop_fd, POLLIN, 0}};
   const bool stopped = poll(fds, 3, milliseconds) > 0 && fds[2].revents != 0;
   return MayGoOn(stopped);
 }
@@ -202,9 +215,15 @@ bool fx_program::EndIfTooMuch() {
 
 void fx_program::End(const std::string& why) {
   why_ = why;
-  if (!HasEnded()) {
+  if (!HasEnded()) Kill();
+}
+
+void fx_program::Kill() {
+  if (begun_) {
     fx_kill_guarded(pid_);
-    if (Kut_wait_child(pid_, &status_) < 0) status_ = kExitUnknown;
+  } else {
+    kill(pid_, SIGKILL);
   }
+  if (Kut_wait_child(pid_, &status_) < 0) status_ = kExitUnknown;
   ended_ = true;
 }

@@ -62,11 +62,13 @@ class fx_program {
   const std::string& why_ended() const { return why_; }
 
  private:
+  bool AwaitBegin(int report);
   bool HasEnded();
-  bool Pause(int milliseconds);
+  bool Pause(int fd, int milliseconds);
   bool MayGoOn(bool stopped);
   bool EndIfTooMuch();
   void End(const std::string& why);
+  void Kill();
 
   const fx_child_guard child_guard_;
   UniqueFd output_;  // what it prints
@@ -74,6 +76,7 @@ class fx_program {
   fx_watched_file errors_;
   pid_t pid_ = -1;
   int status_ = 0;
+  bool begun_ = false;
   bool ended_ = false;
   long deadline_ = 0;  // milliseconds of the monotonic clock
   long printed_ = 0;

@@ -129,8 +129,8 @@ void Execute(const kut_spawn& what) {
   if (what.identity != nullptr && !TakeIdentity(*what.identity)) {
     FailChild(report);
   }
-  if (!EnterDirectory(what)) FailChild(report);
   if (what.die_with_parent && !DieWithParent(parent)) FailChild(report);
+  if (!EnterDirectory(what)) FailChild(report);
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);

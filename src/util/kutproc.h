@@ -9,9 +9,10 @@
 //       descriptor is closed;
 //    4. a session of its own, if asked for;
 //    5. identity, if asked for: groups, then gid, then uid, each checked;
-//    6. the directory, entered with the new identity's rights;
-//    7. SIGKILL at the parent's death, if asked for: after the identity, whose
+//    6. SIGKILL at the parent's death, if asked for: after the identity, whose
 //       change clears it, and then a look whether the parent is still there;
+//    7. the directory, entered with the new identity's rights: this, and the
+//       program, can lie where they hang;
 //    8. empty signal mask, and the program.
 // - A step that fails ends the child with status 127 and is told to the parent:
 //   Kut_spawn gives -1 with the child's errno and leaves no child behind.

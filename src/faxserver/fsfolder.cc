@@ -131,10 +131,11 @@ UniqueFd fx_open_in(const fx_folder& folder, const char* name,
 }
 
 UniqueFd fx_open_path(const char* root, const char* path) try {
-  const std::string queues = std::string(cm_get_faxq_dir(root)) + "/";
+  const char* faxq = cm_get_faxq_dir(root);
+  const std::string queues = std::string(faxq) + "/";
   const std::string file = path;
   const size_t slash = file.find('/', queues.size());
-  if (!file.starts_with(queues) || slash == file.npos) {
+  if (*faxq == '\0' || !file.starts_with(queues) || slash == file.npos) {
     return fx_open_file(AT_FDCWD, path, fx_links::kRefuse, nullptr);
   }
   const std::string user = file.substr(queues.size(), slash - queues.size());

@@ -141,7 +141,8 @@ kx_object* fx_get_fax_list(const char* root, const char* user, int since) try {
   Reading at(root, user, cm_get_user_dir(root, user));
   if (!at.opened) return fx_null(at.error);
   std::vector<std::string> names;
-  if (!fx_visible_names(&at.dir, &names)) return fx_null(kx_err_system);
+  if (!fx_visible_names(&at.dir, &names, fx_users_names()))
+    return fx_null(kx_err_system);
   kx::ListBuilder list;
   for (const std::string& name : names) {
     kx::Object info = MakeFaxInfo(at, name.c_str(), user, since);
@@ -158,7 +159,8 @@ kx_object* fx_get_msg_list(const char* root, const char* user, int since) try {
   Reading at(root, user, cm_get_msgs_dir(root, user));
   if (!at.opened) return fx_null(at.error);
   std::vector<std::string> names;
-  if (!fx_visible_names(&at.dir, &names)) return fx_null(kx_err_system);
+  if (!fx_visible_names(&at.dir, &names, fx_users_names()))
+    return fx_null(kx_err_system);
   kx::ListBuilder list;
   for (const std::string& name : names) {
     kx::Object info = MakeMessageInfo(at, name.c_str(), since);
@@ -192,15 +194,21 @@ kx_object* fx_get_evt_list(const char* root, const char* user, int since) try {
   Reading at(root, user, cm_get_evnt_dir(root, user));
   if (!at.opened) return fx_null(at.error);
   std::vector<fx_numbered> entries;
-  if (!fx_numbered_names(&at.dir, "", &entries)) return fx_null(kx_err_system);
+  if (!fx_numbered_names(&at.dir, "", &entries, fx_users_names()))
+    return fx_null(kx_err_system);
+  kx_budget budget = fx_object_budget();
   kx::ListBuilder list;
   for (const fx_numbered& entry : entries) {
     struct stat st;
     if (!StatRegular(at, entry.name.c_str(), &st) || !IsNewer(st, since)) {
       continue;
     }
-    kx::Object status(fx_read_status_in(at.folder, entry.name.c_str()));
-    if (status == nullptr && fx_is_shortage()) return nullptr;
+    kx::Object status =
+        fx_read_status_in(at.folder, entry.name.c_str(), &budget);
+    if (status == nullptr &&
+        (fx_is_shortage() || kx_errno == kx_err_too_long)) {
+      return nullptr;
+    }
     if (status != nullptr) fx_append(&list, std::move(status));
   }
   return fx_give(list.Take());

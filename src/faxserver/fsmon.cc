@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "cm/cmlimits.h"
 #include "cm/cmpaths.h"
 #include "faxserver/fsbase.h"
 #include "faxserver/fsfile.h"
@@ -81,7 +82,11 @@ kx_object* fx_get_monlist(const char* root, const char* user) try {
     return fx_null(kx_err_system);
   }
   char line[kLineSize];
+  long lines = 0;
   while (stream != nullptr && fx_read_line(stream.get(), line, sizeof line)) {
+    if (++lines > cm_limit(cm_limit_id::kMessageLines)) {
+      return fx_null(kx_err_too_long);
+    }
     ReadLine(line, &monitors);
   }
   if (stream != nullptr && ferror(stream.get()) != 0) {

@@ -18,7 +18,8 @@
 
 // The user's "obj-monitor", which the caller frees. Without a file it shows
 // nobody's calls. Null with 7 for an invalid user, 3 when the file is there but
-// cannot be read for want of descriptors or a sound disk, 1.
+// cannot be read for want of descriptors or a sound disk, 24 when it has more
+// than message-lines, 1.
 kx_object* fx_get_monlist(const char* root, const char* user);
 
 // Replaces the monitors of the user that the "obj-monitor" names; the options

@@ -30,10 +30,11 @@ void KeepLocalTags(kx_object* status) {
   }
 }
 
-kx::Object ReadStatus(const char* root, const char* clientid, long seqno) {
+kx::Object ReadStatus(const char* root, const char* clientid, long seqno,
+                      kx_budget* budget) {
   const fx_folder events =
       fx_open_folder(root, clientid, cm_get_evnt_dir(root, clientid));
-  return fx_read_status_in(events, std::to_string(seqno).c_str());
+  return fx_read_status_in(events, std::to_string(seqno).c_str(), budget);
 }
 
 // Makes a summary of a status: the request without its attempts.
@@ -55,9 +56,10 @@ bool IsStale(const char* root, const char* name) {
 
 }  // namespace
 
-kx::Object fx_read_status_in(const fx_folder& events, const char* name) {
+kx::Object fx_read_status_in(const fx_folder& events, const char* name,
+                             kx_budget* budget) {
   const fx_stream stream = fx_stream_on(fx_open_in(events, name, nullptr));
-  kx::Object status = fx_read_object(stream.get(), "obj-status");
+  kx::Object status = fx_read_object(stream.get(), "obj-status", budget);
   if (status == nullptr) return status;
   KeepLocalTags(status.get());
   kx_errno = kx_err_none;
@@ -66,15 +68,18 @@ kx::Object fx_read_status_in(const fx_folder& events, const char* name) {
 
 kx_object* fx_read_status(const char* root, const char* clientid,
                           long seqno) try {
-  return ReadStatus(root, clientid, seqno).release();
+  return ReadStatus(root, clientid, seqno, nullptr).release();
 } catch (const std::bad_alloc&) {
   return fx_null(kx_err_memory);
 }
 
 kx_object* fx_status_list(const char* root, const char* clientid,
                           long seqno) try {
-  kx::Object status = ReadStatus(root, clientid, seqno);
+  kx_budget budget = fx_object_budget();
+  const long whole = budget.memory;
+  kx::Object status = ReadStatus(root, clientid, seqno, &budget);
   if (status == nullptr) return nullptr;
+  const long one = whole - budget.memory;
   kx::ListBuilder list;
   const int attempts = kx::Number(status.get(), "attempt");
   if (attempts > 0) {
@@ -82,6 +87,9 @@ kx_object* fx_status_list(const char* root, const char* clientid,
         fx_read_olog_list(root, seqno, clientid, attempts);
     if (records.empty()) return nullptr;
     for (const fx_olog_record& record : records) {
+      // The user wrote the status, and how large it is.
+      budget.memory -= one;
+      if (budget.memory < 0) return fx_null(kx_err_too_long);
       kx::Object copy(Kfx_Copy_Obj(status.get()));
       if (copy == nullptr) return fx_null(kx_err_memory);
       fx_merge_stat_olog(copy.get(), record);

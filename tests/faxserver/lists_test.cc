@@ -1,14 +1,18 @@
 #include <gtest/gtest.h>
 #include <utime.h>
 
+#include "cm/cmlimits.h"
 #include "fax_root.h"
 #include "faxserver/fscover.h"
 #include "faxserver/fshdr.h"
 #include "faxserver/fslist.h"
 #include "faxserver/fslog.h"
+#include "faxserver/fsmon.h"
 #include "faxserver/fsmsg.h"
+#include "faxserver/fsolog.h"
 #include "faxserver/fspopen.h"
 #include "faxserver/fsres.h"
+#include "faxserver/fsstat.h"
 
 namespace {
 
@@ -277,6 +281,36 @@ TEST(MessageLists, AreForValidUsersOnly) {
     EXPECT_EQ(list(root.root(), "fresh", 0), nullptr);
     EXPECT_EQ(kx_errno, 0) << "a directory that is not there yet";
   }
+}
+
+// What a user fills with names and large objects is refused whole, not held in
+// memory.
+TEST(MessageLists, HaveABudget) {
+  const FaxRoot root;
+  root.AddUser("bob");
+  ASSERT_EQ(cm_set_limits("object-bytes=64K message-lines=9"), nullptr);
+  for (int i = 0; i <= 64; ++i) {
+    root.Put("faxq/bob/" + std::to_string(i), "");
+    root.Put("faxq/bob/msgs/" + std::to_string(i), "");
+  }
+  std::vector<std::string> tags(200, "tagname=x\n");
+  for (const char* event : {"1", "2", "3", "4", "5", "6"}) {
+    root.Put(std::string("faxq/bob/events/") + event,
+             Object("obj-status",
+                    "attempt=9\n" + ListField("ltags", "obj-localtag", tags)));
+    fx_olog_record record;
+    record.seqno = 1;
+    record.clientid = "bob";
+    fx_append_olog(root.root(), record);
+  }
+  root.Put("faxq/bob/options/monitors", "a\nb\nc\nd\ne\nf\ng\nh\ni\nj\n");
+  EXPECT_EQ(ErrorOf(fx_get_fax_list(root.root(), "bob", 0)), 3);
+  EXPECT_EQ(ErrorOf(fx_get_msg_list(root.root(), "bob", 0)), 3);
+  EXPECT_EQ(ErrorOf(fx_get_evt_list(root.root(), "bob", 0)), 24);
+  EXPECT_EQ(ErrorOf(fx_status_list(root.root(), "bob", 1)), 24);
+  EXPECT_EQ(ErrorOf(fx_get_monlist(root.root(), "bob")), 24);
+  cm_set_limits("object-bytes=64M message-lines=20000");
+  EXPECT_NE(kx::Object(fx_get_evt_list(root.root(), "bob", 0)), nullptr);
 }
 
 }  // namespace

@@ -221,7 +221,7 @@ class BookFolder {
 };
 
 // Compares a book's indexes with its records. Whether there is a book.
-bool CheckBook(Findings* findings, const fx_folder& in, const std::string& dir,
+bool CheckBook(Findings* findings, const cm_folder& in, const std::string& dir,
                const std::string& whose) {
   struct stat st;
   const BookFolder folder(in.fd(), in.owner());
@@ -341,12 +341,11 @@ void CheckBooks(Findings* findings) {
                           "try again");
   }
   const char* root = findings->root();
-  CheckBook(findings, fx_open_system_folder(root), root,
-            "phone book of the system");
+  CheckBook(findings, cm_open_folder(root), root, "phone book of the system");
   int good = 0;
   for (const std::string& user : Names(cm_get_faxq_dir(root))) {
     const std::string dir = cm_get_opts_dir(root, user.c_str());
-    const fx_folder options = fx_open_folder(root, user.c_str(), dir.c_str());
+    const cm_folder options = fx_open_folder(root, user.c_str(), dir.c_str());
     good += CheckBook(findings, options, dir, "phone book of " + user) ? 1 : 0;
   }
   CLISAM();

@@ -40,11 +40,11 @@ const char* cmd_client(kx_object* cmd) {
   return kx::TextOrEmpty(cmd, "clientid");
 }
 
-fx_folder cmd_open_queue(const char* user) {
+cm_folder cmd_open_queue(const char* user) {
   return fx_open_folder(kfaxdir, user, cm_get_user_dir(kfaxdir, user));
 }
 
-fx_folder cmd_open_messages(const char* user) {
+cm_folder cmd_open_messages(const char* user) {
   return fx_open_folder(kfaxdir, user, cm_get_msgs_dir(kfaxdir, user));
 }
 
@@ -53,19 +53,19 @@ bool cmd_is_fax_name(const char* name) {
          std::strlen(name) <= kFaxNameMax && !IsFolderName(name);
 }
 
-UniqueFd cmd_open_file(const fx_folder& folder, const char* name,
+UniqueFd cmd_open_file(const cm_folder& folder, const char* name,
                        struct stat* st) {
   if (folder.valid() && !cm_is_plain_name(name)) return UniqueFd(Missing());
   return fx_open_in(folder, name, st);
 }
 
-UniqueFd cmd_open_fax(const fx_folder& queue, const char* name,
+UniqueFd cmd_open_fax(const cm_folder& queue, const char* name,
                       struct stat* st) {
   if (queue.valid() && !cmd_is_fax_name(name)) return UniqueFd(Missing());
   return fx_open_in(queue, name, st);
 }
 
-int cmd_delete_file(const fx_folder& folder, const char* name) {
+int cmd_delete_file(const cm_folder& folder, const char* name) {
   if (!folder.valid()) return -1;
   if (!cm_is_plain_name(name)) return Missing();
   const FileIdentity owner = folder.Enter();
@@ -77,7 +77,7 @@ int cmd_delete_file(const fx_folder& folder, const char* name) {
   return S_ISREG(st.st_mode) ? unlinkat(folder.fd(), name, 0) : Missing();
 }
 
-int cmd_delete_fax(const fx_folder& queue, const char* name) {
+int cmd_delete_fax(const cm_folder& queue, const char* name) {
   if (queue.valid() && !cmd_is_fax_name(name)) return Missing();
   return cmd_delete_file(queue, name);
 }

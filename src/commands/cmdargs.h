@@ -25,8 +25,8 @@ kx_object* cmd_argument(kx_object* cmd, const char* type);
 const char* cmd_client(kx_object* cmd);
 
 // A user's queue directory, and the messages directory in it.
-fx_folder cmd_open_queue(const char* user);
-fx_folder cmd_open_messages(const char* user);
+cm_folder cmd_open_queue(const char* user);
+cm_folder cmd_open_messages(const char* user);
 
 // Whether a fax can have the name: not the directories that lie beside the
 // faxes, nor what no list shows (a hidden file, one being written, a name that
@@ -34,13 +34,13 @@ fx_folder cmd_open_messages(const char* user);
 bool cmd_is_fax_name(const char* name);
 
 // Opens a file to read. Its status goes to `st`, which may be null.
-UniqueFd cmd_open_file(const fx_folder& folder, const char* name,
+UniqueFd cmd_open_file(const cm_folder& folder, const char* name,
                        struct stat* st);
 // The same for a fax.
-UniqueFd cmd_open_fax(const fx_folder& queue, const char* name,
+UniqueFd cmd_open_fax(const cm_folder& queue, const char* name,
                       struct stat* st);
 // Deletes a file. 0 or -1.
-int cmd_delete_file(const fx_folder& folder, const char* name);
-int cmd_delete_fax(const fx_folder& queue, const char* name);
+int cmd_delete_file(const cm_folder& folder, const char* name);
+int cmd_delete_fax(const cm_folder& queue, const char* name);
 
 #endif  // COMMANDS_CMDARGS_H_

@@ -47,7 +47,7 @@ void Remove(const cmd_original& from) {
 
 }  // namespace
 
-int cmd_copy_fax(const cmd_original& from, const fx_folder& to,
+int cmd_copy_fax(const cmd_original& from, const cm_folder& to,
                  const char* name, mode_t mode) {
   struct stat queue;
   FileReplacer copy;
@@ -67,7 +67,7 @@ int cmd_copy_fax(const cmd_original& from, const fx_folder& to,
   return copy.Commit(FileReplacer::Sync::kDurable);
 }
 
-int cmd_move_fax(const cmd_original& from, const fx_folder& to,
+int cmd_move_fax(const cmd_original& from, const cm_folder& to,
                  const char* name, mode_t mode) {
   if (!Claim(from) || cmd_copy_fax(from, to, name, mode) != 0) return -1;
   Remove(from);

@@ -30,11 +30,11 @@ struct cmd_original {
 
 // Copies it into the queue under the name, in place of a fax of that name, with
 // the mode and its times; owner and group are the queue's. 0 or -1.
-int cmd_copy_fax(const cmd_original& from, const fx_folder& to,
+int cmd_copy_fax(const cmd_original& from, const cm_folder& to,
                  const char* name, mode_t mode);
 // The same, and removes the original as its reader. 0 or -1; a copy that is
 // there is a success even if the original cannot be removed (it is logged).
-int cmd_move_fax(const cmd_original& from, const fx_folder& to,
+int cmd_move_fax(const cmd_original& from, const cm_folder& to,
                  const char* name, mode_t mode);
 
 #endif  // COMMANDS_CMDHAND_H_

@@ -27,7 +27,7 @@ constexpr mode_t kMessageMode = 0666;
 
 // Where the print program's errors go, in the messages directory of the user.
 struct ErrorFile {
-  fx_folder dir;
+  cm_folder dir;
   std::string exchange;
   std::string name() const { return exchange + ".tmp"; }
   std::string message() const { return exchange + ".msg"; }
@@ -39,7 +39,7 @@ std::string ImagePath(kx_object* info) {
   const char* user = kx::TextOrEmpty(info, "clientid");
   const char* name = kx::TextOrEmpty(info, "filename");
   if (!cmd_is_fax_name(name)) return "";
-  const fx_folder queue = cmd_open_queue(user);
+  const cm_folder queue = cmd_open_queue(user);
   const FileIdentity owner = queue.Enter();
   struct stat st;
   const bool there = queue.valid() && owner.held() &&

@@ -17,8 +17,8 @@ constexpr mode_t kImageMode = 0666;
 // A fax on its way into another user's queue.
 struct Transfer {
   const char* filename;
-  fx_folder from;
-  fx_folder to;
+  cm_folder from;
+  cm_folder to;
   UniqueFd fax;
   struct stat fax_stat;
 };

@@ -63,7 +63,7 @@ bool TakeName(int dirfd, const char* temp, const char* exchange,
 
 // Saves the command under a name of its own in the queued directory. False with
 // kx_errno.
-bool SaveQueued(kx_object* cmd, const fx_folder& queued,
+bool SaveQueued(kx_object* cmd, const cm_folder& queued,
                 char (&name)[kNameSize]) {
   const char* exchange = kx_tmp_name(cmd);
   if (exchange == nullptr) return false;
@@ -92,7 +92,7 @@ bool SaveQueued(kx_object* cmd, const fx_folder& queued,
   return durable;
 }
 
-void Remove(const fx_folder& queued, const char* name) {
+void Remove(const cm_folder& queued, const char* name) {
   const FileIdentity owner = queued.Enter();
   if (owner.held()) unlinkat(queued.fd(), name, 0);
 }
@@ -122,7 +122,7 @@ const char* Announce(const char* name, const char* hostname) {
 }  // namespace
 
 int process_submit(kx_object* cmd, kx_object* rsp) {
-  const fx_folder queued = fx_open_system_folder(cm_get_queued_dir(kfaxdir));
+  const cm_folder queued = cm_open_folder(cm_get_queued_dir(kfaxdir));
   char name[kNameSize];
   if (!SaveQueued(cmd, queued, name)) {
     return cmd_fail(rsp, kx_err_failed, "Cannot queue cmd: %s",

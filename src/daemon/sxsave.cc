@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "cm/cmkrt.h"
 #include "daemon/logfile.h"
 #include "daemon/sxfile.h"
 #include "daemon/sxspool.h"
@@ -29,10 +28,7 @@ void Tell(const char* why) {
 }
 
 bool IsOwn(const struct stat& st) {
-  if (st.st_uid != spool_self() || (st.st_mode & S_IWOTH) != 0) return false;
-  return (st.st_mode & S_IWGRP) == 0 || st.st_gid == 0 ||
-         st.st_gid == getegid() ||
-         static_cast<int>(st.st_gid) == cm_get_krt_gid();
+  return st.st_uid == spool_self() && (st.st_mode & 0022) == 0;
 }
 
 // The folder, if it is there and counts.

@@ -24,7 +24,7 @@ kx_object* fx_get_config(const char* root, const char* user) {
 int fx_set_config(const char* root, const char* user, kx_object* config) {
   if (!fx_is_valid_user(root, user)) return fx_fail(kx_err_data);
   const char* name = Kut_basename(cm_get_config_file(root, user));
-  const fx_folder options = fx_make_options(root, user);
+  const cm_folder options = fx_make_options(root, user);
   const FileIdentity owner = options.Enter();
   FileReplacer file;
   if (!owner.held() || fx_replace_in(options, name, &file) != 0 ||

@@ -25,36 +25,20 @@ const char* BelowQueue(const char* queue, const char* path) {
   return nullptr;
 }
 
-// The folder of that name in another. What the fax system has made for itself
-// in a user's folder, or a user's in the fax system's, is entered as its own
-// owner; what a third user's is doing there is not known, and is looked at with
-// the rights of the folder's owner.
-fx_folder Below(const fx_folder& folder, const char* name) {
-  const FileIdentity identity = folder.Enter();
-  if (!folder.valid() || !identity.held()) return fx_folder();
-  UniqueFd fd(
-      Kut_open_at(folder.fd(), name, O_PATH | O_DIRECTORY | O_NOFOLLOW));
-  kut_fsid owner;
-  if (!fd.valid() || !Kut_owner_of(fd.get(), &owner)) return fx_folder();
-  const bool by_owner = cm_is_krt_admin(static_cast<int>(owner.uid)) ||
-                        cm_is_krt_admin(static_cast<int>(folder.owner().uid));
-  return fx_folder(std::move(fd), by_owner ? owner : folder.owner());
-}
-
 // Opens the folder that holds the last component of `path`, which is left in
 // `last`, empty for the queue directory's own.
-fx_folder OpenParent(const char* root, const char* user, const char* path,
+cm_folder OpenParent(const char* root, const char* user, const char* path,
                      std::string* last) {
   const char* queue = cm_get_user_dir(root, user);
   const char* below = BelowQueue(queue, path);
-  if (below == nullptr) return fx_folder();
+  if (below == nullptr) return cm_folder();
   // The queue directory itself lies in the fax system's, and may be a link that
   // an administrator made.
-  fx_folder folder = fx_open_system_folder(queue);
+  cm_folder folder = cm_open_folder(queue);
   *last = below;
   for (size_t slash;
        folder.valid() && (slash = last->find('/')) != last->npos;) {
-    folder = Below(folder, last->substr(0, slash).c_str());
+    folder = cm_open_below(folder, last->substr(0, slash).c_str());
     last->erase(0, slash + 1);
   }
   return folder;
@@ -75,45 +59,23 @@ UniqueFd OpenFaxSystems(int file, struct stat* st) {
 
 }  // namespace
 
-fx_folder fx_open_folder(const char* root, const char* user,
+cm_folder fx_open_folder(const char* root, const char* user,
                          const char* path) try {
   std::string last;
-  fx_folder folder = OpenParent(root, user, path, &last);
+  cm_folder folder = OpenParent(root, user, path, &last);
   if (!folder.valid() || last.empty()) return folder;
-  return Below(folder, last.c_str());
+  return cm_open_below(folder, last.c_str());
 } catch (const std::bad_alloc&) {
   errno = ENOMEM;
-  return fx_folder();
+  return cm_folder();
 }
 
-fx_folder fx_open_system_folder(const char* path) {
-  UniqueFd fd(Kut_open(path, O_PATH | O_DIRECTORY));
-  kut_fsid owner;
-  if (!fd.valid() || !Kut_owner_of(fd.get(), &owner)) return fx_folder();
-  return fx_folder(std::move(fd), owner);
+cm_folder fx_make_options(const char* root, const char* user) {
+  return cm_make_below(cm_open_folder(cm_get_user_dir(root, user)),
+                       Kut_basename(cm_get_opts_dir(root, user)));
 }
 
-fx_folder fx_make_options(const char* root, const char* user) {
-  const fx_folder queue = fx_open_system_folder(cm_get_user_dir(root, user));
-  const char* name = Kut_basename(cm_get_opts_dir(root, user));
-  struct stat st;
-  const FileIdentity owner = queue.Enter();
-  if (!queue.valid() || !owner.held() || fstat(queue.fd(), &st) != 0) {
-    return fx_folder();
-  }
-  // Not the daemon's umask: the fax system's group must be able to write here,
-  // whatever the daemon is run as another time. And no change of the mode
-  // afterwards: a user's takes the set-group-id bit away.
-  const mode_t before = umask(0);
-  const int made = mkdirat(queue.fd(), name, st.st_mode & 0777);
-  const int saved = errno;
-  umask(before);
-  errno = saved;
-  if (made != 0 && errno != EEXIST) return fx_folder();
-  return Below(queue, name);
-}
-
-UniqueFd fx_open_in(const fx_folder& folder, const char* name,
+UniqueFd fx_open_in(const cm_folder& folder, const char* name,
                     struct stat* st) {
   struct stat own;
   if (st == nullptr) st = &own;
@@ -140,7 +102,7 @@ UniqueFd fx_open_path(const char* root, const char* path) try {
   }
   const std::string user = file.substr(queues.size(), slash - queues.size());
   std::string last;
-  const fx_folder folder = OpenParent(root, user.c_str(), path, &last);
+  const cm_folder folder = OpenParent(root, user.c_str(), path, &last);
   return fx_open_in(folder, last.c_str(), nullptr);
 } catch (const std::bad_alloc&) {
   errno = ENOMEM;
@@ -150,20 +112,20 @@ UniqueFd fx_open_path(const char* root, const char* path) try {
 fx_stream fx_open_user_stream(const char* root, const char* user,
                               const char* path) try {
   std::string last;
-  const fx_folder folder = OpenParent(root, user, path, &last);
+  const cm_folder folder = OpenParent(root, user, path, &last);
   return fx_stream_on(fx_open_in(folder, last.c_str(), nullptr));
 } catch (const std::bad_alloc&) {
   errno = ENOMEM;
   return nullptr;
 }
 
-int fx_replace_in(const fx_folder& folder, const char* name,
+int fx_replace_in(const cm_folder& folder, const char* name,
                   FileReplacer* file) {
   if (!folder.valid() || file->Open(name, 0666, folder.fd()) != 0) return -1;
   return file->KeepAttributes();
 }
 
-int fx_start_gift(const fx_folder& folder, const char* name, mode_t mode,
+int fx_start_gift(const cm_folder& folder, const char* name, mode_t mode,
                   gid_t group, FileReplacer* file) {
   if (!folder.valid()) return -1;
   if (geteuid() == 0) {

@@ -1,10 +1,5 @@
-// Folders that belong to others than root: a user's queue directory and those
-// in it, and the fax system's own.
+// Files in a user's folders (cm/cmfolder.h).
 //
-// - The user owns them and may put anything there at any moment. So they are
-//   reached through descriptors, one component of the path after the other,
-//   none of which may be a link; and a daemon that is root works in each as
-//   its owner (util/kutident.h), who could do all of it himself.
 // - What the fax system delivered there may be closed to the user, and is read
 //   all the same: a regular file with one name that belongs to the fax system's
 //   user or to root. It cannot have become that by the user's doing.
@@ -14,44 +9,19 @@
 
 #include <sys/stat.h>
 
+#include "cm/cmfolder.h"
 #include "faxserver/fsfile.h"
-#include "util/kutdir.h"
 #include "util/kutfile.h"
-#include "util/kutident.h"
-#include "util/kutio.h"
-
-// One folder, open, and whose it is.
-class fx_folder {
- public:
-  fx_folder() = default;
-  fx_folder(UniqueFd fd, const kut_fsid& owner)
-      : fd_(std::move(fd)), owner_(owner) {}
-
-  bool valid() const { return fd_.valid(); }
-  // For names in it, not for reading its entries; -1 when it is not valid.
-  int fd() const { return fd_.get(); }
-  const kut_fsid& owner() const { return owner_; }
-  // Works as the owner while the result lives; to be asked whether it could.
-  FileIdentity Enter() const { return FileIdentity(owner_); }
-
- private:
-  UniqueFd fd_;
-  kut_fsid owner_;
-};
 
 // Opens the queue directory or one below it. `path` is what a cm_get_* function
 // made of the same root and user.
-fx_folder fx_open_folder(const char* root, const char* user, const char* path);
-// Opens one of the fax system's, which a daemon that is root must not trust
-// with its rights either: whoever can be the fax system is not yet root.
-fx_folder fx_open_system_folder(const char* path);
-// The user's options directory, made when missing, as open as the queue
-// directory is and with its group where that is inherited.
-fx_folder fx_make_options(const char* root, const char* user);
+cm_folder fx_open_folder(const char* root, const char* user, const char* path);
+// The user's options directory, made when missing.
+cm_folder fx_make_options(const char* root, const char* user);
 
 // Opens a regular file in the folder for reading, its status in `st` (may be
 // null).
-UniqueFd fx_open_in(const fx_folder& folder, const char* name, struct stat* st);
+UniqueFd fx_open_in(const cm_folder& folder, const char* name, struct stat* st);
 // Opens a regular file for reading by its path: one below a queue directory as
 // its owner, any other without following a link in the last component.
 UniqueFd fx_open_path(const char* root, const char* path);
@@ -62,13 +32,13 @@ fx_stream fx_open_user_stream(const char* root, const char* user,
 
 // Starts the replacement of a file in the folder, which the caller enters for
 // it, with the attributes of an old one. 0 or -1.
-int fx_replace_in(const fx_folder& folder, const char* name,
+int fx_replace_in(const cm_folder& folder, const char* name,
                   FileReplacer* file);
 // Starts a new file of the folder's owner, with a group that he need not be in.
 // Where the file system knows no nameless files, or the process is not root, it
 // gets the group that the folder gives. Not called within the folder's
 // identity; `file` is written and committed there. 0 or -1.
-int fx_start_gift(const fx_folder& folder, const char* name, mode_t mode,
+int fx_start_gift(const cm_folder& folder, const char* name, mode_t mode,
                   gid_t group, FileReplacer* file);
 
 #endif  // FAXSERVER_FSFOLDER_H_

@@ -41,7 +41,7 @@ struct Reading {
     error = opened || errno == ENOENT ? kx_err_none : kx_err_system;
   }
 
-  const fx_folder folder;
+  const cm_folder folder;
   const FileIdentity owner;
   DirReader dir;
   bool opened;

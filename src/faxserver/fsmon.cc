@@ -111,7 +111,7 @@ int fx_set_monlist(const char* root, kx_object* monitor) try {
     return fx_fail(kx_err_data);
   }
   const char* name = Kut_basename(cm_get_monitors_file(root, user));
-  const fx_folder options = fx_make_options(root, user);
+  const cm_folder options = fx_make_options(root, user);
   const FileIdentity owner = options.Enter();
   FileReplacer file;
   const bool done =

@@ -32,7 +32,7 @@ void KeepLocalTags(kx_object* status) {
 
 kx::Object ReadStatus(const char* root, const char* clientid, long seqno,
                       kx_budget* budget) {
-  const fx_folder events =
+  const cm_folder events =
       fx_open_folder(root, clientid, cm_get_evnt_dir(root, clientid));
   return fx_read_status_in(events, std::to_string(seqno).c_str(), budget);
 }
@@ -56,7 +56,7 @@ bool IsStale(const char* root, const char* name) {
 
 }  // namespace
 
-kx::Object fx_read_status_in(const fx_folder& events, const char* name,
+kx::Object fx_read_status_in(const cm_folder& events, const char* name,
                              kx_budget* budget) {
   const fx_stream stream = fx_stream_on(fx_open_in(events, name, nullptr));
   kx::Object status = fx_read_object(stream.get(), "obj-status", budget);
@@ -104,7 +104,7 @@ kx_object* fx_status_list(const char* root, const char* clientid,
 }
 
 int fx_clean_events(const char* root, const char* user) try {
-  const fx_folder events =
+  const cm_folder events =
       fx_open_folder(root, user, cm_get_evnt_dir(root, user));
   std::vector<std::string> names;
   {

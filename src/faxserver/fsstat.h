@@ -14,7 +14,7 @@ kx_object* fx_read_status(const char* root, const char* clientid, long seqno);
 
 // The same from the events directory, by the file's name. A null budget is one
 // of its own; 24 over it.
-kx::Object fx_read_status_in(const fx_folder& events, const char* name,
+kx::Object fx_read_status_in(const cm_folder& events, const char* name,
                              kx_budget* budget = nullptr);
 
 // A list of the request's "obj-status", one an attempt, earliest first, each

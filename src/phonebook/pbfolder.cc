@@ -15,7 +15,6 @@
 
 namespace {
 
-constexpr int kFolder = O_PATH | O_DIRECTORY;
 constexpr unsigned kOwnersFileMode = 0600;
 
 // A path that stays while others are asked for.
@@ -32,8 +31,8 @@ Path FolderPath(const pb_book& book) {
 }
 
 bool IsUsersOwn(const pb_book& book, const pb_folder& folder) {
-  return book.kind == kx_pbt_usr && folder.owner.uid != 0 &&
-         folder.owner.uid != geteuid();
+  return book.kind == kx_pbt_usr && folder.at.owner().uid != 0 &&
+         folder.at.owner().uid != geteuid();
 }
 
 db_budget BudgetFor(const pb_book& book, const pb_folder& folder) {
@@ -47,21 +46,10 @@ db_budget BudgetFor(const pb_book& book, const pb_folder& folder) {
 unsigned FileMode(const pb_folder& folder) {
   struct stat st;
   const bool shared =
-      geteuid() != 0 || folder.owner.uid == 0 ||
-      folder.owner.gid == static_cast<gid_t>(cm_get_krt_gid()) ||
-      (fstat(folder.fd.get(), &st) == 0 && (st.st_mode & S_ISGID) != 0);
+      geteuid() != 0 || folder.at.owner().uid == 0 ||
+      folder.at.owner().gid == static_cast<gid_t>(cm_get_krt_gid()) ||
+      (fstat(folder.at.fd(), &st) == 0 && (st.st_mode & S_ISGID) != 0);
   return shared ? kDbFileMode : kOwnersFileMode;
-}
-
-// Opens "options" of the queue directory that it lies in, as its owner.
-int OpenUsers(const Path& path, pb_folder* folder) {
-  const UniqueFd queue(Kut_open(Kut_dirname(path.text), kFolder));
-  if (!queue.valid() || !Kut_owner_of(queue.get(), &folder->owner)) return -1;
-  const FileIdentity identity(folder->owner);
-  if (!identity.held()) return -1;
-  folder->fd.reset(
-      Kut_open_at(queue.get(), Kut_basename(path.text), kFolder | O_NOFOLLOW));
-  return folder->fd.valid() ? 0 : -1;
 }
 
 // Gives away what this process has just made in root's own directory: a daemon
@@ -80,65 +68,54 @@ void GiveAway(int dirfd, const char* name) {
                             static_cast<gid_t>(cm_get_krt_gid())));
 }
 
-// Makes a directory in another as the owner of that. What is setgid stays the
-// group's, whatever the umask: its mode cannot be mended later, as a chmod by
-// an owner who is not in the group takes the setgid bit away.
-int MakeIn(int parent, const char* name) {
-  struct stat st;
-  kut_fsid owner;
-  if (fstat(parent, &st) != 0 || !Kut_owner_of(parent, &owner)) return -1;
-  const FileIdentity identity(owner);
-  if (!identity.held()) return -1;
-  const bool shared = (st.st_mode & S_ISGID) != 0;
-  const mode_t umask_before = shared ? umask(0007) : 0;
-  const int made = mkdirat(parent, name, shared ? 0770 : 0755);
-  if (shared) umask(umask_before);
-  if (made == 0 && owner.uid == 0) GiveAway(parent, name);
-  return made == 0 || errno == EEXIST ? 0 : -1;
+// Makes a folder in another.
+cm_folder MakeIn(const cm_folder& parent, const char* name) {
+  cm_folder made = cm_make_below(parent, name);
+  if (made.valid() && parent.owner().uid == 0) GiveAway(parent.fd(), name);
+  return made;
 }
 
-// Opens a directory, made with all that is missing above it.
-UniqueFd OpenMade(const char* path) {
-  UniqueFd fd(Kut_open(path, kFolder));
-  if (fd.valid() || errno != ENOENT) return fd;
+// Opens a folder, made with all that is missing above it.
+cm_folder OpenMade(const char* path) {
+  cm_folder folder = cm_open_folder(path);
+  if (folder.valid() || errno != ENOENT) return folder;
   const Path above(Kut_dirname(path));
-  const UniqueFd parent = OpenMade(above.text);
-  if (!parent.valid() || MakeIn(parent.get(), Kut_basename(path)) != 0) {
-    return UniqueFd();
-  }
-  return UniqueFd(Kut_open(path, kFolder));
+  const cm_folder parent = OpenMade(above.text);
+  return parent.valid() ? MakeIn(parent, Kut_basename(path)) : cm_folder();
 }
 
-int MakeFolder(const pb_book& book, const Path& path) {
-  if (book.kind == kx_pbt_lcl) return Kut_make_dir_path(path.text);
+bool MakeFolder(const pb_book& book, const Path& path) {
+  if (book.kind == kx_pbt_lcl) return Kut_make_dir_path(path.text) == 0;
   const Path above(Kut_dirname(path.text));
-  const UniqueFd parent = OpenMade(above.text);
-  return parent.valid() ? MakeIn(parent.get(), Kut_basename(path.text)) : -1;
+  const cm_folder parent = OpenMade(above.text);
+  return parent.valid() && MakeIn(parent, Kut_basename(path.text)).valid();
+}
+
+cm_folder Open(const pb_book& book, const Path& path) {
+  switch (book.kind) {
+    case kx_pbt_usr:  // "options" of the queue directory that it lies in
+      return cm_open_below(cm_open_folder(Kut_dirname(path.text)),
+                           Kut_basename(path.text));
+    case kx_pbt_sys:
+      return cm_open_folder(path.text);
+    default:
+      return cm_folder(UniqueFd(Kut_open(path.text, O_PATH | O_DIRECTORY)), {});
+  }
 }
 
 }  // namespace
 
 int pb_folder_open(const pb_book& book, pb_folder* folder) {
   *folder = {};
-  const Path path = FolderPath(book);
-  if (book.kind == kx_pbt_usr) {
-    if (OpenUsers(path, folder) != 0) return -1;
-  } else {
-    folder->fd.reset(Kut_open(path.text, kFolder));
-    if (!folder->fd.valid()) return -1;
-  }
-  if (book.kind == kx_pbt_sys &&
-      !Kut_owner_of(folder->fd.get(), &folder->owner)) {
-    folder->fd.reset();
-    return -1;
-  }
+  folder->at = Open(book, FolderPath(book));
+  if (!folder->at.valid()) return -1;
   folder->budget = BudgetFor(book, *folder);
   return 0;
 }
 
 int pb_folder_make(const pb_book& book, pb_folder* folder) {
   if (pb_folder_open(book, folder) != 0 &&
-      (errno != ENOENT || MakeFolder(book, FolderPath(book)) != 0 ||
+      (errno != ENOENT || !MakeFolder(book, FolderPath(book)) ||
        pb_folder_open(book, folder) != 0)) {
     return -1;
   }
@@ -148,15 +125,15 @@ int pb_folder_make(const pb_book& book, pb_folder* folder) {
 
 void pb_folder_give(const pb_book& book, const pb_folder& folder,
                     const char* name) {
-  if (book.kind == kx_pbt_lcl || folder.owner.uid != 0) return;
-  GiveAway(folder.fd.get(), name);
+  if (book.kind == kx_pbt_lcl || folder.at.owner().uid != 0) return;
+  GiveAway(folder.at.fd(), name);
 }
 
 pb_visit::pb_visit(pb_folder* folder)
     : folder_(folder),
-      identity_(folder->owner),
+      identity_(folder->at.owner()),
       before_(db_swap_budget(folder->budget)) {
-  db_set_folder(held() ? folder->fd.get() : -1, folder->file_mode);
+  db_set_folder(held() ? folder->at.fd() : -1, folder->file_mode);
 }
 
 pb_visit::~pb_visit() {

@@ -11,13 +11,11 @@
 #ifndef PHONEBOOK_PBFOLDER_H_
 #define PHONEBOOK_PBFOLDER_H_
 
+#include "cm/cmfolder.h"
 #include "phonebook/pb.h"
-#include "util/kutident.h"
-#include "util/kutio.h"
 
 struct pb_folder {
-  UniqueFd fd;     // to reach files in it; -1: there is none
-  kut_fsid owner;  // as whom; of the local book nobody in particular
+  cm_folder at;  // of the local book nobody's in particular
   unsigned file_mode = kDbFileMode;
   db_budget budget;  // what a command has left of it
 };

@@ -153,7 +153,7 @@ int pb_open(int kind, int mode) {
   for (const Table& table : kTables) {
     if (OpenTable(book, table) == 0) continue;
     CloseTables(book);
-    folder->fd.reset();
+    *folder = {};
     return -1;
   }
   book->open = 1;
@@ -165,7 +165,7 @@ int pb_close(int kind) {
   if (book == nullptr) return -1;
   const pb_visit visit(FolderOf(*book));
   CloseTables(book);
-  FolderOf(*book)->fd.reset();
+  *FolderOf(*book) = {};
   return 0;
 }
 

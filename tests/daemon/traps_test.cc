@@ -229,7 +229,8 @@ TEST_F(Traps, CopiesAreKeptInAFolderOfTheDaemonsOwn) {
   std::filesystem::create_directory(root_ / "elsewhere");
   const std::tuple<const char*, std::function<void()>, bool> cases[] = {
       {"none", [] {}, true},
-      {"own", make(0, 0, 02770), true},
+      {"own", make(0, 0, 02755), true},
+      {"open to its group", make(0, 0, 02770), false},
       {"a client's", make(kMallory, 0, 0700), false},
       {"open to all", make(0, 0, 01777), false},
       {"open to a foreign group", make(0, kMallory, 0770), false},

@@ -1,0 +1,53 @@
+// Folders that belong to others than root: a user's queue directory and those
+// in it, and the fax system's own.
+//
+// - Their owner may put anything there at any moment. So they are reached
+//   through descriptors, one component of the path after the other, none of
+//   which may be a link; and a daemon that is root works in each as its owner
+//   (util/kutident.h), who could do all of it himself.
+// - On failure errno tells why.
+#ifndef CM_CMFOLDER_H_
+#define CM_CMFOLDER_H_
+
+#include <utility>
+
+#include "util/kutident.h"
+#include "util/kutio.h"
+
+// One folder, open, and whose it is.
+class cm_folder {
+ public:
+  cm_folder() = default;
+  cm_folder(UniqueFd fd, const kut_fsid& owner)
+      : fd_(std::move(fd)), owner_(owner) {}
+
+  bool valid() const { return fd_.valid(); }
+  // For names in it, not for reading its entries; -1 when it is not valid.
+  int fd() const { return fd_.get(); }
+  const kut_fsid& owner() const { return owner_; }
+  // Works as the owner while the result lives; to be asked whether it could.
+  FileIdentity Enter() const { return FileIdentity(owner_); }
+
+ private:
+  UniqueFd fd_;
+  kut_fsid owner_;
+};
+
+// Opens a folder by a path in which only the fax system or an administrator can
+// put links: a queue directory, or one of the fax system's own, which a daemon
+// that is root must not trust with its rights either. Whoever can be the fax
+// system is not yet root.
+cm_folder cm_open_folder(const char* path);
+
+// Opens the folder of that name in another, as that one's owner. What the fax
+// system's user has made for itself in a user's folder, or a user's in the fax
+// system's, is then entered as its own owner; what one of root's or of a third
+// user's is doing there is not known, and it is entered with the rights of the
+// folder's owner.
+cm_folder cm_open_below(const cm_folder& folder, const char* name);
+// The same, made when missing: as open as the folder that it is in, whatever
+// the umask, but that others cannot write it, and the group only where it is
+// inherited.
+cm_folder cm_make_below(const cm_folder& folder, const char* name);
+
+#endif  // CM_CMFOLDER_H_

@@ -118,6 +118,18 @@ bool IsNumber(const std::string& text) {
                      [](unsigned char c) { return std::isdigit(c) != 0; });
 }
 
+// A folder of the fax system's, in which root repairs as its owner: links that
+// others could have put there lead nowhere that those could not go.
+cm_folder FolderAt(const Findings& findings, const std::string& path) {
+  if (path.starts_with(findings.root())) {
+    return cm_open_folder(findings.root(), path.c_str());
+  }
+  UniqueFd fd(Kut_open(path.c_str(), O_PATH | O_DIRECTORY));
+  kut_fsid owner;
+  if (!fd.valid() || !Kut_owner_of(fd.get(), &owner)) return cm_folder();
+  return cm_folder(std::move(fd), owner);
+}
+
 void CheckClaim(Findings* findings, const std::string& name, long pid) {
   const std::string& spool = findings->place().spool;
   const std::string path = spool + "/" + name;
@@ -127,8 +139,11 @@ void CheckClaim(Findings* findings, const std::string& name, long pid) {
   // Whoever removes a claim may carry it out: this one was not. A worker that
   // has just read it finds it gone and leaves it alone.
   if (findings->Repairs("Put " + name + " back to be carried out?")) {
-    const std::string ready = spool + "/" + base + ".cmd";
-    if (Kut_rename_fresh(AT_FDCWD, path.c_str(), ready.c_str()) == 0) {
+    const cm_folder folder = FolderAt(*findings, spool);
+    const FileIdentity owner = folder.Enter();
+    if (folder.valid() && owner.held() &&
+        Kut_rename_fresh(folder.fd(), name.c_str(), (base + ".cmd").c_str()) ==
+            0) {
       return findings->Ok(what + ": put back");
     }
     return findings->Fail(what + ": " + std::strerror(errno), "look as root");
@@ -319,6 +334,8 @@ void CheckSpoolFiles(Findings* findings) {
 void CheckSlots(Findings* findings) {
   const Place& place = findings->place();
   int stale = 0;
+  const cm_folder folder = FolderAt(*findings, place.sessions);
+  const FileIdentity owner = folder.Enter();
   for (const std::string& name : Names(place.sessions)) {
     if (SlotOfFile(name) < 0) continue;
     if (findings->Repairs()) {
@@ -341,7 +358,8 @@ void CheckBooks(Findings* findings) {
                           "try again");
   }
   const char* root = findings->root();
-  CheckBook(findings, cm_open_folder(root), root, "phone book of the system");
+  CheckBook(findings, cm_open_folder(root, root), root,
+            "phone book of the system");
   int good = 0;
   for (const std::string& user : Names(cm_get_faxq_dir(root))) {
     const std::string dir = cm_get_opts_dir(root, user.c_str());

@@ -66,7 +66,7 @@ bool IsOpenToAll(const std::string& path, struct stat* st) {
   return stat(path.c_str(), st) != 0 || (st->st_mode & S_IWOTH) != 0;
 }
 
-// Whether a registered daemon runs with that id.
+// Whether the daemon that was registered last runs with that id.
 bool DaemonHas(const std::string& root, const char* line, unsigned id) {
   struct stat folder;
   struct stat list;
@@ -74,15 +74,15 @@ bool DaemonHas(const std::string& root, const char* line, unsigned id) {
       IsOpenToAll(cm_get_dmnlist_file(root.c_str()), &list)) {
     return false;
   }
-  for (const DaemonEntry& entry : ReadRegister(root)) {
-    const std::string proc = "/proc/" + std::to_string(entry.pid);
-    if (IsSessionDaemon(entry) || IdOf(proc, line) != static_cast<long>(id)) {
-      continue;
-    }
-    const double begin = BeginOf(proc);
-    if (begin >= 0 && begin <= Seconds(list.st_mtim) + kSlack) return true;
-  }
-  return false;
+  // The last one alone: an earlier line may be of a process that is gone, and
+  // its number anybody's by now.
+  std::vector<DaemonEntry> entries = ReadRegister(root);
+  std::erase_if(entries, IsSessionDaemon);
+  if (entries.empty()) return false;
+  const std::string proc = "/proc/" + std::to_string(entries.back().pid);
+  const double begin = BeginOf(proc);
+  return IdOf(proc, line) == static_cast<long>(id) && begin >= 0 &&
+         begin <= Seconds(list.st_mtim) + kSlack;
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include "client/actions.h"
 #include "client/app.h"
 #include "client/format.h"
+#include "cm/cmfolder.h"
 #include "cm/cmkrt.h"
 #include "cm/cmpaths.h"
 #include "faxserver/fsnames.h"
@@ -39,13 +40,13 @@ class NoUmask {
   const mode_t before_;
 };
 
-// Gives a directory that this process has just made to the user and to the fax
+// Gives a directory that `maker` has just made to the user and to the fax
 // system's group. Only the super-user can give it away; the fax system's user
 // keeps it.
-bool GiveQueue(int fd, int owner) {
+bool GiveQueue(int fd, uid_t maker, int owner) {
   struct stat st;
   if (fstat(fd, &st) != 0) return false;
-  if (st.st_uid != geteuid()) {
+  if (st.st_uid != maker) {
     errno = EPERM;  // another one by now
     return false;
   }
@@ -59,16 +60,24 @@ bool GiveQueue(int fd, int owner) {
 // failure.
 UniqueFd MakeQueue(const std::string& root, const char* user, int owner,
                    bool* made) {
-  const UniqueFd faxq(
-      Kut_open(cm_get_faxq_dir(root.c_str()), O_PATH | O_DIRECTORY));
-  *made = mkdirat(faxq.get(), user, 0700) == 0;
-  if (!*made && errno != EEXIST) return UniqueFd();
-  UniqueFd queue(Kut_open_at(
-      faxq.get(), user,
-      *made ? O_RDONLY | O_DIRECTORY | O_NOFOLLOW : O_PATH | O_DIRECTORY));
-  if (!*made || !queue.valid() || GiveQueue(queue.get(), owner)) return queue;
+  const cm_folder faxq =
+      cm_open_folder(root.c_str(), cm_get_faxq_dir(root.c_str()));
+  UniqueFd queue;
+  {
+    const FileIdentity maker = faxq.Enter();
+    if (!faxq.valid() || !maker.held()) return UniqueFd();
+    *made = mkdirat(faxq.fd(), user, 0700) == 0;
+    if (!*made && errno != EEXIST) return UniqueFd();
+    queue.reset(Kut_open_at(
+        faxq.fd(), user,
+        *made ? O_RDONLY | O_DIRECTORY | O_NOFOLLOW : O_PATH | O_DIRECTORY));
+  }
+  const uid_t maker = geteuid() == 0 ? faxq.owner().uid : geteuid();
+  if (!*made || !queue.valid() || GiveQueue(queue.get(), maker, owner)) {
+    return queue;
+  }
   const int saved = errno;
-  unlinkat(faxq.get(), user, AT_REMOVEDIR);
+  unlinkat(faxq.fd(), user, AT_REMOVEDIR);
   errno = saved;
   return UniqueFd();
 }

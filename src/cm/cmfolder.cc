@@ -4,34 +4,65 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <cstring>
 
 #include "cm/cmkrt.h"
+#include "cm/cmpaths.h"
 
 namespace {
+
+constexpr int kFolder = O_PATH | O_DIRECTORY;
 
 bool IsFaxSystems(const kut_fsid& owner) {
   return cm_is_krt_admin(static_cast<int>(owner.uid));
 }
 
-}  // namespace
-
-cm_folder cm_open_folder(const char* path) {
-  UniqueFd fd(Kut_open(path, O_PATH | O_DIRECTORY));
+// The folder of that name, opened as the owner of the one that it is in.
+cm_folder Enter(const cm_folder& folder, const char* name, int flags) {
+  UniqueFd fd;
+  {
+    const FileIdentity identity = folder.Enter();
+    if (!folder.valid() || !identity.held()) return cm_folder();
+    fd.reset(Kut_open_at(folder.fd(), name, kFolder | flags));
+  }
+  // Whose it is is this process's to ask, not the owner's.
+  const FileIdentity self({});
   kut_fsid owner;
-  if (!fd.valid() || !Kut_owner_of(fd.get(), &owner)) return cm_folder();
-  return cm_folder(std::move(fd), owner);
-}
-
-cm_folder cm_open_below(const cm_folder& folder, const char* name) {
-  const FileIdentity identity = folder.Enter();
-  if (!folder.valid() || !identity.held()) return cm_folder();
-  UniqueFd fd(
-      Kut_open_at(folder.fd(), name, O_PATH | O_DIRECTORY | O_NOFOLLOW));
-  kut_fsid owner;
-  if (!fd.valid() || !Kut_owner_of(fd.get(), &owner)) return cm_folder();
+  if (!fd.valid() || !self.held() || !Kut_owner_of(fd.get(), &owner)) {
+    return cm_folder();
+  }
   const bool by_owner =
       owner.uid != 0 && (IsFaxSystems(owner) || IsFaxSystems(folder.owner()));
   return cm_folder(std::move(fd), by_owner ? owner : folder.owner());
+}
+
+}  // namespace
+
+cm_folder cm_open_folder(const char* root, const char* path) {
+  const std::size_t length = std::strlen(root);
+  if (length == 0 || std::strncmp(path, root, length) != 0) {
+    errno = ENOENT;
+    return cm_folder();
+  }
+  UniqueFd fd(Kut_open(root, kFolder));
+  kut_fsid owner;
+  if (!fd.valid() || !Kut_owner_of(fd.get(), &owner)) return cm_folder();
+  cm_folder folder(std::move(fd), owner);
+  char name[kCmPathSize];
+  for (const char* at = path + length; folder.valid();) {
+    at += std::strspn(at, "/");
+    const std::size_t part = std::strcspn(at, "/");
+    if (part == 0 || part >= sizeof name) break;
+    std::snprintf(name, sizeof name, "%.*s", static_cast<int>(part), at);
+    folder = Enter(folder, name, 0);
+    at += part;
+  }
+  return folder;
+}
+
+cm_folder cm_open_below(const cm_folder& folder, const char* name) {
+  return Enter(folder, name, O_NOFOLLOW);
 }
 
 cm_folder cm_make_below(const cm_folder& folder, const char* name) {

@@ -33,11 +33,12 @@ class cm_folder {
   kut_fsid owner_;
 };
 
-// Opens a folder by a path in which only the fax system or an administrator can
-// put links: a queue directory, or one of the fax system's own, which a daemon
-// that is root must not trust with its rights either. Whoever can be the fax
-// system is not yet root.
-cm_folder cm_open_folder(const char* path);
+// Opens a folder at or below the fax server's root directory, which is named by
+// whoever started this process and is what it is. Below it only the fax system
+// or an administrator can put links, and they are followed, but as the owner of
+// the folder that they lie in: whoever can be the fax system is not yet root,
+// and so what is root's in a folder of the fax system's is entered as that.
+cm_folder cm_open_folder(const char* root, const char* path);
 
 // Opens the folder of that name in another, as that one's owner. What the fax
 // system's user has made for itself in a user's folder, or a user's in the fax

@@ -1,5 +1,6 @@
 #include "commands/cmdaccess.h"
 
+#include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
 #include <sys/stat.h>
@@ -21,6 +22,7 @@
 #include "daemon/sxspool.h"
 #include "kx/kxobj.h"
 #include "util/kuterr.h"
+#include "util/kutio.h"
 #include "util/kutuser.h"
 
 namespace {
@@ -140,9 +142,49 @@ Trust TrustInOwner(const Owner& owner) {
   return owner.known ? Trust::kSelf : Trust::kNobody;
 }
 
+// Whether nobody but root can put another directory in the place of this one:
+// all above it are root's, wherever a link has led to it.
+bool IsRootsPlace(int dirfd) {
+  UniqueFd at(Kut_open_at(dirfd, "..", O_PATH | O_DIRECTORY));
+  struct stat below;
+  if (fstat(dirfd, &below) != 0) return false;
+  for (;;) {
+    struct stat st;
+    if (!at.valid() || fstat(at.get(), &st) != 0 || st.st_uid != 0) {
+      return false;
+    }
+    // With the sticky bit others leave root's directories where they are.
+    const mode_t others = st.st_gid == 0 ? S_IWOTH : S_IWOTH | S_IWGRP;
+    if ((st.st_mode & others) != 0 && (st.st_mode & S_ISVTX) == 0) return false;
+    if (st.st_dev == below.st_dev && st.st_ino == below.st_ino) return true;
+    below = st;
+    at.reset(Kut_open_at(at.get(), "..", O_PATH | O_DIRECTORY));
+  }
+}
+
+// The same, asked once a second for one directory.
+bool IsRootsPlaceNow(int dirfd, const struct stat& spool) {
+  static constinit struct {
+    dev_t dev;
+    ino_t ino;
+    time_t asked;
+    bool roots;
+  } last = {0, 0, -1, false};
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  if (last.asked != now.tv_sec || last.dev != spool.st_dev ||
+      last.ino != spool.st_ino) {
+    last = {spool.st_dev, spool.st_ino, now.tv_sec, IsRootsPlace(dirfd)};
+  }
+  return last.roots;
+}
+
 // The same of the owner of a directory that nobody else can write; what a user
 // who speaks for himself alone has there is his if he owns it.
-Trust TrustInFolder(const struct stat& spool, uid_t file_owner) {
+Trust TrustInFolder(int dirfd, const struct stat& spool, uid_t file_owner) {
+  if (spool.st_uid == 0) {
+    return IsRootsPlaceNow(dirfd, spool) ? Trust::kRoot : Trust::kAnyClient;
+  }
   const Trust trust = TrustInOwner(Ask(spool.st_uid, g_of_spool));
   const bool his = file_owner == spool.st_uid;
   return trust >= Trust::kAnyClient || his ? trust : Trust::kNobody;
@@ -166,7 +208,7 @@ Trust TrustIn(const struct stat& st) {
     case Writers::kOwner:
       break;
   }
-  return std::min(trust, TrustInFolder(spool, st.st_uid));
+  return std::min(trust, TrustInFolder(dirfd, spool, st.st_uid));
 }
 
 bool NamesAUser(const kx_fielddef& field) {

@@ -24,8 +24,10 @@
 //     control list                       are refused
 //     a group: the fax system's, root's  at most as the fax system's: for every
 //     or the daemon's own                client, never as root
-//     its owner alone: root              as their owners
-//     ... who may act for every client   at most as the fax system's
+//     its owner alone: root, as of all
+//     directories above it               as their owners
+//     ... else root, and who may act
+//     for every client                   at most as the fax system's
 //     ... any other user                 the owner's own for itself; no others
 //
 // - A program runs with uid 0 only for root: in a file that nobody but root

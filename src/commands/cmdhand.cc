@@ -48,7 +48,7 @@ void Remove(const cmd_original& from) {
 }  // namespace
 
 int cmd_copy_fax(const cmd_original& from, const cm_folder& to,
-                 const char* name, mode_t mode) {
+                 const char* name, mode_t mode, FileReplacer::Over over) {
   struct stat queue;
   FileReplacer copy;
   if (!to.valid() || fstat(to.fd(), &queue) != 0 ||
@@ -64,12 +64,12 @@ int cmd_copy_fax(const cmd_original& from, const cm_folder& to,
   }
   // What fails here the receiver can do without.
   futimens(copy.fd(), times);
-  return copy.Commit(FileReplacer::Sync::kDurable);
+  return copy.Commit(FileReplacer::Sync::kDurable, over);
 }
 
 int cmd_move_fax(const cmd_original& from, const cm_folder& to,
-                 const char* name, mode_t mode) {
-  if (!Claim(from) || cmd_copy_fax(from, to, name, mode) != 0) return -1;
+                 const char* name, mode_t mode, FileReplacer::Over over) {
+  if (!Claim(from) || cmd_copy_fax(from, to, name, mode, over) != 0) return -1;
   Remove(from);
   return 0;
 }

@@ -28,13 +28,14 @@ struct cmd_original {
   struct stat st;
 };
 
-// Copies it into the queue under the name, in place of a fax of that name, with
-// the mode and its times; owner and group are the queue's. 0 or -1.
+// Copies it into the queue under the name, with the mode and its times; owner
+// and group are the queue's. What has the name already is replaced, or kept,
+// which fails with EEXIST. 0 or -1.
 int cmd_copy_fax(const cmd_original& from, const cm_folder& to,
-                 const char* name, mode_t mode);
+                 const char* name, mode_t mode, FileReplacer::Over over);
 // The same, and removes the original as its reader. 0 or -1; a copy that is
 // there is a success even if the original cannot be removed (it is logged).
 int cmd_move_fax(const cmd_original& from, const cm_folder& to,
-                 const char* name, mode_t mode);
+                 const char* name, mode_t mode, FileReplacer::Over over);
 
 #endif  // COMMANDS_CMDHAND_H_

@@ -1,6 +1,7 @@
 // "cmd-imgstore"
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -19,7 +20,8 @@
 
 namespace {
 
-// An uploaded file: the directory that it is in, and who reads it there.
+// An uploaded file: the directory that it is in, and who can reach and remove
+// it there.
 struct Upload {
   UniqueFd dir;
   kut_fsid reader;
@@ -27,7 +29,8 @@ struct Upload {
   struct stat st;
 };
 
-bool IsSpool(const char* path, int fd) {
+// Whether the path is that of the open directory.
+bool IsDirectory(const char* path, int fd) {
   struct stat st;
   struct stat other;
   return path != nullptr && fstat(fd, &st) == 0 && stat(path, &other) == 0 &&
@@ -39,39 +42,61 @@ bool OwnedBy(const struct stat& st, const char* user) {
   return uid >= 0 && st.st_uid == static_cast<uid_t>(uid);
 }
 
-// Opens the directory and, looked at before it is opened for reading, the file
-// of that name in it: a regular file with no other name.
-bool OpenAs(const kut_fsid& reader, const char* dir, const char* name,
-            Upload* upload) {
-  const FileIdentity identity(reader);
-  if (!identity.held()) return false;
-  upload->reader = reader;
-  upload->dir.reset(Kut_open(dir, O_PATH | O_DIRECTORY));
-  if (!upload->dir.valid()) return false;
-  const UniqueFd place(
-      Kut_open_at(upload->dir.get(), name, O_PATH | O_NOFOLLOW));
+// Opens the file of that name, looked at before it is opened for reading: a
+// regular file with no other name.
+bool OpenFile(const kut_fsid& reader, const char* name, Upload* upload) {
+  UniqueFd place;
+  {
+    const FileIdentity identity(upload->reader);
+    if (!identity.held()) return false;
+    place.reset(Kut_open_at(upload->dir.get(), name, O_PATH | O_NOFOLLOW));
+  }
   if (!place.valid() || fstat(place.get(), &upload->st) != 0 ||
       !S_ISREG(upload->st.st_mode) || upload->st.st_nlink != 1) {
     return false;
   }
+  const FileIdentity identity(reader);
+  if (!identity.held()) return false;
   upload->file.reset(Kut_reopen(place.get(), O_RDONLY));
   return upload->file.valid();
 }
 
-// Opens a file that the command's owner can reach and the client may give away:
-// the client's own; or, from an owner who is trusted, what a session uploaded
-// into a spool directory.
+// Opens what the command's owner can reach and the client may give away, since
+// it is his.
+bool OpenOwn(kx_object* cmd, const char* dir, const char* name,
+             Upload* upload) {
+  if (!cmd_owner(cmd, &upload->reader)) return false;
+  {
+    const FileIdentity identity(upload->reader);
+    if (!identity.held()) return false;
+    upload->dir.reset(Kut_open(dir, O_PATH | O_DIRECTORY));
+  }
+  return upload->dir.valid() && OpenFile(upload->reader, name, upload) &&
+         OwnedBy(upload->st, cmd_client(cmd));
+}
+
+// Opens what the session of a trusted client uploaded into a spool directory:
+// reached as the owner of that, and read as its own owner, who is not root.
+bool OpenSessions(const char* spool, const char* dir, const char* name,
+                  Upload* upload) {
+  upload->dir.reset(Kut_open(spool, O_PATH | O_DIRECTORY));
+  struct stat st;
+  if (!upload->dir.valid() || !IsDirectory(dir, upload->dir.get()) ||
+      !Kut_owner_of(upload->dir.get(), &upload->reader) ||
+      fstatat(upload->dir.get(), name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
+    return false;
+  }
+  kut_fsid owner = {st.st_uid, st.st_gid};
+  if (owner.uid == 0) owner = upload->reader;
+  return OpenFile(owner, name, upload) &&
+         (upload->st.st_uid == st.st_uid || geteuid() != 0);
+}
+
 bool OpenUpload(kx_object* cmd, const char* dir, const char* name,
                 Upload* upload) {
-  kut_fsid owner;
-  if (!cmd_owner(cmd, &owner)) return false;
-  if (OpenAs(owner, dir, name, upload) &&
-      OwnedBy(upload->st, cmd_client(cmd))) {
-    return true;
-  }
-  return cmd_is_trusted(cmd) && OpenAs({}, dir, name, upload) &&
-         (IsSpool(file_dir, upload->dir.get()) ||
-          IsSpool(netspool, upload->dir.get()));
+  if (OpenOwn(cmd, dir, name, upload)) return true;
+  return cmd_is_trusted(cmd) && (OpenSessions(file_dir, dir, name, upload) ||
+                                 OpenSessions(netspool, dir, name, upload));
 }
 
 // Moves the uploaded file into the client's queue. 0, or -1 with errno, the
@@ -91,7 +116,8 @@ int Store(kx_object* cmd, const char* path, const char* filename) {
   }
   return cmd_move_fax(
       {upload.dir.get(), base, upload.reader, upload.file.get(), upload.st},
-      cmd_open_queue(cmd_client(cmd)), filename, upload.st.st_mode & 0666);
+      cmd_open_queue(cmd_client(cmd)), filename, upload.st.st_mode & 0666,
+      FileReplacer::Over::kReplace);
 }
 
 }  // namespace

@@ -1,5 +1,8 @@
 // "cmd-copyfax" and "cmd-fwdfax"
+#include <cstring>
+
 #include "cm/cmpaths.h"
+#include "commands/cmdaccess.h"
 #include "commands/cmdargs.h"
 #include "commands/cmdhand.h"
 #include "commands/cmdresult.h"
@@ -40,14 +43,12 @@ int Open(Transfer& transfer, const char* from, const char* to, kx_object* rsp) {
 }
 
 // Copies or moves; 0 or -1 with errno.
-int Run(const Transfer& transfer, bool forward) {
+int Run(const Transfer& transfer, bool forward, FileReplacer::Over over) {
   const cmd_original original = {transfer.from.fd(), transfer.filename,
                                  transfer.from.owner(), transfer.fax.get(),
                                  transfer.fax_stat};
-  return forward ? cmd_move_fax(original, transfer.to, transfer.filename,
-                                kImageMode)
-                 : cmd_copy_fax(original, transfer.to, transfer.filename,
-                                kImageMode);
+  const auto hand = forward ? cmd_move_fax : cmd_copy_fax;
+  return hand(original, transfer.to, transfer.filename, kImageMode, over);
 }
 
 }  // namespace
@@ -74,7 +75,12 @@ int process_route(kx_object* cmd, kx_object* rsp) {
     return cmd_fail(rsp, kx_err_command, "Invalid route command");
   }
   const bool forward = type == kx_cmd_fwdfax;
-  if (Run(transfer, forward) != 0) {
+  // Who speaks for himself alone does not put his fax in the place of
+  // another's.
+  const bool replaces = std::strcmp(from, to) == 0 || cmd_is_trusted(cmd);
+  const auto over =
+      replaces ? FileReplacer::Over::kReplace : FileReplacer::Over::kKeep;
+  if (Run(transfer, forward, over) != 0) {
     return cmd_fail(rsp, kx_err_failed, "%s of %s failed: %s",
                     forward ? "Rename" : "Copy", transfer.filename,
                     Kut_sys_errstr());

@@ -79,7 +79,9 @@ void StartWorker(const char* name) {
 // Waits for the next command, unless one came before the watch was on.
 void Idle(int secs) {
   if (spool_watch(g_dir) == 1) return;
-  spool_wait(kExtension, secs, signals_wake_fd());
+  // A worker that ended before the wait is seen a second later.
+  const bool held = sx_ready_held();
+  spool_wait(kExtension, held ? 1 : secs, signals_wake_fd(), held);
 }
 
 }  // namespace
@@ -103,7 +105,7 @@ int monitor_read(int secs) {
   const bool inline_mode = num_daemons != 0;
   if (!inline_mode && !subtask_possible()) {
     // No worker can ever be run: commands stay unclaimed for another daemon.
-    spool_wait(kExtension, secs, signals_wake_fd());
+    spool_wait(kExtension, secs, signals_wake_fd(), false);
     return 0;
   }
   int count = 0;

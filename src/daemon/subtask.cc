@@ -113,6 +113,20 @@ void Sweep(Subtask& task, time_t cut_off, bool force) {
   }
 }
 
+// Whether so many workers, one at least, run commands of the owner, who is not
+// the fax system.
+bool HasAtLeast(uid_t owner, long share) {
+  if (!subtask_possible() || cm_is_krt_admin(static_cast<int>(owner))) {
+    return false;
+  }
+  const SubtaskGuard guard;
+  const auto running =
+      std::count_if(g_tasks, g_tasks + g_size, [owner](const Subtask& task) {
+        return task.pid != 0 && task.owner == owner;
+      });
+  return running >= std::max(share, 1L);
+}
+
 }  // namespace
 
 SubtaskGuard::SubtaskGuard() {
@@ -157,17 +171,11 @@ void subtask_set_owner(pid_t pid, uid_t owner) {
 }
 
 bool subtask_has_share(uid_t owner) {
-  if (!subtask_possible()) return false;
   const long workers = g_size - 1;
-  const long share =
-      std::max(workers * cm_limit(cm_limit_id::kUserShare) / 100, 1L);
-  const SubtaskGuard guard;
-  const auto running =
-      std::count_if(g_tasks, g_tasks + g_size, [owner](const Subtask& task) {
-        return task.pid != 0 && task.owner == owner;
-      });
-  return running >= share && !cm_is_krt_admin(static_cast<int>(owner));
+  return HasAtLeast(owner, workers * cm_limit(cm_limit_id::kUserShare) / 100);
 }
+
+bool subtask_has_most(uid_t owner) { return HasAtLeast(owner, g_size - 2); }
 
 int subtask_del(pid_t pid, int) {
   if (!Initialized()) return -1;

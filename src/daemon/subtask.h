@@ -50,6 +50,9 @@ void subtask_set_owner(pid_t pid, uid_t owner);
 // cm_limit_id::kUserShare percent of those that can run at a time, at least
 // one. Never so for root and krtfax, which act for many, and without a table.
 bool subtask_has_share(uid_t owner);
+// Whether `owner` has all of them but one, which is not his: those who come
+// while all the others are his would wait for a worker of his.
+bool subtask_has_most(uid_t owner);
 
 // Frees the entry of `pid`. 0, or -1 when there is none.
 int subtask_del(pid_t pid, int status);

@@ -53,6 +53,9 @@ int sx_protocol();
 int sx_ready(const char* dir, char* name);
 // The owner of the file that sx_ready claimed last.
 uid_t sx_ready_owner();
+// Whether sx_ready left commands where they are, of one user who has all the
+// workers that he may have: the end of a worker is a reason to look again.
+bool sx_ready_held();
 
 // Compares two names (pointers to const char *) byte by byte, for sorting.
 int sx_comp_rtn(const void* a, const void* b);

@@ -70,6 +70,7 @@ struct ReadyList {
   int pid = 0;              // of this process, for the claims
   int ending = 0;           // characters that it takes in their names
   uid_t owner = 0;          // of the file claimed last
+  bool held = false;        // what is left is of one who has all his workers
 };
 ReadyList g_list;
 
@@ -291,9 +292,23 @@ Candidate TakeNext() {
   return *first;
 }
 
+// Whether what is left of the list is of one user who must wait for a worker of
+// his own. The directory is read again then, for others who come.
+bool IsHeld() {
+  g_list.held =
+      HasOneOwner() && subtask_has_most(g_list.candidates[g_list.next].owner);
+  if (g_list.held) {
+    g_list.left = false;
+    g_list.dir_time.tv_nsec = -1;
+  }
+  return g_list.held;
+}
+
 // Claims a file of the list, which is over when there is none.
 bool ClaimFromList(int dirfd, char* claimed) {
+  g_list.held = false;
   while (g_list.next < g_list.count) {
+    if (IsHeld()) break;
     const Candidate next = TakeNext();
     if (Claim(dirfd, next.name, claimed)) {
       g_list.owner = next.owner;
@@ -326,7 +341,7 @@ int ClaimFromNames(DirReader& reader, const char* ext, char* claimed) {
       if (more) g_list.dir_time.tv_nsec = -1;
       return 0;
     }
-    if (!more) return 1;
+    if (!more || g_list.held) return 1;
     if (first) reader.Rewind();
     ReadNames(reader, ext, false);
   }
@@ -381,3 +396,5 @@ int sx_ready(const char* dir, char* name) {
 }
 
 uid_t sx_ready_owner() { return g_list.owner; }
+
+bool sx_ready_held() { return g_list.held; }

@@ -103,6 +103,15 @@ int CreateInPlace(int dirfd, char (&name)[kNameSize]) {
   return CreateAfresh(dirfd, name);
 }
 
+// Any client of the fax system's may take a response; but where outsiders can
+// enter the directory, what was given to its receiver is for him alone.
+mode_t ModeFor(int dirfd, uid_t receiver) {
+  struct stat st;
+  const bool given = receiver != spool_self() && spool_self() == 0;
+  const bool closed = fstat(dirfd, &st) == 0 && (st.st_mode & S_IXOTH) == 0;
+  return given && !closed ? 0600 : 0666;
+}
+
 // Creates the receiver's temporary file, under `name` or, where that cannot be
 // had, one that it writes there.
 UniqueFd CreateTemporary(int dirfd, char (&name)[kNameSize], uid_t receiver) {
@@ -111,8 +120,8 @@ UniqueFd CreateTemporary(int dirfd, char (&name)[kNameSize], uid_t receiver) {
   // The client may be anybody, whatever the umask says, and in a directory with
   // the sticky bit it can only remove what is its own. Nobody can open the file
   // before it has changed hands.
-  if (fd.valid() &&
-      (spool_give(fd.get(), receiver) != 0 || fchmod(fd.get(), 0666) != 0)) {
+  if (fd.valid() && (spool_give(fd.get(), receiver) != 0 ||
+                     fchmod(fd.get(), ModeFor(dirfd, receiver)) != 0)) {
     const int saved = errno;
     unlinkat(dirfd, name, 0);
     errno = saved;

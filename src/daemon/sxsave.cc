@@ -14,6 +14,7 @@
 #include "util/kuterr.h"
 #include "util/kutfile.h"
 #include "util/kutio.h"
+#include "util/kutstr.h"
 
 namespace {
 
@@ -62,10 +63,28 @@ void Save(int folder, const char* name, kx_object* obj, uid_t owner) {
   }
 }
 
-bool IsTaken(int folder, const char* name) {
+bool Look(int folder, const char* name, struct stat* st) {
+  return fstatat(folder, name, st, AT_SYMLINK_NOFOLLOW) == 0 &&
+         S_ISREG(st->st_mode);
+}
+
+// Whether the name is that of another user's copy: exchange names are anybody's
+// to choose.
+bool IsAnothers(int folder, const char* name, uid_t owner) {
   struct stat st;
-  return fstatat(folder, name, &st, AT_SYMLINK_NOFOLLOW) == 0 &&
-         S_ISREG(st.st_mode);
+  return spool_self() == 0 && Look(folder, name, &st) && st.st_uid != owner &&
+         st.st_uid != spool_self();
+}
+
+// Changes the name to the first free one of <name>.001, .002, ...
+void TakeNumber(int folder, char (&name)[kNameSize]) {
+  char numbered[kNameSize + 16];
+  struct stat st;
+  int n = 1;
+  do {
+    std::snprintf(numbered, sizeof numbered, "%s.%03d", name, n++);
+  } while (Look(folder, numbered, &st));
+  Kut_strcpyz(name, numbered, sizeof name);
 }
 
 }  // namespace
@@ -82,6 +101,7 @@ void sx_save_cmd(int dirfd, kx_object* cmd, uid_t owner) {
   if (!folder.valid()) return;
   char name[kNameSize];
   std::snprintf(name, sizeof name, "%s.%s", exchange, sx_get_ext(cmd));
+  if (IsAnothers(folder.get(), name, owner)) TakeNumber(folder.get(), name);
   Save(folder.get(), name, cmd, owner);
 }
 
@@ -92,13 +112,11 @@ void sx_save_rsp(int dirfd, kx_object* rsp, uid_t owner) {
   if (!folder.valid()) return;
   char name[kNameSize];
   std::snprintf(name, sizeof name, "%s.rsp", exchange);
-  if (kx::Number(rsp, "reference") == 0) {
-    // Reference 0 is shared by answers that nobody asked for: each has a copy
-    // of its own.
-    int n = 1;
-    do {
-      std::snprintf(name, sizeof name, "%s.rsp.%03d", exchange, n++);
-    } while (IsTaken(folder.get(), name));
+  // Reference 0 is shared by answers that nobody asked for: each has a copy of
+  // its own.
+  if (kx::Number(rsp, "reference") == 0 ||
+      IsAnothers(folder.get(), name, owner)) {
+    TakeNumber(folder.get(), name);
   }
   Save(folder.get(), name, rsp, owner);
 }

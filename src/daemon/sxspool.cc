@@ -123,7 +123,7 @@ void spool_unwatch() {
   g_watch = -1;
 }
 
-void spool_wait(const char* ext, int secs, int wake_fd) {
+void spool_wait(const char* ext, int secs, int wake_fd, bool any_signal) {
   const long long deadline = NowMs() + secs * 1000LL;
   pollfd fds[2] = {{wake_fd, POLLIN, 0},
                    {g_watch >= 0 ? g_inotify : -1, POLLIN, 0}};
@@ -132,7 +132,7 @@ void spool_wait(const char* ext, int secs, int wake_fd) {
     const int timeout = static_cast<int>(left < INT_MAX ? left : INT_MAX);
     const int ready = poll(fds, 2, timeout);
     if (ready == 0 && (secs < 0 || left <= INT_MAX)) return;
-    if (ready < 0 && errno != EINTR) return;
+    if (ready < 0 && (errno != EINTR || any_signal)) return;
     if (ready > 0) {
       if (fds[0].revents != 0) return;
       if (fds[1].revents != 0 && TakeEvents(ext)) return;

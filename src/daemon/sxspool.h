@@ -38,7 +38,7 @@ int spool_watch(const char* dir);
 void spool_unwatch();
 // Waits `secs` seconds (a negative number: for ever), less if a file with the
 // extension `ext` arrives or `wake_fd` (-1 for none) becomes readable. Signals
-// that do not make it readable do not end the wait.
-void spool_wait(const char* ext, int secs, int wake_fd);
+// that do not make it readable end the wait with `any_signal` only.
+void spool_wait(const char* ext, int secs, int wake_fd, bool any_signal);
 
 #endif  // DAEMON_SXSPOOL_H_

@@ -98,7 +98,7 @@ int fx_upd_daemon_list(const char* kfaxdir, const char* name) try {
     if (entry.name == name || !IsAlive(entry.pid)) continue;
     text += FormatEntry(entry.pid, entry.name.c_str());
   }
-  const cm_folder folder = cm_open_folder(cm_get_krtnet_dir(kfaxdir));
+  const cm_folder folder = cm_open_folder(kfaxdir, cm_get_krtnet_dir(kfaxdir));
   const FileIdentity owner = folder.Enter();
   const char* name_of_list = Kut_basename(cm_get_dmnlist_file(kfaxdir));
   FileReplacer list;

@@ -34,7 +34,7 @@ cm_folder OpenParent(const char* root, const char* user, const char* path,
   if (below == nullptr) return cm_folder();
   // The queue directory itself lies in the fax system's, and may be a link that
   // an administrator made.
-  cm_folder folder = cm_open_folder(queue);
+  cm_folder folder = cm_open_folder(root, queue);
   *last = below;
   for (size_t slash;
        folder.valid() && (slash = last->find('/')) != last->npos;) {
@@ -44,9 +44,13 @@ cm_folder OpenParent(const char* root, const char* user, const char* path,
   return folder;
 }
 
+// Root's files count only with the fax system's group, which a file that the
+// user brought from elsewhere does not have.
 bool IsFaxSystems(const struct stat& st) {
+  const bool group = static_cast<int>(st.st_gid) == cm_get_krt_gid();
   return S_ISREG(st.st_mode) && st.st_nlink == 1 &&
-         cm_is_krt_admin(static_cast<int>(st.st_uid));
+         cm_is_krt_admin(static_cast<int>(st.st_uid)) &&
+         (st.st_uid != 0 || group);
 }
 
 // Opens what the owner found there and may not read, if it is the fax system's.
@@ -71,7 +75,7 @@ cm_folder fx_open_folder(const char* root, const char* user,
 }
 
 cm_folder fx_make_options(const char* root, const char* user) {
-  return cm_make_below(cm_open_folder(cm_get_user_dir(root, user)),
+  return cm_make_below(cm_open_folder(root, cm_get_user_dir(root, user)),
                        Kut_basename(cm_get_opts_dir(root, user)));
 }
 

@@ -2,7 +2,8 @@
 //
 // - What the fax system delivered there may be closed to the user, and is read
 //   all the same: a regular file with one name that belongs to the fax system's
-//   user or to root. It cannot have become that by the user's doing.
+//   user, or to root and the fax system's group. It cannot have become that by
+//   the user's doing.
 // - On failure errno tells why.
 #ifndef FAXSERVER_FSFOLDER_H_
 #define FAXSERVER_FSFOLDER_H_

@@ -1,14 +1,17 @@
 #include "faxserver/fspopen.h"
 
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <memory>
 #include <new>
 #include <utility>
 
+#include "cm/cmkrt.h"
 #include "faxserver/fslog.h"
 #include "faxserver/fsprog.h"
+#include "faxserver/fsuser.h"
 
 namespace {
 
@@ -32,7 +35,16 @@ ssize_t ReadOutput(void* open, char* buffer, size_t size) try {
 bool Open(OpenCommand* open) {
   kut_spawn what;
   what.command = open->line.c_str();
-  if (!open->program.Start(what, nullptr, fx_output::kRead, {})) return false;
+  // What the fax system's user could have put in the program's place gets no
+  // more rights than that.
+  kut_identity identity;
+  const bool as_krt = geteuid() == 0 && cm_get_krt_uid() != -1;
+  if (as_krt &&
+      !fx_get_identity(cm_get_krt_uname(), false, &identity, &what.identity)) {
+    return false;
+  }
+  const char* user = as_krt ? cm_get_krt_uname() : nullptr;
+  if (!open->program.Start(what, user, fx_output::kRead, {})) return false;
   cookie_io_functions_t functions = {};
   functions.read = ReadOutput;
   open->stream = fopencookie(open, "r", functions);

@@ -23,9 +23,10 @@ class fx_child_guard {
 // A text as one word of a shell's command line, whatever it holds.
 std::string fx_shell_word(const char* text);
 
-// Runs a command line for a client, as the process's own user and within its
-// budget (fsprog.h), its output readable by the caller, its input and error
-// output /dev/null. Null with errno. One at a time; SIGCHLD is blocked until
+// Runs a command line for a client, as the fax system's user where the process
+// is root's and the system knows that user, else as its own, within its budget
+// (fsprog.h), its output readable by the caller, its input and error output
+// /dev/null. Null with errno. One at a time; SIGCHLD is blocked until
 // fx_pclose. The stream comes to its end when the command is ended as well.
 FILE* fx_popen(const char* command);
 // Closes the stream and waits for the command. Its status as of waitpid(2),

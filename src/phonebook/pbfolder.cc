@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include "cm/cmkrt.h"
 #include "cm/cmlimits.h"
@@ -75,29 +76,41 @@ cm_folder MakeIn(const cm_folder& parent, const char* name) {
   return made;
 }
 
-// Opens a folder, made with all that is missing above it.
-cm_folder OpenMade(const char* path) {
-  cm_folder folder = cm_open_folder(path);
+// The fax server's root directory, below which the user's books lie.
+Path Root() { return FolderPath(pb_sys); }
+
+// Opens a folder below the root directory, made with all that is missing above
+// it.
+cm_folder OpenMade(const Path& root, const char* path) {
+  cm_folder folder = cm_open_folder(root.text, path);
   if (folder.valid() || errno != ENOENT) return folder;
+  if (strcmp(path, root.text) == 0) {
+    return Kut_make_dir_path(path) == 0 ? cm_open_folder(path, path)
+                                        : cm_folder();
+  }
   const Path above(Kut_dirname(path));
-  const cm_folder parent = OpenMade(above.text);
+  const cm_folder parent = OpenMade(root, above.text);
   return parent.valid() ? MakeIn(parent, Kut_basename(path)) : cm_folder();
 }
 
 bool MakeFolder(const pb_book& book, const Path& path) {
   if (book.kind == kx_pbt_lcl) return Kut_make_dir_path(path.text) == 0;
+  if (book.kind == kx_pbt_sys) return OpenMade(path, path.text).valid();
   const Path above(Kut_dirname(path.text));
-  const cm_folder parent = OpenMade(above.text);
+  const cm_folder parent = OpenMade(Root(), above.text);
   return parent.valid() && MakeIn(parent, Kut_basename(path.text)).valid();
 }
 
 cm_folder Open(const pb_book& book, const Path& path) {
   switch (book.kind) {
-    case kx_pbt_usr:  // "options" of the queue directory that it lies in
-      return cm_open_below(cm_open_folder(Kut_dirname(path.text)),
+    case kx_pbt_usr: {  // "options" of the queue directory that it lies in
+      const Path root = Root();
+      const Path queue(Kut_dirname(path.text));
+      return cm_open_below(cm_open_folder(root.text, queue.text),
                            Kut_basename(path.text));
+    }
     case kx_pbt_sys:
-      return cm_open_folder(path.text);
+      return cm_open_folder(path.text, path.text);
     default:
       return cm_folder(UniqueFd(Kut_open(path.text, O_PATH | O_DIRECTORY)), {});
   }

@@ -209,7 +209,7 @@ FILE* FileReplacer::stream() {
   return stream_;
 }
 
-int FileReplacer::Commit(Sync sync) {
+int FileReplacer::Commit(Sync sync, Over over) {
   if (!fd_.valid()) return Fail(EBADF);
   const bool ready = Flush(sync) == 0 && (temp_[0] != '\0' || TakeName() == 0);
   int error = ready ? 0 : errno;
@@ -218,7 +218,7 @@ int FileReplacer::Commit(Sync sync) {
   if (error == 0 && closed != 0 && errno != EINTR) error = errno;
   stream_ = nullptr;
   static_cast<void>(fd_.release());
-  if (error == 0 && PutInPlace(sync) != 0) error = errno;
+  if (error == 0 && PutInPlace(sync, over) != 0) error = errno;
   if (error == 0) return 0;
   RemoveTemporary();
   return Fail(error);
@@ -226,14 +226,18 @@ int FileReplacer::Commit(Sync sync) {
 
 // A durable change is taken back when the disk does not take it: until then
 // what was replaced stays under the temporary name.
-int FileReplacer::PutInPlace(Sync sync) const {
-  if (sync == Sync::kNone) return renameat(dirfd_, temp_, dirfd_, target_);
+int FileReplacer::PutInPlace(Sync sync, Over over) const {
+  if (sync == Sync::kNone && over == Over::kReplace) {
+    return renameat(dirfd_, temp_, dirfd_, target_);
+  }
   char directory[PATH_MAX];
   OwnDirectory(target_, directory);
   const UniqueFd dir(Kut_open_at(dirfd_, directory, O_RDONLY | O_DIRECTORY));
   if (!dir.valid()) return -1;
   const bool is_new = Kut_rename_fresh(dirfd_, temp_, target_) == 0;
-  if (!is_new && (errno != EEXIST || Exchange() != 0)) return -1;
+  if (!is_new && (errno != EEXIST || over == Over::kKeep || Exchange() != 0)) {
+    return -1;
+  }
   if (fsync(dir.get()) == 0) {
     if (!is_new) unlinkat(dirfd_, temp_, 0);
     return 0;

@@ -86,6 +86,9 @@ class FileReplacer {
   FileReplacer& operator=(const FileReplacer&) = delete;
   ~FileReplacer() { Abandon(); }
 
+  // Whether Commit may replace a file; if not, one that is there is EEXIST.
+  enum class Over { kReplace, kKeep };
+
   // Starts the replacement of `path`, relative to the directory `dirfd`, which
   // the caller keeps open until Commit. `mode` is subject to the umask. 0, or
   // -1 with errno. A replacement still open is abandoned.
@@ -112,7 +115,7 @@ class FileReplacer {
   // Puts the new file in place. 0, or -1 with errno, also when an earlier write
   // to the stream failed; either way the object can be opened again. After a
   // failure the target is as it was.
-  [[nodiscard]] int Commit(Sync sync = Sync::kNone);
+  [[nodiscard]] int Commit(Sync sync = Sync::kNone, Over over = Over::kReplace);
   // Removes the new file; errno is kept. Does nothing when none is open.
   void Abandon();
 
@@ -122,7 +125,7 @@ class FileReplacer {
   int TakeName();
   void RemoveTemporary() const;
   int Flush(Sync sync);
-  int PutInPlace(Sync sync) const;
+  int PutInPlace(Sync sync, Over over) const;
   int Exchange() const;
 
   int dirfd_ = -1;

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
+#include <iterator>
 #include <vector>
 
 #include "util/kuterr.h"
@@ -24,14 +25,15 @@ constinit kut_fsid g_id = kOwn;
 constinit gid_t g_own_gid = 0;
 constinit std::vector<gid_t>* g_own_groups = nullptr;
 
-// A question to the user database takes longer than an access: the last answer
-// holds for a second.
-struct LastLogin {
-  uid_t uid;
-  int gid;
+// A question to the user database takes longer than an access: the last answers
+// hold for a second.
+struct Login {
+  uid_t uid = 0;
+  int gid = -1;
   time_t asked = -1;
 };
-constinit LastLogin g_login = {};
+constinit Login g_logins[4] = {};
+constinit unsigned g_oldest = 0;
 
 bool Same(const kut_fsid& a, const kut_fsid& b) {
   return a.uid == b.uid && (a.uid == 0 || a.gid == b.gid);
@@ -96,12 +98,18 @@ bool Become(const kut_fsid& id) {
 int Kut_login_gid(uid_t uid) {
   timespec now;
   clock_gettime(CLOCK_MONOTONIC, &now);
-  if (g_login.asked == now.tv_sec && g_login.uid == uid) {
-    if (g_login.gid == -1) errno = ENOENT;
-    return g_login.gid;
+  for (const Login& login : g_logins) {
+    if (login.asked != now.tv_sec || login.uid != uid) continue;
+    if (login.gid == -1) errno = ENOENT;
+    return login.gid;
   }
+  // The database is this process's to ask.
+  const FileIdentity self({});
+  if (!self.held()) return -1;
   const int gid = Kut_uid_to_gid(static_cast<int>(uid));
-  if (gid != -1 || errno == ENOENT) g_login = {uid, gid, now.tv_sec};
+  if (gid != -1 || errno == ENOENT) {
+    g_logins[g_oldest++ % std::size(g_logins)] = {uid, gid, now.tv_sec};
+  }
   return gid;
 }
 

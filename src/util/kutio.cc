@@ -74,7 +74,7 @@ int Kut_open_regular(int dirfd, const char* path, int flags, struct stat* st) {
 int Kut_reopen(int fd, int flags) {
   char path[32];
   snprintf(path, sizeof path, "/proc/self/fd/%d", fd);
-  return Kut_open(path, flags);
+  return Kut_open(path, flags | O_NONBLOCK | O_NOCTTY);
 }
 
 ssize_t Kut_read_full(int fd, void* buf, size_t size) {

@@ -52,7 +52,8 @@ int Kut_open_regular(int dirfd, const char* path, int flags,
                      struct stat* st = nullptr);
 
 // Opens anew what a descriptor of any kind (O_PATH, too) has open, whatever has
-// become of its name. The descriptor, or -1 with errno; it takes /proc.
+// become of its name, without waiting (for somebody's lease, say). The
+// descriptor, or -1 with errno; it takes /proc.
 int Kut_reopen(int fd, int flags);
 
 // Reads up to `size` bytes, fewer only at the end of the file. The bytes read,

@@ -50,9 +50,11 @@ TEST_P(Access, NobodyElseIsNamedInsideTheCommand) {
   const auto Info = [](const std::string& user) {
     return "filename=f.fax\nclientid=" + user + "\n";
   };
-  const auto Route = [](const std::string& from, const std::string& to) {
-    return Argument("obj-route",
-                    "fromid=" + from + "\ntoid=" + to + "\nfilename=f.fax\n");
+  WriteFile(root_.path() / "faxq/alice/g.fax", "Alice's");
+  const auto Route = [](const std::string& from, const std::string& to,
+                        const std::string& name = "f.fax") {
+    return Argument("obj-route", "fromid=" + from + "\ntoid=" + to +
+                                     "\nfilename=" + name + "\n");
   };
   const std::string stored = Argument(
       "obj-reqsto", Field("finfoptr", "obj-faxinfo", Info("bob")) +
@@ -66,7 +68,7 @@ TEST_P(Access, NobodyElseIsNamedInsideTheCommand) {
       {"cmd-imgdel", Argument("obj-faxinfo", Info("bob")), true},
       {"cmd-imgstore", stored, true},
       {"cmd-copyfax", Route("bob", "alice"), true},
-      {"cmd-copyfax", Route("alice", "bob"), false},
+      {"cmd-copyfax", Route("alice", "bob", "g.fax"), false},
       {"cmd-setmon",
        Argument("obj-monitor", "clientid=bob\nmontype=mon-excall\n"), true},
       {"cmd-noop",

@@ -69,7 +69,7 @@ class AccountsTest : public testing::TestWithParam<const char*> {
   // Drops a command whose file is as said; the name of its exchange.
   std::string Drop(const CommandFile& file, const std::string& type,
                    const std::string& client, const std::string& argument) {
-    char name[16];
+    char name[32];
     std::snprintf(name, sizeof name, "0001-%03d", ++reference_);
     const std::string path = root_.spool() / (std::string(name) + ".new");
     WriteFile(path, support::Command(type, 1, reference_,

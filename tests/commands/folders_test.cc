@@ -1,9 +1,11 @@
 // What a daemon that is root does in folders that belong to users.
 #include <fcntl.h>
+#include <signal.h>
 
 #include <fstream>
 
 #include "accounts_test.h"
+#include "util/kutio.h"
 
 namespace {
 
@@ -27,6 +29,7 @@ class Folders : public AccountsTest {
     }
     // No path leads there for the user, but what is open does.
     Own("faxq", kFax, 0700);
+    Own("krtnet", kFax, 0755);
     Start({kClosed});
   }
   std::string Path(const std::string& name) const { return root_ / name; }
@@ -203,6 +206,76 @@ TEST_P(Folders, OnlyWhatItsOwnerCanReachIsStored) {
   EXPECT_EQ(Store(Path("krtnet/filspool/up"), "c.fax", kClerk), kDone);
   Put("krtnet/filspool/up", "x", kClerk, 0600);
   EXPECT_NE(Store(Path("krtnet/filspool/up"), "c.fax"), kDone);
+}
+
+// Whoever can be the fax system's user is not yet root: what he puts into the
+// fax system's folders is entered, and run, as him.
+TEST_P(Folders, TheFaxSystemIsNotRoot) {
+  fs::create_directories(Path("roots"));
+  root_.Put("roots/secret", "secret");
+  Own("roots", kRoot, 0700, 0);
+  Own("roots/secret", kRoot, 0600, 0);
+  fs::create_directory_symlink(Path("roots"), Path("faxq/evil"));
+  for (const auto& [type, argument] :
+       {std::pair<std::string, std::string>{
+            "cmd-imgret",
+            Argument("obj-faxinfo", "clientid=evil\nfilename=secret\n")},
+        {"cmd-imgdel",
+         Argument("obj-faxinfo", "clientid=evil\nfilename=secret\n")},
+        {"cmd-copyfax", Argument("obj-route",
+                                 "fromid=evil\ntoid=alice\n"
+                                 "filename=secret\n")},
+        {"cmd-pbcmd", Argument("obj-pbcom",
+                               "pbcmd=pbc-create\n"
+                               "pbtype=pbt-usr\n")},
+        {"cmd-setcfg", Argument("obj-config", "bname=a\n")}}) {
+    EXPECT_NE(Ask({kClerk}, type, "evil", argument), kDone) << type;
+  }
+  EXPECT_EQ(ReadFile(Path("roots/secret")), "secret");
+  EXPECT_EQ(std::distance(fs::directory_iterator(Path("roots")), {}), 1);
+  fs::remove(Path("faxq/evil"));
+  root_.PutProgram("Covers/own",
+                   "id -u > " + Path("in/uid") + "; echo to:R:F:Courier:30:x");
+  Own("in", kFax, 0755);
+  EXPECT_NE(Ask({kAlice}, "cmd-cvrtags", "alice",
+                Argument("obj-resource", "rname=own\n"))
+                .find("tagname=to"),
+            std::string::npos);
+  EXPECT_EQ(ReadFile(Path("in/uid")), std::to_string(kFax) + "\n");
+}
+
+// What a user brings from elsewhere is not the fax system's, and what is there
+// already is not his to replace.
+TEST_P(Folders, AUserPutsNothingInAnothersPlace) {
+  Put("faxq/alice/r.fax", "root's", kRoot, 0600);
+  Own("faxq/alice/r.fax", kRoot, 0600, 0);
+  EXPECT_NE(Route("cmd-copyfax", "r.fax"), kDone);
+  Put("faxq/alice/a.fax", "alice's", kAlice);
+  Put("faxq/bob/a.fax", "bob's", kBob);
+  for (const char* type : {"cmd-copyfax", "cmd-fwdfax"}) {
+    EXPECT_TRUE(Route(type, "a.fax").ends_with("failed: File exists\n"));
+  }
+  EXPECT_EQ(ReadFile(Path("faxq/bob/a.fax")), "bob's");
+  EXPECT_EQ(ReadFile(Path("faxq/alice/a.fax")), "alice's");
+  // A lease on what is stored holds nobody up.
+  fs::create_directories(Path("mine"));
+  Own("mine", kAlice, 0700);
+  Put("mine/up", "x", kAlice, 0600);
+  const UniqueFd held(Kut_open(Path("mine/up").c_str(), O_RDONLY));
+  ASSERT_EQ(fcntl(held.get(), F_SETLEASE, F_WRLCK), 0);
+  signal(SIGIO, SIG_IGN);
+  EXPECT_NE(Store(Path("mine/up"), "b.fax"), kDone);
+}
+
+// Where others can enter, an answer is its receiver's alone.
+TEST_P(Folders, AnAnswerInAnOpenSpoolIsItsReceivers) {
+  for (const auto& [mode, answer] :
+       {std::pair<mode_t, mode_t>{kClosed, 0666}, {kOpen, 0600}}) {
+    Set({mode});
+    EXPECT_EQ(Ask({kAlice}, "cmd-noop", "alice"), kDone);
+    EXPECT_EQ(response_.st_uid, kAlice);
+    EXPECT_EQ(response_.st_mode, S_IFREG | answer);
+  }
 }
 
 TEST_P(Folders, ListsShowWhatIsTheUsers) {

@@ -16,6 +16,7 @@
 #include "cm/cmpaths.h"
 #include "faxserver/fsdmnlst.h"
 #include "faxserver/fsfolder.h"
+#include "faxserver/fspopen.h"
 #include "faxserver/fsshm.h"
 #include "isam/isam.h"
 #include "kx/object.h"
@@ -77,6 +78,11 @@ void CheckPing(Findings* findings) {
   if (s.ok()) {
     return findings->Ok("the daemon answers (" +
                         std::to_string(NowMs() - start) + " ms)");
+  }
+  // In a directory that others can write, root's commands are refused.
+  if (kx::Number(answer.get(), "result") == kx_err_permission) {
+    return findings->Ok("the daemon answers, but " + UserName(geteuid()) +
+                        " is refused there");
   }
   findings->Fail("the daemon does not answer: " + s.text,
                  "look into its log (journalctl -u krtcmd)");
@@ -169,12 +175,13 @@ void CheckOld(Findings* findings, const std::string& name,
   const std::string base = name.substr(0, name.rfind('.'));
   const std::string what = name + " is " + Span(age) + " old";
   if (ext == "rsp") {
-    return findings->Warn(what, "krtctl collect " + base + AsOwner(path));
+    return findings->Warn(
+        what, "krtctl collect " + fx_shell_word(base.c_str()) + AsOwner(path));
   }
   if (ext == "cmd") {
     return findings->Warn(what, "see whether the daemon runs: krtctl ping");
   }
-  findings->Warn(what, "rm " + path);
+  findings->Warn(what, "rm " + fx_shell_word(path.c_str()));
 }
 
 struct Damage {
@@ -220,19 +227,26 @@ bool RebuildTable(Findings* findings, const std::string& file,
 // A book's folder, where the store finds tables by their names alone while this
 // lives. It may be exchanged at any moment by the user whose it is: so it stays
 // the one that was opened, and is worked in with its owner's rights.
+// He may hold its locks for ever, too: that is waited for a moment only.
 class BookFolder {
  public:
-  BookFolder(int fd, const kut_fsid& owner) : identity_(owner) {
+  BookFolder(int fd, const kut_fsid& owner)
+      : identity_(owner), before_(isam_swap_budget({kLockWaitMs, -1})) {
     isam_set_folder(fd);
   }
   BookFolder(const BookFolder&) = delete;
   BookFolder& operator=(const BookFolder&) = delete;
-  ~BookFolder() { isam_set_folder(AT_FDCWD); }
+  ~BookFolder() {
+    isam_swap_budget(before_);
+    isam_set_folder(AT_FDCWD);
+  }
   // Whether it may be worked in.
   bool held() const { return identity_.held(); }
 
  private:
+  static constexpr int kLockWaitMs = 500;
   const FileIdentity identity_;
+  const isam_budget before_;
 };
 
 // Compares a book's indexes with its records. Whether there is a book.

@@ -245,15 +245,21 @@ void LogRefusal(kx_object* cmd, const struct stat* st) {
     return;
   }
   const Owner& owner = OwnerOf(*st);
-  dmn_logf("Refused %s for %s (%ld-%d): its file belongs to %s (uid %u), %04o",
-           sx_cmdtype(cmd), cmd_client(cmd),
-           static_cast<long>(kx::Number(cmd, "sessionid")),
-           kx::Number(cmd, "reference"),
-           owner.uid == 0 ? "root"
-           : owner.known  ? owner.login
-                          : "nobody known",
-           static_cast<unsigned>(st->st_uid),
-           static_cast<unsigned>(st->st_mode & 07777));
+  struct stat spool = {};
+  fstat(spool_fd(file_dir), &spool);
+  dmn_logf(
+      "Refused %s for %s (%ld-%d): its file belongs to %s (uid %u), %04o, "
+      "in a directory of uid %u, %04o",
+      sx_cmdtype(cmd), cmd_client(cmd),
+      static_cast<long>(kx::Number(cmd, "sessionid")),
+      kx::Number(cmd, "reference"),
+      owner.uid == 0 ? "root"
+      : owner.known  ? owner.login
+                     : "nobody known",
+      static_cast<unsigned>(st->st_uid),
+      static_cast<unsigned>(st->st_mode & 07777),
+      static_cast<unsigned>(spool.st_uid),
+      static_cast<unsigned>(spool.st_mode & 07777));
 }
 
 bool IsPermitted(const cmd_row& row, kx_object* cmd, const struct stat& st) {

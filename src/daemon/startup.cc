@@ -129,6 +129,8 @@ void MakeAbsolute(const char* variable) {
 
 // The budgets, as the environment has them. A wrong one leaves the default.
 void SetLimits() {
+  // Who waits for one user's locks holds up everybody's commands.
+  if (num_daemons != 0) cm_set_limits("book-wait=300");
   const char* wrong = cm_set_limits(std::getenv("KFAXLIMITS"));
   if (wrong != nullptr) dmn_logf("Invalid limit in KFAXLIMITS: %s", wrong);
 }

@@ -86,16 +86,20 @@ int CreateAfresh(int dirfd, const char* name) {
 }
 
 // Creates the file although something has its name, which was left by a process
-// that died, or put there as a trap. Who may not remove a trap (only root may,
-// in a directory with the sticky bit) takes another name.
-int CreateInPlace(int dirfd, char (&name)[kNameSize]) {
+// that died, or put there as a trap. What may be another user's answer, which
+// is just being written, is left alone, as is a trap that this process may not
+// remove (only root may, in a directory with the sticky bit): the file takes
+// another name.
+int CreateInPlace(int dirfd, char (&name)[kNameSize], uid_t receiver) {
   struct stat st;
   if (Look(dirfd, name, &st)) {
     if (S_ISDIR(st.st_mode) && IsOurs(st.st_uid)) return FailWith(EISDIR);
-    int fd = Clear(dirfd, name) == 0 ? CreateAfresh(dirfd, name) : -1;
-    if (fd >= 0 || IsOurs(st.st_uid)) return fd;
-    dmn_logf("Cannot remove %s of uid %u: %s", name, st.st_uid,
-             Kut_sys_errstr());
+    if (!IsAnothers(dirfd, name, receiver)) {
+      int fd = Clear(dirfd, name) == 0 ? CreateAfresh(dirfd, name) : -1;
+      if (fd >= 0 || IsOurs(st.st_uid)) return fd;
+      dmn_logf("Cannot remove %s of uid %u: %s", name, st.st_uid,
+               Kut_sys_errstr());
+    }
     char other[kNameSize];
     if (NameBeside(name, "tmp", other) != 0) return -1;
     std::strcpy(name, other);
@@ -116,7 +120,9 @@ mode_t ModeFor(int dirfd, uid_t receiver) {
 // had, one that it writes there.
 UniqueFd CreateTemporary(int dirfd, char (&name)[kNameSize], uid_t receiver) {
   UniqueFd fd(CreateAfresh(dirfd, name));
-  if (!fd.valid() && errno == EEXIST) fd.reset(CreateInPlace(dirfd, name));
+  if (!fd.valid() && errno == EEXIST) {
+    fd.reset(CreateInPlace(dirfd, name, receiver));
+  }
   // The client may be anybody, whatever the umask says, and in a directory with
   // the sticky bit it can only remove what is its own. Nobody can open the file
   // before it has changed hands.

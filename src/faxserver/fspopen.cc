@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <utility>
@@ -63,6 +64,9 @@ fx_child_guard::fx_child_guard() {
 fx_child_guard::~fx_child_guard() { sigprocmask(SIG_SETMASK, &old_, nullptr); }
 
 std::string fx_shell_word(const char* text) {
+  constexpr char kPlain[] =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789/._-";
+  if (*text != '\0' && text[strspn(text, kPlain)] == '\0') return text;
   // Within single quotes nothing has a meaning but the quote itself, which is
   // put between two of them: '\''
   std::string word = "'";

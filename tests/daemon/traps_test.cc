@@ -154,7 +154,19 @@ TEST_F(Traps, WhoHasHisShareOfTheWorkersIsPassedOver) {
       if (i == 3) subtask_del(1000001, 0);
       order += Claim();
     }
-    _exit(order == "ceabd" ? 0 : 1);
+    // The last worker is never one user's who has all the others.
+    subtask_add(1000003, -1, kRunning);
+    subtask_set_owner(1000003, kMallory);
+    subtask_add(1000004, -1, kRunning);
+    subtask_set_owner(1000004, kMallory);
+    Put("f.cmd", kMallory);
+    order += Claim();
+    if (sx_ready_held()) order += "held";
+    Put("g.cmd", kAlice);
+    order += Claim();
+    subtask_del(1000003, 0);
+    order += Claim();
+    _exit(order == "ceabdheldgf" ? 0 : 1);
   }
   int status;
   waitpid(child, &status, 0);
@@ -172,7 +184,9 @@ TEST_F(Traps, ResponseTakesItsPlace) {
       cases[] = {
           {"directory at .tmp", put_dir("0007-001.tmp"), "0007-001.rsp", 1},
           {"directory at .rsp", put_dir("0007-001.rsp"), "0007-001.rsp", 1},
-          {"file at .tmp", put("0007-001.tmp", kMallory), "0007-001.rsp", 0},
+          {"file at .tmp, perhaps an answer", put("0007-001.tmp", kMallory),
+           "0007-001.rsp", 1},
+          {"own file at .tmp", put("0007-001.tmp", kAlice), "0007-001.rsp", 0},
           {"link at .rsp",
            [this] { symlink("/etc/hosts", Path("0007-001.rsp").c_str()); },
            "0007-001.rsp", 0},

@@ -11,6 +11,7 @@
 #include <functional>
 
 #include "book.h"
+#include "cm/cmlimits.h"
 #include "isam/isam.h"
 #include "isam/issys.h"
 #include "support/own_accounts.h"
@@ -204,6 +205,7 @@ std::vector<UniqueFd> LockAll(const std::string& folder) {
 }
 
 TEST_F(Owner, LocksHeldForEverHoldNobodyUp) {
+  ASSERT_EQ(cm_set_limits("book-wait=300"), nullptr);
   Client alice;
   alice.Talk(R"(
 create

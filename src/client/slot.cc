@@ -21,6 +21,9 @@ namespace client {
 namespace {
 
 constexpr mode_t kMode = 0660;
+
+// What is root's others do not write into.
+mode_t Mode() { return geteuid() == 0 ? 0600 : kMode; }
 // A session number has 32 bits, signed; what is left above the four digits.
 constexpr unsigned kNonces = 214000;
 
@@ -121,7 +124,7 @@ int SlotOfFile(const std::string& name) {
 
 bool Slot::TryLock(const std::string& path, int flags, int* error) {
   UniqueFd fd(
-      Kut_open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | flags, kMode));
+      Kut_open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | flags, Mode()));
   if (!fd.valid()) {
     *error = errno;
     return false;
@@ -142,7 +145,7 @@ bool Slot::TryLock(const std::string& path, int flags, int* error) {
   last_ = std::atoi(text);
   if (last_ < 0 || last_ > kMaxReference) last_ = 0;
   // Past the umask, so that another user can reuse what a crash leaves.
-  if (held.st_size == 0 && held.st_uid == geteuid()) fchmod(fd.get(), kMode);
+  if (held.st_size == 0 && held.st_uid == geteuid()) fchmod(fd.get(), Mode());
   lock_ = std::move(fd);
   file_ = path;
   return true;

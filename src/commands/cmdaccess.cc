@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <string>
 #include <vector>
 
 #include "cm/cmkrt.h"
@@ -142,6 +143,15 @@ Trust TrustInOwner(const Owner& owner) {
   return owner.known ? Trust::kSelf : Trust::kNobody;
 }
 
+// Whether nobody but root can exchange what root has in the directory. With the
+// sticky bit others leave it where it is. A link has all mode bits, and no use
+// for them.
+bool IsRootsAlone(const struct stat& st) {
+  const mode_t others = st.st_gid == 0 ? S_IWOTH : S_IWOTH | S_IWGRP;
+  return st.st_uid == 0 && (S_ISLNK(st.st_mode) || (st.st_mode & others) == 0 ||
+                            (st.st_mode & S_ISVTX) != 0);
+}
+
 // Whether nobody but root can put another directory in the place of this one:
 // all above it are root's, wherever a link has led to it.
 bool IsRootsPlace(int dirfd) {
@@ -150,16 +160,27 @@ bool IsRootsPlace(int dirfd) {
   if (fstat(dirfd, &below) != 0) return false;
   for (;;) {
     struct stat st;
-    if (!at.valid() || fstat(at.get(), &st) != 0 || st.st_uid != 0) {
+    if (!at.valid() || fstat(at.get(), &st) != 0 || !IsRootsAlone(st)) {
       return false;
     }
-    // With the sticky bit others leave root's directories where they are.
-    const mode_t others = st.st_gid == 0 ? S_IWOTH : S_IWOTH | S_IWGRP;
-    if ((st.st_mode & others) != 0 && (st.st_mode & S_ISVTX) == 0) return false;
     if (st.st_dev == below.st_dev && st.st_ino == below.st_ino) return true;
     below = st;
     at.reset(Kut_open_at(at.get(), "..", O_PATH | O_DIRECTORY));
   }
+}
+
+// Whether the path leads there through directories of root's alone: a link that
+// somebody else can make may lead anywhere.
+bool IsRootsPath(const char* path) {
+  if (*path != '/') return false;
+  std::string above = path;
+  do {
+    above.resize(above.find_last_of('/'));
+    struct stat st;
+    const char* name = above.empty() ? "/" : above.c_str();
+    if (lstat(name, &st) != 0 || !IsRootsAlone(st)) return false;
+  } while (!above.empty());
+  return true;
 }
 
 // The same, asked once a second for one directory.
@@ -174,7 +195,8 @@ bool IsRootsPlaceNow(int dirfd, const struct stat& spool) {
   clock_gettime(CLOCK_MONOTONIC, &now);
   if (last.asked != now.tv_sec || last.dev != spool.st_dev ||
       last.ino != spool.st_ino) {
-    last = {spool.st_dev, spool.st_ino, now.tv_sec, IsRootsPlace(dirfd)};
+    last = {spool.st_dev, spool.st_ino, now.tv_sec,
+            IsRootsPlace(dirfd) && IsRootsPath(file_dir)};
   }
   return last.roots;
 }
@@ -298,7 +320,18 @@ bool cmd_owner(kx_object* cmd, kut_fsid* owner) {
     return false;
   }
   *owner = {st->st_uid, st->st_gid};
-  if (st->st_uid == 0) return true;
+  if (st->st_uid == 0) {
+    // Others could have written it, or put it there: then it has not root's
+    // rights, but at most the fax system's.
+    if (TrustIn(*st) == Trust::kRoot || geteuid() != 0) return true;
+    if (cm_get_krt_uid() == -1) {
+      errno = EPERM;
+      return false;
+    }
+    *owner = {static_cast<uid_t>(cm_get_krt_uid()),
+              static_cast<gid_t>(cm_get_krt_gid())};
+    return true;
+  }
   const int gid = Kut_login_gid(st->st_uid);
   if (gid != -1) owner->gid = static_cast<gid_t>(gid);
   return gid != -1 || errno == ENOENT;

@@ -48,7 +48,8 @@ bool cmd_is_permitted(const cmd_row& row, kx_object* cmd);
 // Whether its owner may act for every client.
 bool cmd_is_trusted(kx_object* cmd);
 
-// The owner of the command's file, for work on files as that user. False, with
+// The owner of the command's file, for work on files as that user; the fax
+// system's user for a file of root's that is not trusted as root. False, with
 // errno, for a command that came from no file or when it cannot be told.
 bool cmd_owner(kx_object* cmd, kut_fsid* owner);
 

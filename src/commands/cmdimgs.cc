@@ -5,7 +5,9 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 
+#include "cm/cmfolder.h"
 #include "commands/cmdaccess.h"
 #include "commands/cmdargs.h"
 #include "commands/cmdhand.h"
@@ -75,16 +77,35 @@ bool OpenOwn(kx_object* cmd, const char* dir, const char* name,
          OwnedBy(upload->st, cmd_client(cmd));
 }
 
+// Opens a spool directory, as whoever owns it or, in the fax server's tree,
+// what it is in.
+bool OpenSpool(const char* spool, Upload* upload) {
+  if (spool == nullptr) return false;
+  if (std::strncmp(spool, kfaxdir, std::strlen(kfaxdir)) != 0) {
+    upload->dir.reset(Kut_open(spool, O_PATH | O_DIRECTORY));
+    return upload->dir.valid() &&
+           Kut_owner_of(upload->dir.get(), &upload->reader);
+  }
+  const cm_folder folder = cm_open_folder(kfaxdir, spool);
+  upload->reader = folder.owner();
+  upload->dir.reset(fcntl(folder.fd(), F_DUPFD_CLOEXEC, 0));
+  return upload->dir.valid();
+}
+
 // Opens what the session of a trusted client uploaded into a spool directory:
 // reached as the owner of that, and read as its own owner, who is not root.
 bool OpenSessions(const char* spool, const char* dir, const char* name,
                   Upload* upload) {
-  upload->dir.reset(Kut_open(spool, O_PATH | O_DIRECTORY));
-  struct stat st;
-  if (!upload->dir.valid() || !IsDirectory(dir, upload->dir.get()) ||
-      !Kut_owner_of(upload->dir.get(), &upload->reader) ||
-      fstatat(upload->dir.get(), name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
+  if (!OpenSpool(spool, upload) || !IsDirectory(dir, upload->dir.get())) {
     return false;
+  }
+  struct stat st;
+  {
+    const FileIdentity identity(upload->reader);
+    if (!identity.held() ||
+        fstatat(upload->dir.get(), name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
+      return false;
+    }
   }
   kut_fsid owner = {st.st_uid, st.st_gid};
   if (owner.uid == 0) owner = upload->reader;

@@ -97,6 +97,9 @@ int monitor_start(const char* dir, int) {
     return -1;
   }
   g_dir = dir;
+  if (spool_fd(dir) < 0) {
+    dmn_logf("Cannot open directory %s: %s", dir, Kut_sys_errstr());
+  }
   if (save_cmds != 0 || save_rsps != 0) sx_save_check(dir);
   return 0;
 }

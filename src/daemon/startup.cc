@@ -1,5 +1,6 @@
 #include "daemon/startup.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <climits>
@@ -19,6 +20,7 @@
 #include "daemon/subtask.h"
 #include "daemon/sxfile.h"
 #include "faxserver/fsdmnlst.h"
+#include "faxserver/fsfile.h"
 #include "faxserver/fslog.h"
 #include "util/kutenv.h"
 #include "util/kuterr.h"
@@ -135,6 +137,14 @@ void SetLimits() {
   if (wrong != nullptr) dmn_logf("Invalid limit in KFAXLIMITS: %s", wrong);
 }
 
+// A daemon that is root reads the fax system's files as the one who owns the
+// tree. Where that cannot be told, nothing below it can be opened either.
+void TakeReader() {
+  const UniqueFd root(Kut_open(kfaxdir, O_PATH | O_DIRECTORY));
+  kut_fsid owner;
+  if (root.valid() && Kut_owner_of(root.get(), &owner)) fx_read_as(owner);
+}
+
 // Forks the daemons; only they come back. The starting process exits.
 void Detach() {
   const int count = num_daemons == 0 ? 1 : num_daemons;
@@ -213,6 +223,7 @@ void krtcmd_run(int argc, char** argv) {
   dmn_log_reopen(log_fd, Debug);
   fx_log_to(dmn_log_write);
   SetLimits();
+  TakeReader();
   if (background) Detach();
   LogStart();
   fx_add_daemon_list(kfaxdir, ProgName, getpid());

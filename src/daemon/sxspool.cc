@@ -14,6 +14,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "daemon/settings.h"
 #include "util/kutfile.h"
 #include "util/kutio.h"
 #include "util/kutstr.h"
@@ -37,6 +38,28 @@ void LetGo() {
   spool_unwatch();
   if (g_fd >= 0) close(g_fd);
   g_fd = -1;
+}
+
+// Opens the directory. The tree belongs to the fax system's user, who could
+// have a daemon that is root work anywhere by a link: below the root directory
+// none is followed then.
+int OpenDirectory(const char* dir) {
+  const std::size_t length = kfaxdir != nullptr ? std::strlen(kfaxdir) : 0;
+  if (spool_self() != 0 || length == 0 ||
+      std::strncmp(dir, kfaxdir, length) != 0 || dir[length] != '/') {
+    return Kut_open(dir, O_PATH | O_DIRECTORY);
+  }
+  UniqueFd fd(Kut_open(kfaxdir, O_PATH | O_DIRECTORY));
+  char name[NAME_MAX + 1];
+  for (const char* at = dir + length; fd.valid();) {
+    at += std::strspn(at, "/");
+    const std::size_t part = std::strcspn(at, "/");
+    if (part == 0) break;
+    Kut_strcpyz(name, at, std::min(part + 1, sizeof name));
+    fd.reset(Kut_open_at(fd.get(), name, O_PATH | O_DIRECTORY | O_NOFOLLOW));
+    at += part;
+  }
+  return fd.release();
 }
 
 // Takes all waiting events; whether one tells of a file with the extension, or
@@ -71,7 +94,7 @@ int spool_fd(const char* dir) {
     return -1;
   }
   LetGo();
-  g_fd = Kut_open(dir, O_PATH | O_DIRECTORY);
+  g_fd = OpenDirectory(dir);
   Kut_strcpyz(g_path, dir, sizeof g_path);
   return g_fd;
 }

@@ -11,9 +11,25 @@
 #include "kx/kxobj.h"
 #include "util/kutstr.h"
 
+namespace {
+
+constinit kut_fsid g_reader = {};
+
+}  // namespace
+
+void fx_read_as(const kut_fsid& owner) { g_reader = owner; }
+
+const kut_fsid& fx_reader() { return g_reader; }
+
 UniqueFd fx_open_file(int dirfd, const char* name, fx_links links,
                       struct stat* st) {
   const int nofollow = links == fx_links::kRefuse ? O_NOFOLLOW : 0;
+  const bool systems = dirfd == AT_FDCWD || links == fx_links::kFollow;
+  if (!systems || g_reader.uid == 0) {
+    return UniqueFd(Kut_open_regular(dirfd, name, nofollow, st));
+  }
+  const FileIdentity reader(g_reader);
+  if (!reader.held()) return UniqueFd();
   return UniqueFd(Kut_open_regular(dirfd, name, nofollow, st));
 }
 

@@ -18,9 +18,16 @@
 
 #include "kx/kxtext.h"
 #include "kx/object.h"
+#include "util/kutident.h"
 #include "util/kutio.h"
 
 enum class fx_links { kFollow, kRefuse };
+
+// As whom the fax system's own files are opened from now on, those that are
+// given by a path: whoever owns the root directory can put a link to any file
+// in the place of one, and is not to read root's by a daemon that is root.
+void fx_read_as(const kut_fsid& owner);
+const kut_fsid& fx_reader();
 
 // Opens a regular file for reading; its status goes to `st`, which may be null.
 UniqueFd fx_open_file(int dirfd, const char* name, fx_links links,

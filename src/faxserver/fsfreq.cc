@@ -280,9 +280,14 @@ int fx_del_freq(const char* root, long seqno, int expired) {
 
 kx_object* fx_rd_freqs(const char* root) try {
   DirReader dir;
-  if (dir.Open(cm_get_requests_dir(root)) != 0) return fx_null(kx_err_system);
   std::vector<fx_numbered> entries;
-  if (!fx_numbered_names(&dir, "r-", &entries)) return fx_null(kx_err_system);
+  {
+    const FileIdentity reader(fx_reader());
+    if (!reader.held() || dir.Open(cm_get_requests_dir(root)) != 0 ||
+        !fx_numbered_names(&dir, "r-", &entries)) {
+      return fx_null(kx_err_system);
+    }
+  }
   UserNames names;
   kx::ListBuilder list;
   for (const fx_numbered& entry : entries) {

@@ -55,8 +55,9 @@ bool ReadListFile(const char* path, Choices* choices) {
 // The visible files of a directory, sorted by name. A missing one has none.
 // False with errno.
 bool ReadFileNames(const char* path, Which which, Choices* choices) {
+  const FileIdentity reader(fx_reader());
   DirReader dir;
-  if (dir.Open(path) != 0) return errno == ENOENT;
+  if (!reader.held() || dir.Open(path) != 0) return errno == ENOENT;
   std::vector<std::string> names;
   if (!fx_visible_names(&dir, &names)) return false;
   for (const std::string& name : names) {

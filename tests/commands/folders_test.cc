@@ -244,6 +244,49 @@ TEST_P(Folders, TheFaxSystemIsNotRoot) {
   EXPECT_EQ(ReadFile(Path("in/uid")), std::to_string(kFax) + "\n");
 }
 
+// Nor are files of root's read through links in a tree that is krtfax's, or
+// reached by a command of root's file that others could have written.
+TEST_P(Folders, LinksInTheTreeLeadToNothingOfRoots) {
+  daemon_.reset();
+  Own("", kFax, 0755);
+  fs::create_directories(Path("roots"));
+  root_.Put("roots/secret", std::string(212, 's'));
+  Own("roots/secret", kRoot, 0600, 0);
+  Own("roots", kRoot, 0700, 0);
+  for (const char* name : {"dstat", "qstat", "Default", "retrys"}) {
+    fs::remove(Path(name));
+    fs::create_symlink(Path("roots/secret"), Path(name));
+  }
+  fs::remove_all(Path("groups"));
+  fs::create_directory_symlink(Path("roots"), Path("groups"));
+  Start({kClosed});
+  EXPECT_EQ(Ask({kClerk}, "cmd-state", "clerk").find("sss"), std::string::npos);
+  for (const char* list : {"lst-retrys", "lst-groups"}) {
+    const std::string answer =
+        Ask({kClerk}, "cmd-reslist", "clerk",
+            Argument("obj-reqlst", std::string("listtype=") + list + "\n"));
+    EXPECT_EQ(answer.find("secret"), answer.npos) << answer;
+    EXPECT_EQ(answer.find("sss"), answer.npos) << answer;
+  }
+  EXPECT_EQ(daemon_->Log().find("sss"), std::string::npos);
+  // As krtfax's at most: what the group could write, in its directory.
+  fs::create_directories(Path("faxq/root"));
+  Own("faxq/root", kFax, 02770);
+  EXPECT_NE(Ask({kRoot, kFaxGroup, 0660}, "cmd-imgstore", "root",
+                Argument("obj-reqsto",
+                         Field("finfoptr", "obj-faxinfo", "filename=loot\n") +
+                             Field("filobjptr", "obj-file",
+                                   "pathname=" + Path("roots/secret") + "\n"))),
+            kDone);
+  EXPECT_TRUE(root_.Has("roots/secret"));
+  // A spool directory that has become a link is not worked in.
+  fs::rename(Path("krtnet/filspool"), Path("krtnet/old"));
+  fs::create_directory_symlink(Path("roots"), Path("krtnet/filspool"));
+  root_.Put("roots/x.cmd", "");
+  EXPECT_FALSE(Eventually([&] { return !root_.Has("roots/x.cmd"); },
+                          std::chrono::milliseconds(1500)));
+}
+
 // What a user brings from elsewhere is not the fax system's, and what is there
 // already is not his to replace.
 TEST_P(Folders, AUserPutsNothingInAnothersPlace) {

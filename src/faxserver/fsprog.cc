@@ -22,7 +22,8 @@
 
 namespace {
 
-constexpr int kPauseMs = 20;  // between two looks at a program that is silent
+constexpr int kPauseMs = 20;    // between two looks at a program that is silent
+constexpr int kGraceMs = 1000;  // for a guard that may have begun
 constexpr char kUsualPath[] = "/bin:/usr/bin";
 constexpr int kExitUnknown = W_EXITCODE(1, 0);
 
@@ -218,12 +219,17 @@ void fx_program::End(const std::string& why) {
   if (!HasEnded()) Kill();
 }
 
+// The guard ends what it has started. One that has started nothing, since the
+// program hangs before it begins, does not hear and is killed itself; not at
+// once, for it may have begun this very moment, and what the program has
+// started by then would live on.
 void fx_program::Kill() {
-  if (begun_) {
-    fx_kill_guarded(pid_);
-  } else {
-    kill(pid_, SIGKILL);
+  fx_kill_guarded(pid_);
+  for (int ms = 0; !begun_ && ms < kGraceMs && !HasEnded(); ms += kPauseMs) {
+    poll(nullptr, 0, kPauseMs);
   }
+  if (!begun_ && !ended_) kill(pid_, SIGKILL);
+  if (ended_) return;
   if (Kut_wait_child(pid_, &status_) < 0) status_ = kExitUnknown;
   ended_ = true;
 }

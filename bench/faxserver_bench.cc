@@ -74,6 +74,7 @@ class Root {
     std::ofstream log(*this / "logs/OLOG");
     for (int i = 0; i < kLogRecords; ++i) {
       fx_olog_record record;
+      record.clientid = "bob";
       record.seqno = i >= kLogRecords - 300 && i % 100 == 0 ? 42 : 1000 + i;
       record.attempt = 1 + i % 3;
       const fx_olog_bytes bytes = fx_encode_olog(record);

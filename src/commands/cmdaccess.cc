@@ -215,7 +215,7 @@ Trust TrustInFolder(int dirfd, const struct stat& spool, uid_t file_owner) {
 Trust TrustIn(const struct stat& st) {
   const int dirfd = spool_fd(file_dir);
   struct stat spool;
-  if (dirfd < 0 || fstat(dirfd, &spool) != 0) return Trust::kNobody;
+  if (spool_status(file_dir, &spool) != 0) return Trust::kNobody;
   const Owner& owner = OwnerOf(st);
   const Writers writers = WhoCouldWrite(st, spool, owner);
   if (writers == Writers::kOutsiders) return Trust::kNobody;
@@ -268,7 +268,7 @@ void LogRefusal(kx_object* cmd, const struct stat* st) {
   }
   const Owner& owner = OwnerOf(*st);
   struct stat spool = {};
-  fstat(spool_fd(file_dir), &spool);
+  spool_status(file_dir, &spool);
   dmn_logf(
       "Refused %s for %s (%ld-%d): its file belongs to %s (uid %u), %04o, "
       "in a directory of uid %u, %04o",

@@ -110,10 +110,10 @@ int CreateInPlace(int dirfd, char (&name)[kNameSize], uid_t receiver) {
 // Any client of the fax system's may take a response; but where outsiders can
 // enter the directory, what was given to its receiver is for him alone.
 mode_t ModeFor(int dirfd, uid_t receiver) {
+  if (receiver == spool_self() || spool_self() != 0) return 0666;
   struct stat st;
-  const bool given = receiver != spool_self() && spool_self() == 0;
   const bool closed = fstat(dirfd, &st) == 0 && (st.st_mode & S_IXOTH) == 0;
-  return given && !closed ? 0600 : 0666;
+  return closed ? 0666 : 0600;
 }
 
 // Creates the receiver's temporary file, under `name` or, where that cannot be

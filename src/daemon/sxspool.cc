@@ -25,6 +25,8 @@ constexpr uint32_t kArrivals = IN_MOVED_TO | IN_CLOSE_WRITE;
 
 char g_path[PATH_MAX] = "";
 int g_fd = -1;
+bool g_looked = false;  // since it was opened
+struct stat g_status;   // of it then
 int g_inotify = -1;
 int g_watch = -1;  // -1: not watching
 
@@ -38,6 +40,7 @@ void LetGo() {
   spool_unwatch();
   if (g_fd >= 0) close(g_fd);
   g_fd = -1;
+  g_looked = false;
 }
 
 // Opens the directory. The tree belongs to the fax system's user, who could
@@ -99,6 +102,13 @@ int spool_fd(const char* dir) {
   return g_fd;
 }
 
+int spool_status(const char* dir, struct stat* st) {
+  if (spool_fd(dir) < 0) return -1;
+  if (!g_looked) return fstat(g_fd, st);
+  *st = g_status;
+  return 0;
+}
+
 void spool_refresh(const struct stat& named) {
   if (g_fd < 0) return;
   struct stat held;
@@ -106,7 +116,9 @@ void spool_refresh(const struct stat& named) {
   // was given its inode.
   const bool same = fstat(g_fd, &held) == 0 && held.st_nlink != 0 &&
                     held.st_dev == named.st_dev && held.st_ino == named.st_ino;
-  if (!same) LetGo();
+  if (!same) return LetGo();
+  g_status = held;
+  g_looked = true;
 }
 
 uid_t spool_self() {

@@ -14,6 +14,9 @@
 // The descriptor of `dir`, which this module owns, opened at the first call and
 // when another directory is asked for. -1 with errno.
 int spool_fd(const char* dir);
+// The status of the open directory, as it was when it was looked through last.
+// 0, or -1 with errno.
+int spool_status(const char* dir, struct stat* st);
 // Lets go of the descriptor, and of the watch, unless it is of the very
 // directory whose status is `named`: the one of that name may be a new one.
 void spool_refresh(const struct stat& named);

@@ -126,7 +126,7 @@ bool Kut_owner_of(int fd, kut_fsid* owner) {
 }
 
 FileIdentity::FileIdentity(const kut_fsid& id) : before_(g_id) {
-  if (geteuid() != 0 || Same(id, g_id)) return;
+  if (Same(id, g_id) || geteuid() != 0) return;
   held_ = NoteOwn() && Become(id);
   changed_ = held_;
   if (held_ || g_own_groups == nullptr) return;

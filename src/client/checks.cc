@@ -127,7 +127,7 @@ bool IsNumber(const std::string& text) {
 // A folder of the fax system's, in which root repairs as its owner: links that
 // others could have put there lead nowhere that those could not go.
 cm_folder FolderAt(const Findings& findings, const std::string& path) {
-  if (path.starts_with(findings.root())) {
+  if (cm_is_in_tree(findings.root(), path.c_str())) {
     return cm_open_folder(findings.root(), path.c_str());
   }
   UniqueFd fd(Kut_open(path.c_str(), O_PATH | O_DIRECTORY));

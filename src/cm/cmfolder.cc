@@ -39,9 +39,14 @@ cm_folder Enter(const cm_folder& folder, const char* name, int flags) {
 
 }  // namespace
 
-cm_folder cm_open_folder(const char* root, const char* path) {
+bool cm_is_in_tree(const char* root, const char* path) {
   const std::size_t length = std::strlen(root);
-  if (length == 0 || std::strncmp(path, root, length) != 0) {
+  if (length == 0 || std::strncmp(path, root, length) != 0) return false;
+  return root[length - 1] == '/' || path[length] == '/' || path[length] == '\0';
+}
+
+cm_folder cm_open_folder(const char* root, const char* path) {
+  if (!cm_is_in_tree(root, path)) {
     errno = ENOENT;
     return cm_folder();
   }
@@ -50,10 +55,14 @@ cm_folder cm_open_folder(const char* root, const char* path) {
   if (!fd.valid() || !Kut_owner_of(fd.get(), &owner)) return cm_folder();
   cm_folder folder(std::move(fd), owner);
   char name[kCmPathSize];
-  for (const char* at = path + length; folder.valid();) {
+  for (const char* at = path + std::strlen(root); folder.valid();) {
     at += std::strspn(at, "/");
     const std::size_t part = std::strcspn(at, "/");
-    if (part == 0 || part >= sizeof name) break;
+    if (part == 0) break;
+    if (part >= sizeof name) {
+      errno = ENAMETOOLONG;
+      return cm_folder();
+    }
     std::snprintf(name, sizeof name, "%.*s", static_cast<int>(part), at);
     folder = Enter(folder, name, 0);
     at += part;

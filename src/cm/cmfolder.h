@@ -2,9 +2,9 @@
 // in it, and the fax system's own.
 //
 // - Their owner may put anything there at any moment. So they are reached
-//   through descriptors, one component of the path after the other, none of
-//   which may be a link; and a daemon that is root works in each as its owner
-//   (util/kutident.h), who could do all of it himself.
+//   through descriptors, one component of the path after the other; and a
+//   daemon that is root works in each as its owner (util/kutident.h), who could
+//   do all of it himself. Below a queue directory no link is followed.
 // - On failure errno tells why.
 #ifndef CM_CMFOLDER_H_
 #define CM_CMFOLDER_H_
@@ -33,11 +33,15 @@ class cm_folder {
   kut_fsid owner_;
 };
 
+// Whether the path is the root directory's, or that of something below it.
+bool cm_is_in_tree(const char* root, const char* path);
+
 // Opens a folder at or below the fax server's root directory, which is named by
 // whoever started this process and is what it is. Below it only the fax system
 // or an administrator can put links, and they are followed, but as the owner of
 // the folder that they lie in: whoever can be the fax system is not yet root,
 // and so what is root's in a folder of the fax system's is entered as that.
+// ENOENT for a path that is not in the tree.
 cm_folder cm_open_folder(const char* root, const char* path);
 
 // Opens the folder of that name in another, as that one's owner. What the fax

@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 
 #include "cm/cmfolder.h"
 #include "commands/cmdaccess.h"
@@ -81,7 +80,7 @@ bool OpenOwn(kx_object* cmd, const char* dir, const char* name,
 // what it is in.
 bool OpenSpool(const char* spool, Upload* upload) {
   if (spool == nullptr) return false;
-  if (std::strncmp(spool, kfaxdir, std::strlen(kfaxdir)) != 0) {
+  if (!cm_is_in_tree(kfaxdir, spool)) {
     upload->dir.reset(Kut_open(spool, O_PATH | O_DIRECTORY));
     return upload->dir.valid() &&
            Kut_owner_of(upload->dir.get(), &upload->reader);

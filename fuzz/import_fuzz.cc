@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "client/csv.h"
-#include "client/json.h"
-#include "client/person.h"
-#include "client/vcard.h"
+#include "ctl/format/csv.h"
+#include "ctl/format/json.h"
+#include "ctl/format/person.h"
+#include "ctl/format/vcard.h"
 #include "fuzz/check.h"
 #include "kx/kxobj.h"
 #include "kx/object.h"

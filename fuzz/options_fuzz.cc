@@ -8,11 +8,12 @@
 #include <string>
 #include <vector>
 
-#include "client/parse.h"
-#include "client/place.h"
+#include "ctl/app/parse.h"
+#include "ctl/verbs.h"
 #include "fuzz/check.h"
 #include "fuzz/fax_root.h"
 #include "fuzz/input.h"
+#include "link/place.h"
 #include "util/kutenv.h"
 #include "util/kutopt.h"
 
@@ -58,8 +59,8 @@ void Options(fuzz::Input* in) {
 void Client(fuzz::Input* in) {
   const Arguments args(in);
   client::CommandLine line;
-  const client::Status status =
-      client::ParseCommandLine(args.count(), args.argv.data(), &line);
+  const client::Status status = client::ParseCommandLine(
+      client::Verbs(), args.count(), args.argv.data(), &line);
   CHECK(status.ok() == status.text.empty());
   CHECK(line.args.size() + line.options.size() <= 10 + 256 * args.texts.size());
   for (const auto& [name, value] : line.options) {

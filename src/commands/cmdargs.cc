@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "cm/cmpaths.h"
-#include "daemon/settings.h"
+#include "daemon/spool/settings.h"
 #include "faxserver/fsnames.h"
 
 namespace {

@@ -2,8 +2,8 @@
 #include "commands/cmdargs.h"
 #include "commands/cmdresult.h"
 #include "commands/handlers.h"
-#include "daemon/dmnmsg.h"
-#include "daemon/settings.h"
+#include "daemon/spool/dmnmsg.h"
+#include "daemon/spool/settings.h"
 #include "faxserver/fsefifo.h"
 #include "faxserver/fsreq.h"
 

@@ -2,7 +2,7 @@
 #include "commands/cmdargs.h"
 #include "commands/cmdresult.h"
 #include "commands/handlers.h"
-#include "daemon/settings.h"
+#include "daemon/spool/settings.h"
 #include "faxserver/fsconfig.h"
 
 int process_setcfg(kx_object* cmd, kx_object* rsp) {

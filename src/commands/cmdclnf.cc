@@ -2,7 +2,7 @@
 #include "commands/cmdargs.h"
 #include "commands/cmdresult.h"
 #include "commands/handlers.h"
-#include "daemon/settings.h"
+#include "daemon/spool/settings.h"
 #include "faxserver/fsstat.h"
 
 int process_clnfax(kx_object* cmd, kx_object* rsp) {

@@ -1,7 +1,7 @@
 // "cmd-cvrtags"
 #include "commands/cmdresult.h"
 #include "commands/handlers.h"
-#include "daemon/settings.h"
+#include "daemon/spool/settings.h"
 #include "faxserver/fscover.h"
 
 int process_cvrtags(kx_object* cmd, kx_object* rsp) {

@@ -7,7 +7,7 @@
 #include <cerrno>
 
 #include "cm/cmlimits.h"
-#include "daemon/logfile.h"
+#include "daemon/spool/logfile.h"
 #include "util/kuterr.h"
 
 namespace {

@@ -13,7 +13,7 @@
 #include "commands/cmdargs.h"
 #include "commands/cmdresult.h"
 #include "commands/handlers.h"
-#include "daemon/settings.h"
+#include "daemon/spool/settings.h"
 #include "faxserver/fsextcmd.h"
 #include "faxserver/fspopen.h"
 #include "kx/kxobj.h"

@@ -5,7 +5,7 @@
 #include "commands/cmdargs.h"
 #include "commands/cmdresult.h"
 #include "commands/handlers.h"
-#include "daemon/settings.h"
+#include "daemon/spool/settings.h"
 
 namespace {
 

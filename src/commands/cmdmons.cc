@@ -2,7 +2,7 @@
 #include "commands/cmdargs.h"
 #include "commands/cmdresult.h"
 #include "commands/handlers.h"
-#include "daemon/settings.h"
+#include "daemon/spool/settings.h"
 #include "faxserver/fsmon.h"
 
 int process_setmon(kx_object* cmd, kx_object* rsp) {

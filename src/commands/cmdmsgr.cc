@@ -5,8 +5,8 @@
 #include "commands/cmdargs.h"
 #include "commands/cmdresult.h"
 #include "commands/handlers.h"
-#include "daemon/logfile.h"
-#include "daemon/settings.h"
+#include "daemon/spool/logfile.h"
+#include "daemon/spool/settings.h"
 #include "faxserver/fsmsg.h"
 
 namespace {

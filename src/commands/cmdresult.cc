@@ -3,7 +3,7 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "daemon/logfile.h"
+#include "daemon/spool/logfile.h"
 
 int cmd_succeed(kx_object* rsp, kx::Object data) {
   Kfx_Set(rsp, "result", Kfx_Word_To_Str(kx_err_none));

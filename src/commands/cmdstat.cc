@@ -3,7 +3,7 @@
 #include "commands/cmdargs.h"
 #include "commands/cmdresult.h"
 #include "commands/handlers.h"
-#include "daemon/settings.h"
+#include "daemon/spool/settings.h"
 #include "faxserver/fsstat.h"
 
 int cmd_answer_status(kx_object* cmd, kx_object* rsp, cmd_status_reader read) {

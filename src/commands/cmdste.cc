@@ -1,7 +1,7 @@
 // "cmd-state"
 #include "commands/cmdresult.h"
 #include "commands/handlers.h"
-#include "daemon/settings.h"
+#include "daemon/spool/settings.h"
 #include "faxserver/fsstate.h"
 
 int process_state(kx_object*, kx_object* rsp) {

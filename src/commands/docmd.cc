@@ -8,10 +8,10 @@
 #include "commands/cmdaccess.h"
 #include "commands/cmdresult.h"
 #include "commands/cmdtable.h"
-#include "daemon/logfile.h"
-#include "daemon/rsp.h"
-#include "daemon/settings.h"
-#include "daemon/sxfile.h"
+#include "daemon/spool/logfile.h"
+#include "daemon/spool/rsp.h"
+#include "daemon/spool/settings.h"
+#include "daemon/spool/sxfile.h"
 
 namespace {
 

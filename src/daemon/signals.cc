@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <cstdint>
 
-#include "daemon/logfile.h"
-#include "daemon/settings.h"
+#include "daemon/spool/logfile.h"
+#include "daemon/spool/settings.h"
 #include "daemon/subtask.h"
 #include "faxserver/fsprog.h"
 #include "util/kutsig.h"

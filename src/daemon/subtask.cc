@@ -10,8 +10,8 @@
 
 #include "cm/cmkrt.h"
 #include "cm/cmlimits.h"
-#include "daemon/logfile.h"
-#include "daemon/settings.h"
+#include "daemon/spool/logfile.h"
+#include "daemon/spool/settings.h"
 #include "util/kutmem.h"
 
 namespace {

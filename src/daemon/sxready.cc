@@ -1,4 +1,5 @@
-// Finding and claiming command files.
+#include "daemon/sxready.h"
+
 #include <fcntl.h>
 #include <limits.h>
 #include <sys/stat.h>
@@ -15,10 +16,10 @@
 #include <string_view>
 
 #include "cm/cmkrt.h"
-#include "daemon/logfile.h"
+#include "daemon/spool/logfile.h"
+#include "daemon/spool/sxfile.h"
+#include "daemon/spool/sxspool.h"
 #include "daemon/subtask.h"
-#include "daemon/sxfile.h"
-#include "daemon/sxspool.h"
 #include "util/kutdir.h"
 #include "util/kuterr.h"
 #include "util/kutfile.h"

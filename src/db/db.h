@@ -37,6 +37,7 @@ enum db_error : int {
   kDbDuplicate = 9,
   kDbEof = 10,
   kDbLocked = 11,
+  kDbForbidden = 12,  // of db_check and db_repair: no right to look; no text
 };
 
 extern int db_errnum;
@@ -191,6 +192,21 @@ int db_del(db_handle* db);
 // one table at a time. kDbReadOnly, kDbLocked.
 int db_lock(db_handle* db);
 void db_unlock();
+
+// --- Check and repair -------------------------------------------------------
+// `path` is that of the data file, with its extension.
+
+// Receives one line without a newline for each thing found.
+using db_report = void (*)(void* context, const char* line);
+
+// Compares the table's keys with its records. Writes nothing; the table may be
+// in use. kDbForbidden; kDbStore when it is damaged, after at least one report,
+// or when it could not be looked at. `report` may be null.
+int db_check(const char* path, db_report report, void* context);
+// Makes the keys again from the records, while no other process changes the
+// table. Tells each record that cannot be kept, "... left out". A failure
+// leaves a table that must be repaired again.
+int db_repair(const char* path, db_report report, void* context);
 
 // --- Records and objects ----------------------------------------------------
 

@@ -96,6 +96,19 @@ int pb_create(int kind);
 // as it can; 29 if one could not be.
 int pb_delete(int kind);
 
+// --- Check and repair -------------------------------------------------------
+// Of a book that is set up, open or not, table by table: pb_per_name and so on.
+// They wait half a second for a lock, as whoever can open a book can hold its
+// locks for ever, but take all the time that the book's size needs.
+
+// Compares a table's indexes with its records. 38 when there is no book. 29
+// when the table is damaged, after at least one `report`, or pb_errmsg says why
+// it could not be looked at; 40 when that is for want of permission (errno).
+int pb_check(int kind, const char* table, db_report report, void* context);
+// Makes the indexes again from the records, and reports those that cannot be
+// kept. 29 when it could not be done, 40 as above.
+int pb_repair(int kind, const char* table, db_report report, void* context);
+
 // --- Persons ----------------------------------------------------------------
 
 // The key number of an order of persons (kx_pbs_unsorted and so on): 0 is the

@@ -7,7 +7,7 @@
 #include <cerrno>
 
 #include "cm/cmkrt.h"
-#include "daemon/kfifo.h"
+#include "daemon/spool/kfifo.h"
 #include "faxserver/fsefifo.h"
 #include "util/kutfile.h"
 

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "cm/cmpaths.h"
-#include "daemon/rsp.h"
-#include "daemon/sxfile.h"
+#include "daemon/spool/rsp.h"
+#include "daemon/spool/sxfile.h"
 #include "faxserver/fsfifo.h"
 #include "faxserver/fsfile.h"
 #include "faxserver/fsfiles.h"

@@ -3,7 +3,7 @@
 
 #include <cstdio>
 
-#include "daemon/settings.h"
+#include "daemon/spool/settings.h"
 #include "simulator/layout.h"
 #include "simulator/options.h"
 #include "simulator/output.h"

@@ -11,8 +11,8 @@
 #include <string>
 
 #include "cm/cmpaths.h"
-#include "daemon/logfile.h"
-#include "daemon/rsp.h"
+#include "daemon/spool/logfile.h"
+#include "daemon/spool/rsp.h"
 #include "simulator/fifo.h"
 #include "simulator/intake.h"
 #include "simulator/output.h"

@@ -5,7 +5,7 @@
 #include <array>
 #include <string>
 
-#include "daemon/kfifo.h"
+#include "daemon/spool/kfifo.h"
 #include "faxserver/fscom.h"
 #include "faxserver/fsefifo.h"
 

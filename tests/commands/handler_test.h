@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "commands/cmdtable.h"
-#include "daemon/settings.h"
-#include "daemon/sxfile.h"
+#include "daemon/spool/settings.h"
+#include "daemon/spool/sxfile.h"
 #include "faxserver/fax_root.h"
 #include "faxserver/fsefifo.h"
 #include "kx/object.h"

@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <tuple>
 
-#include "daemon/kfifo.h"
+#include "daemon/spool/kfifo.h"
 #include "faxserver/fscom.h"
 #include "faxserver/fsshm.h"
 #include "handler_test.h"

@@ -7,9 +7,9 @@
 
 #include <functional>
 
-#include "daemon/logfile.h"
-#include "daemon/settings.h"
 #include "daemon/signals.h"
+#include "daemon/spool/logfile.h"
+#include "daemon/spool/settings.h"
 #include "support/sample_root.h"
 
 namespace {

@@ -1,5 +1,5 @@
 // Claiming, reading and writing exchange files, within one process.
-#include "daemon/sxfile.h"
+#include "daemon/spool/sxfile.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -10,6 +10,7 @@
 #include <set>
 
 #include "cm/cmlimits.h"
+#include "daemon/sxready.h"
 #include "support/sample_root.h"
 
 namespace {

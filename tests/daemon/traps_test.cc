@@ -10,10 +10,11 @@
 #include <functional>
 #include <tuple>
 
-#include "daemon/logfile.h"
-#include "daemon/rsp.h"
+#include "daemon/spool/logfile.h"
+#include "daemon/spool/rsp.h"
+#include "daemon/spool/sxfile.h"
 #include "daemon/subtask.h"
-#include "daemon/sxfile.h"
+#include "daemon/sxready.h"
 #include "support/sample_root.h"
 #include "util/kutident.h"
 

@@ -1,0 +1,123 @@
+#include "link/daemons.h"
+
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <ctime>
+#include <fstream>
+#include <sstream>
+
+#include "cm/cmpaths.h"
+
+namespace client {
+namespace {
+
+// Of clocks and of time stamps, in seconds.
+constexpr double kSlack = 1;
+
+double Seconds(const timespec& t) {
+  return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) / 1e9;
+}
+
+double Now(clockid_t clock) {
+  timespec now;
+  clock_gettime(clock, &now);
+  return Seconds(now);
+}
+
+bool IsSessionDaemon(const DaemonEntry& entry) {
+  return entry.name == "krtnet.fil" || entry.name == "krtnet.net";
+}
+
+// The effective id of a process in the "Uid:" or "Gid:" line of its status; -1
+// when it is gone or cannot be seen.
+long IdOf(const std::string& proc, const std::string& head) {
+  std::ifstream file(proc + "/status");
+  for (std::string line; std::getline(file, line);) {
+    if (!line.starts_with(head)) continue;
+    std::istringstream ids(line.substr(head.size()));
+    long real = -1;
+    long effective = -1;
+    ids >> real >> effective;
+    return effective;
+  }
+  return -1;
+}
+
+// When a process began, in seconds of the wall clock; -1 if unknown.
+double BeginOf(const std::string& proc) {
+  constexpr int kAfterName = 20;  // fields from the name's ")" to the beginning
+  std::ifstream file(proc + "/stat");
+  std::string text;
+  std::getline(file, text, '\0');
+  std::istringstream fields(text.substr(text.rfind(')') + 1));
+  std::string field;
+  for (int i = 0; i < kAfterName; ++i) fields >> field;
+  if (!fields) return -1;
+  const double ticks = std::strtod(field.c_str(), nullptr);
+  const double up = ticks / static_cast<double>(sysconf(_SC_CLK_TCK));
+  return Now(CLOCK_REALTIME) - Now(CLOCK_BOOTTIME) + up;
+}
+
+bool IsOpenToAll(const std::string& path, struct stat* st) {
+  return stat(path.c_str(), st) != 0 || (st->st_mode & S_IWOTH) != 0;
+}
+
+// Whether the daemon that was registered last runs with that id.
+bool DaemonHas(const std::string& root, const char* line, unsigned id) {
+  struct stat folder;
+  struct stat list;
+  if (IsOpenToAll(cm_get_krtnet_dir(root.c_str()), &folder) ||
+      IsOpenToAll(cm_get_dmnlist_file(root.c_str()), &list)) {
+    return false;
+  }
+  // The last one alone: an earlier line may be of a process that is gone, and
+  // its number anybody's by now.
+  std::vector<DaemonEntry> entries = ReadRegister(root);
+  std::erase_if(entries, IsSessionDaemon);
+  if (entries.empty()) return false;
+  const std::string proc = "/proc/" + std::to_string(entries.back().pid);
+  const double begin = BeginOf(proc);
+  return IdOf(proc, line) == static_cast<long>(id) && begin >= 0 &&
+         begin <= Seconds(list.st_mtim) + kSlack;
+}
+
+}  // namespace
+
+std::vector<DaemonEntry> ReadRegister(const std::string& root) {
+  std::ifstream file(cm_get_dmnlist_file(root.c_str()));
+  std::vector<DaemonEntry> entries;
+  for (std::string line; std::getline(file, line);) {
+    const size_t colon = line.find(':');
+    if (colon == line.npos) break;
+    entries.push_back({atol(line.c_str()), line.substr(colon + 1)});
+  }
+  return entries;
+}
+
+bool ProcessExists(long pid) {
+  return pid > 0 && (kill(static_cast<pid_t>(pid), 0) == 0 || errno == EPERM);
+}
+
+DaemonState FindDaemon(const std::string& root) {
+  DaemonState state = DaemonState::kNone;
+  for (const DaemonEntry& entry : ReadRegister(root)) {
+    if (IsSessionDaemon(entry)) continue;
+    if (ProcessExists(entry.pid)) return DaemonState::kAlive;
+    state = DaemonState::kDead;
+  }
+  return state;
+}
+
+bool IsDaemonsUser(const std::string& root, uid_t uid) {
+  return DaemonHas(root, "Uid:", uid);
+}
+
+bool IsDaemonsGroup(const std::string& root, gid_t gid) {
+  return DaemonHas(root, "Gid:", gid);
+}
+
+}  // namespace client

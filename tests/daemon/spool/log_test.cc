@@ -1,0 +1,99 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+
+#include "daemon/spool/logfile.h"
+#include "support/sample_root.h"
+
+namespace {
+
+using support::SampleRoot;
+
+class Log : public ::testing::Test {
+ protected:
+  void TearDown() override { dmn_log_close(); }
+  std::string path() const { return root_.path() / "daemon.log"; }
+  SampleRoot root_;
+};
+
+TEST_F(Log, LinesCarryTimeAndInDebugThePid) {
+  setenv("TZ", "UTC-5:30", 1);
+  tzset();
+  ASSERT_GE(dmn_log_open(path().c_str(), 0, 0), 0);
+  const time_t before = time(nullptr);
+  dmn_log_write("one");
+  dmn_log_writed("only in debug");
+  dmn_log_separator();
+  ASSERT_GE(dmn_log_open((path() + "2").c_str(), 0, 1), 0);
+  dmn_log_writed("two\nlines \x1b[2J \xc2\x9b \x9b \xc3\xa9");
+  dmn_logf("%s %d", "three", 3);
+  unsetenv("TZ");
+  tzset();
+
+  const std::string first = ReadFile(path());
+  // Taken again by other means: the C library's local time at that offset.
+  std::string expected[2];
+  for (int i = 0; i < 2; ++i) {
+    const time_t shifted = before + i + 5 * 3600 + 30 * 60;
+    std::tm tm{};
+    gmtime_r(&shifted, &tm);
+    char text[64];
+    snprintf(text, sizeof text, "%02d/%02d/%02d %02d:%02d:%02d: one\n",
+             tm.tm_year, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min,
+             tm.tm_sec);
+    expected[i] = std::string(text) + "--------------------------\n";
+  }
+  EXPECT_TRUE(first == expected[0] || first == expected[1]) << first;
+
+  // Every digit as a 9: what is left is the form.
+  std::string second = ReadFile(path() + "2");
+  std::replace_if(
+      second.begin(), second.end(), [](char c) { return isdigit(c); }, '9');
+  const std::string pid(std::to_string(getpid()).size(), '9');
+  EXPECT_EQ(second, pid +
+                        ":999/99/99 99:99:99: two\\x9alines \\x9b[9J "
+                        "\\xc9\\x9b \\x9b \xc3\xa9\n" +
+                        pid + ":999/99/99 99:99:99: three 9\n");
+}
+
+TEST_F(Log, LongMessageIsCutAndNothingIsWrittenWithoutALog) {
+  dmn_log_close();
+  dmn_log_write("nowhere");
+  ASSERT_GE(dmn_log_open(path().c_str(), 0, 0), 0);
+  dmn_log_write(std::string(5000, 'x').c_str());
+  const std::string line = ReadFile(path());
+  EXPECT_LT(line.size(), 1200U);
+  EXPECT_EQ(line.back(), '\n');
+}
+
+TEST_F(Log, ReopenTakesOnlyAWritableDescriptor) {
+  EXPECT_EQ(dmn_log_reopen(999, 0), -1);
+  WriteFile(path(), "");
+  const int fd = open(path().c_str(), O_RDONLY);
+  EXPECT_EQ(dmn_log_reopen(fd, 0), -1);
+  close(fd);
+  EXPECT_EQ(dmn_log_reopen(-1, 0), 0);
+}
+
+TEST_F(Log, AgeKeepsTheNewestCopies) {
+  const std::string base = root_.path() / "d";
+  for (const char* name : {"d.log", "d-0.log", "d-1.log", "d-2.log"}) {
+    WriteFile(root_.path() / name, name);
+  }
+  EXPECT_EQ(dmn_log_age((base + ".log").c_str(), 2), 0);
+  EXPECT_EQ(ReadFile(base + "-0.log"), "d.log");
+  EXPECT_EQ(ReadFile(base + "-1.log"), "d-0.log");
+  EXPECT_EQ(ReadFile(base + "-2.log"), "d-1.log");
+  EXPECT_FALSE(std::filesystem::exists(base + ".log"));
+  EXPECT_EQ(dmn_log_age((base + ".log").c_str(), 2), -1);
+  EXPECT_FALSE(std::filesystem::exists(base + "-0.log"));  // moved on to -1
+
+  WriteFile(base, "plain");
+  EXPECT_EQ(dmn_log_age(base.c_str(), 0), 0);
+  EXPECT_EQ(ReadFile(base + "-0"), "plain");
+}
+
+}  // namespace

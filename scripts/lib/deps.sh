@@ -13,7 +13,7 @@ packages_for() {
   case $1 in
     build) echo g++ cmake ninja-build libgtest-dev libgmock-dev ;;
     test) echo fish make man-db pkg-config python3 scdoc systemd zsh ;;
-    lint) echo clang-format clang-tidy python3 ;;
+    lint) echo clang-format clang-tidy codespell python3 ;;
     bench) echo libbenchmark-dev python3 ;;
     peers) echo libsqlite3-dev liblmdb-dev libdb-dev ;;
     fuzz) echo clang libclang-rt-14-dev ;;

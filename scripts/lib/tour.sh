@@ -1,6 +1,7 @@
 # shellcheck shell=bash disable=SC2154
-# Sourced by the demo: the life of a fax, with krtsim as the rest of the fax
-# server. Needs what exchange.sh needs, $root, and $sim_said, krtsim's output.
+# Sourced by the demo: all of it, and the life of a fax, with krtsim as the rest of
+# the fax server. Needs what exchange.sh and phonebook.sh need, $root, $krtsim,
+# $sim_said, krtsim's output, and start_simulator.
 
 said() { await "word of krtsim: $1" grep -qF -- "$1" "$sim_said"; }
 request_id() { object objptr obj-reqid "seqno=$1" reqtype=req-regular; }
@@ -64,7 +65,32 @@ tour_reading() {
     "$(object objptr obj-cvrtag tagname=subject)")"
 }
 
-tour() {
+tour_of_errors() {
+  heading "A no-op: is anybody there?"
+  envelope 123456 7 cmd-noop | drop 3456-007
+  response 3456-007
+
+  heading "A command type that this daemon does not serve"
+  envelope 123456 8 cmd-login respond=true | drop 3456-008
+  response 3456-008
+
+  heading "A command type that nobody knows"
+  envelope 123456 9 cmd-bogus respond=true | drop 3456-009
+  response 3456-009
+
+  heading "A file that is no command: logged, gone, and nobody is held up"
+  echo "good morning" | drop garbage
+  logged "Error processing cmd file garbage"
+}
+
+tour_of_all() {
+  tour_of_errors
+  tour_phonebook
+  heading "krtsim plays the rest of the fax server"
+  if ! start_simulator; then
+    heading "Without it, requests cannot be shown"
+    return
+  fi
   tour_sending
   tour_reading
   heading "What krtsim had to tell"

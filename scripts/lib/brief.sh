@@ -4,8 +4,13 @@
 
 # run ARGUMENT...: krtctl, as a person types it, and what it prints.
 run() {
-  echo "  \$ krtctl $*"
-  "$ctl" --root "$root" "$@" 2>&1 | sed 's/^/    /'
+  local argument typed=krtctl
+  for argument; do
+    [[ $argument != *\ * ]] || argument=\'$argument\'
+    typed+=" $argument"
+  done
+  echo "  \$ $typed"
+  "$ctl" --root "$root" "$@" 2>&1 | expand -t 14 | sed 's/^/    /'
 }
 
 brief_tour() {

@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <new>
 #include <utility>
 
 #include "commands/cmdaccess.h"
@@ -12,6 +11,7 @@
 #include "daemon/spool/rsp.h"
 #include "daemon/spool/settings.h"
 #include "daemon/spool/sxfile.h"
+#include "util/kutguard.h"
 
 namespace {
 
@@ -52,15 +52,17 @@ int RunHandler(kx_object* cmd, kx_object* rsp, const char* cmdtype) {
     return cmd_fail(rsp, kx_err_data, "Unsupported command type %s", cmdtype);
   }
   if (row->client_decides == 0) kx::SetBool(cmd, "respond", true);
-  try {
-    if (!cmd_is_permitted(*row, cmd)) return Refuse(rsp);
-    if (const char* excess = sx_cmd_excess(cmd)) {
-      return cmd_fail(rsp, kx_err_too_long, "%s", excess);
-    }
-    return row->handler(cmd, rsp);
-  } catch (const std::bad_alloc&) {
-    return cmd_fail(rsp, kx_err_memory, "%s", Kfx_Errmsg(kx_err_memory));
-  }
+  return Kut_guarded(
+      [=] {
+        if (!cmd_is_permitted(*row, cmd)) return Refuse(rsp);
+        if (const char* excess = sx_cmd_excess(cmd)) {
+          return cmd_fail(rsp, kx_err_too_long, "%s", excess);
+        }
+        return row->handler(cmd, rsp);
+      },
+      [=] {
+        return cmd_fail(rsp, kx_err_memory, "%s", Kfx_Errmsg(kx_err_memory));
+      });
 }
 
 int Deliver(kx_object* rsp) {

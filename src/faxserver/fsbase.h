@@ -9,6 +9,7 @@
 
 #include "kx/object.h"
 #include "util/kuterr.h"
+#include "util/kutguard.h"
 
 // Set the error number and give the result that goes with it.
 inline int fx_ok() {
@@ -24,6 +25,16 @@ inline std::nullptr_t fx_null(int error) {
   return nullptr;
 }
 
+// The result of `body`, a public function's; without memory its failure, with
+// that error number.
+template <typename Body>
+auto fx_guarded(Body body) -> decltype(body()) {
+  return Kut_guarded(body, [] {
+    kx_errno = kx_err_memory;
+    return Kut_failure<decltype(body())>();
+  });
+}
+
 // Whether the failure of the step before tells nothing about what it looked
 // for: an entry that could not be read for want of memory or descriptors must
 // not make a list that is shorter and looks whole.
@@ -32,8 +43,8 @@ inline bool fx_is_shortage() {
          (kx_errno == kx_err_system && Kut_is_shortage(errno));
 }
 
-// An object, and an object's place in a list, for functions that catch
-// std::bad_alloc at the edge of the library.
+// An object, and an object's place in a list, for functions that are guarded at
+// the edge of the library.
 inline kx::Object fx_build(const char* type) {
   kx::Object object = kx::Build(type);
   if (object == nullptr) throw std::bad_alloc();

@@ -135,53 +135,53 @@ bool HasAll(kx_object* tags, kx_object* wanted) {
 
 }  // namespace
 
-kx_object* fx_parse_cover_tags(char* line) try {
-  kx::ListBuilder list;
-  Entry entry;
-  for (char* at = NextEntry(line, &entry); at != nullptr;
-       at = NextEntry(at, &entry)) {
-    kx::Object tag = MakeTag(entry);
-    if (tag != nullptr) fx_append(&list, std::move(tag));
-  }
-  return fx_give(list.Take());
-} catch (const std::bad_alloc&) {
-  return fx_null(kx_err_memory);
+kx_object* fx_parse_cover_tags(char* line) {
+  return fx_guarded([&]() -> kx_object* {
+    kx::ListBuilder list;
+    Entry entry;
+    for (char* at = NextEntry(line, &entry); at != nullptr;
+         at = NextEntry(at, &entry)) {
+      kx::Object tag = MakeTag(entry);
+      if (tag != nullptr) fx_append(&list, std::move(tag));
+    }
+    return fx_give(list.Take());
+  });
 }
 
-kx_object* fx_get_cover_tags(const char* root, const char* name) try {
-  if (!cm_is_plain_name(name)) return fx_null(kx_err_data);
-  const std::string path = FindCover(root, name);
-  if (path.empty()) {
-    return fx_null(Kut_is_shortage(errno) ? kx_err_system : kx_err_data);
-  }
-  const std::string command = fx_shell_word(path.c_str()) + " -dump";
-  FILE* pipe = fx_popen(command.c_str());
-  if (pipe == nullptr) return fx_null(kx_err_system);
-  char line[kLineSize];
-  const bool got = fgets(line, sizeof line, pipe) != nullptr;
-  const bool failed = ferror(pipe) != 0;
-  const bool ended = fx_pclose(pipe) != -1;
-  if (got && ended) return fx_parse_cover_tags(line);
-  errno = EIO;
-  return fx_null(failed ? kx_err_system : kx_err_io);
-} catch (const std::bad_alloc&) {
-  return fx_null(kx_err_memory);
+kx_object* fx_get_cover_tags(const char* root, const char* name) {
+  return fx_guarded([&]() -> kx_object* {
+    if (!cm_is_plain_name(name)) return fx_null(kx_err_data);
+    const std::string path = FindCover(root, name);
+    if (path.empty()) {
+      return fx_null(Kut_is_shortage(errno) ? kx_err_system : kx_err_data);
+    }
+    const std::string command = fx_shell_word(path.c_str()) + " -dump";
+    FILE* pipe = fx_popen(command.c_str());
+    if (pipe == nullptr) return fx_null(kx_err_system);
+    char line[kLineSize];
+    const bool got = fgets(line, sizeof line, pipe) != nullptr;
+    const bool failed = ferror(pipe) != 0;
+    const bool ended = fx_pclose(pipe) != -1;
+    if (got && ended) return fx_parse_cover_tags(line);
+    errno = EIO;
+    return fx_null(failed ? kx_err_system : kx_err_io);
+  });
 }
 
-kx_object* fx_cover_matchlist(const char* root, kx_object* tags) try {
-  const kx::Object pages(fx_res_allcvr_list(root));
-  if (kx_errno != kx_err_none) return nullptr;
-  kx::ListBuilder matches;
-  for (kx_object* page : kx::Elements(pages.get())) {
-    const std::string name = kx::TextOrEmpty(page, "rname");
-    const kx::Object has(fx_get_cover_tags(root, name.c_str()));
-    if (kx_errno != kx_err_none && fx_is_shortage()) return nullptr;
-    if (kx_errno != kx_err_none || !HasAll(has.get(), tags)) continue;
-    kx::Object match(Kfx_Copy_Obj(page));
-    if (match == nullptr) return nullptr;
-    fx_append(&matches, std::move(match));
-  }
-  return fx_give(matches.Take());
-} catch (const std::bad_alloc&) {
-  return fx_null(kx_err_memory);
+kx_object* fx_cover_matchlist(const char* root, kx_object* tags) {
+  return fx_guarded([&]() -> kx_object* {
+    const kx::Object pages(fx_res_allcvr_list(root));
+    if (kx_errno != kx_err_none) return nullptr;
+    kx::ListBuilder matches;
+    for (kx_object* page : kx::Elements(pages.get())) {
+      const std::string name = kx::TextOrEmpty(page, "rname");
+      const kx::Object has(fx_get_cover_tags(root, name.c_str()));
+      if (kx_errno != kx_err_none && fx_is_shortage()) return nullptr;
+      if (kx_errno != kx_err_none || !HasAll(has.get(), tags)) continue;
+      kx::Object match(Kfx_Copy_Obj(page));
+      if (match == nullptr) return nullptr;
+      fx_append(&matches, std::move(match));
+    }
+    return fx_give(matches.Take());
+  });
 }

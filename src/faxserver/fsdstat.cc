@@ -50,6 +50,14 @@ kx::Object MakeDevice(const char* root, const fx_dstat_record& record) {
   return device;
 }
 
+// One attachment serves all devices; none outlives the list.
+struct Attachment {
+  Attachment() = default;
+  Attachment(const Attachment&) = delete;
+  Attachment& operator=(const Attachment&) = delete;
+  ~Attachment() { fx_shm_detach(); }
+};
+
 }  // namespace
 
 fx_dstat_bytes fx_encode_dstat(const fx_dstat_record& record) {
@@ -78,19 +86,17 @@ fx_dstat_record fx_decode_dstat(const fx_dstat_bytes& bytes) {
   return record;
 }
 
-kx_object* fx_rd_dstat(const char* root) try {
-  const fx_stream stream = fx_open_stream(cm_get_dstat_file(root));
-  if (stream == nullptr) return fx_null(kx_err_system);
-  kx::ListBuilder list;
-  fx_dstat_bytes bytes;
-  while (fread(bytes.data(), bytes.size(), 1, stream.get()) == 1) {
-    fx_append(&list, MakeDevice(root, fx_decode_dstat(bytes)));
-  }
-  // One attachment serves all devices; none outlives the list.
-  fx_shm_detach();
-  if (ferror(stream.get()) != 0) return fx_null(kx_err_system);
-  return fx_give(list.Take());
-} catch (const std::bad_alloc&) {
-  fx_shm_detach();
-  return fx_null(kx_err_memory);
+kx_object* fx_rd_dstat(const char* root) {
+  return fx_guarded([&]() -> kx_object* {
+    const fx_stream stream = fx_open_stream(cm_get_dstat_file(root));
+    if (stream == nullptr) return fx_null(kx_err_system);
+    const Attachment attachment;
+    kx::ListBuilder list;
+    fx_dstat_bytes bytes;
+    while (fread(bytes.data(), bytes.size(), 1, stream.get()) == 1) {
+      fx_append(&list, MakeDevice(root, fx_decode_dstat(bytes)));
+    }
+    if (ferror(stream.get()) != 0) return fx_null(kx_err_system);
+    return fx_give(list.Take());
+  });
 }

@@ -173,37 +173,37 @@ kx_object* Run(const Arguments& arguments, const kut_identity& identity,
 
 }  // namespace
 
-kx_object* fx_extcmd(const char*, const char* user, kx_object* extcmd) try {
-  Arguments arguments;
-  if (!MakeArguments(extcmd, &arguments)) return fx_null(kx_err_data);
-  kut_identity identity;
-  const kut_identity* run_as;
-  if (!fx_get_identity(user, false, &identity, &run_as)) {
-    return fx_null(NobodyError());
-  }
-  return Run(arguments, identity, run_as, kx::Bool(extcmd, "retobj") == 1);
-} catch (const std::bad_alloc&) {
-  return fx_null(kx_err_memory);
+kx_object* fx_extcmd(const char*, const char* user, kx_object* extcmd) {
+  return fx_guarded([&]() -> kx_object* {
+    Arguments arguments;
+    if (!MakeArguments(extcmd, &arguments)) return fx_null(kx_err_data);
+    kut_identity identity;
+    const kut_identity* run_as;
+    if (!fx_get_identity(user, false, &identity, &run_as)) {
+      return fx_null(NobodyError());
+    }
+    return Run(arguments, identity, run_as, kx::Bool(extcmd, "retobj") == 1);
+  });
 }
 
 int fx_run_as(const char* user, const char* command, fx_watched_file errors,
-              std::string* why_ended) try {
-  kut_identity identity;
-  const kut_identity* run_as;
-  if (!fx_get_identity(user, true, &identity, &run_as)) {
-    return fx_fail(NobodyError());
-  }
-  kut_spawn what;
-  what.command = command;
-  what.identity = run_as;
-  fx_program program;
-  if (!program.Start(what, identity.user, fx_output::kDrop, errors)) {
-    return fx_fail(kx_err_system);
-  }
-  const int status = program.Wait();
-  if (why_ended != nullptr) *why_ended = program.why_ended();
-  fx_ok();
-  return status;
-} catch (const std::bad_alloc&) {
-  return fx_fail(kx_err_memory);
+              std::string* why_ended) {
+  return fx_guarded([&]() -> int {
+    kut_identity identity;
+    const kut_identity* run_as;
+    if (!fx_get_identity(user, true, &identity, &run_as)) {
+      return fx_fail(NobodyError());
+    }
+    kut_spawn what;
+    what.command = command;
+    what.identity = run_as;
+    fx_program program;
+    if (!program.Start(what, identity.user, fx_output::kDrop, errors)) {
+      return fx_fail(kx_err_system);
+    }
+    const int status = program.Wait();
+    if (why_ended != nullptr) *why_ended = program.why_ended();
+    fx_ok();
+    return status;
+  });
 }

@@ -4,12 +4,12 @@
 
 #include <cerrno>
 #include <cstring>
-#include <new>
 #include <string>
 
 #include "cm/cmkrt.h"
 #include "cm/cmpaths.h"
 #include "util/kutfile.h"
+#include "util/kutguard.h"
 
 namespace {
 
@@ -63,15 +63,13 @@ UniqueFd OpenFaxSystems(int file, struct stat* st) {
 
 }  // namespace
 
-cm_folder fx_open_folder(const char* root, const char* user,
-                         const char* path) try {
-  std::string last;
-  cm_folder folder = OpenParent(root, user, path, &last);
-  if (!folder.valid() || last.empty()) return folder;
-  return cm_open_below(folder, last.c_str());
-} catch (const std::bad_alloc&) {
-  errno = ENOMEM;
-  return cm_folder();
+cm_folder fx_open_folder(const char* root, const char* user, const char* path) {
+  return Kut_guarded([&]() -> cm_folder {
+    std::string last;
+    cm_folder folder = OpenParent(root, user, path, &last);
+    if (!folder.valid() || last.empty()) return folder;
+    return cm_open_below(folder, last.c_str());
+  });
 }
 
 cm_folder fx_make_options(const char* root, const char* user) {
@@ -96,31 +94,29 @@ UniqueFd fx_open_in(const cm_folder& folder, const char* name,
   return OpenFaxSystems(file.get(), st);
 }
 
-UniqueFd fx_open_path(const char* root, const char* path) try {
-  const char* faxq = cm_get_faxq_dir(root);
-  const std::string queues = std::string(faxq) + "/";
-  const std::string file = path;
-  const size_t slash = file.find('/', queues.size());
-  if (*faxq == '\0' || !file.starts_with(queues) || slash == file.npos) {
-    return fx_open_file(AT_FDCWD, path, fx_links::kRefuse, nullptr);
-  }
-  const std::string user = file.substr(queues.size(), slash - queues.size());
-  std::string last;
-  const cm_folder folder = OpenParent(root, user.c_str(), path, &last);
-  return fx_open_in(folder, last.c_str(), nullptr);
-} catch (const std::bad_alloc&) {
-  errno = ENOMEM;
-  return UniqueFd();
+UniqueFd fx_open_path(const char* root, const char* path) {
+  return Kut_guarded([&]() -> UniqueFd {
+    const char* faxq = cm_get_faxq_dir(root);
+    const std::string queues = std::string(faxq) + "/";
+    const std::string file = path;
+    const size_t slash = file.find('/', queues.size());
+    if (*faxq == '\0' || !file.starts_with(queues) || slash == file.npos) {
+      return fx_open_file(AT_FDCWD, path, fx_links::kRefuse, nullptr);
+    }
+    const std::string user = file.substr(queues.size(), slash - queues.size());
+    std::string last;
+    const cm_folder folder = OpenParent(root, user.c_str(), path, &last);
+    return fx_open_in(folder, last.c_str(), nullptr);
+  });
 }
 
 fx_stream fx_open_user_stream(const char* root, const char* user,
-                              const char* path) try {
-  std::string last;
-  const cm_folder folder = OpenParent(root, user, path, &last);
-  return fx_stream_on(fx_open_in(folder, last.c_str(), nullptr));
-} catch (const std::bad_alloc&) {
-  errno = ENOMEM;
-  return nullptr;
+                              const char* path) {
+  return Kut_guarded([&]() -> fx_stream {
+    std::string last;
+    const cm_folder folder = OpenParent(root, user, path, &last);
+    return fx_stream_on(fx_open_in(folder, last.c_str(), nullptr));
+  });
 }
 
 int fx_replace_in(const cm_folder& folder, const char* name,

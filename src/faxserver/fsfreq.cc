@@ -251,26 +251,26 @@ int Replace(const char* path, const std::string& content) {
 
 }  // namespace
 
-kx_object* fx_read_freq(const char* path) try {
-  UserNames names;
-  return ReadFreqAt(AT_FDCWD, path, &names).release();
-} catch (const std::bad_alloc&) {
-  return fx_null(kx_err_memory);
+kx_object* fx_read_freq(const char* path) {
+  return fx_guarded([&]() -> kx_object* {
+    UserNames names;
+    return ReadFreqAt(AT_FDCWD, path, &names).release();
+  });
 }
 
 kx_object* fx_load_freq(const char* root, long seqno, int expired) {
   return fx_read_freq(fx_freq_file(root, seqno, expired));
 }
 
-int fx_save_freq(const char* root, kx_object* freq) try {
-  if (Kfx_Is_Obj_Type(freq, "obj-freq") == 0) return -1;
-  const int seqno = kx::Number(freq, "seqno");
-  std::string content;
-  const bool saved = FormatFreq(root, freq, &content) &&
-                     Replace(fx_freq_file(root, seqno, 0), content) == 0;
-  return saved ? fx_ok() : fx_fail(kx_err_system);
-} catch (const std::bad_alloc&) {
-  return fx_fail(kx_err_memory);
+int fx_save_freq(const char* root, kx_object* freq) {
+  return fx_guarded([&]() -> int {
+    if (Kfx_Is_Obj_Type(freq, "obj-freq") == 0) return -1;
+    const int seqno = kx::Number(freq, "seqno");
+    std::string content;
+    const bool saved = FormatFreq(root, freq, &content) &&
+                       Replace(fx_freq_file(root, seqno, 0), content) == 0;
+    return saved ? fx_ok() : fx_fail(kx_err_system);
+  });
 }
 
 int fx_del_freq(const char* root, long seqno, int expired) {
@@ -278,24 +278,24 @@ int fx_del_freq(const char* root, long seqno, int expired) {
   return deleted == 0 ? fx_ok() : fx_fail(kx_err_system);
 }
 
-kx_object* fx_rd_freqs(const char* root) try {
-  DirReader dir;
-  std::vector<fx_numbered> entries;
-  {
-    const FileIdentity reader(fx_reader());
-    if (!reader.held() || dir.Open(cm_get_requests_dir(root)) != 0 ||
-        !fx_numbered_names(&dir, "r-", &entries)) {
-      return fx_null(kx_err_system);
+kx_object* fx_rd_freqs(const char* root) {
+  return fx_guarded([&]() -> kx_object* {
+    DirReader dir;
+    std::vector<fx_numbered> entries;
+    {
+      const FileIdentity reader(fx_reader());
+      if (!reader.held() || dir.Open(cm_get_requests_dir(root)) != 0 ||
+          !fx_numbered_names(&dir, "r-", &entries)) {
+        return fx_null(kx_err_system);
+      }
     }
-  }
-  UserNames names;
-  kx::ListBuilder list;
-  for (const fx_numbered& entry : entries) {
-    kx::Object freq = ReadFreqAt(dir.fd(), entry.name.c_str(), &names);
-    if (freq == nullptr && fx_is_shortage()) return nullptr;
-    if (freq != nullptr) fx_append(&list, std::move(freq));
-  }
-  return fx_give(list.Take());
-} catch (const std::bad_alloc&) {
-  return fx_null(kx_err_memory);
+    UserNames names;
+    kx::ListBuilder list;
+    for (const fx_numbered& entry : entries) {
+      kx::Object freq = ReadFreqAt(dir.fd(), entry.name.c_str(), &names);
+      if (freq == nullptr && fx_is_shortage()) return nullptr;
+      if (freq != nullptr) fx_append(&list, std::move(freq));
+    }
+    return fx_give(list.Take());
+  });
 }

@@ -114,104 +114,104 @@ kx::Object MakeRoute(const char* root, const char* user, const char* other) {
 
 }  // namespace
 
-kx_object* fx_get_srv_list(const char* root, const char* user, int since) try {
-  if (!fx_is_valid_user(root, user)) return fx_null(kx_err_user);
-  const fx_stream stream =
-      fx_open_user_stream(root, user, cm_get_servmsg_file(root, user));
-  struct stat st;
-  if (stream == nullptr || fstat(fileno(stream.get()), &st) != 0) {
-    return fx_null(errno == ENOENT ? kx_err_none : kx_err_system);
-  }
-  kx::ListBuilder list;
-  if (!IsNewer(st, since)) return fx_give(list.Take());
-  kx_budget budget = fx_object_budget();
-  while (kx::Object message =
-             fx_read_object(stream.get(), "obj-servmsg", &budget)) {
-    fx_append(&list, std::move(message));
-  }
-  // Neither was at the end of the file.
-  if (fx_is_shortage() || kx_errno == kx_err_too_long) return nullptr;
-  return fx_give(list.Take());
-} catch (const std::bad_alloc&) {
-  return fx_null(kx_err_memory);
-}
-
-kx_object* fx_get_fax_list(const char* root, const char* user, int since) try {
-  if (!fx_is_valid_user(root, user)) return fx_null(kx_err_user);
-  Reading at(root, user, cm_get_user_dir(root, user));
-  if (!at.opened) return fx_null(at.error);
-  std::vector<std::string> names;
-  if (!fx_visible_names(&at.dir, &names, fx_users_names()))
-    return fx_null(kx_err_system);
-  kx::ListBuilder list;
-  for (const std::string& name : names) {
-    kx::Object info = MakeFaxInfo(at, name.c_str(), user, since);
-    if (info == nullptr && fx_is_shortage()) return nullptr;
-    if (info != nullptr) fx_append(&list, std::move(info));
-  }
-  return fx_give(list.Take());
-} catch (const std::bad_alloc&) {
-  return fx_null(kx_err_memory);
-}
-
-kx_object* fx_get_msg_list(const char* root, const char* user, int since) try {
-  if (!fx_is_valid_user(root, user)) return fx_null(kx_err_user);
-  Reading at(root, user, cm_get_msgs_dir(root, user));
-  if (!at.opened) return fx_null(at.error);
-  std::vector<std::string> names;
-  if (!fx_visible_names(&at.dir, &names, fx_users_names()))
-    return fx_null(kx_err_system);
-  kx::ListBuilder list;
-  for (const std::string& name : names) {
-    kx::Object info = MakeMessageInfo(at, name.c_str(), since);
-    if (info != nullptr) fx_append(&list, std::move(info));
-  }
-  return fx_give(list.Take());
-} catch (const std::bad_alloc&) {
-  return fx_null(kx_err_memory);
-}
-
-kx_object* fx_get_rte_list(const char* root, const char* user, int) try {
-  if (!fx_is_valid_user(root, user)) return fx_null(kx_err_user);
-  DirReader dir;
-  if (dir.Open(cm_get_faxq_dir(root), AT_FDCWD, O_NOFOLLOW) != 0) {
-    return fx_null(kx_err_system);
-  }
-  std::vector<std::string> names;
-  if (!fx_visible_names(&dir, &names)) return fx_null(kx_err_system);
-  kx::ListBuilder list;
-  for (const std::string& other : names) {
-    kx::Object route = MakeRoute(root, user, other.c_str());
-    if (route != nullptr) fx_append(&list, std::move(route));
-  }
-  return fx_give(list.Take());
-} catch (const std::bad_alloc&) {
-  return fx_null(kx_err_memory);
-}
-
-kx_object* fx_get_evt_list(const char* root, const char* user, int since) try {
-  if (!fx_is_valid_user(root, user)) return fx_null(kx_err_user);
-  Reading at(root, user, cm_get_evnt_dir(root, user));
-  if (!at.opened) return fx_null(at.error);
-  std::vector<fx_numbered> entries;
-  if (!fx_numbered_names(&at.dir, "", &entries, fx_users_names()))
-    return fx_null(kx_err_system);
-  kx_budget budget = fx_object_budget();
-  kx::ListBuilder list;
-  for (const fx_numbered& entry : entries) {
+kx_object* fx_get_srv_list(const char* root, const char* user, int since) {
+  return fx_guarded([&]() -> kx_object* {
+    if (!fx_is_valid_user(root, user)) return fx_null(kx_err_user);
+    const fx_stream stream =
+        fx_open_user_stream(root, user, cm_get_servmsg_file(root, user));
     struct stat st;
-    if (!StatRegular(at, entry.name.c_str(), &st) || !IsNewer(st, since)) {
-      continue;
+    if (stream == nullptr || fstat(fileno(stream.get()), &st) != 0) {
+      return fx_null(errno == ENOENT ? kx_err_none : kx_err_system);
     }
-    kx::Object status =
-        fx_read_status_in(at.folder, entry.name.c_str(), &budget);
-    if (status == nullptr &&
-        (fx_is_shortage() || kx_errno == kx_err_too_long)) {
-      return nullptr;
+    kx::ListBuilder list;
+    if (!IsNewer(st, since)) return fx_give(list.Take());
+    kx_budget budget = fx_object_budget();
+    while (kx::Object message =
+               fx_read_object(stream.get(), "obj-servmsg", &budget)) {
+      fx_append(&list, std::move(message));
     }
-    if (status != nullptr) fx_append(&list, std::move(status));
-  }
-  return fx_give(list.Take());
-} catch (const std::bad_alloc&) {
-  return fx_null(kx_err_memory);
+    // Neither was at the end of the file.
+    if (fx_is_shortage() || kx_errno == kx_err_too_long) return nullptr;
+    return fx_give(list.Take());
+  });
+}
+
+kx_object* fx_get_fax_list(const char* root, const char* user, int since) {
+  return fx_guarded([&]() -> kx_object* {
+    if (!fx_is_valid_user(root, user)) return fx_null(kx_err_user);
+    Reading at(root, user, cm_get_user_dir(root, user));
+    if (!at.opened) return fx_null(at.error);
+    std::vector<std::string> names;
+    if (!fx_visible_names(&at.dir, &names, fx_users_names()))
+      return fx_null(kx_err_system);
+    kx::ListBuilder list;
+    for (const std::string& name : names) {
+      kx::Object info = MakeFaxInfo(at, name.c_str(), user, since);
+      if (info == nullptr && fx_is_shortage()) return nullptr;
+      if (info != nullptr) fx_append(&list, std::move(info));
+    }
+    return fx_give(list.Take());
+  });
+}
+
+kx_object* fx_get_msg_list(const char* root, const char* user, int since) {
+  return fx_guarded([&]() -> kx_object* {
+    if (!fx_is_valid_user(root, user)) return fx_null(kx_err_user);
+    Reading at(root, user, cm_get_msgs_dir(root, user));
+    if (!at.opened) return fx_null(at.error);
+    std::vector<std::string> names;
+    if (!fx_visible_names(&at.dir, &names, fx_users_names()))
+      return fx_null(kx_err_system);
+    kx::ListBuilder list;
+    for (const std::string& name : names) {
+      kx::Object info = MakeMessageInfo(at, name.c_str(), since);
+      if (info != nullptr) fx_append(&list, std::move(info));
+    }
+    return fx_give(list.Take());
+  });
+}
+
+kx_object* fx_get_rte_list(const char* root, const char* user, int) {
+  return fx_guarded([&]() -> kx_object* {
+    if (!fx_is_valid_user(root, user)) return fx_null(kx_err_user);
+    DirReader dir;
+    if (dir.Open(cm_get_faxq_dir(root), AT_FDCWD, O_NOFOLLOW) != 0) {
+      return fx_null(kx_err_system);
+    }
+    std::vector<std::string> names;
+    if (!fx_visible_names(&dir, &names)) return fx_null(kx_err_system);
+    kx::ListBuilder list;
+    for (const std::string& other : names) {
+      kx::Object route = MakeRoute(root, user, other.c_str());
+      if (route != nullptr) fx_append(&list, std::move(route));
+    }
+    return fx_give(list.Take());
+  });
+}
+
+kx_object* fx_get_evt_list(const char* root, const char* user, int since) {
+  return fx_guarded([&]() -> kx_object* {
+    if (!fx_is_valid_user(root, user)) return fx_null(kx_err_user);
+    Reading at(root, user, cm_get_evnt_dir(root, user));
+    if (!at.opened) return fx_null(at.error);
+    std::vector<fx_numbered> entries;
+    if (!fx_numbered_names(&at.dir, "", &entries, fx_users_names()))
+      return fx_null(kx_err_system);
+    kx_budget budget = fx_object_budget();
+    kx::ListBuilder list;
+    for (const fx_numbered& entry : entries) {
+      struct stat st;
+      if (!StatRegular(at, entry.name.c_str(), &st) || !IsNewer(st, since)) {
+        continue;
+      }
+      kx::Object status =
+          fx_read_status_in(at.folder, entry.name.c_str(), &budget);
+      if (status == nullptr &&
+          (fx_is_shortage() || kx_errno == kx_err_too_long)) {
+        return nullptr;
+      }
+      if (status != nullptr) fx_append(&list, std::move(status));
+    }
+    return fx_give(list.Take());
+  });
 }

@@ -121,33 +121,33 @@ void SetTimes(const char* root, kx_object* env, kx_object* freq) {
 
 }  // namespace
 
-long fx_next_seqno(const char* path) try {
-  const UniqueFd fd(Kut_open(path, O_RDWR | O_CREAT, 0664));
-  const long next = fd.valid() && Lock(fd.get()) ? CountUp(fd.get()) : -1;
-  return next >= 0 ? (fx_ok(), next) : fx_fail(kx_err_system);
-} catch (const std::bad_alloc&) {
-  return fx_fail(kx_err_memory);
+long fx_next_seqno(const char* path) {
+  return fx_guarded([&]() -> long {
+    const UniqueFd fd(Kut_open(path, O_RDWR | O_CREAT, 0664));
+    const long next = fd.valid() && Lock(fd.get()) ? CountUp(fd.get()) : -1;
+    return next >= 0 ? (fx_ok(), next) : fx_fail(kx_err_system);
+  });
 }
 
 kx_object* fx_make_freq(const char* root, const char* clientid,
-                        kx_object* env) try {
-  if (!fx_is_valid_user(root, clientid)) return fx_null(kx_err_user);
-  if (kx::Text(env, "tofnum") == nullptr) return fx_null(kx_err_data);
-  if (!fx_load_tags(root)) return fx_null(kx_err_system);
-  kx::Object freq = kx::Build("obj-freq");
-  if (freq == nullptr) return nullptr;
-  const long seqno = NextRequest(root);
-  if (seqno < 0) return nullptr;
-  kx::SetNumber(freq.get(), "seqno", static_cast<int>(seqno));
-  kx::SetText(freq.get(), "clientid", clientid);
-  kx::SetText(freq.get(), "faxpath", fx_fax_file(root, seqno));
-  if (kx::Text(env, "coverpage") != nullptr) {
-    kx::SetText(freq.get(), "cvrpath", fx_cvr_file(root, seqno));
-  }
-  if (!SetTexts(root, env, freq.get())) return fx_null(kx_err_system);
-  SetNumbers(root, env, freq.get());
-  SetTimes(root, env, freq.get());
-  return fx_give(std::move(freq));
-} catch (const std::bad_alloc&) {
-  return fx_null(kx_err_memory);
+                        kx_object* env) {
+  return fx_guarded([&]() -> kx_object* {
+    if (!fx_is_valid_user(root, clientid)) return fx_null(kx_err_user);
+    if (kx::Text(env, "tofnum") == nullptr) return fx_null(kx_err_data);
+    if (!fx_load_tags(root)) return fx_null(kx_err_system);
+    kx::Object freq = kx::Build("obj-freq");
+    if (freq == nullptr) return nullptr;
+    const long seqno = NextRequest(root);
+    if (seqno < 0) return nullptr;
+    kx::SetNumber(freq.get(), "seqno", static_cast<int>(seqno));
+    kx::SetText(freq.get(), "clientid", clientid);
+    kx::SetText(freq.get(), "faxpath", fx_fax_file(root, seqno));
+    if (kx::Text(env, "coverpage") != nullptr) {
+      kx::SetText(freq.get(), "cvrpath", fx_cvr_file(root, seqno));
+    }
+    if (!SetTexts(root, env, freq.get())) return fx_null(kx_err_system);
+    SetNumbers(root, env, freq.get());
+    SetTimes(root, env, freq.get());
+    return fx_give(std::move(freq));
+  });
 }

@@ -137,32 +137,30 @@ int fx_append_olog(const char* root, const fx_olog_record& record) {
 }
 
 std::vector<fx_olog_record> fx_read_olog_list(const char* root, long seqno,
-                                              const char* clientid,
-                                              int max) try {
-  std::vector<fx_olog_record> found;
-  struct stat st;
-  const UniqueFd log =
-      fx_open_file(AT_FDCWD, cm_get_olog_file(root), fx_links::kFollow, &st);
-  const size_t records =
-      log.valid() ? static_cast<size_t>(st.st_size) / kFxOlogRecordSize : 0;
-  if (!log.valid() ||
-      !CollectBackwards(log.get(), records,
-                        {static_cast<int32_t>(seqno),
-                         std::string_view(clientid).substr(0, kClientSize)},
-                        max > 0 ? static_cast<size_t>(max) : 0, &found)) {
-    kx_errno = kx_err_system;
-    return {};
-  }
-  std::reverse(found.begin(), found.end());
-  std::stable_sort(found.begin(), found.end(),
-                   [](const fx_olog_record& a, const fx_olog_record& b) {
-                     return a.attempt < b.attempt;
-                   });
-  kx_errno = found.empty() ? kx_err_data : kx_err_none;
-  return found;
-} catch (const std::bad_alloc&) {
-  kx_errno = kx_err_memory;
-  return {};
+                                              const char* clientid, int max) {
+  return fx_guarded([&]() -> std::vector<fx_olog_record> {
+    std::vector<fx_olog_record> found;
+    struct stat st;
+    const UniqueFd log =
+        fx_open_file(AT_FDCWD, cm_get_olog_file(root), fx_links::kFollow, &st);
+    const size_t records =
+        log.valid() ? static_cast<size_t>(st.st_size) / kFxOlogRecordSize : 0;
+    if (!log.valid() ||
+        !CollectBackwards(log.get(), records,
+                          {static_cast<int32_t>(seqno),
+                           std::string_view(clientid).substr(0, kClientSize)},
+                          max > 0 ? static_cast<size_t>(max) : 0, &found)) {
+      kx_errno = kx_err_system;
+      return {};
+    }
+    std::reverse(found.begin(), found.end());
+    std::stable_sort(found.begin(), found.end(),
+                     [](const fx_olog_record& a, const fx_olog_record& b) {
+                       return a.attempt < b.attempt;
+                     });
+    kx_errno = found.empty() ? kx_err_data : kx_err_none;
+    return found;
+  });
 }
 
 int fx_merge_stat_olog(kx_object* status, const fx_olog_record& record) {

@@ -6,13 +6,13 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
-#include <new>
 #include <utility>
 
 #include "cm/cmkrt.h"
 #include "faxserver/fslog.h"
 #include "faxserver/fsprog.h"
 #include "faxserver/fsuser.h"
+#include "util/kutguard.h"
 
 namespace {
 
@@ -25,11 +25,10 @@ struct OpenCommand {
 
 constinit OpenCommand* g_open = nullptr;
 
-ssize_t ReadOutput(void* open, char* buffer, size_t size) try {
-  return static_cast<OpenCommand*>(open)->program.Read(buffer, size);
-} catch (const std::bad_alloc&) {
-  errno = ENOMEM;
-  return -1;
+ssize_t ReadOutput(void* open, char* buffer, size_t size) {
+  return Kut_guarded([&]() -> ssize_t {
+    return static_cast<OpenCommand*>(open)->program.Read(buffer, size);
+  });
 }
 
 // Starts the command and opens the stream on its output.
@@ -80,36 +79,34 @@ std::string fx_shell_word(const char* text) {
   return word + "'";
 }
 
-FILE* fx_popen(const char* command) try {
-  if (g_open != nullptr) {
-    errno = EBUSY;
-    return nullptr;
-  }
-  auto open = std::make_unique<OpenCommand>();
-  open->line = command;
-  if (!Open(open.get())) return nullptr;
-  g_open = open.release();
-  return g_open->stream;
-} catch (const std::bad_alloc&) {
-  errno = ENOMEM;
-  return nullptr;
+FILE* fx_popen(const char* command) {
+  return Kut_guarded([&]() -> FILE* {
+    if (g_open != nullptr) {
+      errno = EBUSY;
+      return nullptr;
+    }
+    auto open = std::make_unique<OpenCommand>();
+    open->line = command;
+    if (!Open(open.get())) return nullptr;
+    g_open = open.release();
+    return g_open->stream;
+  });
 }
 
-int fx_pclose(FILE* stream) try {
-  if (stream == nullptr || g_open == nullptr || stream != g_open->stream) {
-    errno = EINVAL;
+int fx_pclose(FILE* stream) {
+  return Kut_guarded([&]() -> int {
+    if (stream == nullptr || g_open == nullptr || stream != g_open->stream) {
+      errno = EINVAL;
+      return -1;
+    }
+    const std::unique_ptr<OpenCommand> open(std::exchange(g_open, nullptr));
+    fclose(stream);
+    // A command that has more to say dies of it, and is not waited for in vain.
+    const int status = open->program.Wait();
+    const std::string& why = open->program.why_ended();
+    if (why.empty()) return W_EXITCODE(status, 0);
+    fx_logf("%s: %s", open->line.c_str(), why.c_str());
+    errno = ECANCELED;
     return -1;
-  }
-  const std::unique_ptr<OpenCommand> open(std::exchange(g_open, nullptr));
-  fclose(stream);
-  // A command that has more to say dies of it, and is not waited for in vain.
-  const int status = open->program.Wait();
-  const std::string& why = open->program.why_ended();
-  if (why.empty()) return W_EXITCODE(status, 0);
-  fx_logf("%s: %s", open->line.c_str(), why.c_str());
-  errno = ECANCELED;
-  return -1;
-} catch (const std::bad_alloc&) {
-  errno = ENOMEM;
-  return -1;
+  });
 }

@@ -93,16 +93,16 @@ bool fx_read_qstat(const char* root, std::vector<fx_qstat_record>* records) {
   return ferror(stream.get()) == 0;
 }
 
-kx_object* fx_rd_qstat(const char* root) try {
-  std::vector<fx_qstat_record> records;
-  if (!fx_read_qstat(root, &records)) return fx_null(kx_err_system);
-  kx::ListBuilder list;
-  for (const fx_qstat_record& record : records) {
-    kx::Object queue = MakeQueue(root, record);
-    if (queue == nullptr) return nullptr;
-    fx_append(&list, std::move(queue));
-  }
-  return fx_give(list.Take());
-} catch (const std::bad_alloc&) {
-  return fx_null(kx_err_memory);
+kx_object* fx_rd_qstat(const char* root) {
+  return fx_guarded([&]() -> kx_object* {
+    std::vector<fx_qstat_record> records;
+    if (!fx_read_qstat(root, &records)) return fx_null(kx_err_system);
+    kx::ListBuilder list;
+    for (const fx_qstat_record& record : records) {
+      kx::Object queue = MakeQueue(root, record);
+      if (queue == nullptr) return nullptr;
+      fx_append(&list, std::move(queue));
+    }
+    return fx_give(list.Take());
+  });
 }

@@ -33,33 +33,34 @@ const char* fx_queue_get_default(const char* root) {
   return name;
 }
 
-int fx_queue_set_default(const char* root, const char* name) try {
-  const std::string line = std::string(name != nullptr ? name : "") + "\n";
-  FileReplacer file;
-  const bool done = file.Open(cm_get_default_file(root), 0666) == 0 &&
-                    file.KeepAttributes() == 0 &&
-                    Kut_write_full(file.fd(), line.data(), line.size()) == 0 &&
-                    file.Commit() == 0;
-  return done ? fx_ok() : fx_fail(kx_err_system);
-} catch (const std::bad_alloc&) {
-  return fx_fail(kx_err_memory);
+int fx_queue_set_default(const char* root, const char* name) {
+  return fx_guarded([&]() -> int {
+    const std::string line = std::string(name != nullptr ? name : "") + "\n";
+    FileReplacer file;
+    const bool done =
+        file.Open(cm_get_default_file(root), 0666) == 0 &&
+        file.KeepAttributes() == 0 &&
+        Kut_write_full(file.fd(), line.data(), line.size()) == 0 &&
+        file.Commit() == 0;
+    return done ? fx_ok() : fx_fail(kx_err_system);
+  });
 }
 
-kx_object* fx_queue_list(const char* root) try {
-  std::vector<fx_qstat_record> records;
-  if (!fx_read_qstat(root, &records)) return fx_null(kx_err_system);
-  kx::Object list;
-  for (const fx_qstat_record& record : records) {
-    kx::Object queue = fx_build("obj-resource");
-    if (kx::SetText(queue.get(), "rname", record.qname.c_str()) != 0) {
-      fx_logf("Queue name %s is too long", record.qname.c_str());
-      continue;
+kx_object* fx_queue_list(const char* root) {
+  return fx_guarded([&]() -> kx_object* {
+    std::vector<fx_qstat_record> records;
+    if (!fx_read_qstat(root, &records)) return fx_null(kx_err_system);
+    kx::Object list;
+    for (const fx_qstat_record& record : records) {
+      kx::Object queue = fx_build("obj-resource");
+      if (kx::SetText(queue.get(), "rname", record.qname.c_str()) != 0) {
+        fx_logf("Queue name %s is too long", record.qname.c_str());
+        continue;
+      }
+      kx::SetText(queue.get(), "rdesc", record.qname.c_str());
+      list.reset(fx_add_in_order(list.release(), queue.release()));
+      if (kx_errno == kx_err_memory) return nullptr;
     }
-    kx::SetText(queue.get(), "rdesc", record.qname.c_str());
-    list.reset(fx_add_in_order(list.release(), queue.release()));
-    if (kx_errno == kx_err_memory) return nullptr;
-  }
-  return fx_give(std::move(list));
-} catch (const std::bad_alloc&) {
-  return fx_null(kx_err_memory);
+    return fx_give(std::move(list));
+  });
 }

@@ -136,95 +136,91 @@ kx_object* fx_get_res_list(const char* root, int listtype) {
   return fx_null(kx_err_data);
 }
 
-kx_object* fx_res_cvr_list(const char* root) try {
-  Choices choices;
-  if (ReadListFile(cm_get_cvrlist_file(root), &choices)) {
-    return MakeList(choices);
-  }
-  if (errno != ENOENT) return fx_null(kx_err_system);
-  return fx_res_allcvr_list(root);
-} catch (const std::bad_alloc&) {
-  return fx_null(kx_err_memory);
-}
-
-kx_object* fx_res_allcvr_list(const char* root) try {
-  Choices files;
-  if (!ReadFileNames(cm_get_covers_dir(root), Which::kExecutable, &files)) {
-    return fx_null(kx_err_system);
-  }
-  Choices described;
-  if (!ReadListFile(cm_get_cvrlist_file(root), &described) &&
-      Kut_is_shortage(errno)) {
-    return fx_null(kx_err_system);
-  }
-  Choices covers;
-  for (Choice& file : files) {
-    Kut_rmv_file_ext(file.name.data());
-    file.name.resize(strlen(file.name.c_str()));
-    // Two files of one name are one cover page.
-    if (FindChoice(covers, file.name) != nullptr) continue;
-    const Choice* known = FindChoice(described, file.name);
-    covers.push_back({file.name, known != nullptr ? known->desc : ""});
-  }
-  // Without their extensions the names may sort differently.
-  std::sort(covers.begin(), covers.end(),
-            [](const Choice& a, const Choice& b) { return a.name < b.name; });
-  return MakeList(covers);
-} catch (const std::bad_alloc&) {
-  return fx_null(kx_err_memory);
-}
-
-kx_object* fx_res_filtyp_list(const char* root) try {
-  Choices types;
-  for (const cm_filetype_row& row : cm_filetypes()) {
-    types.push_back({row.name, row.desc});
-  }
-  Choices formatters;
-  if (!ReadFileNames(cm_get_format_dir(root), Which::kRegular, &formatters)) {
-    return fx_null(kx_err_system);
-  }
-  for (Choice& formatter : formatters) {
-    if (FindChoice(types, formatter.name) == nullptr) {
-      types.push_back(std::move(formatter));
+kx_object* fx_res_cvr_list(const char* root) {
+  return fx_guarded([&]() -> kx_object* {
+    Choices choices;
+    if (ReadListFile(cm_get_cvrlist_file(root), &choices)) {
+      return MakeList(choices);
     }
-  }
-  return MakeList(types);
-} catch (const std::bad_alloc&) {
-  return fx_null(kx_err_memory);
+    if (errno != ENOENT) return fx_null(kx_err_system);
+    return fx_res_allcvr_list(root);
+  });
 }
 
-kx_object* fx_res_pglen_list(const char*) try {
-  return MakeList({{"letter", "11 inches"},
-                   {"legal", "14 inches"},
-                   {"a4", "297 mm"},
-                   {"a3", "420 mm"},
-                   {"a5", "210 mm"}});
-} catch (const std::bad_alloc&) {
-  return fx_null(kx_err_memory);
+kx_object* fx_res_allcvr_list(const char* root) {
+  return fx_guarded([&]() -> kx_object* {
+    Choices files;
+    if (!ReadFileNames(cm_get_covers_dir(root), Which::kExecutable, &files)) {
+      return fx_null(kx_err_system);
+    }
+    Choices described;
+    if (!ReadListFile(cm_get_cvrlist_file(root), &described) &&
+        Kut_is_shortage(errno)) {
+      return fx_null(kx_err_system);
+    }
+    Choices covers;
+    for (Choice& file : files) {
+      Kut_rmv_file_ext(file.name.data());
+      file.name.resize(strlen(file.name.c_str()));
+      // Two files of one name are one cover page.
+      if (FindChoice(covers, file.name) != nullptr) continue;
+      const Choice* known = FindChoice(described, file.name);
+      covers.push_back({file.name, known != nullptr ? known->desc : ""});
+    }
+    // Without their extensions the names may sort differently.
+    std::sort(covers.begin(), covers.end(),
+              [](const Choice& a, const Choice& b) { return a.name < b.name; });
+    return MakeList(covers);
+  });
 }
 
-kx_object* fx_res_grp_list(const char* root) try {
-  return ListOfFileNames(cm_get_groups_dir(root));
-} catch (const std::bad_alloc&) {
-  return fx_null(kx_err_memory);
+kx_object* fx_res_filtyp_list(const char* root) {
+  return fx_guarded([&]() -> kx_object* {
+    Choices types;
+    for (const cm_filetype_row& row : cm_filetypes()) {
+      types.push_back({row.name, row.desc});
+    }
+    Choices formatters;
+    if (!ReadFileNames(cm_get_format_dir(root), Which::kRegular, &formatters)) {
+      return fx_null(kx_err_system);
+    }
+    for (Choice& formatter : formatters) {
+      if (FindChoice(types, formatter.name) == nullptr) {
+        types.push_back(std::move(formatter));
+      }
+    }
+    return MakeList(types);
+  });
 }
 
-kx_object* fx_res_prt_list(const char* root) try {
-  return ListOfLines(cm_get_prtlist_file(root));
-} catch (const std::bad_alloc&) {
-  return fx_null(kx_err_memory);
+kx_object* fx_res_pglen_list(const char*) {
+  return fx_guarded([&]() -> kx_object* {
+    return MakeList({{"letter", "11 inches"},
+                     {"legal", "14 inches"},
+                     {"a4", "297 mm"},
+                     {"a3", "420 mm"},
+                     {"a5", "210 mm"}});
+  });
 }
 
-kx_object* fx_res_retry_list(const char* root) try {
-  return ListOfLines(cm_get_retry_file(root));
-} catch (const std::bad_alloc&) {
-  return fx_null(kx_err_memory);
+kx_object* fx_res_grp_list(const char* root) {
+  return fx_guarded(
+      [&]() -> kx_object* { return ListOfFileNames(cm_get_groups_dir(root)); });
 }
 
-kx_object* fx_res_tnp_list(const char* root) try {
-  return ListOfFileNames(cm_get_tnp_dir(root));
-} catch (const std::bad_alloc&) {
-  return fx_null(kx_err_memory);
+kx_object* fx_res_prt_list(const char* root) {
+  return fx_guarded(
+      [&]() -> kx_object* { return ListOfLines(cm_get_prtlist_file(root)); });
+}
+
+kx_object* fx_res_retry_list(const char* root) {
+  return fx_guarded(
+      [&]() -> kx_object* { return ListOfLines(cm_get_retry_file(root)); });
+}
+
+kx_object* fx_res_tnp_list(const char* root) {
+  return fx_guarded(
+      [&]() -> kx_object* { return ListOfFileNames(cm_get_tnp_dir(root)); });
 }
 
 kx_object* fx_add_in_order(kx_object* list, kx_object* resource) {

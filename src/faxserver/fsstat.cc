@@ -66,63 +66,62 @@ kx::Object fx_read_status_in(const cm_folder& events, const char* name,
   return status;
 }
 
-kx_object* fx_read_status(const char* root, const char* clientid,
-                          long seqno) try {
-  return ReadStatus(root, clientid, seqno, nullptr).release();
-} catch (const std::bad_alloc&) {
-  return fx_null(kx_err_memory);
-}
-
-kx_object* fx_status_list(const char* root, const char* clientid,
-                          long seqno) try {
-  kx_budget budget = fx_object_budget();
-  const long whole = budget.memory;
-  kx::Object status = ReadStatus(root, clientid, seqno, &budget);
-  if (status == nullptr) return nullptr;
-  const long one = whole - budget.memory;
-  kx::ListBuilder list;
-  const int attempts = kx::Number(status.get(), "attempt");
-  if (attempts > 0) {
-    const std::vector<fx_olog_record> records =
-        fx_read_olog_list(root, seqno, clientid, attempts);
-    if (records.empty()) return nullptr;
-    for (const fx_olog_record& record : records) {
-      // The user wrote the status, and how large it is.
-      budget.memory -= one;
-      if (budget.memory < 0) return fx_null(kx_err_too_long);
-      kx::Object copy(Kfx_Copy_Obj(status.get()));
-      if (copy == nullptr) return fx_null(kx_err_memory);
-      fx_merge_stat_olog(copy.get(), record);
-      if (!list.Append(std::move(copy))) return fx_null(kx_err_memory);
-    }
-    Reset(status.get());
-  }
-  if (!list.Append(std::move(status))) return fx_null(kx_err_memory);
-  return fx_give(list.Take());
-} catch (const std::bad_alloc&) {
-  return fx_null(kx_err_memory);
-}
-
-int fx_clean_events(const char* root, const char* user) try {
-  const cm_folder events =
-      fx_open_folder(root, user, cm_get_evnt_dir(root, user));
-  std::vector<std::string> names;
-  {
-    const FileIdentity owner = events.Enter();
-    DirReader dir;
-    if (!events.valid() || !owner.held() || dir.Open(".", events.fd()) != 0) {
-      return fx_ok();
-    }
-    while (const char* name = dir.Next()) names.emplace_back(name);
-  }
-  // Not as the owner: where he may not look, every request would be gone.
-  std::erase_if(names, [root](const std::string& name) {
-    return !IsStale(root, name.c_str());
+kx_object* fx_read_status(const char* root, const char* clientid, long seqno) {
+  return fx_guarded([&]() -> kx_object* {
+    return ReadStatus(root, clientid, seqno, nullptr).release();
   });
-  const FileIdentity owner = events.Enter();
-  if (!owner.held()) return fx_ok();
-  for (const std::string& name : names) unlinkat(events.fd(), name.c_str(), 0);
-  return fx_ok();
-} catch (const std::bad_alloc&) {
-  return fx_fail(kx_err_memory);
+}
+
+kx_object* fx_status_list(const char* root, const char* clientid, long seqno) {
+  return fx_guarded([&]() -> kx_object* {
+    kx_budget budget = fx_object_budget();
+    const long whole = budget.memory;
+    kx::Object status = ReadStatus(root, clientid, seqno, &budget);
+    if (status == nullptr) return nullptr;
+    const long one = whole - budget.memory;
+    kx::ListBuilder list;
+    const int attempts = kx::Number(status.get(), "attempt");
+    if (attempts > 0) {
+      const std::vector<fx_olog_record> records =
+          fx_read_olog_list(root, seqno, clientid, attempts);
+      if (records.empty()) return nullptr;
+      for (const fx_olog_record& record : records) {
+        // The user wrote the status, and how large it is.
+        budget.memory -= one;
+        if (budget.memory < 0) return fx_null(kx_err_too_long);
+        kx::Object copy(Kfx_Copy_Obj(status.get()));
+        if (copy == nullptr) return fx_null(kx_err_memory);
+        fx_merge_stat_olog(copy.get(), record);
+        if (!list.Append(std::move(copy))) return fx_null(kx_err_memory);
+      }
+      Reset(status.get());
+    }
+    if (!list.Append(std::move(status))) return fx_null(kx_err_memory);
+    return fx_give(list.Take());
+  });
+}
+
+int fx_clean_events(const char* root, const char* user) {
+  return fx_guarded([&]() -> int {
+    const cm_folder events =
+        fx_open_folder(root, user, cm_get_evnt_dir(root, user));
+    std::vector<std::string> names;
+    {
+      const FileIdentity owner = events.Enter();
+      DirReader dir;
+      if (!events.valid() || !owner.held() || dir.Open(".", events.fd()) != 0) {
+        return fx_ok();
+      }
+      while (const char* name = dir.Next()) names.emplace_back(name);
+    }
+    // Not as the owner: where he may not look, every request would be gone.
+    std::erase_if(names, [root](const std::string& name) {
+      return !IsStale(root, name.c_str());
+    });
+    const FileIdentity owner = events.Enter();
+    if (!owner.held()) return fx_ok();
+    for (const std::string& name : names)
+      unlinkat(events.fd(), name.c_str(), 0);
+    return fx_ok();
+  });
 }

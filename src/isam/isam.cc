@@ -14,6 +14,7 @@
 #include "isam/issys.h"
 #include "isam/istable.h"
 #include "isam/isupdate.h"
+#include "util/kutguard.h"
 
 int isam_err = 0;
 
@@ -53,9 +54,7 @@ int Guarded(Body body) {
   if (g_store == nullptr) return Fail(kIsamNotStarted);
   isam_code code;
   try {
-    code = body();
-  } catch (const std::bad_alloc&) {
-    code = kIsamNoMemory;
+    code = Kut_guarded(body, [] { return kIsamNoMemory; });
   } catch (...) {
     code = kIsamIo;
   }

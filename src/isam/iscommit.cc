@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <cstring>
-#include <new>
 
 #include "isam/isbytes.h"
 #include "isam/ispage.h"
 #include "isam/issys.h"
+#include "util/kutguard.h"
 
 namespace isam {
 namespace {
@@ -163,16 +163,18 @@ isam_code ApplyChange(Change& change) {
 
 // What the table now knows without reading it again: less, without memory. The
 // commit stands, so nothing may fail any more.
-void Adopt(Change& change, const State& state) try {
+void Adopt(Change& change, const State& state) {
   Table& table = change.table;
   table.state = state;
   EncodeState(state, table.layout.salt, table.state_bytes);
   table.root = change.root;
   table.ahead.direction = 0;
-  for (auto& [number, page] : change.pages)
-    memcpy(table.cache.Room(number), page.get(), kPageSize);
-} catch (const std::bad_alloc&) {
-  Forget(change.table);
+  Kut_guarded(
+      [&] {
+        for (auto& [number, page] : change.pages)
+          memcpy(table.cache.Room(number), page.get(), kPageSize);
+      },
+      [&] { Forget(table); });
 }
 
 // Writes the flushed entry's contents in place. The commit counts from the

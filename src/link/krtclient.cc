@@ -3,6 +3,7 @@
 #include <new>
 
 #include "link/link.h"
+#include "util/kutguard.h"
 #include "util/kutstr.h"
 
 using client::Status;
@@ -28,12 +29,11 @@ int Fail(krt_client* client, Status status) {
 // Keeps exceptions, which only the lack of memory raises, from a C caller.
 template <typename Function>
 int Guarded(krt_client* client, Function function) {
-  try {
-    return Fail(client, function());
-  } catch (const std::bad_alloc&) {
-    client->last.text = kNoMemory;  // short: needs none
-    return client->last.code = krt_system;
-  }
+  return Kut_guarded([&] { return Fail(client, function()); },
+                     [&] {
+                       client->last.text = kNoMemory;  // short: needs none
+                       return client->last.code = krt_system;
+                     });
 }
 
 Status Finish(krt_client* client, Status status, kx::Object object,

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <grp.h>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -24,6 +23,7 @@
 #include "kx/kxobj.h"
 #include "util/kuterr.h"
 #include "util/kutio.h"
+#include "util/kuttime.h"
 #include "util/kutuser.h"
 
 namespace {
@@ -55,12 +55,12 @@ bool HasAccessList(int dirfd) {
   return getxattr(path, "system.posix_acl_access", nullptr, 0) > 0;
 }
 
-bool IsInFaxGroup(const passwd& user) {
+bool IsInFaxGroup(const kut_account& user) {
   const int fax_gid = cm_get_krt_gid();
   if (fax_gid == -1) return false;
   int count = 64;
   std::vector<gid_t> groups(static_cast<std::size_t>(count));
-  while (getgrouplist(user.pw_name, user.pw_gid, groups.data(), &count) == -1) {
+  while (getgrouplist(user.name, user.gid, groups.data(), &count) == -1) {
     groups.resize(groups.size() * 2);
     count = static_cast<int>(groups.size());
   }
@@ -74,36 +74,38 @@ struct Owner {
   bool known;  // has an entry; all below is set only then
   bool in_fax_group;
   gid_t gid;
-  char login[256];
+  char login[sizeof kut_account::name];
 };
+
+long NowSeconds() { return Kut_now_ms() / 1000; }
 
 // A daemon that serves commands by itself asks the database once a second, not
 // for every command of a busy client: asking takes longer than answering.
 struct LastOwner {
   Owner owner;
-  time_t asked;
+  long asked;  // by NowSeconds
 };
 constinit LastOwner g_of_file = {{}, -1};
 constinit LastOwner g_of_spool = {{}, -1};
 
 const Owner& Ask(uid_t uid, LastOwner& last) {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
+  const long now = NowSeconds();
   Owner& owner = last.owner;
-  if (last.asked == now.tv_sec && owner.uid == uid) return owner;
+  if (last.asked == now && owner.uid == uid) return owner;
   last.asked = -1;  // until all is known: there may be no memory for it
   owner = {};
   owner.uid = uid;
-  errno = 0;
   // Of root no more than the uid matters.
-  const passwd* entry = uid != 0 ? getpwuid(uid) : nullptr;
-  if (entry != nullptr && std::strlen(entry->pw_name) < sizeof owner.login) {
-    owner.in_fax_group = IsInFaxGroup(*entry);
-    owner.gid = entry->pw_gid;
-    std::strcpy(owner.login, entry->pw_name);
+  kut_account account;
+  const bool found = uid != 0 && Kut_find_uid(uid, &account);
+  const bool answered = uid == 0 || found || !Kut_is_shortage(errno);
+  if (found) {
+    owner.in_fax_group = IsInFaxGroup(account);
+    owner.gid = account.gid;
+    std::strcpy(owner.login, account.name);
     owner.known = true;
   }
-  if (entry != nullptr || !Kut_is_shortage(errno)) last.asked = now.tv_sec;
+  if (answered) last.asked = now;
   return owner;
 }
 
@@ -188,14 +190,13 @@ bool IsRootsPlaceNow(int dirfd, const struct stat& spool) {
   static constinit struct {
     dev_t dev;
     ino_t ino;
-    time_t asked;
+    long asked;
     bool roots;
   } last = {0, 0, -1, false};
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  if (last.asked != now.tv_sec || last.dev != spool.st_dev ||
+  const long now = NowSeconds();
+  if (last.asked != now || last.dev != spool.st_dev ||
       last.ino != spool.st_ino) {
-    last = {spool.st_dev, spool.st_ino, now.tv_sec,
+    last = {spool.st_dev, spool.st_ino, now,
             IsRootsPlace(dirfd) && IsRootsPath(file_dir)};
   }
   return last.roots;

@@ -6,13 +6,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <ctime>
 
 #include "cm/cmkrt.h"
 #include "cm/cmlimits.h"
 #include "daemon/spool/logfile.h"
 #include "daemon/spool/settings.h"
 #include "util/kutmem.h"
+#include "util/kuttime.h"
 
 namespace {
 
@@ -24,8 +24,8 @@ struct Subtask {
   pid_t pid;  // 0: free
   int state;
   int status;
-  time_t start;  // of the monotonic clock: setting the time hangs nobody
-  uid_t owner;   // of the command
+  long start;   // in seconds; setting the time hangs nobody
+  uid_t owner;  // of the command
 };
 
 Subtask* g_tasks = nullptr;
@@ -36,11 +36,7 @@ volatile sig_atomic_t g_alarm_fired = 0;
 // still come and find nothing.
 volatile sig_atomic_t g_collected_ahead = 0;
 
-time_t Now() {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec;
-}
+long Now() { return Kut_now_ms() / 1000; }
 
 bool Initialized() {
   if (g_size != -1) return true;
@@ -57,7 +53,11 @@ Subtask* Find(pid_t pid) {
 }
 
 void Release(Subtask& task) {
-  task = {0, kRunning, kStatusUnknown, 0, 0};
+  task = {.pid = 0,
+          .state = kRunning,
+          .status = kStatusUnknown,
+          .start = 0,
+          .owner = 0};
   g_in_use = g_in_use - 1;
 }
 
@@ -92,7 +92,7 @@ void CollectKilled(const Subtask& task) {
   } while (pid != wanted);
 }
 
-void Sweep(Subtask& task, time_t cut_off, bool force) {
+void Sweep(Subtask& task, long cut_off, bool force) {
   switch (task.state) {
     case kRunning:
       if (task.start < cut_off) {
@@ -145,7 +145,7 @@ int subtask_init(int size) {
   }
   if (size < 0) size = 0;
   g_tasks = static_cast<Subtask*>(
-      Kut_calloc(static_cast<std::size_t>(size), sizeof(Subtask)));
+      Kut_calloc(static_cast<size_t>(size), sizeof(Subtask)));
   if (g_tasks == nullptr) return -1;
   g_size = size;
   return 0;
@@ -160,7 +160,8 @@ int subtask_add(pid_t pid, int status, int state) {
     if (task == nullptr) return -1;
     g_in_use = g_in_use + 1;
   }
-  *task = {pid, state, status, Now(), 0};
+  *task = {
+      .pid = pid, .state = state, .status = status, .start = Now(), .owner = 0};
   return 0;
 }
 
@@ -221,7 +222,7 @@ void subtask_sweep(int force) {
   if (!Initialized()) return;
   const SubtaskGuard guard;
   if (g_in_use == 0) return;
-  const time_t cut_off = Now() - kHungSeconds;
+  const long cut_off = Now() - kHungSeconds;
   if (Debug != 0) dmn_log_write("SUBTASK: Looking for hung tasks");
   // A forced sweep goes round twice: to kill, and to collect the killed.
   for (int round = 0; round < (force != 0 ? 2 : 1); ++round) {

@@ -24,6 +24,7 @@
 #include "util/kuterr.h"
 #include "util/kutfile.h"
 #include "util/kutstr.h"
+#include "util/kuttime.h"
 
 namespace {
 
@@ -40,11 +41,11 @@ constexpr time_t kTimeGranularity = 2;
 // list that is his is made anew; in between, a list is full with the first
 // names that come. While several have, looks follow each other, but take no
 // more than one part in kLookPart of the time.
-constexpr long long kLookPause = 1'000'000;
+constexpr long kLookPause = 1'000'000;
 constexpr int kLookPart = 10;
 // What could not be claimed is tried again after so many, whatever the
 // directory's time says: that knows nothing of permissions, say.
-constexpr long long kRetryPause = 60'000'000;
+constexpr long kRetryPause = 60'000'000;
 constexpr int kClaimsMax = 10;  // claimed names tried that can be foreseen
 
 // The name comes first, for sx_comp_rtn.
@@ -64,14 +65,14 @@ struct ReadyList {
   bool stuck = false;  // the last scan saw one that cannot be claimed
   timespec dir_time = {0, -1};  // of the directory when it was read last
   timespec read_time = {0, 0};  // when that was
-  long long look_due = 0;       // when all of it is to be read, see NowUs
-  long long stale_due = 0;  // when the list is made anew, if it is one user's
-  long long retry_due = 0;  // when it is read for the stuck ones
-  int unchanged = 0;        // scans in a row that found the same time
-  int pid = 0;              // of this process, for the claims
-  int ending = 0;           // characters that it takes in their names
-  uid_t owner = 0;          // of the file claimed last
-  bool held = false;        // what is left is of one who has all his workers
+  long look_due = 0;            // when all of it is to be read, see Kut_now_us
+  long stale_due = 0;  // when the list is made anew, if it is one user's
+  long retry_due = 0;  // when it is read for the stuck ones
+  int unchanged = 0;   // scans in a row that found the same time
+  int pid = 0;         // of this process, for the claims
+  int ending = 0;      // characters that it takes in their names
+  uid_t owner = 0;     // of the file claimed last
+  bool held = false;   // what is left is of one who has all his workers
 };
 ReadyList g_list;
 
@@ -79,12 +80,6 @@ ReadyList g_list;
 // that many files, and no memory that grows with them. A name that shares its
 // bit with an earlier one is not told.
 std::bitset<65536> g_told;
-
-long long NowUs() {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * 1'000'000LL + now.tv_nsec / 1000;
-}
 
 bool SameTime(const timespec& a, const timespec& b) {
   return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
@@ -97,7 +92,7 @@ bool CanSkip(const struct stat& st) {
     g_list.unchanged = 0;
     return false;
   }
-  if (g_list.stuck && NowUs() >= g_list.retry_due) return false;
+  if (g_list.stuck && Kut_now_us() >= g_list.retry_due) return false;
   if (g_list.read_time.tv_sec - st.st_mtim.tv_sec <= kTimeGranularity) {
     return false;
   }
@@ -107,7 +102,7 @@ bool CanSkip(const struct stat& st) {
 // ---- Names that cannot be claimed ----
 
 void TellOnce(const char* name, int error) {
-  const std::size_t bit = std::hash<std::string_view>()(name) % g_told.size();
+  const size_t bit = std::hash<std::string_view>()(name) % g_told.size();
   if (g_told.test(bit)) return;
   g_told.set(bit);
   dmn_logf("Cannot claim command file %s: %s", name, Kut_strerror(error));
@@ -132,15 +127,15 @@ bool Claim(int dirfd, const char* name, char* claimed) {
   const int base = BaseLength(name);
   char suffix[16] = "";
   for (int n = 1; n <= kClaimsMax; ++n) {
-    const int length = std::snprintf(claimed, kSxNameSize, "%.*s%s.%d", base,
-                                     name, suffix, g_list.pid);
+    const int length = snprintf(claimed, kSxNameSize, "%.*s%s.%d", base, name,
+                                suffix, g_list.pid);
     if (length >= static_cast<int>(kSxNameSize)) break;
     if (Kut_rename_fresh(dirfd, name, claimed) == 0) return true;
     if (errno != EEXIST) return false;
-    std::snprintf(suffix, sizeof suffix, "-%d", n);
+    snprintf(suffix, sizeof suffix, "-%d", n);
   }
   char pid[16];
-  std::snprintf(pid, sizeof pid, "%d", g_list.pid);
+  snprintf(pid, sizeof pid, "%d", g_list.pid);
   return spool_fresh_name(name, base, pid, claimed, kSxNameSize) == 0 &&
          Kut_rename_fresh(dirfd, name, claimed) == 0;
 }
@@ -241,27 +236,27 @@ void ReadNames(DirReader& reader, const char* ext, bool all) {
     if (name == nullptr) break;
     const char* got = Kut_get_file_ext(name);
     uid_t owner;
-    if (got == nullptr || std::strcmp(got, ext) != 0 ||
+    if (got == nullptr || strcmp(got, ext) != 0 ||
         !IsClaimable(reader.fd(), name, all, &owner)) {
       continue;
     }
     Candidate* place = PlaceFor(owner);
     if (place == nullptr) continue;
-    std::strcpy(place->name, name);
+    strcpy(place->name, name);
     place->owner = owner;
   }
   // There may be more.
   if (!all && g_list.count == kNamesMax) g_list.left = true;
-  std::qsort(g_list.candidates, static_cast<std::size_t>(g_list.count),
-             sizeof g_list.candidates[0], sx_comp_rtn);
+  qsort(g_list.candidates, static_cast<size_t>(g_list.count),
+        sizeof g_list.candidates[0], sx_comp_rtn);
 }
 
 // Makes the first list of a scan, which has names of everybody who has some.
 void Look(DirReader& reader, const char* ext) {
-  const long long start = NowUs();
+  const long start = Kut_now_us();
   const bool all = start >= g_list.look_due;
   ReadNames(reader, ext, all);
-  const long long end = NowUs();
+  const long end = Kut_now_us();
   g_list.stale_due = end + kLookPause;
   if (all) {
     g_list.single = g_list.count > 0 && HasOneOwner();
@@ -270,7 +265,7 @@ void Look(DirReader& reader, const char* ext) {
   if (!g_list.left) {
     g_list.look_due = 0;
   } else if (all) {
-    const long long pause = (end - start) * (kLookPart - 1);
+    const long pause = (end - start) * (kLookPart - 1);
     g_list.look_due =
         end + (g_list.single ? std::max(pause, kLookPause) : pause);
   }
@@ -325,7 +320,7 @@ bool ClaimFromList(int dirfd, char* claimed) {
 // made anew then. Nothing of it is lost, as its files lie where they lay.
 bool IsStale() {
   if (g_list.count < 1 || !HasOneOwner()) return false;
-  if (NowUs() < std::max(g_list.stale_due, g_list.look_due)) return false;
+  if (Kut_now_us() < std::max(g_list.stale_due, g_list.look_due)) return false;
   const uid_t owner = g_list.candidates[g_list.next].owner;
   return !cm_is_krt_admin(static_cast<int>(owner));
 }
@@ -361,10 +356,10 @@ int Scan(const char* dir, const char* ext, char* claimed) {
   spool_refresh(st);
   g_list.dir_time = st.st_mtim;
   clock_gettime(CLOCK_REALTIME_COARSE, &g_list.read_time);
-  g_list.retry_due = NowUs() + kRetryPause;
+  g_list.retry_due = Kut_now_us() + kRetryPause;
   g_list.stuck = false;
   g_list.pid = getpid();
-  g_list.ending = std::snprintf(nullptr, 0, ".%d", g_list.pid);
+  g_list.ending = snprintf(nullptr, 0, ".%d", g_list.pid);
   const int dirfd = spool_fd(dir);
   DirReader reader;
   if (dirfd < 0 || reader.Open(".", dirfd) != 0) {
@@ -378,8 +373,8 @@ int Scan(const char* dir, const char* ext, char* claimed) {
 }  // namespace
 
 int sx_comp_rtn(const void* a, const void* b) {
-  return std::strcmp(*static_cast<const char* const*>(a),
-                     *static_cast<const char* const*>(b));
+  return strcmp(*static_cast<const char* const*>(a),
+                *static_cast<const char* const*>(b));
 }
 
 int sx_ready(const char* dir, char* name) {

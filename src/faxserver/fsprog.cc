@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <pwd.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -12,13 +11,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <ctime>
 #include <utility>
 #include <vector>
 
 #include "cm/cmlimits.h"
 #include "faxserver/fsguard.h"
 #include "util/kutenv.h"
+#include "util/kuttime.h"
+#include "util/kutuser.h"
 
 namespace {
 
@@ -28,12 +28,6 @@ constexpr char kUsualPath[] = "/bin:/usr/bin";
 constexpr int kExitUnknown = W_EXITCODE(1, 0);
 
 constinit int g_stop_fd = -1;
-
-long NowMs() {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * 1000 + now.tv_nsec / 1'000'000;
-}
 
 // What a program gets instead of the daemon's environment.
 struct Environment {
@@ -56,22 +50,20 @@ std::string SearchPath() {
   return programs + ":" + (own != nullptr && *own != '\0' ? own : kUsualPath);
 }
 
-void AddUser(const passwd& user, Environment* environment) {
-  environment->home = *user.pw_dir != '\0' ? user.pw_dir : "/";
-  environment->Add("USER", user.pw_name);
-  environment->Add("LOGNAME", user.pw_name);
-  environment->Add("SHELL", *user.pw_shell != '\0' ? user.pw_shell : "/bin/sh");
+void AddUser(const kut_account& user, Environment* environment) {
+  environment->home = *user.home != '\0' ? user.home : "/";
+  environment->Add("USER", user.name);
+  environment->Add("LOGNAME", user.name);
+  environment->Add("SHELL", *user.shell != '\0' ? user.shell : "/bin/sh");
 }
 
 // Null: the process's own user, who needs no account. False with errno.
 bool MakeEnvironment(const char* user, Environment* environment) {
-  errno = 0;
-  const passwd* entry = user != nullptr ? getpwnam(user) : getpwuid(geteuid());
-  if (entry == nullptr && user != nullptr) {
-    if (errno == 0) errno = ENOENT;
-    return false;
-  }
-  if (entry != nullptr) AddUser(*entry, environment);
+  kut_account account;
+  const bool known = user != nullptr ? Kut_find_user(user, &account)
+                                     : Kut_find_uid(geteuid(), &account);
+  if (!known && user != nullptr) return false;
+  if (known) AddUser(account, environment);
   environment->Add("HOME", environment->home);
   environment->Add("PATH", SearchPath());
   environment->Add("KFAXDIR", Kut_get_kfaxdir());
@@ -122,7 +114,7 @@ bool fx_program::Start(kut_spawn what, const char* user, fx_output output,
   what.dir = environment.home.c_str();
   what.dir_or_root = true;
   errors_ = errors;
-  deadline_ = NowMs() + cm_limit(cm_limit_id::kProgramSeconds) * 1000;
+  deadline_ = Kut_now_ms() + cm_limit(cm_limit_id::kProgramSeconds) * 1000;
   UniqueFd report;
   pid_ = fx_spawn_guarded(what, &report);
   if (pid_ < 0) return false;
@@ -192,7 +184,7 @@ bool fx_program::Pause(int fd, int milliseconds) {
 bool fx_program::MayGoOn(bool stopped) {
   if (stopped) {
     End("The program was ended: the server is stopping");
-  } else if (NowMs() >= deadline_) {
+  } else if (Kut_now_ms() >= deadline_) {
     End("The program was ended after " +
         std::to_string(cm_limit(cm_limit_id::kProgramSeconds)) + " seconds");
   } else {

@@ -10,6 +10,7 @@
 
 #include "faxserver/fsbase.h"
 #include "faxserver/fsbytes.h"
+#include "util/kutproc.h"
 
 namespace {
 
@@ -79,10 +80,6 @@ int CountDevices() {
       std::clamp<int64_t>(said, 0, std::max<int64_t>(room, 0)));
 }
 
-bool ProcessExists(pid_t pid) {
-  return pid > 0 && (kill(pid, 0) == 0 || errno == EPERM);
-}
-
 // Drops an attachment to a segment that was removed: its scheduler may be gone,
 // or have made another.
 void DetachIfReplaced() {
@@ -114,7 +111,7 @@ bool fx_is_sched_running(const char* root) {
   DetachIfReplaced();
   fx_get_stat_shm(root, 0);
   if (g_segment.base == nullptr) return false;
-  if (HasMagic() && ProcessExists(fx_get<int32_t>(Bytes(), kPidAt))) {
+  if (HasMagic() && Kut_process_exists(fx_get<int32_t>(Bytes(), kPidAt))) {
     return true;
   }
   fx_shm_detach();

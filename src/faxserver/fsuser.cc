@@ -1,6 +1,5 @@
 #include "faxserver/fsuser.h"
 
-#include <pwd.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -9,6 +8,7 @@
 #include "cm/cmpaths.h"
 #include "util/kuterr.h"
 #include "util/kutfile.h"
+#include "util/kutuser.h"
 
 bool fx_is_valid_user(const char* root, const char* user) {
   // The path of a name that is none is empty, and no directory.
@@ -17,17 +17,14 @@ bool fx_is_valid_user(const char* root, const char* user) {
 
 bool fx_get_identity(const char* user, bool or_krt, kut_identity* identity,
                      const kut_identity** result) {
-  errno = 0;
-  const passwd* entry = user != nullptr ? getpwnam(user) : nullptr;
-  if (entry == nullptr && or_krt && !Kut_is_shortage(errno)) {
+  kut_account account;
+  bool known = Kut_find_user(user, &account);
+  if (!known && or_krt && !Kut_is_shortage(errno)) {
     user = cm_get_krt_uname();
-    entry = getpwnam(user);
+    known = Kut_find_user(user, &account);
   }
-  if (entry == nullptr) {
-    if (errno == 0) errno = ENOENT;
-    return false;
-  }
-  *identity = {entry->pw_uid, entry->pw_gid, user};
+  if (!known) return false;
+  *identity = {account.uid, account.gid, user};
   *result = identity;
   if (geteuid() == 0) return true;
   *result = nullptr;

@@ -8,6 +8,7 @@
 
 #include "isam/isbudget.h"
 #include "isam/issys.h"
+#include "util/kuttime.h"
 
 namespace isam {
 namespace {
@@ -18,12 +19,6 @@ constexpr off_t kApplyByte = kWriterByte + 2;
 constexpr long kFirstPauseNs = 20'000;
 constexpr long kLongestPauseNs = 10'000'000;
 
-int64_t NowMs() {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
-}
-
 isam_code TryOnce(int fd, int type, off_t start, off_t length) {
   if (g_sys.lock(fd, type, start, length) == 0) return kIsamOk;
   return errno == EAGAIN || errno == EACCES ? kIsamCannotLock : kIsamIo;
@@ -33,16 +28,16 @@ isam_code TryOnce(int fd, int type, off_t start, off_t length) {
 template <typename Attempt>
 isam_code Patiently(Attempt attempt) {
   isam_code code = attempt();
-  const int64_t begin = NowMs();
+  const int64_t begin = Kut_now_ms();
   const int64_t deadline = begin + LongestWaitMs();
   long pause = kFirstPauseNs;
-  while (code == kIsamCannotLock && NowMs() < deadline) {
+  while (code == kIsamCannotLock && Kut_now_ms() < deadline) {
     const timespec time = {0, pause};
     nanosleep(&time, nullptr);
     pause = std::min(pause * 2, kLongestPauseNs);
     code = attempt();
   }
-  NoteWaited(static_cast<int>(NowMs() - begin));
+  NoteWaited(static_cast<int>(Kut_now_ms() - begin));
   return code;
 }
 

@@ -8,6 +8,7 @@
 #include "isam/ispage.h"
 #include "isam/issys.h"
 #include "isam/istree.h"
+#include "util/kuttime.h"
 
 namespace isam {
 namespace {
@@ -102,7 +103,7 @@ isam_code Collect(Table& table, const Query& query) {
   const int direction = query.direction();
   ahead.direction = 0;
   ahead.count = ahead.next = 0;
-  ahead.read_ms = CoarseMs();
+  ahead.read_ms = Kut_coarse_ms();
   ahead.local_changes = LocalChanges();
   uint8_t last[kIsamMaxKey], key[kIsamMaxKey];
   bool ordered = query.step == Step::kNext || query.step == Step::kPrev;
@@ -138,7 +139,7 @@ bool IsAhead(Table& table, uint32_t index, Step step) {
   if (direction == 0 || ahead.direction != direction || ahead.index != index ||
       ahead.next == ahead.count)
     return false;
-  const int64_t now = CoarseMs();
+  const int64_t now = Kut_coarse_ms();
   if (now - ahead.read_ms < kFreshMs && ahead.local_changes == LocalChanges())
     return true;
   ahead.read_ms = now;

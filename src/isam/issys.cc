@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <sys/random.h>
 #include <sys/sysmacros.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -132,12 +131,6 @@ void SetFolder(int dirfd, mode_t file_mode) {
 }
 
 mode_t FileMode() { return g_file_mode; }
-
-int64_t CoarseMs() {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-  return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
-}
 
 isam_code CodeFromErrno() {
   switch (errno) {

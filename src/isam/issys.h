@@ -44,10 +44,6 @@ extern Sys g_sys;
 void SetFolder(int dirfd, mode_t file_mode);
 mode_t FileMode();
 
-// A clock that goes on steadily, in steps of some milliseconds, and costs next
-// to nothing.
-int64_t CoarseMs();
-
 // What errno means to the caller of the store.
 isam_code CodeFromErrno();
 

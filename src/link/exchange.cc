@@ -10,7 +10,6 @@
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
-#include <ctime>
 #include <memory>
 
 #include "cm/cmkrt.h"
@@ -18,6 +17,7 @@
 #include "link/daemons.h"
 #include "util/kutdir.h"
 #include "util/kutfile.h"
+#include "util/kuttime.h"
 
 namespace client {
 namespace {
@@ -26,9 +26,9 @@ namespace {
 constexpr mode_t kCommandMode = 0640;
 // How often to look without being told: where notifications work, only for
 // what another host did.
-constexpr long long kSlowLook = 1000;
-constexpr long long kFirstLook = 10;
-constexpr long long kLongestLook = 250;
+constexpr long kSlowLook = 1000;
+constexpr long kFirstLook = 10;
+constexpr long kLongestLook = 250;
 
 int AppendPair(void* context, const char* name, const char* value, int code) {
   if (code == kx_write_start || code == kx_write_stop) return 0;
@@ -56,14 +56,8 @@ Status WriteNew(const std::string& path, const std::string& text) {
 
 }  // namespace
 
-long long NowMs() {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * 1000LL + now.tv_nsec / 1'000'000;
-}
-
 Deadline After(int seconds) {
-  return seconds == 0 ? -1 : NowMs() + seconds * 1000LL;
+  return seconds == 0 ? -1 : Kut_now_ms() + seconds * 1000L;
 }
 
 std::string TextForm(kx_object* obj) {
@@ -134,10 +128,10 @@ void Exchange::Watch() {
 }
 
 // Waits until something may have changed; false when the caller gives up.
-bool Exchange::Sleep(const WaitFor& wait, long long longest) {
+bool Exchange::Sleep(const WaitFor& wait, long longest) {
   if (inotify_.valid()) longest = kSlowLook;
   if (wait.deadline >= 0) {
-    longest = std::min(longest, std::max(0LL, wait.deadline - NowMs()));
+    longest = std::min(longest, std::max(0L, wait.deadline - Kut_now_ms()));
   }
   pollfd fds[2] = {{wait.cancel_fd, POLLIN, 0}, {inotify_.get(), POLLIN, 0}};
   const int ready = poll(fds, 2, static_cast<int>(longest));
@@ -154,9 +148,9 @@ Status Exchange::WaitAny(const std::vector<std::string>& names,
                          const WaitFor& wait, size_t* which,
                          kx::Object* answer) {
   Watch();
-  long long look = kFirstLook;
+  long look = kFirstLook;
   for (;;) {
-    const bool late = wait.deadline >= 0 && NowMs() >= wait.deadline;
+    const bool late = wait.deadline >= 0 && Kut_now_ms() >= wait.deadline;
     ignored_.clear();
     for (size_t i = 0; i < names.size(); ++i) {
       Status s = Take(names[i], wait.unpack_dir, answer);

@@ -23,9 +23,8 @@
 
 namespace client {
 
-// A point in monotonic time, in milliseconds; negative: never.
-using Deadline = long long;
-long long NowMs();
+// A point in time by Kut_now_ms; negative: never.
+using Deadline = long;
 // `seconds` from now; 0 is never.
 Deadline After(int seconds);
 
@@ -74,7 +73,7 @@ class Exchange {
   Status OpenResponse(const std::string& path, UniqueFd* fd);
   bool IsOurs(const std::string& name, kx_object* answer) const;
   void Watch();
-  bool Sleep(const WaitFor& wait, long long longest);
+  bool Sleep(const WaitFor& wait, long longest);
 
   Place place_;
   Slot slot_;

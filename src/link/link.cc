@@ -8,6 +8,7 @@
 #include "kx/kxobj.h"
 #include "link/daemons.h"
 #include "util/kuterr.h"
+#include "util/kuttime.h"
 
 namespace client {
 namespace {
@@ -147,7 +148,7 @@ Status Link::WaitAny(const std::vector<std::string>& names,
   // Of several, others have been withdrawn: the wait is over.
   if (gave_up.code != krt_unknown || names.size() > 1) return gave_up;
   // The answer may have come between the last look and the withdrawal.
-  s = exchange_.WaitAny(names, {NowMs(), -1, unpack_dir}, which, answer);
+  s = exchange_.WaitAny(names, {Kut_now_ms(), -1, unpack_dir}, which, answer);
   return s.code == krt_timed_out ? gave_up : s;
 }
 

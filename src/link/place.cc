@@ -1,7 +1,6 @@
 #include "link/place.h"
 
 #include <grp.h>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -135,8 +134,8 @@ bool MayActForOthers() {
 
 Status FindIdentity(const char* user, Identity* identity) {
   identity->host = HostName();
-  const passwd* entry = getpwuid(getuid());
-  identity->user = entry != nullptr ? entry->pw_name : "";
+  const char* login = Kut_get_usrname();
+  identity->user = login != nullptr ? login : "";
   if (Given(user) && identity->user != user) {
     if (!MayActForOthers()) {
       return {krt_no_permission, "--user is for root and the group " +

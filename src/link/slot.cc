@@ -11,11 +11,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <map>
 #include <vector>
 
 #include "util/kutdir.h"
+#include "util/kuttime.h"
 
 namespace client {
 namespace {
@@ -32,9 +32,7 @@ using UsedSlots = std::bitset<kSlots>;
 unsigned Random() {
   unsigned value = 0;
   if (getrandom(&value, sizeof value, GRND_NONBLOCK) != sizeof value) {
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    value = static_cast<unsigned>(now.tv_nsec) ^
+    value = static_cast<unsigned>(Kut_now_us()) ^
             (static_cast<unsigned>(getpid()) << 16);
   }
   return value;

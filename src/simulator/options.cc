@@ -41,13 +41,13 @@ bool ReadCount(const char* text, int* count) {
   return true;
 }
 
-bool ReadSeconds(const char* text, std::chrono::milliseconds* time) {
+bool ReadSeconds(const char* text, long* ms) {
   char* end;
   const double value = strtod(text, &end);
   if (end == text || *end != '\0' || !(value >= 0 && value <= kMaxSeconds)) {
     return false;
   }
-  *time = std::chrono::milliseconds(std::lround(value * 1000));
+  *ms = std::lround(value * 1000);
   return true;
 }
 
@@ -83,10 +83,12 @@ constexpr OptionRow kOptions[] = {
      }},
     {"--delay", 'd', "S", kSeconds, "run", "an attempt takes S seconds (2)",
      [](Options& o, const char* v) {
-       return ReadSeconds(v, &o.course.sending);
+       return ReadSeconds(v, &o.course.sending_ms);
      }},
     {"--retry", 'r', "S", kSeconds, "run", "S seconds between two attempts (3)",
-     [](Options& o, const char* v) { return ReadSeconds(v, &o.course.pause); }},
+     [](Options& o, const char* v) {
+       return ReadSeconds(v, &o.course.pause_ms);
+     }},
     {"--pages", 'p', "N", kCount, "run receive",
      "every fax has N pages; by default as many as its files",
      [](Options& o, const char* v) { return ReadCount(v, &o.pages); }},

@@ -7,7 +7,6 @@
 #ifndef SIMULATOR_REQUEST_H_
 #define SIMULATOR_REQUEST_H_
 
-#include <chrono>
 #include <ctime>
 #include <string>
 #include <vector>
@@ -16,13 +15,12 @@
 
 namespace sim {
 
-using Clock = std::chrono::steady_clock;
-
 struct Request {
   kx::Object freq;    // "obj-freq"
   kx::Object status;  // "obj-status"
-  // When the next attempt is due or, with a device, when this one ends.
-  Clock::time_point due = {};
+  // When the next attempt is due or, with a device, when this one ends, by
+  // Kut_now_ms.
+  long due = 0;
   int device = -1;   // that sends it; -1: it waits
   time_t begun = 0;  // the attempt under way
 

@@ -10,6 +10,7 @@
 #include "simulator/notify.h"
 #include "simulator/output.h"
 #include "simulator/results.h"
+#include "util/kuttime.h"
 
 namespace sim {
 namespace {
@@ -84,7 +85,7 @@ void Scheduler::Add(Request request) {
 
 void Scheduler::Insert(Request request) {
   const int wait = kx::Time(request.freq.get(), "sendtime") - Now();
-  request.due = Clock::now() + std::chrono::seconds(std::max(wait, 0));
+  request.due = Kut_now_ms() + std::max(wait, 0) * 1000L;
   requests_.insert_or_assign(request.seqno(), std::move(request));
 }
 
@@ -108,11 +109,11 @@ void Scheduler::Cancel(long seqno) {
 void Scheduler::TryNow(long seqno) {
   const Entry entry = Find(seqno);
   if (entry == requests_.end() || entry->second.is_sending()) return;
-  entry->second.due = Clock::now();
+  entry->second.due = Kut_now_ms();
 }
 
 void Scheduler::Advance() {
-  const Clock::time_point now = Clock::now();
+  const long now = Kut_now_ms();
   for (Entry next = requests_.begin(); next != requests_.end();) {
     const Entry entry = next++;  // it may be over after this
     const Request& request = entry->second;
@@ -126,7 +127,7 @@ void Scheduler::Advance() {
 }
 
 void Scheduler::BeginDue() {
-  looked_ = Clock::now();
+  looked_ = Kut_now_ms();
   std::vector<Entry> due;
   for (Entry entry = requests_.begin(); entry != requests_.end(); ++entry) {
     const Request& request = entry->second;
@@ -153,7 +154,7 @@ void Scheduler::BeginDue() {
 void Scheduler::Begin(Request& request, int device) {
   kx_object* status = request.status.get();
   request.device = device;
-  request.due = Clock::now() + course_.sending;
+  request.due = Kut_now_ms() + course_.sending_ms;
   request.begun = time(nullptr);
   const int begun = static_cast<int>(request.begun);
   kx::SetTime(request.freq.get(), "atttime", begun);
@@ -183,7 +184,7 @@ void Scheduler::EndAttempt(Entry entry, const Outcome& outcome) {
   devices_.Release(request.device);
   request.device = -1;
   if (!IsOver(result)) {
-    request.due = Clock::now() + course_.pause;
+    request.due = Kut_now_ms() + course_.pause_ms;
     Check(SaveStatus(root_, request) && SaveFreq(root_, request), request,
           "status");
   }
@@ -209,8 +210,8 @@ void Scheduler::Finish(Entry entry, int result) {
   Say("request %ld: over: %s", seqno, cm_result_to_desc(result));
 }
 
-Clock::time_point Scheduler::NextTime() const {
-  Clock::time_point next = Clock::time_point::max();
+long Scheduler::NextTime() const {
+  long next = LONG_MAX;
   for (const auto& [seqno, request] : requests_) {
     // One that was due at the last look and still waits has no device; the end
     // of another's attempt will give it one.

@@ -25,9 +25,9 @@ namespace sim {
 // How attempts go.
 struct Course {
   Outcomes outcomes;
-  std::chrono::milliseconds sending{2000};  // an attempt takes
-  std::chrono::milliseconds pause{3000};    // between two attempts
-  int most_attempts = 0;                    // 0: the request's own number
+  long sending_ms = 2000;  // an attempt takes
+  long pause_ms = 3000;    // between two attempts
+  int most_attempts = 0;   // 0: the request's own number
 };
 
 class Scheduler {
@@ -46,8 +46,9 @@ class Scheduler {
 
   // Ends the attempts whose time is over and begins those that are due.
   void Advance();
-  // When there is something to do for Advance; time_point::max() for never.
-  Clock::time_point NextTime() const;
+  // When there is something to do for Advance, by Kut_now_ms; LONG_MAX for
+  // never.
+  long NextTime() const;
   size_t jobs() const { return requests_.size(); }
 
  private:
@@ -65,7 +66,7 @@ class Scheduler {
   Course course_;
   Devices devices_;
   std::map<long, Request> requests_;
-  Clock::time_point looked_ = {};  // when BeginDue looked for what is due
+  long looked_ = 0;  // when BeginDue looked for what is due
 };
 
 }  // namespace sim

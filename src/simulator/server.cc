@@ -22,11 +22,12 @@
 #include "simulator/words.h"
 #include "util/kuterr.h"
 #include "util/kutfile.h"
+#include "util/kuttime.h"
 
 namespace sim {
 namespace {
 
-constexpr std::chrono::seconds kTick{5};  // between two looks for what was lost
+constexpr long kTickMs = 5000;  // between two looks for what was lost
 constexpr size_t kSources = 4;
 constexpr int kAnswerTrys = 20;  // ticks that an answer is tried again
 
@@ -107,7 +108,7 @@ class Server {
   StatusSegment segment_;
   Scheduler scheduler_;
   Intake intake_;
-  Clock::time_point tick_ = {};
+  long tick_ = 0;  // when to look for what was lost
   bool had_work_ = false;
   bool quiet_fifos_ = false;  // the last pass found no record
 };
@@ -219,10 +220,10 @@ int Server::Serve() {
     for (const int i : {1, 0, 2, 3}) {
       (this->*sources_[i].take)(sources_[i]);
     }
-    if (Clock::now() >= tick_) {
+    if (Kut_now_ms() >= tick_) {
       intake_.TakeForgotten();
       rsp_check(kAnswerTrys);
-      tick_ = Clock::now() + kTick;
+      tick_ = Kut_now_ms() + kTickMs;
     }
     scheduler_.Advance();
     if (OutputLost()) return EX_IOERR;
@@ -239,17 +240,10 @@ bool Server::IsFinished() const {
 }
 
 void Server::Wait() {
-  const Clock::time_point now = Clock::now();
-  const Clock::time_point until = std::min(tick_, scheduler_.NextTime());
+  const long until = std::min(tick_, scheduler_.NextTime());
   // What was read may have caused further records: look again first.
-  const auto left = quiet_fifos_
-                        ? std::max(until - now, Clock::duration::zero())
-                        : Clock::duration::zero();
-  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
-  const timespec timeout = {
-      seconds.count(),
-      std::chrono::duration_cast<std::chrono::nanoseconds>(left - seconds)
-          .count()};
+  const long left = quiet_fifos_ ? std::max(until - Kut_now_ms(), 0L) : 0;
+  const timespec timeout = {left / 1000, left % 1000 * 1'000'000};
   pollfd fds[kSources];
   for (size_t i = 0; i < kSources; ++i) {
     fds[i] = {sources_[i].fifo.fd(), POLLIN, 0};

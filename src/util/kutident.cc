@@ -8,11 +8,12 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <ctime>
 #include <iterator>
 #include <vector>
 
 #include "util/kuterr.h"
+#include "util/kutguard.h"
+#include "util/kuttime.h"
 #include "util/kutuser.h"
 
 namespace {
@@ -30,7 +31,7 @@ constinit std::vector<gid_t>* g_own_groups = nullptr;
 struct Login {
   uid_t uid = 0;
   int gid = -1;
-  time_t asked = -1;
+  long asked = -1;
 };
 constinit Login g_logins[4] = {};
 constinit unsigned g_oldest = 0;
@@ -45,18 +46,9 @@ bool NoteOwn() {
   const int count = getgroups(0, nullptr);
   if (count < 0) return false;
   // Lives as long as the process, as the identity does.
-  auto* groups = new (std::nothrow) std::vector<gid_t>();
-  if (groups == nullptr) {
-    errno = ENOMEM;
-    return false;
-  }
-  try {
-    groups->resize(static_cast<std::size_t>(count));
-  } catch (const std::bad_alloc&) {
-    delete groups;
-    errno = ENOMEM;
-    return false;
-  }
+  auto* groups = Kut_guarded(
+      [=] { return new std::vector<gid_t>(static_cast<size_t>(count)); });
+  if (groups == nullptr) return false;
   if (getgroups(count, groups->data()) != count) {
     delete groups;
     return false;
@@ -96,10 +88,9 @@ bool Become(const kut_fsid& id) {
 }  // namespace
 
 int Kut_login_gid(uid_t uid) {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
+  const long now = Kut_now_ms() / 1000;
   for (const Login& login : g_logins) {
-    if (login.asked != now.tv_sec || login.uid != uid) continue;
+    if (login.asked != now || login.uid != uid) continue;
     if (login.gid == -1) errno = ENOENT;
     return login.gid;
   }
@@ -108,7 +99,7 @@ int Kut_login_gid(uid_t uid) {
   if (!self.held()) return -1;
   const int gid = Kut_uid_to_gid(static_cast<int>(uid));
   if (gid != -1 || errno == ENOENT) {
-    g_logins[g_oldest++ % std::size(g_logins)] = {uid, gid, now.tv_sec};
+    g_logins[g_oldest++ % std::size(g_logins)] = {uid, gid, now};
   }
   return gid;
 }
@@ -131,13 +122,13 @@ FileIdentity::FileIdentity(const kut_fsid& id) : before_(g_id) {
   changed_ = held_;
   if (held_ || g_own_groups == nullptr) return;
   const int saved = errno;
-  if (!Become(before_)) std::abort();
+  if (!Become(before_)) abort();
   errno = saved;
 }
 
 FileIdentity::~FileIdentity() {
   if (!changed_) return;
   const int saved = errno;
-  if (!Become(before_)) std::abort();
+  if (!Become(before_)) abort();
   errno = saved;
 }

@@ -179,6 +179,10 @@ pid_t Kut_wait_child(pid_t pid, int* status) {
   return done;
 }
 
+bool Kut_process_exists(pid_t pid) {
+  return pid > 0 && (kill(pid, 0) == 0 || errno == EPERM);
+}
+
 int Kut_lower_limit(int resource, rlim_t limit) {
   const auto which = static_cast<__rlimit_resource_t>(resource);
   rlimit present;

@@ -18,7 +18,8 @@
 //   Kut_spawn gives -1 with the child's errno and leaves no child behind.
 // - The child is the caller's to wait for. A SIGCHLD handler that waits for any
 //   child takes it away; such a process blocks SIGCHLD around spawn and wait.
-// - Not for signal handlers. For processes with one thread.
+// - Not for signal handlers, unless a function says so. For processes with one
+// thread.
 #ifndef UTIL_KUTPROC_H_
 #define UTIL_KUTPROC_H_
 
@@ -63,6 +64,11 @@ struct kut_spawn {
 // waitpid(2), may be null. `pid`, or -1 with errno (ECHILD: not a child, or
 // somebody else has waited for it).
 pid_t Kut_wait_child(pid_t pid, int* status);
+
+// Whether process `pid` exists, as a zombie at least: one that the caller may
+// not signal does. No number below 1 is a process. errno is not kept. Safe in a
+// signal handler.
+bool Kut_process_exists(pid_t pid);
 
 // Lowers a soft limit (RLIMIT_AS, ...) of this process and of those that it
 // forks, but not of programs: these have what was before the first call. A

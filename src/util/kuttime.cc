@@ -94,6 +94,12 @@ long ToSeconds(const CivilTime& t) {
   return ((days * 24 + t.hour) * 60 + t.minute) * 60 + t.second;
 }
 
+timespec Now(clockid_t clock) {
+  timespec now;
+  clock_gettime(clock, &now);
+  return now;
+}
+
 }  // namespace
 
 const char* Kut_time_2_str(long t, int long_form) {
@@ -132,4 +138,16 @@ long Kut_str_2_time(const char* text) {
   if (!ReadDigits(digits, count, &t)) return -1;
   if (afternoon && t.hour < 12) t.hour += 12;
   return InRange(t) ? ToSeconds(t) : -1;
+}
+
+long Kut_now_ms() { return Kut_now_us() / 1000; }
+
+long Kut_now_us() {
+  const timespec now = Now(CLOCK_MONOTONIC);
+  return now.tv_sec * 1'000'000 + now.tv_nsec / 1000;
+}
+
+long Kut_coarse_ms() {
+  const timespec now = Now(CLOCK_MONOTONIC_COARSE);
+  return now.tv_sec * 1000 + now.tv_nsec / 1'000'000;
 }

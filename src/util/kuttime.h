@@ -1,4 +1,4 @@
-// Time values as text, always in UTC.
+// Time values as text, always in UTC, and the clock that waits go by.
 //
 // - A time is in seconds since 1970-01-01 00:00:00 UTC. No value of a `long`
 //   and no text leads to undefined behaviour.
@@ -20,5 +20,13 @@ const char* Kut_time_2_str(long t, int long_form);
 // they count on from the neighbouring minute, month or day. Dates before 1970
 // give negative values, most of them a day late.
 long Kut_str_2_time(const char* text);
+
+// The monotonic clock, which counts from some moment in the past and which
+// setting the time does not move, in milliseconds and microseconds. Cannot
+// fail; safe in a signal handler.
+long Kut_now_ms();
+long Kut_now_us();
+// The same for what asks at every step: cheaper, and some milliseconds behind.
+long Kut_coarse_ms();
 
 #endif  // UTIL_KUTTIME_H_

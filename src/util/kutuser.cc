@@ -66,6 +66,16 @@ bool IsNamed(const char* name) {
   return false;
 }
 
+template <typename Take>
+bool FindUser(const char* name, Take take) {
+  return IsNamed(name) &&
+         FindEntry<passwd>(
+             [=](passwd* entry, char* buffer, size_t size, passwd** found) {
+               return getpwnam_r(name, entry, buffer, size, found);
+             },
+             take);
+}
+
 template <size_t size>
 bool CopyName(const char* name, char (&buffer)[size]) {
   const int length = snprintf(buffer, size, "%s", name);
@@ -74,19 +84,32 @@ bool CopyName(const char* name, char (&buffer)[size]) {
   return false;
 }
 
+bool CopyAccount(const passwd& entry, kut_account* account) {
+  account->uid = entry.pw_uid;
+  account->gid = entry.pw_gid;
+  return CopyName(entry.pw_name, account->name) &&
+         CopyName(entry.pw_dir, account->home) &&
+         CopyName(entry.pw_shell, account->shell);
+}
+
 }  // namespace
+
+bool Kut_find_user(const char* name, kut_account* account) {
+  return FindUser(
+      name, [=](const passwd& entry) { return CopyAccount(entry, account); });
+}
+
+bool Kut_find_uid(uid_t uid, kut_account* account) {
+  return FindUser(
+      uid, [=](const passwd& entry) { return CopyAccount(entry, account); });
+}
 
 int Kut_uname_to_uid(const char* name) {
   int uid = -1;
-  if (!IsNamed(name)) return uid;
-  FindEntry<passwd>(
-      [=](passwd* entry, char* buffer, size_t size, passwd** found) {
-        return getpwnam_r(name, entry, buffer, size, found);
-      },
-      [&](const passwd& entry) {
-        uid = static_cast<int>(entry.pw_uid);
-        return true;
-      });
+  FindUser(name, [&](const passwd& entry) {
+    uid = static_cast<int>(entry.pw_uid);
+    return true;
+  });
   return uid;
 }
 

@@ -13,6 +13,7 @@
 #include "client/krtclient.h"
 #include "link/link.h"
 #include "support/ctl.h"
+#include "util/kuttime.h"
 
 namespace {
 
@@ -122,7 +123,7 @@ TEST(Exchanges, ResponseOfAnotherSessionIsNotTaken) {
   WriteFile(rsp, client::TextForm(late.get()));
   size_t which;
   kx::Object answer;
-  client::WaitFor wait{client::NowMs() + 100, -1, nullptr};
+  client::WaitFor wait{Kut_now_ms() + 100, -1, nullptr};
   EXPECT_EQ(exchange.WaitAny({name}, wait, &which, &answer).code,
             krt_timed_out);
   EXPECT_EQ(answer, nullptr);

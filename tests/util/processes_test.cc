@@ -216,6 +216,20 @@ TEST(Spawn, RefusedIdentityRunsNothing) {
   EXPECT_EQ(status, 0);
 }
 
+TEST(Process, OfSomebodyElseExists) {
+  const pid_t child = fork();
+  if (child == 0) {
+    if (geteuid() == 0 && setresuid(12345, 12345, 12345) != 0) _exit(2);
+    const bool right = kill(1, 0) != 0 && Kut_process_exists(1) &&
+                       !Kut_process_exists(0) && !Kut_process_exists(-1);
+    _exit(right ? 0 : 1);
+  }
+  int status = -1;
+  Kut_wait_child(child, &status);
+  EXPECT_EQ(status, 0);
+  EXPECT_FALSE(Kut_process_exists(child));
+}
+
 TEST(Spawn, ChildDiesWithItsParent) {
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);

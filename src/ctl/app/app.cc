@@ -19,6 +19,7 @@
 #include "faxserver/fsshm.h"
 #include "faxserver/fsuser.h"
 #include "kx/kxobj.h"
+#include "util/kuttime.h"
 
 namespace client {
 namespace {
@@ -280,11 +281,11 @@ kx::Object App::Transact(const std::string& subject, kx::Object cmd,
 
 Status App::Await(const std::string& name, const char* unpack_dir,
                   kx::Object* answer) {
-  const long long start = NowMs();
+  const long start = Kut_now_ms();
   size_t which;
   Status s = link_.WaitAny({name}, unpack_dir, &which, answer, nullptr);
   Verbose((s.ok() ? "answered after " : "given up after ") +
-          std::to_string(NowMs() - start) + " ms");
+          std::to_string(Kut_now_ms() - start) + " ms");
   return s;
 }
 

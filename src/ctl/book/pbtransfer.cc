@@ -12,12 +12,13 @@
 #include "ctl/format/format.h"
 #include "ctl/format/person.h"
 #include "ctl/format/vcard.h"
+#include "util/kuttime.h"
 
 namespace client {
 namespace {
 
 constexpr size_t kWindow = 32;  // commands under way at once
-constexpr long long kProgressAfterMs = 1000;
+constexpr long kProgressAfterMs = 1000;
 
 // The names that --map gives to columns, by column in lower case.
 bool ReadMaps(App& app, std::map<std::string, std::string>* maps) {
@@ -162,7 +163,7 @@ class Progress {
     if (drawn_) std::cerr << "\r\033[K";
   }
   void Show(size_t done) {
-    const long long now = NowMs();
+    const long now = Kut_now_ms();
     if (!shown_ || now - start_ < kProgressAfterMs || now - last_ < 100) return;
     last_ = now;
     drawn_ = true;
@@ -177,8 +178,8 @@ class Progress {
   size_t total_;
   bool shown_;
   bool drawn_ = false;
-  long long start_ = NowMs();
-  long long last_ = 0;
+  long start_ = Kut_now_ms();
+  long last_ = 0;
 };
 
 // Keeps up to kWindow rows under way. Rows of one alias go one after the other,

@@ -22,6 +22,7 @@
 #include "util/kutfile.h"
 #include "util/kutident.h"
 #include "util/kutio.h"
+#include "util/kuttime.h"
 
 namespace client {
 namespace {
@@ -61,11 +62,11 @@ void CheckPing(Findings* findings) {
   if (!app.Connect()) return;
   kx::Object cmd = app.link().Command("cmd-noop", nullptr);
   kx::Object answer;
-  const long long start = NowMs();
+  const long start = Kut_now_ms();
   Status s = app.link().Call(cmd.get(), nullptr, &answer);
   if (s.ok()) {
     return findings->Ok("the daemon answers (" +
-                        std::to_string(NowMs() - start) + " ms)");
+                        std::to_string(Kut_now_ms() - start) + " ms)");
   }
   // In a directory that others can write, root's commands are refused.
   if (kx::Number(answer.get(), "result") == kx_err_permission) {

@@ -8,6 +8,7 @@
 #include "ctl/format/format.h"
 #include "ctl/verbs/actions.h"
 #include "ctl/verbs/requests.h"
+#include "util/kuttime.h"
 
 namespace client {
 namespace {
@@ -15,7 +16,7 @@ namespace {
 constexpr double kFirstLook = 0.1;
 constexpr double kLongestLook = 2.0;
 // A request may be known before its status is written.
-constexpr long long kStatusGraceMs = 3000;
+constexpr long kStatusGraceMs = 3000;
 
 // Upper bounds in minutes; what is older than all has a class of its own.
 constexpr int kAges[] = {5, 10, 20, 40, 80, 160, 320, 640, 1280};
@@ -92,7 +93,7 @@ kx::Object RequestId(App& app, const std::string& seqno) {
 
 // Asks for a request's status until it is final.
 kx::Object AwaitRequest(App& app, const std::string& seqno, Deadline deadline) {
-  const long long start = NowMs();
+  const long start = Kut_now_ms();
   for (double pause = kFirstLook;; pause = std::min(pause * 2, kLongestLook)) {
     kx::Object id = RequestId(app, seqno);
     if (id == nullptr) return nullptr;
@@ -102,11 +103,11 @@ kx::Object AwaitRequest(App& app, const std::string& seqno, Deadline deadline) {
     if (s.ok()) {
       kx_object* status = kx::Child(answer.get(), "objptr");
       if (IsFinal(status)) return kx::Object(Kfx_Copy_Obj(status));
-    } else if (s.code != krt_refused || NowMs() - start > kStatusGraceMs) {
+    } else if (s.code != krt_refused || Kut_now_ms() - start > kStatusGraceMs) {
       app.Fail(seqno, s);
       return nullptr;
     }
-    if (deadline >= 0 && NowMs() >= deadline) {
+    if (deadline >= 0 && Kut_now_ms() >= deadline) {
       app.Fail(krt_timed_out, seqno, "not done yet");
       return nullptr;
     }

@@ -2,6 +2,7 @@
 #include "ctl/app/app.h"
 #include "ctl/format/format.h"
 #include "ctl/verbs/actions.h"
+#include "util/kuttime.h"
 
 namespace client {
 namespace {
@@ -45,10 +46,10 @@ bool ShowStateOnce(App& app) {
 std::span<const char* const> ListKinds() { return kListKinds; }
 
 void RunPing(App& app) {
-  const long long start = NowMs();
+  const long start = Kut_now_ms();
   const kx::Object answer = app.Call("", "cmd-noop", nullptr);
   if (answer == nullptr) return;
-  const std::string ms = std::to_string(NowMs() - start);
+  const std::string ms = std::to_string(Kut_now_ms() - start);
   app.out().Done(answer.get(), "the daemon answers (" + ms + " ms)",
                  {{"ms", ms}});
 }

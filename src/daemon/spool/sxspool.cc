@@ -12,12 +12,12 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 
 #include "daemon/spool/settings.h"
 #include "util/kutfile.h"
 #include "util/kutio.h"
 #include "util/kutstr.h"
+#include "util/kuttime.h"
 
 namespace {
 
@@ -30,12 +30,6 @@ struct stat g_status;   // of it then
 int g_inotify = -1;
 int g_watch = -1;  // -1: not watching
 
-long long NowMs() {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * 1000LL + now.tv_nsec / 1'000'000;
-}
-
 void LetGo() {
   spool_unwatch();
   if (g_fd >= 0) close(g_fd);
@@ -47,16 +41,16 @@ void LetGo() {
 // have a daemon that is root work anywhere by a link: below the root directory
 // none is followed then.
 int OpenDirectory(const char* dir) {
-  const std::size_t length = kfaxdir != nullptr ? std::strlen(kfaxdir) : 0;
-  if (spool_self() != 0 || length == 0 ||
-      std::strncmp(dir, kfaxdir, length) != 0 || dir[length] != '/') {
+  const size_t length = kfaxdir != nullptr ? strlen(kfaxdir) : 0;
+  if (spool_self() != 0 || length == 0 || strncmp(dir, kfaxdir, length) != 0 ||
+      dir[length] != '/') {
     return Kut_open(dir, O_PATH | O_DIRECTORY);
   }
   UniqueFd fd(Kut_open(kfaxdir, O_PATH | O_DIRECTORY));
   char name[NAME_MAX + 1];
   for (const char* at = dir + length; fd.valid();) {
-    at += std::strspn(at, "/");
-    const std::size_t part = std::strcspn(at, "/");
+    at += strspn(at, "/");
+    const size_t part = strcspn(at, "/");
     if (part == 0) break;
     Kut_strcpyz(name, at, std::min(part + 1, sizeof name));
     fd.reset(Kut_open_at(fd.get(), name, O_PATH | O_DIRECTORY | O_NOFOLLOW));
@@ -77,7 +71,7 @@ bool TakeEvents(const char* ext) {
       const char* got =
           event->len > 0 ? Kut_get_file_ext(event->name) : nullptr;
       if ((event->mask & IN_Q_OVERFLOW) != 0 ||
-          (got != nullptr && std::strcmp(got, ext) == 0)) {
+          (got != nullptr && strcmp(got, ext) == 0)) {
         found = true;
       }
       at += sizeof(inotify_event) + event->len;
@@ -91,8 +85,8 @@ bool TakeEvents(const char* ext) {
 }  // namespace
 
 int spool_fd(const char* dir) {
-  if (g_fd >= 0 && std::strcmp(g_path, dir) == 0) return g_fd;
-  if (std::strlen(dir) >= sizeof g_path) {
+  if (g_fd >= 0 && strcmp(g_path, dir) == 0) return g_fd;
+  if (strlen(dir) >= sizeof g_path) {
     errno = ENAMETOOLONG;
     return -1;
   }
@@ -133,14 +127,14 @@ int spool_give(int fd, uid_t owner) {
 }
 
 int spool_fresh_name(const char* base, int length, const char* ext, char* name,
-                     std::size_t size) {
+                     size_t size) {
   uint64_t number = 0;
   if (getrandom(&number, sizeof number, 0) != sizeof number) return -1;
   char end[64];
   const int taken =
-      std::snprintf(end, sizeof end, "-%016" PRIx64 ".%s", number, ext);
+      snprintf(end, sizeof end, "-%016" PRIx64 ".%s", number, ext);
   const int room = std::min(static_cast<int>(size) - 1, NAME_MAX) - taken;
-  std::snprintf(name, size, "%.*s%s", std::min(length, room), base, end);
+  snprintf(name, size, "%.*s%s", std::min(length, room), base, end);
   return 0;
 }
 
@@ -159,10 +153,10 @@ void spool_unwatch() {
 }
 
 void spool_wait(const char* ext, int secs, int wake_fd, bool any_signal) {
-  const long long deadline = NowMs() + secs * 1000LL;
+  const long deadline = Kut_now_ms() + secs * 1000L;
   pollfd fds[2] = {{wake_fd, POLLIN, 0},
                    {g_watch >= 0 ? g_inotify : -1, POLLIN, 0}};
-  long long left = secs < 0 ? -1 : secs * 1000LL;
+  long left = secs < 0 ? -1 : secs * 1000L;
   for (;;) {
     const int timeout = static_cast<int>(left < INT_MAX ? left : INT_MAX);
     const int ready = poll(fds, 2, timeout);
@@ -173,7 +167,7 @@ void spool_wait(const char* ext, int secs, int wake_fd, bool any_signal) {
       if (fds[1].revents != 0 && TakeEvents(ext)) return;
     }
     if (secs < 0) continue;
-    left = deadline - NowMs();
+    left = deadline - Kut_now_ms();
     if (left <= 0) return;
   }
 }

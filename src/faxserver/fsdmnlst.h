@@ -1,12 +1,11 @@
-// The register of daemons: who runs, under which process id.
-//
-// The text file krtnet/krtnet.lck below the root holds one line "%d:%s\n", a
-// process id and a name, for each daemon. A line without a colon ends it.
+// The register of daemons (cm/cmdaemon.h): its changes, and who of it runs.
 //
 // - An entry is appended with one write and the rewrite replaces the file by a
 //   rename: a reader sees whole entries only. Entries of processes that ended
 //   stay until a rewrite.
 // - A process id below 1 (a damaged line) is no process: nobody is signalled.
+// - Whom the caller may not signal runs, but only fx_upd_daemon_list goes by
+//   that.
 // - Failures are told in errno.
 // - Limits: there is no lock. A daemon that registers while another rewrites
 //   may lose its entry. A process id may have been taken over by a stranger.
@@ -14,11 +13,6 @@
 #define FAXSERVER_FSDMNLST_H_
 
 #include <sys/types.h>
-
-// The session daemons: of the file protocol, with the spool directory filspool,
-// and of the network protocol, with netspool.
-constexpr char kFxFileDaemon[] = "krtnet.fil";
-constexpr char kFxNetDaemon[] = "krtnet.net";
 
 // Appends an entry; the list is made when there is none. 0 or -1.
 int fx_add_daemon_list(const char* kfaxdir, const char* name, pid_t pid);

@@ -8,6 +8,7 @@
 
 #include <cerrno>
 
+#include "cm/cmdaemon.h"
 #include "cm/cmkrt.h"
 #include "cm/cmpaths.h"
 #include "faxserver/fsbytes.h"
@@ -72,8 +73,8 @@ int32_t fx_event_record_code(const fx_event_record& record) {
 
 int fx_efifo_send(const char* kfaxdir, const fx_event_record& record) {
   const int saved = errno;
-  SendTo(kfaxdir, kFxFileDaemon, cm_get_filspool_dir(kfaxdir), record);
-  SendTo(kfaxdir, kFxNetDaemon, cm_get_netspool_dir(kfaxdir), record);
+  SendTo(kfaxdir, kCmFileDaemon, cm_get_filspool_dir(kfaxdir), record);
+  SendTo(kfaxdir, kCmNetDaemon, cm_get_netspool_dir(kfaxdir), record);
   errno = saved;
   return 0;
 }

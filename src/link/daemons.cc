@@ -1,16 +1,17 @@
 #include "link/daemons.h"
 
-#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
+#include <memory>
 #include <sstream>
 
 #include "cm/cmpaths.h"
+#include "util/kutproc.h"
 
 namespace client {
 namespace {
@@ -26,10 +27,6 @@ double Now(clockid_t clock) {
   timespec now;
   clock_gettime(clock, &now);
   return Seconds(now);
-}
-
-bool IsSessionDaemon(const DaemonEntry& entry) {
-  return entry.name == "krtnet.fil" || entry.name == "krtnet.net";
 }
 
 // The effective id of a process in the "Uid:" or "Gid:" line of its status; -1
@@ -76,8 +73,9 @@ bool DaemonHas(const std::string& root, const char* line, unsigned id) {
   }
   // The last one alone: an earlier line may be of a process that is gone, and
   // its number anybody's by now.
-  std::vector<DaemonEntry> entries = ReadRegister(root);
-  std::erase_if(entries, IsSessionDaemon);
+  std::vector<cm_daemon> entries = ReadRegister(root);
+  std::erase_if(entries,
+                [](const cm_daemon& entry) { return entry.serves_sessions(); });
   if (entries.empty()) return false;
   const std::string proc = "/proc/" + std::to_string(entries.back().pid);
   const double begin = BeginOf(proc);
@@ -87,26 +85,20 @@ bool DaemonHas(const std::string& root, const char* line, unsigned id) {
 
 }  // namespace
 
-std::vector<DaemonEntry> ReadRegister(const std::string& root) {
-  std::ifstream file(cm_get_dmnlist_file(root.c_str()));
-  std::vector<DaemonEntry> entries;
-  for (std::string line; std::getline(file, line);) {
-    const size_t colon = line.find(':');
-    if (colon == line.npos) break;
-    entries.push_back({atol(line.c_str()), line.substr(colon + 1)});
-  }
+std::vector<cm_daemon> ReadRegister(const std::string& root) {
+  std::vector<cm_daemon> entries;
+  const std::unique_ptr<FILE, int (*)(FILE*)> list(
+      fopen(cm_get_dmnlist_file(root.c_str()), "re"), fclose);
+  // Of one that cannot be read to its end the beginning counts.
+  if (list != nullptr) static_cast<void>(cm_read_daemons(list.get(), &entries));
   return entries;
-}
-
-bool ProcessExists(long pid) {
-  return pid > 0 && (kill(static_cast<pid_t>(pid), 0) == 0 || errno == EPERM);
 }
 
 DaemonState FindDaemon(const std::string& root) {
   DaemonState state = DaemonState::kNone;
-  for (const DaemonEntry& entry : ReadRegister(root)) {
-    if (IsSessionDaemon(entry)) continue;
-    if (ProcessExists(entry.pid)) return DaemonState::kAlive;
+  for (const cm_daemon& entry : ReadRegister(root)) {
+    if (entry.serves_sessions()) continue;
+    if (Kut_process_exists(entry.pid)) return DaemonState::kAlive;
     state = DaemonState::kDead;
   }
   return state;

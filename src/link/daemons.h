@@ -10,16 +10,12 @@
 #include <string>
 #include <vector>
 
+#include "cm/cmdaemon.h"
+
 namespace client {
 
-struct DaemonEntry {
-  long pid;
-  std::string name;
-};
-
 // The entries in their order; none without a register.
-std::vector<DaemonEntry> ReadRegister(const std::string& root);
-bool ProcessExists(long pid);
+std::vector<cm_daemon> ReadRegister(const std::string& root);
 
 enum class DaemonState {
   kAlive,  // a registered daemon's process exists

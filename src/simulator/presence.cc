@@ -4,13 +4,14 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include "cm/cmdaemon.h"
 #include "faxserver/fsdmnlst.h"
 #include "util/kuterr.h"
 
 namespace sim {
 namespace {
 
-constexpr const char* kNames[] = {kFxFileDaemon, kFxNetDaemon};
+constexpr const char* kNames[] = {kCmFileDaemon, kCmNetDaemon};
 
 }  // namespace
 

@@ -10,6 +10,7 @@
 #include <climits>
 #include <string>
 
+#include "cm/cmdaemon.h"
 #include "cm/cmpaths.h"
 #include "daemon/spool/logfile.h"
 #include "daemon/spool/rsp.h"
@@ -154,8 +155,8 @@ int Server::OpenFifos() {
   sources_[0].take = &Server::TakeScheduler;
   sources_[1].take = &Server::TakeSpool;
   sources_[2].take = sources_[3].take = &Server::TakeEvent;
-  sources_[2].name = "krtnet.fil";
-  sources_[3].name = "krtnet.net";
+  sources_[2].name = kCmFileDaemon;
+  sources_[3].name = kCmNetDaemon;
   const bool open =
       OpenFifo(sources_[0], cm_get_fifo_file(root), MakeSchedulerFifo) &&
       OpenFifo(sources_[1], InDirectory(spool, "kfifo"), MakeSpoolFifo) &&

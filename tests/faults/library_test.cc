@@ -7,6 +7,7 @@
 
 #include <iostream>
 
+#include "cm/cmdaemon.h"
 #include "faults/sweep.h"
 #include "faxserver/fscover.h"
 #include "faxserver/fsdmnlst.h"
@@ -221,10 +222,10 @@ const Work kWorks[] = {
      AddCovers},
     {"LeaveRegister",
      [](const SampleRoot& root) {
-       return fx_upd_daemon_list(root.root(), kFxFileDaemon) == 0;
+       return fx_upd_daemon_list(root.root(), kCmFileDaemon) == 0;
      },
-     nullptr, "krtnet/krtnet.lck", Entry(kFxFileDaemon) + Entry(kFxNetDaemon),
-     Entry(kFxNetDaemon)},
+     nullptr, "krtnet/krtnet.lck", Entry(kCmFileDaemon) + Entry(kCmNetDaemon),
+     Entry(kCmNetDaemon)},
     {.name = "CreateBook", .run = Create, .prepare = SetUpBook, .persons = ""},
     {.name = "AddPerson",
      .run = AddPerson,

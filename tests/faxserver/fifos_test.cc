@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstring>
 
+#include "cm/cmdaemon.h"
 #include "cm/cmpaths.h"
 #include "fax_root.h"
 #include "faxserver/fscom.h"
@@ -90,13 +91,13 @@ TEST(Events, GoToEachRegisteredAndLivingDaemon) {
   EXPECT_EQ(fx_efifo_send(root.root(), event), 0);
   EXPECT_EQ(daemons.file.Take(), "") << "nobody is registered";
 
-  fx_add_daemon_list(root.root(), kFxNetDaemon, getpid());
-  fx_add_daemon_list(root.root(), kFxFileDaemon, DeadPid());
+  fx_add_daemon_list(root.root(), kCmNetDaemon, getpid());
+  fx_add_daemon_list(root.root(), kCmFileDaemon, DeadPid());
   EXPECT_EQ(fx_efifo_send(root.root(), event), 0);
   EXPECT_EQ(daemons.file.Take(), "") << "the file daemon is dead";
   EXPECT_EQ(daemons.network.Take(), Event("bob", 16));
 
-  fx_add_daemon_list(root.root(), kFxFileDaemon, getpid());
+  fx_add_daemon_list(root.root(), kCmFileDaemon, getpid());
   EXPECT_EQ(fx_efifo_send(root.root(), event), 0);
   EXPECT_EQ(daemons.file.Take(), Event("bob", 16));
   EXPECT_EQ(daemons.network.Take(), Event("bob", 16));
@@ -105,8 +106,8 @@ TEST(Events, GoToEachRegisteredAndLivingDaemon) {
 TEST(Events, WithoutAReaderNobodyWaits) {
   const FaxRoot root;
   ASSERT_EQ(mkfifo((root / "krtnet/filspool/efifo").c_str(), 0600), 0);
-  fx_add_daemon_list(root.root(), kFxFileDaemon, getpid());
-  fx_add_daemon_list(root.root(), kFxNetDaemon, getpid());
+  fx_add_daemon_list(root.root(), kCmFileDaemon, getpid());
+  fx_add_daemon_list(root.root(), kCmNetDaemon, getpid());
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(fx_efifo_send(root.root(), fx_encode_event("bob", 2)), 0);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "cm/cmdaemon.h"
 #include "cm/cmkrt.h"
 #include "cm/cmpaths.h"
 #include "ctl/check/check.h"
@@ -22,6 +23,7 @@
 #include "util/kutfile.h"
 #include "util/kutident.h"
 #include "util/kutio.h"
+#include "util/kutproc.h"
 #include "util/kuttime.h"
 
 namespace client {
@@ -44,8 +46,8 @@ time_t SinceClaim(const std::string& path) {
 
 void CheckRegister(Findings* findings) {
   std::string dead;
-  for (const DaemonEntry& entry : ReadRegister(findings->root())) {
-    if (ProcessExists(entry.pid)) continue;
+  for (const cm_daemon& entry : ReadRegister(findings->root())) {
+    if (Kut_process_exists(entry.pid)) continue;
     dead += " " + std::to_string(entry.pid) + ":" + entry.name;
   }
   if (dead.empty()) return findings->Ok("register of daemons");
@@ -101,8 +103,8 @@ void CheckFifo(Findings* findings, const std::string& path, bool needed,
 }
 
 bool IsRegistered(const char* root, const char* name) {
-  for (const DaemonEntry& entry : ReadRegister(root)) {
-    if (entry.name == name && ProcessExists(entry.pid)) return true;
+  for (const cm_daemon& entry : ReadRegister(root)) {
+    if (entry.name == name && Kut_process_exists(entry.pid)) return true;
   }
   return false;
 }
@@ -186,7 +188,8 @@ std::vector<std::string> NamesIn(const std::string& dir) {
 }
 
 bool IsAbandonedClaim(long pid, time_t since) {
-  return !ProcessExists(pid) || since >= kAbandonedAfter;
+  return !Kut_process_exists(static_cast<pid_t>(pid)) ||
+         since >= kAbandonedAfter;
 }
 
 void CheckDaemon(Findings* findings) {
@@ -225,13 +228,13 @@ void CheckFifos(Findings* findings) {
   CheckFifo(findings, cm_get_fifo_file(root), true, "the fax scheduler");
   CheckFifo(findings, findings->place().spool + "/kfifo", true,
             "the queueing side");
-  if (IsRegistered(root, kFxFileDaemon)) {
+  if (IsRegistered(root, kCmFileDaemon)) {
     CheckFifo(findings, std::string(cm_get_filspool_dir(root)) + "/efifo",
-              false, kFxFileDaemon);
+              false, kCmFileDaemon);
   }
-  if (IsRegistered(root, kFxNetDaemon)) {
+  if (IsRegistered(root, kCmNetDaemon)) {
     CheckFifo(findings, std::string(cm_get_netspool_dir(root)) + "/efifo",
-              false, kFxNetDaemon);
+              false, kCmNetDaemon);
   }
 }
 

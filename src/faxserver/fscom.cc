@@ -4,6 +4,7 @@
 #include "faxserver/fsbase.h"
 #include "faxserver/fsbytes.h"
 #include "faxserver/fsfifo.h"
+#include "util/kutfifo.h"
 
 namespace {
 
@@ -28,7 +29,7 @@ int32_t fx_sched_record_seqno(const fx_sched_record& record) {
 }
 
 int fx_send_cmd(const char* kfaxdir, const fx_sched_record& record) {
-  const int sent = fx_fifo_send(cm_get_fifo_file(kfaxdir), record.data(),
-                                record.size(), kFxFifoSeconds);
+  const int sent = Kut_send_record(cm_get_fifo_file(kfaxdir), record.data(),
+                                   record.size(), kFxFifoSeconds);
   return sent == 0 ? fx_ok() : fx_fail(kx_err_system);
 }

@@ -1,57 +1,30 @@
 #include "faxserver/fsefifo.h"
 
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/ioctl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cerrno>
+#include <utility>
 
 #include "cm/cmdaemon.h"
-#include "cm/cmkrt.h"
 #include "cm/cmpaths.h"
 #include "faxserver/fsbytes.h"
 #include "faxserver/fsdmnlst.h"
 #include "faxserver/fsfifo.h"
-#include "util/kutio.h"
+#include "util/kutfifo.h"
 
 namespace {
 
 constexpr char kFifoName[] = "efifo";
+constexpr mode_t kFifoMode = 0660;
 constexpr size_t kUserAt = 0;
 constexpr size_t kUserSize = 16;
 constexpr size_t kCodeAt = 16;
 
-// The open ends of this process, -1 when closed.
-constinit int g_reader = -1;
-constinit int g_writer = -1;
-
-int CloseEnd(int* fd) {
-  if (*fd < 0) return 0;
-  const int result = close(*fd);
-  *fd = -1;
-  return result;
-}
+constinit kut_fifo g_fifo = {};
 
 void SendTo(const char* kfaxdir, const char* daemon, const char* spool,
             const fx_event_record& record) {
   if (fx_chk_daemon_list(kfaxdir, daemon) <= 0) return;
   const cm_path fifo = cm_join_path(spool, kFifoName);
-  fx_fifo_send(fifo.text, record.data(), record.size(), 0);
-}
-
-// A reading end in blocking mode, got without waiting for a writer.
-int OpenReader(const char* path) {
-  UniqueFd fd(Kut_open(path, O_RDONLY | O_NONBLOCK | O_NOFOLLOW));
-  struct stat st;
-  if (!fd.valid() || fstat(fd.get(), &st) != 0) return -1;
-  if (!S_ISFIFO(st.st_mode)) {
-    errno = EINVAL;
-    return -1;
-  }
-  if (fcntl(fd.get(), F_SETFL, O_RDONLY) != 0) return -1;
-  return fd.release();
+  Kut_send_record(fifo.text, record.data(), record.size(), 0);
 }
 
 }  // namespace
@@ -80,23 +53,7 @@ int fx_efifo_send(const char* kfaxdir, const fx_event_record& record) {
 }
 
 int fx_efifo_make(const char* dir) {
-  const cm_path fifo = cm_join_path(dir, kFifoName);
-  // The mode is right from the beginning: a chmod later could be led astray by
-  // a link in the fifo's place.
-  const mode_t mask = umask(0);
-  const int made = mkfifo(fifo.text, 0660);
-  umask(mask);
-  if (made == 0) {
-    // Only the super-user may; a fifo of the process's own serves as well.
-    static_cast<void>(lchown(fifo.text, static_cast<uid_t>(cm_get_krt_uid()),
-                             static_cast<gid_t>(cm_get_krt_gid())));
-    return 0;
-  }
-  struct stat st;
-  if (errno != EEXIST || lstat(fifo.text, &st) != 0) return -1;
-  if (S_ISFIFO(st.st_mode)) return 0;
-  errno = EEXIST;
-  return -1;
+  return fx_fifo_make(cm_join_path(dir, kFifoName).text, kFifoMode);
 }
 
 int fx_efifo_open(const char* dir, int mode) {
@@ -104,39 +61,27 @@ int fx_efifo_open(const char* dir, int mode) {
     errno = EINVAL;
     return -1;
   }
-  const cm_path fifo = cm_join_path(dir, kFifoName);
-  const int fd =
-      mode == 0 ? OpenReader(fifo.text) : Kut_open_fifo_writer(fifo.text, 0);
-  if (fd < 0) return -1;
-  int* end = mode == 0 ? &g_reader : &g_writer;
-  CloseEnd(end);
-  *end = fd;
+  const cm_path path = cm_join_path(dir, kFifoName);
+  kut_fifo opened;
+  int* fd = mode == 0 ? &opened.reader : &opened.writer;
+  *fd = mode == 0 ? Kut_open_fifo_reader(path.text)
+                  : Kut_open_fifo_writer(path.text, 0);
+  if (*fd < 0) return -1;
+  // What was open goes with `opened`.
+  std::swap(mode == 0 ? g_fifo.reader : g_fifo.writer, *fd);
+  Kut_close_fifo(&opened);
   return 0;
 }
 
 int fx_efifo_read(int seconds, fx_event_record* record) {
-  if (g_reader < 0) return -1;
-  pollfd wanted = {g_reader, POLLIN, 0};
-  const int ready = poll(&wanted, 1, seconds > 0 ? seconds * 1000 : 0);
-  if (ready < 0) return -1;
-  if (ready == 0) return 1;
-  // A fifo's size is not in its status here; the driver tells what is pending.
-  int pending = 0;
-  if (ioctl(g_reader, FIONREAD, &pending) != 0) return -1;
-  if (pending == 0) return 1;
-  // Out of step: a guess would make records out of halves for ever after.
-  if (pending % static_cast<int>(kFxEventSize) != 0) return -1;
-  const ssize_t got = Kut_read_full(g_reader, record->data(), record->size());
-  return got == static_cast<ssize_t>(record->size()) ? 0 : -1;
+  if (g_fifo.reader < 0) return -1;
+  return Kut_read_record(g_fifo.reader, record->data(), record->size(),
+                         seconds);
 }
 
 int fx_efifo_write(const fx_event_record& record) {
-  if (g_writer < 0) return -1;
-  return fx_fifo_write(g_writer, record.data(), record.size(), 0);
+  if (g_fifo.writer < 0) return -1;
+  return Kut_write_record(g_fifo.writer, record.data(), record.size(), 0);
 }
 
-int fx_efifo_close() {
-  const int reader = CloseEnd(&g_reader);
-  const int writer = CloseEnd(&g_writer);
-  return reader == 0 && writer == 0 ? 0 : -1;
-}
+int fx_efifo_close() { return Kut_close_fifo(&g_fifo); }

@@ -1,14 +1,11 @@
 #include "simulator/fifo.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
-
-#include "cm/cmkrt.h"
 #include "daemon/spool/kfifo.h"
 #include "faxserver/fsefifo.h"
+#include "faxserver/fsfifo.h"
+#include "util/kutfifo.h"
 #include "util/kutfile.h"
 
 namespace sim {
@@ -16,23 +13,10 @@ namespace {
 
 constexpr mode_t kSchedulerMode = 0660;
 
-bool IsFifo(const std::string& path) {
-  struct stat st;
-  if (lstat(path.c_str(), &st) != 0) return false;
-  if (!S_ISFIFO(st.st_mode)) errno = EEXIST;
-  return S_ISFIFO(st.st_mode);
-}
-
 }  // namespace
 
 bool MakeSchedulerFifo(const std::string& path) {
-  const mode_t mask = umask(0);
-  const int made = mkfifo(path.c_str(), kSchedulerMode);
-  umask(mask);
-  if (made != 0) return false;
-  static_cast<void>(lchown(path.c_str(), static_cast<uid_t>(cm_get_krt_uid()),
-                           static_cast<gid_t>(cm_get_krt_gid())));
-  return true;
+  return fx_fifo_make(path.c_str(), kSchedulerMode) == 0;
 }
 
 bool MakeSpoolFifo(const std::string& path) {
@@ -49,25 +33,29 @@ RecordFifo::~RecordFifo() {
 
 bool RecordFifo::Open(const std::string& path,
                       bool (*make)(const std::string& path)) {
-  const bool was_there = IsFifo(path);
+  const bool was_there = Kut_is_fifo(path.c_str());
   // Only what came of it counts: who may not give a fifo away has one all the
   // same.
-  if (!was_there && !make(path) && !IsFifo(path)) return false;
+  if (!was_there && !make(path) && !Kut_is_fifo(path.c_str())) {
+    return false;
+  }
   if (!was_there) made_ = path;
-  reader_.reset(Kut_open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW));
+  reader_.reset(Kut_open_fifo_reader(path.c_str()));
   if (!reader_.valid()) return false;
-  writer_.reset(Kut_open(path.c_str(), O_WRONLY | O_NONBLOCK | O_NOFOLLOW));
+  writer_.reset(Kut_open_fifo_writer(path.c_str(), 0));
   return writer_.valid();
 }
 
 RecordFifo::Got RecordFifo::Next(std::span<unsigned char> record) {
-  ssize_t got;
-  do {
-    got = read(reader_.get(), record.data(), record.size());
-  } while (got < 0 && errno == EINTR);
-  if (got <= 0) return Got::kNothing;
-  return got == static_cast<ssize_t>(record.size()) ? Got::kRecord
-                                                    : Got::kOutOfStep;
+  switch (Kut_read_record(reader_.get(), record.data(), record.size(), 0,
+                          kut_halves::kDrop)) {
+    case 0:
+      return Got::kRecord;
+    case 1:
+      return Got::kNothing;
+    default:
+      return Got::kOutOfStep;
+  }
 }
 
 }  // namespace sim

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -11,7 +10,6 @@
 namespace {
 
 constexpr size_t kCopyBuffer = size_t{64} * 1024;
-constexpr long kFifoPauseNs = 5'000'000;  // between two looks for a reader
 
 // Runs `step(offset, left)` until all of `size` is done, it says 0 or fails.
 // The bytes done, or -1.
@@ -121,33 +119,5 @@ int Kut_copy_bytes(int from, int to, long most) {
     }
     most -= n;
     if (Kut_write_full(to, buffer, static_cast<size_t>(n)) != 0) return -1;
-  }
-}
-
-int Kut_open_fifo_writer(const char* path, int seconds) {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  const time_t deadline = now.tv_sec + seconds;
-  for (;;) {
-    // Without O_NONBLOCK the open would wait for a reader for ever.
-    UniqueFd fd(Kut_open(path, O_WRONLY | O_NONBLOCK | O_NOFOLLOW));
-    if (fd.valid()) {
-      struct stat st;
-      if (fstat(fd.get(), &st) != 0) return -1;
-      if (!S_ISFIFO(st.st_mode)) {
-        errno = EINVAL;
-        return -1;
-      }
-      if (fcntl(fd.get(), F_SETFL, O_WRONLY) != 0) return -1;
-      return fd.release();
-    }
-    if (errno != ENXIO) return -1;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    if (now.tv_sec >= deadline) {
-      errno = ENXIO;
-      return -1;
-    }
-    const timespec pause = {0, kFifoPauseNs};
-    nanosleep(&pause, nullptr);
   }
 }

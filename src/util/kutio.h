@@ -71,10 +71,4 @@ int Kut_pwrite_full(int fd, const void* buf, size_t size, off_t offset);
 // than `most` bytes.
 int Kut_copy_bytes(int from, int to, long most = LONG_MAX);
 
-// Opens the fifo `path` for writing and waits at most `seconds` for a reader,
-// looking again every few milliseconds. The descriptor is in blocking mode.
-// -1 with errno: ENXIO when no reader came, EINVAL when the path is not a fifo,
-// otherwise what open(2) said.
-int Kut_open_fifo_writer(const char* path, int seconds);
-
 #endif  // UTIL_KUTIO_H_

@@ -9,7 +9,7 @@
 #include "faxserver/fscom.h"
 #include "faxserver/fsdmnlst.h"
 #include "faxserver/fsefifo.h"
-#include "faxserver/fsfifo.h"
+#include "util/kutfifo.h"
 
 namespace {
 
@@ -37,7 +37,7 @@ TEST(Fifo, WaitForAReaderEnds) {
   const FaxRoot root;
   ASSERT_EQ(mkfifo((root / "FIFO").c_str(), 0600), 0);
   const auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(fx_fifo_send((root / "FIFO").c_str(), "x", 1, 1), -1);
+  EXPECT_EQ(Kut_send_record((root / "FIFO").c_str(), "x", 1, 1), -1);
   EXPECT_EQ(errno, ENXIO);
   const auto taken = std::chrono::steady_clock::now() - start;
   EXPECT_LT(taken, std::chrono::seconds(10));
@@ -49,7 +49,7 @@ TEST(Fifo, ReaderThatDoesNotReadHoldsNobody) {
   const std::string record(68, 'r');
   const char* path = cm_get_fifo_file(root.root());
   int sent = 0;
-  while (fx_fifo_send(path, record.data(), record.size(), 0) == 0) {
+  while (Kut_send_record(path, record.data(), record.size(), 0) == 0) {
     ASSERT_LT(++sent, 100000);
   }
   EXPECT_EQ(errno, EAGAIN);
@@ -67,7 +67,7 @@ TEST(Fifo, ReaderThatGoesAwayIsAnErrorAndNoSignal) {
   const UniqueFd writer(Kut_open_fifo_writer((root / "efifo").c_str(), 0));
   ASSERT_TRUE(writer.valid());
   ASSERT_EQ(fx_efifo_close(), 0);
-  EXPECT_EQ(fx_fifo_write(writer.get(), "x", 1, 0), -1);
+  EXPECT_EQ(Kut_write_record(writer.get(), "x", 1, 0), -1);
   EXPECT_EQ(errno, EPIPE);
 }
 

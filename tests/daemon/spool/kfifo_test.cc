@@ -2,12 +2,17 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/select.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
+#include <vector>
 
 #include "support/sample_root.h"
+#include "util/kutio.h"
 
 namespace {
 
@@ -52,6 +57,29 @@ TEST_F(Kfifo, CarriesWholeRecords) {
   EXPECT_EQ(kfifo_read(back, 5), 0);
   close(fd);
   EXPECT_EQ(kfifo_close(), 0);
+}
+
+TEST_F(Kfifo, ServesAProcessWithManyFiles) {
+  rlimit limit;
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+  const rlimit raised = {std::min<rlim_t>(2048, limit.rlim_max),
+                         limit.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &raised), 0);
+  // More than a set of select(2) has room for.
+  std::vector<UniqueFd> files;
+  do {
+    files.emplace_back(dup(STDIN_FILENO));
+    ASSERT_TRUE(files.back().valid());
+  } while (files.back().get() < FD_SETSIZE);
+  char record[KFIFO_RECORD_SIZE] = "a record";
+  char back[KFIFO_RECORD_SIZE] = "";
+  ASSERT_EQ(kfifo_make(dir()), 0);
+  ASSERT_EQ(kfifo_open(dir(), 0), 0);
+  EXPECT_EQ(kfifo_read(back, 1), 1);
+  EXPECT_EQ(kfifo_write(record), 0);
+  EXPECT_EQ(kfifo_read(back, 5), 0);
+  EXPECT_STREQ(back, record);
+  setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 }  // namespace

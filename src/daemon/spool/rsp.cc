@@ -1,23 +1,30 @@
 #include "daemon/spool/rsp.h"
 
+#include <memory>
+#include <new>
+#include <utility>
+
 #include "daemon/spool/logfile.h"
 #include "daemon/spool/sxfile.h"
-#include "util/kutmem.h"
 
 namespace {
 
 // A response that could not be written, owned by the queue.
 struct Pending {
   const char* dir;  // not owned
-  kx_object* rsp;
-  int save;
+  kx::Object rsp;
+  bool save;
   uid_t receiver;  // once the next command is read, nobody else knows
   int failed;      // tries that failed since it was queued
 };
 
-kx_object* g_queue = nullptr;  // a list of Pending
+kx_object* g_queue = nullptr;  // a list whose elements are Pending
 
-// What names a response in the log.
+Pending* EntryOf(kx_object* node) {
+  return static_cast<Pending*>(Kfx_Bdata(node));
+}
+
+// What names a response in the log; its texts are the response's.
 struct Label {
   explicit Label(kx_object* rsp)
       : cmdtype(kx::TextOrEmpty(rsp, "cmdtype")),
@@ -30,58 +37,57 @@ struct Label {
   int reference;
 };
 
-// Makes the queue's entry for a response; null without memory.
-kx_object* NewEntry(const char* dir, kx_object* rsp, int save, uid_t receiver) {
-  auto* pending = static_cast<Pending*>(Kut_malloc(sizeof(Pending)));
-  if (pending == nullptr) return nullptr;
-  *pending = {dir, rsp, save, receiver, 0};
-  kx_object* node = Kfx_Bnew(pending);
-  if (node == nullptr) Kut_free(pending);
-  return node;
+// Appends a response to the queue, which takes it; false without memory, and
+// the response stays the caller's.
+bool Enqueue(const char* dir, kx::Object& rsp, bool save, uid_t receiver) {
+  std::unique_ptr<Pending> entry(new (std::nothrow)
+                                     Pending{.dir = dir,
+                                             .rsp = nullptr,
+                                             .save = save,
+                                             .receiver = receiver,
+                                             .failed = 0});
+  kx_object* node = entry != nullptr ? Kfx_Bnew(entry.get()) : nullptr;
+  if (node == nullptr) return false;
+  entry.release()->rsp = std::move(rsp);
+  g_queue = Kfx_Bappend(g_queue, node);
+  return true;
 }
 
 void Drop(kx_object* node) {
-  auto* pending = static_cast<Pending*>(Kfx_Bdata(node));
-  Kfx_Free_Obj(pending->rsp);
-  Kut_free(pending);
+  const std::unique_ptr<Pending> entry(EntryOf(node));
   g_queue = Kfx_Bdelete(g_queue, node);
 }
 
 // Tries a queued response once more; whether it was written.
-bool Retry(Pending& pending) {
-  if (sx_rsp_to(pending.dir, pending.rsp, pending.save, pending.receiver) ==
-      0) {
+bool Retry(Pending* pending) {
+  kx_object* rsp = pending->rsp.get();
+  if (sx_rsp_to(pending->dir, rsp, pending->save, pending->receiver) == 0) {
     return true;
   }
   const char* why = Kfx_Errmsg(Kfx_Errno());
-  const Label label(pending.rsp);
+  const Label label(rsp);
   // The first write was attempt 1.
   dmn_logf("Error writing %s response attempt %d for %s (%ld-%d): %s",
-           label.cmdtype, pending.failed + 2, label.clientid, label.session,
+           label.cmdtype, pending->failed + 2, label.clientid, label.session,
            label.reference, why);
-  ++pending.failed;
+  ++pending->failed;
   return false;
 }
 
 }  // namespace
 
 int rsp_write(const char* dir, kx_object* rsp, int save) {
+  kx::Object owned(rsp);
   const uid_t receiver = sx_receiver(rsp);
-  if (sx_rsp_to(dir, rsp, save, receiver) == 0) {
-    Kfx_Free_Obj(rsp);
-    return 0;
-  }
+  if (sx_rsp_to(dir, rsp, save != 0, receiver) == 0) return 0;
   const char* why = Kfx_Errmsg(Kfx_Errno());
   const Label label(rsp);
-  kx_object* node = NewEntry(dir, rsp, save, receiver);
-  if (node == nullptr) {
+  if (!Enqueue(dir, owned, save != 0, receiver)) {
     dmn_logf("Cannot queue %s response for %s (%ld-%d): %s", label.cmdtype,
              label.clientid, label.session, label.reference,
              Kfx_Errmsg(kx_err_memory));
-    Kfx_Free_Obj(rsp);
     return -1;
   }
-  g_queue = Kfx_Bappend(g_queue, node);
   dmn_logf("Queueing %s response for %s (%ld-%d): %s", label.cmdtype,
            label.clientid, label.session, label.reference, why);
   return 1;
@@ -92,9 +98,9 @@ long rsp_check(int maxtrys) {
   long result = 0;
   for (kx_object *node = g_queue, *next; node != nullptr; node = next) {
     next = Kfx_Bnext(node);
-    auto& pending = *static_cast<Pending*>(Kfx_Bdata(node));
-    if (pending.failed >= maxtrys) {
-      const Label label(pending.rsp);
+    Pending* pending = EntryOf(node);
+    if (pending->failed >= maxtrys) {
+      const Label label(pending->rsp.get());
       dmn_logf("Cannot write %s response for %s (%ld-%d): %s", label.cmdtype,
                label.clientid, label.session, label.reference,
                "Max tries exceeded");

@@ -20,7 +20,7 @@
 
 namespace {
 
-constexpr std::size_t kStreamBuffer = 16384;  // most exchanges fit in one
+constexpr size_t kStreamBuffer = 16384;  // most exchanges fit in one
 
 constinit kx_pair_slot g_slot = {};
 
@@ -43,7 +43,7 @@ char g_buffer[kStreamBuffer];
 struct CloseStream {
   void operator()(FILE* file) const {
     const int saved = errno;
-    std::fclose(file);
+    fclose(file);
     errno = saved;
   }
 };
@@ -53,7 +53,7 @@ Stream OpenStream(UniqueFd fd, const char* mode) {
   Stream stream(fdopen(fd.get(), mode));
   if (stream == nullptr) return stream;
   static_cast<void>(fd.release());
-  std::setvbuf(stream.get(), g_buffer, _IOFBF, sizeof g_buffer);
+  setvbuf(stream.get(), g_buffer, _IOFBF, sizeof g_buffer);
   return stream;
 }
 
@@ -74,7 +74,7 @@ UniqueFd OpenClaimed(int dirfd, const char* name, struct stat* st) {
 // The envelope's type is text to the dispatcher, which answers one that does
 // not exist; every other refused value ends the command.
 int KeepCmdtype(const kx_fielddef* field, const char* value) {
-  if (std::strcmp(field->name, "cmdtype") != 0) return -1;
+  if (strcmp(field->name, "cmdtype") != 0) return -1;
   Kut_strcpyz(g_last.cmdtype, value, sizeof g_last.cmdtype);
   return 0;
 }
@@ -95,12 +95,12 @@ void KeepExcess(const kx_budget& budget) {
   const long bytes = cm_limit(cm_limit_id::kCommandBytes);
   g_last.excess[0] = '\0';
   if (budget.input < 0 || g_last.st.st_size > bytes) {
-    std::snprintf(g_last.excess, sizeof g_last.excess,
-                  "Command is larger than %s", cm_limit_text(bytes));
+    snprintf(g_last.excess, sizeof g_last.excess, "Command is larger than %s",
+             cm_limit_text(bytes));
   } else if (budget.memory < 0) {
-    std::snprintf(g_last.excess, sizeof g_last.excess,
-                  "Command takes more than %s of memory",
-                  cm_limit_text(cm_limit(cm_limit_id::kObjectBytes)));
+    snprintf(g_last.excess, sizeof g_last.excess,
+             "Command takes more than %s of memory",
+             cm_limit_text(cm_limit(cm_limit_id::kObjectBytes)));
   }
 }
 
@@ -125,7 +125,7 @@ kx::Object ReadCommand(UniqueFd fd, bool* unread) {
     KeepExcess(budget);
   }
   // The object library tells every failure to make an object in the same way.
-  *unread = cmd == nullptr && (errno == ENOMEM || std::ferror(stream.get()));
+  *unread = cmd == nullptr && (errno == ENOMEM || ferror(stream.get()));
   if (*unread) kx_errno = kx_err_system;
   if (!*unread && *g_last.excess != '\0' && !HasName(cmd.get())) {
     cmd.reset();
@@ -190,7 +190,7 @@ const char* sx_cmd_excess(kx_object* cmd) {
 uid_t sx_receiver(kx_object* rsp) {
   const char* exchange = kx_tmp_name(rsp);
   const bool last =
-      exchange != nullptr && std::strcmp(exchange, g_last.exchange) == 0;
+      exchange != nullptr && strcmp(exchange, g_last.exchange) == 0;
   return last ? g_last.st.st_uid : spool_self();
 }
 

@@ -6,8 +6,8 @@
 //
 // - The rename is the claim: of several daemons on one directory, the one whose
 //   rename succeeds has the command. One that finds the file gone is no error.
-// - Every function sets kx_errno: 0 on success, 3 when a file or the directory
-//   cannot be opened, else what the object library set.
+// - Every function sets kx_errno: 0 on success, kx_err_system when a file or
+//   the directory cannot be opened, else what the object library set.
 // - The reader's push-back slot and the directory's descriptor are one each for
 //   the process; a worker uses what it inherits.
 // - Nothing in the directory is followed if it is a symbolic link, and nothing
@@ -27,19 +27,20 @@ enum sx_protocol_code : int {
   kNetworkProtocol = 38,  // kx_con_network
 };
 
-constexpr std::size_t kSxNameSize = 256;  // bytes that hold any file name
+constexpr size_t kSxNameSize = 256;  // bytes that hold any file name
 
 // The code of the protocol that this build speaks.
 int sx_protocol();
 
 // Reads the claimed command `name`, deletes its file, and with `save` keeps a
-// copy in <dir>/save. The command, which the caller frees, or null: 3 when it
-// cannot be opened, read or deleted, is no regular file or has a second name,
-// else what the reader of objects says. Of one over its budget (see
-// sx_cmd_excess) there is the envelope without its objects, or null with 3 and
-// errno EFBIG when that has no exchange name. A directory stays, and so does a
-// file that could not be read for want of descriptors, memory or a sound disk,
-// or that could not be deleted: the claim is there, and nothing is done.
+// copy in <dir>/save. The command, which the caller frees, or null:
+// kx_err_system when it cannot be opened, read or deleted, is no regular file
+// or has a second name, else what the reader of objects says. Of one over its
+// budget (see sx_cmd_excess) there is the envelope without its objects, or null
+// with kx_err_system and errno EFBIG when that has no exchange name. A
+// directory stays, and so does a file that could not be read for want of
+// descriptors, memory or a sound disk, or that could not be deleted: the claim
+// is there, and nothing is done.
 kx_object* sx_cmd(const char* dir, const char* name, int save);
 
 // The status of the file that a command came from, as it was when it was read:
@@ -62,9 +63,10 @@ const char* sx_cmd_excess(kx_object* cmd);
 // of a user's program, say), where they stay names. It belongs to the receiver
 // from before its first byte on, where the process may give files away. With
 // `save` a copy goes to <dir>/save. The response stays with the caller. 0, or
-// -1: 19 when the response has no exchange name, 3 when it cannot be written
-// (errno EFBIG: its files weigh more than file-bytes) or somebody else moved it
-// while it was written. A file in a user's queue is read as that user.
+// -1: kx_err_data when the response has no exchange name, kx_err_system when it
+// cannot be written (errno EFBIG: its files weigh more than file-bytes) or
+// somebody else moved it while it was written. A file in a user's queue is read
+// as that user.
 //
 // What others than root and the daemon left in the place of the temporary file
 // is removed or, if it is a directory, moved aside; so is what lies in the
@@ -74,7 +76,7 @@ const char* sx_cmd_excess(kx_object* cmd);
 // the temporary one: 0 all the same.
 int sx_rsp(const char* dir, kx_object* rsp, int save);
 // The same, for a receiver that was asked for earlier.
-int sx_rsp_to(const char* dir, kx_object* rsp, int save, uid_t receiver);
+int sx_rsp_to(const char* dir, kx_object* rsp, bool save, uid_t receiver);
 // Whose a response is: the owner of the last sx_cmd's command, if it answers
 // that one, else this process's user.
 uid_t sx_receiver(kx_object* rsp);

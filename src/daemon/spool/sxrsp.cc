@@ -24,7 +24,7 @@
 
 namespace {
 
-constexpr std::size_t kNameSize = 64;  // bytes of any name made here
+constexpr size_t kNameSize = 64;  // bytes of any name made here
 constexpr int kTries = 3;
 
 // One response is written at a time, and its buffer must not be allocated for
@@ -102,7 +102,7 @@ int CreateInPlace(int dirfd, char (&name)[kNameSize], uid_t receiver) {
     }
     char other[kNameSize];
     if (NameBeside(name, "tmp", other) != 0) return -1;
-    std::strcpy(name, other);
+    strcpy(name, other);
   }
   return CreateAfresh(dirfd, name);
 }
@@ -153,9 +153,9 @@ bool HasName(int fd, int dirfd, const char* name) {
 constexpr int kHandedOn[] = {kx_cmd_extcmd, kx_cmd_pbcmd, kx_cmd_status,
                              kx_cmd_statatt, kx_cmd_msglist};
 
-int Embeds(kx_object* rsp) {
+bool Embeds(kx_object* rsp) {
   const int type = kx::Enum(rsp, "cmdtype");
-  return std::ranges::find(kHandedOn, type) == std::end(kHandedOn) ? 1 : 0;
+  return std::ranges::find(kHandedOn, type) == std::end(kHandedOn);
 }
 
 // What is embedded lies in a user's folder, where a daemon that is root has no
@@ -178,7 +178,7 @@ int WriteWithin(void* context, const char* name, const char* value, int code) {
   return sink->left < 0 ? -1 : write_pair(sink->stream, name, value, code);
 }
 
-ssize_t WriteOut(void* fd, const char* data, std::size_t size) {
+ssize_t WriteOut(void* fd, const char* data, size_t size) {
   const int result = Kut_write_full(*static_cast<int*>(fd), data, size);
   return result == 0 ? static_cast<ssize_t>(size) : 0;
 }
@@ -192,13 +192,14 @@ int WriteResponse(UniqueFd fd, kx_object* rsp) {
   functions.write = WriteOut;
   FILE* stream = fopencookie(&number, "w", functions);
   if (stream == nullptr) return Fail(kx_err_system);
-  std::setvbuf(stream, g_buffer, _IOFBF, sizeof g_buffer);
+  setvbuf(stream, g_buffer, _IOFBF, sizeof g_buffer);
   Sink sink = {stream, cm_limit(cm_limit_id::kFileBytes)};
   kx_open_with(OpenEmbedded);
-  const int result = Kfx_Decomp_Obj(rsp, WriteWithin, &sink, Embeds(rsp));
+  const int result =
+      Kfx_Decomp_Obj(rsp, WriteWithin, &sink, Embeds(rsp) ? 1 : 0);
   const int error = kx_errno;
-  const bool failed = std::ferror(stream) != 0;
-  const bool flushed = std::fclose(stream) == 0;
+  const bool failed = ferror(stream) != 0;
+  const bool flushed = fclose(stream) == 0;
   const bool closed = close(fd.release()) == 0;
   if (sink.left < 0) {
     errno = EFBIG;
@@ -257,20 +258,20 @@ void TakeName(int dirfd, const char* temporary, const char* final,
 }  // namespace
 
 int sx_rsp(const char* dir, kx_object* rsp, int save) {
-  return sx_rsp_to(dir, rsp, save, sx_receiver(rsp));
+  return sx_rsp_to(dir, rsp, save != 0, sx_receiver(rsp));
 }
 
-int sx_rsp_to(const char* dir, kx_object* rsp, int save, uid_t receiver) {
+int sx_rsp_to(const char* dir, kx_object* rsp, bool save, uid_t receiver) {
   if (!Kfx_Is_Obj_Type(rsp, "obj-cmdrsp")) return -1;
   const char* exchange = kx_tmp_name(rsp);
   if (exchange == nullptr) return -1;
   char temporary[kNameSize];
   char final[kNameSize];
-  std::snprintf(temporary, sizeof temporary, "%s.tmp", exchange);
-  std::snprintf(final, sizeof final, "%s.rsp", exchange);
+  snprintf(temporary, sizeof temporary, "%s.tmp", exchange);
+  snprintf(final, sizeof final, "%s.rsp", exchange);
   const int dirfd = spool_fd(dir);
   if (dirfd < 0) return Fail(kx_err_system);
-  if (save != 0) sx_save_rsp(dirfd, rsp, receiver);
+  if (save) sx_save_rsp(dirfd, rsp, receiver);
 
   UniqueFd fd = CreateTemporary(dirfd, temporary, receiver);
   if (!fd.valid()) return Fail(kx_err_system);
@@ -299,10 +300,10 @@ int write_pair(void* file, const char* name, const char* value, int code) {
     case kx_write_start:
       return 0;
     case kx_write_stop:
-      std::fflush(stream);
+      fflush(stream);
       return 0;
     case kx_write_file_begin:
-      std::fflush(stream);
+      fflush(stream);
       return kx_write_line(stream, name, value);
     default:
       return kx_write_line(stream, name, value);

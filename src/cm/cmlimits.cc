@@ -22,10 +22,9 @@ constinit Limit g_limits[] = {
 
 constexpr char kBetween[] = " \t\n,";
 
-Limit* Find(const char* name, std::size_t length) {
+Limit* Find(const char* name, size_t length) {
   for (Limit& limit : g_limits) {
-    if (std::strlen(limit.name) == length &&
-        std::memcmp(limit.name, name, length) == 0) {
+    if (strlen(limit.name) == length && memcmp(limit.name, name, length) == 0) {
       return &limit;
     }
   }
@@ -33,7 +32,7 @@ Limit* Find(const char* name, std::size_t length) {
 }
 
 // The factor of a unit, 1 for none; 0 for what is no unit.
-long Factor(const char* unit, std::size_t length) {
+long Factor(const char* unit, size_t length) {
   if (length == 0) return 1;
   if (length != 1) return 0;
   switch (*unit) {
@@ -49,17 +48,16 @@ long Factor(const char* unit, std::size_t length) {
 }
 
 // Applies one pair; whether it was right.
-bool Apply(const char* pair, std::size_t length) {
-  const char* equals = static_cast<const char*>(std::memchr(pair, '=', length));
+bool Apply(const char* pair, size_t length) {
+  const char* equals = static_cast<const char*>(memchr(pair, '=', length));
   if (equals == nullptr) return false;
-  Limit* limit = Find(pair, static_cast<std::size_t>(equals - pair));
+  Limit* limit = Find(pair, static_cast<size_t>(equals - pair));
   const char* digits = equals + 1;
   if (limit == nullptr || *digits < '0' || *digits > '9') return false;
   char* end;
   errno = 0;
-  const long number = std::strtol(digits, &end, 10);
-  const long factor =
-      Factor(end, static_cast<std::size_t>(pair + length - end));
+  const long number = strtol(digits, &end, 10);
+  const long factor = Factor(end, static_cast<size_t>(pair + length - end));
   if (errno != 0 || factor == 0 || number > limit->most / factor) return false;
   if (number * factor < limit->least) return false;
   limit->value = number * factor;
@@ -69,34 +67,22 @@ bool Apply(const char* pair, std::size_t length) {
 }  // namespace
 
 long cm_limit(cm_limit_id id) {
-  return g_limits[static_cast<std::size_t>(id)].value;
+  return g_limits[static_cast<size_t>(id)].value;
 }
 
 const char* cm_set_limits(const char* text) {
   static char wrong[128];
   if (text == nullptr) return nullptr;
-  for (const char* pair = text + std::strspn(text, kBetween); *pair != '\0';) {
-    const std::size_t length = std::strcspn(pair, kBetween);
+  for (const char* pair = text + strspn(text, kBetween); *pair != '\0';) {
+    const size_t length = strcspn(pair, kBetween);
     if (!Apply(pair, length)) {
-      std::snprintf(wrong, sizeof wrong, "%.*s", static_cast<int>(length),
-                    pair);
+      snprintf(wrong, sizeof wrong, "%.*s", static_cast<int>(length), pair);
       return wrong;
     }
     pair += length;
-    pair += std::strspn(pair, kBetween);
+    pair += strspn(pair, kBetween);
   }
   return nullptr;
-}
-
-const char* cm_show_limit(int index) {
-  static char shown[64];
-  if (index < 0 || index >= static_cast<int>(std::size(g_limits))) {
-    return nullptr;
-  }
-  const Limit& limit = g_limits[index];
-  std::snprintf(shown, sizeof shown, "%s=%s", limit.name,
-                cm_limit_text(limit.value));
-  return shown;
 }
 
 const char* cm_limit_text(long value) {
@@ -105,9 +91,9 @@ const char* cm_limit_text(long value) {
   for (int i = 0; i < 3; ++i) {
     const long factor = 1L << (10 * (3 - i));
     if (value < factor || value % factor != 0) continue;
-    std::snprintf(text, sizeof text, "%ld%c", value / factor, kUnits[i]);
+    snprintf(text, sizeof text, "%ld%c", value / factor, kUnits[i]);
     return text;
   }
-  std::snprintf(text, sizeof text, "%ld", value);
+  snprintf(text, sizeof text, "%ld", value);
   return text;
 }

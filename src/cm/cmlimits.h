@@ -21,10 +21,6 @@ long cm_limit(cm_limit_id id);
 // static buffer, and that pair and those after it changed nothing.
 const char* cm_set_limits(const char* text);
 
-// "name=value" of the limits one after the other, for those who show them; null
-// after the last. In a static buffer.
-const char* cm_show_limit(int index);
-
 // A size or number as people write it, "64M", in a static buffer.
 const char* cm_limit_text(long value);
 

@@ -101,10 +101,6 @@ kx::Object fx_read_object(FILE* stream, const char* type, kx_budget* budget) {
   return object;
 }
 
-kx::Object fx_load_object(const char* path, const char* type) {
-  return fx_read_object(fx_open_stream(path, fx_links::kRefuse).get(), type);
-}
-
 void fx_give_to_krt(int fd, mode_t mode) {
   const int saved = errno;
   static_cast<void>(fchmod(fd, mode));

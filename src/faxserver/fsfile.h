@@ -57,17 +57,16 @@ bool fx_read_line(FILE* stream, char* line, size_t size);
 // and of input as much as a command.
 kx_budget fx_object_budget();
 
-// Loads an object of the type (null: of any) from a stream or file in the text
-// form, without unpacking what is embedded. A null budget is one of its own;
-// who reads many objects gives one for all of them. Null: 3 when the file
-// cannot be opened, which is a null stream, or read; 1 without memory; 24 over
-// the budget; otherwise as Kfx_Comp_Obj.
+// Loads an object of the type (null: of any) from a stream in the text form,
+// without unpacking what is embedded. A null budget is one of its own; who
+// reads many objects gives one for all of them. Null: kx_err_system when the
+// stream is null or cannot be read; kx_err_memory without memory;
+// kx_err_too_long over the budget; otherwise as Kfx_Comp_Obj.
 kx::Object fx_read_object(FILE* stream, const char* type,
                           kx_budget* budget = nullptr);
-kx::Object fx_load_object(const char* path, const char* type);
 
-// Sets a file's mode, and gives it to the fax system's user and group where
-// the process may. errno is kept.
+// Sets a file's mode, and gives it to the fax system's user and group where the
+// process may. errno is kept.
 void fx_give_to_krt(int fd, mode_t mode);
 
 #endif  // FAXSERVER_FSFILE_H_

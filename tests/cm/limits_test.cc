@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 #include "cm/cmlimits.h"
 #include "support/temp_dir.h"
@@ -9,10 +10,14 @@ namespace {
 
 TEST(Limits, TheManualNamesThemWithTheirDefaults) {
   const std::string page = ReadFile(KRTCMD_MANUAL);
-  for (int i = 0; cm_show_limit(i) != nullptr; ++i) {
-    std::string shown = cm_show_limit(i);  // "name=value"
-    shown.replace(shown.find('='), 1, "* (");
-    EXPECT_NE(page.find("*" + shown + ")"), page.npos) << shown;
+  const std::pair<std::string, long> limits[] = {
+#define CM_LIMIT(id, name, value, least, most, meaning) {name, value},
+#include "cm/cmlimits.def"
+#undef CM_LIMIT
+  };
+  for (const auto& [name, value] : limits) {
+    const std::string shown = "*" + name + "* (" + cm_limit_text(value) + ")";
+    EXPECT_NE(page.find(shown), page.npos) << shown;
   }
 }
 

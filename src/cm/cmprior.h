@@ -1,7 +1,7 @@
 // Priorities: "x" none, "l" low, "m" medium (the default), "h" high, "u"
 // urgent, with the values 0 to 80.
 //
-// - Each function sets kx_errno: 0, or 19 on a miss.
+// - Each function sets kx_errno: 0, or kx_err_data on a miss.
 #ifndef CM_CMPRIOR_H_
 #define CM_CMPRIOR_H_
 

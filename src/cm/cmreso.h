@@ -1,6 +1,6 @@
 // Resolutions: "std" (the default), value 2, and "fine", value 3.
 //
-// - Each function sets kx_errno: 0, or 19 on a miss.
+// - Each function sets kx_errno: 0, or kx_err_data on a miss.
 #ifndef CM_CMRESO_H_
 #define CM_CMRESO_H_
 

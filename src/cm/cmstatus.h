@@ -3,7 +3,7 @@
 #define CM_CMSTATUS_H_
 
 // The name of device state 0 to 10 ("not running", "initializing", "idle",
-// ...), kx_errno 0; "?" and kx_errno 19 for any other number.
+// ...), kx_errno 0; "?" and kx_errno kx_err_data for any other number.
 const char* cm_state_str(int state);
 
 #endif  // CM_CMSTATUS_H_

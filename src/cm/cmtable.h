@@ -18,7 +18,7 @@ struct cm_row {
 using cm_table = std::span<const cm_row>;
 
 // The result of a search, translated at the public edge: each of these sets
-// kx_errno to 0 with a row and to 19 without one.
+// kx_errno to 0 with a row and to kx_err_data without one.
 const char* cm_name_or(const cm_row* row, const char* miss);
 const char* cm_desc_or(const cm_row* row, const char* miss);
 int cm_value_or_none(const cm_row* row);

@@ -16,7 +16,7 @@
 
 // Claims the next command file of `dir`. `name`, of kSxNameSize bytes, holds
 // the extension to look for and takes the claimed file's name. 0; 1 when none
-// is ready; -1 with 3 when the directory cannot be read.
+// is ready; -1 with kx_err_system when the directory cannot be read.
 //
 // At most 100 names are taken from the directory at a time, and claimed in byte
 // order. An unchanged directory is read twice and then left alone until its

@@ -30,7 +30,7 @@ uint16_t fx_sched_record_code(const fx_sched_record& record);
 int32_t fx_sched_record_seqno(const fx_sched_record& record);
 
 // Writes a record to the scheduler, waiting at most kFxFifoSeconds for it to
-// read. 0 and kx_errno 0, or -1 with 3 and errno.
+// read. 0 and kx_errno 0, or -1 with kx_err_system and errno.
 int fx_send_cmd(const char* kfaxdir, const fx_sched_record& record);
 
 #endif  // FAXSERVER_FSCOM_H_

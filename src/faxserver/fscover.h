@@ -9,9 +9,9 @@
 #include "kx/kfx.h"
 
 // The "obj-cvrtag"s of a cover page, without those that the fax server fills in
-// itself. Null: 19 for an unknown cover page, 3 when it cannot be looked for,
-// run or read, 5 when it prints nothing or exceeds its budget; 0 when it has no
-// tags.
+// itself. Null: kx_err_data for an unknown cover page, kx_err_system when it
+// cannot be looked for, run or read, kx_err_io when it prints nothing or
+// exceeds its budget; kx_err_none when it has no tags.
 kx_object* fx_get_cover_tags(const char* root, const char* name);
 
 // Reads one line of tags, as a cover page prints it; `line` is changed. Entries
@@ -23,7 +23,8 @@ kx_object* fx_parse_cover_tags(char* line);
 
 // The cover pages, "obj-resource"s in order of their names, that have all of
 // the tags in a list of objects with `tagname`. A page whose tags cannot be
-// read has none. Null with 0: no such page; otherwise as fx_res_allcvr_list.
+// read has none. Null with kx_err_none: no such page; otherwise as
+// fx_res_allcvr_list.
 kx_object* fx_cover_matchlist(const char* root, kx_object* tags);
 
 #endif  // FAXSERVER_FSCOVER_H_

@@ -48,7 +48,8 @@ fx_dstat_bytes fx_encode_dstat(const fx_dstat_record& record);
 fx_dstat_record fx_decode_dstat(const fx_dstat_bytes& bytes);
 
 // An "obj-device" for each whole record, in file order; the caller frees the
-// list. The status memory is detached afterwards. Null: 3 without a file.
+// list. The status memory is detached afterwards. Null: kx_err_system without a
+// file.
 kx_object* fx_rd_dstat(const char* root);
 
 #endif  // FAXSERVER_FSDSTAT_H_

@@ -40,14 +40,15 @@
 //   line, and an empty line is read as an empty text or as 0. A text that is
 //   too long for its field leaves it unset.
 // - A request is read whole or not at all: any file of fewer lines is none.
-// - The caller frees a returned object. Failure is 3 unless it says otherwise.
+// - The caller frees a returned object. Failure is kx_err_system unless it says
+//   otherwise.
 #ifndef FAXSERVER_FSFREQ_H_
 #define FAXSERVER_FSFREQ_H_
 
 #include "kx/kfx.h"
 
-// Reads a request file into an "obj-freq". Null: 3 (errno EBADMSG for a file of
-// fewer than 34 lines).
+// Reads a request file into an "obj-freq". Null: kx_err_system (errno EBADMSG
+// for a file of fewer than 34 lines).
 kx_object* fx_read_freq(const char* path);
 // The same for the file of a request.
 kx_object* fx_load_freq(const char* root, long seqno, int expired);
@@ -58,8 +59,9 @@ int fx_save_freq(const char* root, kx_object* freq);
 // Deletes the file of a request. 0 and kx_errno 0, or -1.
 int fx_del_freq(const char* root, long seqno, int expired);
 // All requests of the requests directory, by sequence number; one that is
-// damaged, or may not be read, is left out. Null: 0 when there is none; 3, also
-// when one cannot be read for want of descriptors or a sound disk; 1.
+// damaged, or may not be read, is left out. Null: kx_err_none when there is
+// none; kx_err_system, also when one cannot be read for want of descriptors or
+// a sound disk; kx_err_memory.
 kx_object* fx_rd_freqs(const char* root);
 
 #endif  // FAXSERVER_FSFREQ_H_

@@ -39,13 +39,13 @@ int16_t fx_faxhdr_pages(const fx_faxhdr* header);
 // Brings a header into the host's byte order. False when it is none.
 bool fx_fix_faxhdr(fx_faxhdr* header);
 
-// Reads a header, in the host's byte order then. 0 and kx_errno 0, or -1 with 5
-// (short read) or 19 (none).
+// Reads a header, in the host's byte order then. 0 and kx_errno 0, or -1 with
+// kx_err_io (short read) or kx_err_data (none).
 int fx_rd_faxhdr(FILE* stream, fx_faxhdr* header);
-// Writes a header as it is. 0 and kx_errno 0, or -1 with 5.
+// Writes a header as it is. 0 and kx_errno 0, or -1 with kx_err_io.
 int fx_wr_faxhdr(FILE* stream, const fx_faxhdr* header);
-// The number of pages of a fax file. -1 with 5 when it cannot be read, 19 when
-// it is none.
+// The number of pages of a fax file. -1 with kx_err_io when it cannot be read,
+// kx_err_data when it is none.
 int fx_num_pages(const char* path);
 
 #endif  // FAXSERVER_FSHDR_H_

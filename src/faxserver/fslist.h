@@ -3,10 +3,12 @@
 // - `since` is a time in seconds; above 0, a list holds only what changed after
 //   it.
 // - The caller frees a returned list. Null is the empty list with kx_errno 0,
-//   also where the directory is missing; 7 for a user that is not valid, 3 for
-//   a directory that cannot be read. A list is whole: where an entry cannot be
-//   made or read for want of memory (1), descriptors or a sound disk (3), or
-//   all take more than object-bytes (24, with too many names 3), there is none.
+//   also where the directory is missing; kx_err_user for a user that is not
+//   valid, kx_err_system for a directory that cannot be read. A list is whole:
+//   where an entry cannot be made or read for want of memory (kx_err_memory),
+//   descriptors or a sound disk (kx_err_system), or all take more than
+//   object-bytes (kx_err_too_long, with too many names kx_err_system), there is
+//   none.
 // - Only regular files are entries, links are not followed. Hidden files and
 //   those with the extension "tmp", which are being written, are none. A name
 //   that does not fit its field is left out and logged.

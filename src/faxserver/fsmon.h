@@ -17,15 +17,15 @@
 #include "kx/kfx.h"
 
 // The user's "obj-monitor", which the caller frees. Without a file it shows
-// nobody's calls. Null with 7 for an invalid user, 3 when the file is there but
-// cannot be read for want of descriptors or a sound disk, 24 when it has more
-// than message-lines, 1.
+// nobody's calls. Null with kx_err_user for an invalid user, kx_err_system when
+// the file is there but cannot be read for want of descriptors or a sound disk,
+// kx_err_too_long when it has more than message-lines, kx_err_memory.
 kx_object* fx_get_monlist(const char* root, const char* user);
 
 // Replaces the monitors of the user that the "obj-monitor" names; the options
-// directory is made when missing. 0 and kx_errno 0, or -1: 19 for an invalid
-// user, a `montype` that is none, and a name that is no line of its own, 3; the
-// old file stays.
+// directory is made when missing. 0 and kx_errno 0, or -1: kx_err_data for an
+// invalid user, a `montype` that is none, and a name that is no line of its
+// own, kx_err_system; the old file stays.
 int fx_set_monlist(const char* root, kx_object* monitor);
 
 #endif  // FAXSERVER_FSMON_H_

@@ -3,9 +3,10 @@
 // - A line has at most 255 characters; what is longer goes on in a further
 //   line. White space is stripped from both ends. An empty line is a blank, so
 //   that it is not lost.
-// - The caller frees a returned object. Null comes with an error number: 3 when
-//   the file cannot be read, 1 without memory, 24 when the text has more lines
-//   or bytes than the limits message-lines and message-bytes allow.
+// - The caller frees a returned object. Null comes with an error number:
+//   kx_err_system when the file cannot be read, kx_err_memory without memory,
+//   kx_err_too_long when the text has more lines or bytes than the limits
+//   message-lines and message-bytes allow.
 #ifndef FAXSERVER_FSMSG_H_
 #define FAXSERVER_FSMSG_H_
 

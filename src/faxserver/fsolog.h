@@ -55,19 +55,20 @@ struct fx_olog_record {
 fx_olog_bytes fx_encode_olog(const fx_olog_record& record);
 fx_olog_record fx_decode_olog(const fx_olog_bytes& bytes);
 
-// Appends a record with one write. 0 and kx_errno 0, or -1 with 3.
+// Appends a record with one write. 0 and kx_errno 0, or -1 with kx_err_system.
 int fx_append_olog(const char* root, const fx_olog_record& record);
 
 // The client's last `max` records of the request, in order of the attempts;
 // what another client's of the same number say is not his to know. The log is
-// read from its end backwards, no further than needed. Empty: 3 when the log
-// cannot be read, 19 when it holds no such record or `max` is below 1.
+// read from its end backwards, no further than needed. Empty: kx_err_system
+// when the log cannot be read, kx_err_data when it holds no such record or
+// `max` is below 1.
 std::vector<fx_olog_record> fx_read_olog_list(const char* root, long seqno,
                                               const char* clientid, int max);
 
 // Puts what the record tells into an "obj-status": attempt, both results,
 // pages, naks, both times, csi, tsi, dialed. A value that the object cannot
-// hold is left unset. 0, or -1 with 21 for another object.
+// hold is left unset. 0, or -1 with kx_err_object for another object.
 int fx_merge_stat_olog(kx_object* status, const fx_olog_record& record);
 
 #endif  // FAXSERVER_FSOLOG_H_

@@ -6,8 +6,7 @@
 //   KFAXDIR), and the user's home as its directory, "/" where the user cannot
 //   enter that.
 // - It ends, and all that it started with it, when the program itself does;
-// when
-//   it has had program-seconds, or has written more than program-bytes or
+//   when it has had program-seconds, or has written more than program-bytes or
 //   program-error-bytes (cm/cmlimits.h); and when the daemon is told to stop.
 // - Not while a FileIdentity other than the process's own is in force: the
 //   program would begin with it.

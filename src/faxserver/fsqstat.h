@@ -43,8 +43,9 @@ fx_qstat_record fx_decode_qstat(const fx_qstat_bytes& bytes);
 // cannot be read.
 bool fx_read_qstat(const char* root, std::vector<fx_qstat_record>* records);
 
-// An "obj-queue" for each record, in file order. Null: 3 without a file, or
-// when it or that of a class cannot be read at present; 1 without memory.
+// An "obj-queue" for each record, in file order. Null: kx_err_system without a
+// file, or when it or that of a class cannot be read at present; kx_err_memory
+// without memory.
 kx_object* fx_rd_qstat(const char* root);
 
 #endif  // FAXSERVER_FSQSTAT_H_

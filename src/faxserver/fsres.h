@@ -2,17 +2,17 @@
 //
 // - Each list holds "obj-resource" objects, `rname` and `rdesc` (unset where
 //   nothing is known); the caller frees it. Null is the empty list.
-// - kx_errno is 0, and 3 where the list's source cannot be read. A list's own
-//   optional file (covers.lst, prtdests.lst, retrys) may be missing: then the
-//   list is empty unless it says otherwise.
+// - kx_errno is 0, and kx_err_system where the list's source cannot be read. A
+//   list's own optional file (covers.lst, prtdests.lst, retrys) may be missing:
+//   then the list is empty unless it says otherwise.
 // - A name that does not fit its field is left out and logged.
 #ifndef FAXSERVER_FSRES_H_
 #define FAXSERVER_FSRES_H_
 
 #include "kx/kfx.h"
 
-// The list of a type "lst-covers" (1) to "lst-tnps" (12). Null with 19 for any
-// other number.
+// The list of a type "lst-covers" (1) to "lst-tnps" (12). Null with kx_err_data
+// for any other number.
 kx_object* fx_get_res_list(const char* root, int listtype);
 
 // The covers to choose from: the lines of krtnet/covers.lst, each a name, white

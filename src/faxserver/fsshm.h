@@ -36,32 +36,36 @@ constexpr size_t kFxShmDevicesAt = 152;
 constexpr size_t kFxShmStateAt = 8;  // in a device's record
 
 // Attaches the segment, unless it is, to read or (`writable` not 0) to write,
-// and gives the first device's record. Null: 3 without a segment; 19 for a
-// wrong magic (the segment stays attached, and the magic is not checked again)
-// and for one too small to have a header (it does not). On a system without
-// shared memory the process ends with status 1.
+// and gives the first device's record. Null: kx_err_system without a segment;
+// kx_err_data for a wrong magic (the segment stays attached, and the magic is
+// not checked again) and for one too small to have a header (it does not). On a
+// system without shared memory the process ends with status 1.
 unsigned char* fx_get_stat_shm(const char* root, int writable);
 // Whether the segment is valid and names a process that exists. When not, it
 // is detached. An attached segment that is no longer the system's is replaced.
 bool fx_is_sched_running(const char* root);
-// The number of modems whose records lie in the segment. -1 with 3 or 19.
+// The number of modems whose records lie in the segment. -1 with kx_err_system
+// or kx_err_data.
 int fx_get_num_modems(const char* root);
-// The number of jobs; -1 with 17 when the scheduler does not run.
+// The number of jobs; -1 with kx_err_no_scheduler when the scheduler does not
+// run.
 int fx_get_jobs_in_queue(const char* root);
-// The state number of a device; -1 with 3 or 19 without a segment, with 22 for
-// a device that it does not have.
+// The state number of a device; -1 with kx_err_system or kx_err_data without a
+// segment, with kx_err_index for a device that it does not have.
 int fx_get_device_state(const char* root, int device);
 // Detaches what is attached. 0, or what the system says.
 int fx_shm_detach();
 
 // The scheduler's side. The segment must be attached for writing.
+//
 // Makes a new segment, in place of an old one, and attaches it: mode 0664, this
 // process its scheduler, no jobs, all states 0. A longer text is cut. 0, or -1
-// with 3.
+// with kx_err_system.
 int fx_creat_stat_shm(const char* text, int modems);
-// Remove the segment: 0, or -1 with 3 when there is none.
+// Remove the segment: 0, or -1 with kx_err_system when there is none.
 int fx_rm_stat_shm(const char* root);
-// 0, or -1 (3) when none is attached for writing, (22) for another device.
+// 0, or -1: kx_err_system when none is attached for writing, kx_err_index for
+// another device.
 int fx_set_jobs_in_queue(int count);
 int fx_set_device_state(int device, int state);
 

@@ -8,20 +8,20 @@
 #include "faxserver/fsfolder.h"
 #include "kx/object.h"
 
-// The request's "obj-status". Null: 3 without one (or without such a user);
-// otherwise as Kfx_Comp_Obj.
+// The request's "obj-status". Null: kx_err_system without one (or without such
+// a user); otherwise as Kfx_Comp_Obj.
 kx_object* fx_read_status(const char* root, const char* clientid, long seqno);
 
 // The same from the events directory, by the file's name. A null budget is one
-// of its own; 24 over it.
+// of its own; kx_err_too_long over it.
 kx::Object fx_read_status_in(const cm_folder& events, const char* name,
                              kx_budget* budget = nullptr);
 
 // A list of the request's "obj-status", one an attempt, earliest first, each
 // with what the outgoing log tells of it and of this client, ended by a summary
 // without an attempt. A request without an attempt has its one status. Null: as
-// fx_read_status and fx_read_olog_list, 1 without memory, 24 when all of them
-// take more than object-bytes.
+// fx_read_status and fx_read_olog_list, kx_err_memory without memory,
+// kx_err_too_long when all of them take more than object-bytes.
 kx_object* fx_status_list(const char* root, const char* clientid, long seqno);
 
 // Deletes the user's statuses of requests whose request file is gone. What has

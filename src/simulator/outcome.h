@@ -1,9 +1,8 @@
 // How the simulated attempts end.
 //
 // - A rule is "[DIGITS=]OUTCOME[,OUTCOME]...": for the numbers that end in
-// these
-//   digits (for all, without any) the first attempt ends in the first outcome,
-//   the second in the second, and every further one in the last.
+//   these digits (for all, without any) the first attempt ends in the first
+//   outcome, the second in the second, and every further one in the last.
 // - Of several rules that fit a number, the one with the most digits decides;
 //   of two alike, the later. Without a rule an attempt ends well.
 #ifndef SIMULATOR_OUTCOME_H_

@@ -2,8 +2,7 @@
 //
 // - Unless it says otherwise, a function returns 0, or -1 with errno.
 // - In a name, "/" and "\" both end a directory part, as in names that come
-// from
-//   clients. The system calls know "/" alone.
+//   from clients. The system calls know "/" alone.
 // - Permissions and times are set through a symbolic link: where others can
 //   write, use fchmod and futimens on an open descriptor instead.
 #ifndef UTIL_KUTFILE_H_
@@ -52,8 +51,8 @@ int Kut_rename_fresh(int dirfd, const char* from, const char* to);
 
 // Copies the regular file `from`, any size in constant memory, over `to`, with
 // the permissions of `from` less the umask. `to` is replaced in one step: on
-// failure it is as it was, and when it did not exist there is none. EINVAL
-// when `from` is not a regular file.
+// failure it is as it was, and when it did not exist there is none. EINVAL when
+// `from` is not a regular file.
 int Kut_copy_file(const char* from, const char* to);
 
 int Kut_set_file_perms(const char* path, mode_t mode);

@@ -1,8 +1,7 @@
 // The allocator of the whole system, with optional statistics.
 //
 // - A block from here is given back with Kut_free, by nobody else; it is
-// aligned
-//   for every type.
+//   aligned for every type.
 // - Failure is null with errno ENOMEM. A size of 0 gives a block of its own.
 // - Not for signal handlers.
 //

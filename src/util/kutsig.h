@@ -3,8 +3,7 @@
 // - The numbers are System V's, which the fax server's logs have always shown;
 //   they are not those of <signal.h> everywhere.
 // - Nothing here allocates, locks or changes errno: both functions may be
-// called
-//   from a signal handler.
+//   called from a signal handler.
 #ifndef UTIL_KUTSIG_H_
 #define UTIL_KUTSIG_H_
 

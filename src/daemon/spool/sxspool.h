@@ -31,7 +31,7 @@ int spool_give(int fd, uid_t owner);
 // nobody can have foreseen and taken. `base`, of `length` characters, is cut to
 // what a file name holds. 0, or -1 with errno.
 int spool_fresh_name(const char* base, int length, const char* ext, char* name,
-                     std::size_t size);
+                     size_t size);
 
 // Starts to watch `dir` for files that arrive. 1 when the watch was not on
 // before (files may have come in between: look again before waiting), 0 when it

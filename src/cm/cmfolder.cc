@@ -40,8 +40,8 @@ cm_folder Enter(const cm_folder& folder, const char* name, int flags) {
 }  // namespace
 
 bool cm_is_in_tree(const char* root, const char* path) {
-  const std::size_t length = std::strlen(root);
-  if (length == 0 || std::strncmp(path, root, length) != 0) return false;
+  const size_t length = strlen(root);
+  if (length == 0 || strncmp(path, root, length) != 0) return false;
   return root[length - 1] == '/' || path[length] == '/' || path[length] == '\0';
 }
 
@@ -55,15 +55,15 @@ cm_folder cm_open_folder(const char* root, const char* path) {
   if (!fd.valid() || !Kut_owner_of(fd.get(), &owner)) return cm_folder();
   cm_folder folder(std::move(fd), owner);
   char name[kCmPathSize];
-  for (const char* at = path + std::strlen(root); folder.valid();) {
-    at += std::strspn(at, "/");
-    const std::size_t part = std::strcspn(at, "/");
+  for (const char* at = path + strlen(root); folder.valid();) {
+    at += strspn(at, "/");
+    const size_t part = strcspn(at, "/");
     if (part == 0) break;
     if (part >= sizeof name) {
       errno = ENAMETOOLONG;
       return cm_folder();
     }
-    std::snprintf(name, sizeof name, "%.*s", static_cast<int>(part), at);
+    snprintf(name, sizeof name, "%.*s", static_cast<int>(part), at);
     folder = Enter(folder, name, 0);
     at += part;
   }

@@ -29,7 +29,7 @@ const char* g_dir = nullptr;
 
 // Claims the next command file into `name`: false when none is ready.
 bool ClaimNext(char (&name)[kSxNameSize]) {
-  std::strcpy(name, kExtension);
+  strcpy(name, kExtension);
   return sx_ready(g_dir, name) == 0;
 }
 

@@ -47,9 +47,9 @@ constexpr const char* kHelp[] = {
 };
 
 [[noreturn]] void PrintVersion() {
-  std::printf("%s: KRT*FAX network cmd daemon version %d.%d.%d\n", ProgName,
-              krtcmd_major_version, krtcmd_minor_version, krtcmd_release);
-  std::exit(0);
+  printf("%s: KRT*FAX network cmd daemon version %d.%d.%d\n", ProgName,
+         krtcmd_major_version, krtcmd_minor_version, krtcmd_release);
+  exit(0);
 }
 
 // "-Z": whether the daemon still goes to the background.
@@ -71,27 +71,27 @@ bool ParseOptions(int argc, char** argv) {
       case 'V':
         PrintVersion();
       case 'M':
-        maxtasks = std::atoi(arg);
+        maxtasks = atoi(arg);
         break;
       case 'd':
         file_dir = arg;
         break;
       case 'P':
-        sock_number = std::atoi(arg);
+        sock_number = atoi(arg);
         break;
       case 'N':
-        num_daemons = std::atoi(arg);
+        num_daemons = atoi(arg);
         break;
       case 'L':
-        log_fd = std::atoi(arg);
+        log_fd = atoi(arg);
         break;
       case 'r':
-        maxtrys = std::atoi(arg);
+        maxtrys = atoi(arg);
         break;
       case 's':  // silent mode: accepted, changes nothing
         break;
       case 'w':
-        sleeptime = std::atoi(arg);
+        sleeptime = atoi(arg);
         break;
       case 'D':
         Debug = 1;
@@ -123,7 +123,7 @@ void ChooseSpool() {
 // Programs run in other directories than the daemon, from where a relative path
 // leads elsewhere. One that is not there stays what it is.
 void MakeAbsolute(const char* variable) {
-  const char* dir = std::getenv(variable);
+  const char* dir = getenv(variable);
   if (dir == nullptr || *dir == '\0' || *dir == '/') return;
   char path[PATH_MAX];
   if (realpath(dir, path) != nullptr) setenv(variable, path, 1);
@@ -133,7 +133,7 @@ void MakeAbsolute(const char* variable) {
 void SetLimits() {
   // Who waits for one user's locks holds up everybody's commands.
   if (num_daemons != 0) cm_set_limits("book-wait=300");
-  const char* wrong = cm_set_limits(std::getenv("KFAXLIMITS"));
+  const char* wrong = cm_set_limits(getenv("KFAXLIMITS"));
   if (wrong != nullptr) dmn_logf("Invalid limit in KFAXLIMITS: %s", wrong);
 }
 
@@ -150,7 +150,7 @@ void Detach() {
   const int count = num_daemons == 0 ? 1 : num_daemons;
   int result = 0;
   for (int i = 0; i < count && result == 0; ++i) result = dmn_put_in_bg();
-  if (result <= 0) std::exit(result == 0 ? 0 : 1);
+  if (result <= 0) exit(result == 0 ? 0 : 1);
 }
 
 void LogStart() {
@@ -200,12 +200,12 @@ void Serve() {
 
 void Usage(int full) {
   if (full == 0) {
-    std::fprintf(stderr, "Type \"%s -help\" for help\n", ProgName);
-    std::exit(1);
+    fprintf(stderr, "Type \"%s -help\" for help\n", ProgName);
+    exit(1);
   }
-  std::printf("usage: %s [options]\n", ProgName);
-  for (const char* line : kHelp) std::printf("%s\n", line);
-  std::exit(0);
+  printf("usage: %s [options]\n", ProgName);
+  for (const char* line : kHelp) printf("%s\n", line);
+  exit(0);
 }
 
 void krtcmd_run(int argc, char** argv) {
@@ -215,7 +215,7 @@ void krtcmd_run(int argc, char** argv) {
   kfaxdir = Kut_get_kfaxdir();
   ChooseSpool();
   if (argc > 1 &&
-      (std::strcmp(argv[1], "-help") == 0 || std::strcmp(argv[1], "-?") == 0)) {
+      (strcmp(argv[1], "-help") == 0 || strcmp(argv[1], "-?") == 0)) {
     Usage(1);
   }
   const bool background = ParseOptions(argc, argv);
@@ -234,5 +234,5 @@ void krtcmd_run(int argc, char** argv) {
   }
   dmn_log_write("Terminating");
   dmn_log_close();
-  std::exit(0);
+  exit(0);
 }

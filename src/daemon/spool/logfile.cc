@@ -53,8 +53,7 @@ class Line {
   void Char(char c) { text_[size_++] = c; }
   void WriteTo(int fd) {
     text_[size_++] = '\n';
-    static_cast<void>(
-        Kut_write_full(fd, text_, static_cast<std::size_t>(size_)));
+    static_cast<void>(Kut_write_full(fd, text_, static_cast<size_t>(size_)));
   }
 
  private:
@@ -85,7 +84,7 @@ Date DateOf(long days) {
 }
 
 void Stamp(Line& line) {
-  const long now = static_cast<long>(std::time(nullptr)) + g_log.utc_offset;
+  const long now = static_cast<long>(time(nullptr)) + g_log.utc_offset;
   const Date date = DateOf(now / 86400);
   const long second = now % 86400;
   line.Number(date.year - 1900, 2);
@@ -103,8 +102,8 @@ void Stamp(Line& line) {
 }
 
 void NoteUtcOffset() {
-  const std::time_t now = std::time(nullptr);
-  std::tm local{};
+  const time_t now = time(nullptr);
+  tm local{};
   if (localtime_r(&now, &local) != nullptr) g_log.utc_offset = local.tm_gmtoff;
 }
 
@@ -172,7 +171,7 @@ void dmn_logf(const char* format, ...) {
   char msg[kLogMessageMax + 1];
   va_list args;
   va_start(args, format);
-  std::vsnprintf(msg, sizeof msg, format, args);
+  vsnprintf(msg, sizeof msg, format, args);
   va_end(args);
   dmn_log_write(msg);
 }
@@ -202,7 +201,7 @@ int dmn_log_age(const char* path, int n) {
   const char* found = Kut_get_file_ext(path);
   const char* ext = found != nullptr ? found : "";
   std::string base(path);
-  if (found != nullptr) base.resize(base.size() - std::strlen(ext) - 1);
+  if (found != nullptr) base.resize(base.size() - strlen(ext) - 1);
 
   Kut_delete_file(AgedName(base, n, ext).c_str());
   for (int i = n - 1; i >= 0; --i) {

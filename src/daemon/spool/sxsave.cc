@@ -19,7 +19,7 @@
 namespace {
 
 constexpr char kFolder[] = "save";
-constexpr std::size_t kNameSize = 64;  // an exchange name and its extension
+constexpr size_t kNameSize = 64;  // an exchange name and its extension
 
 constinit bool g_told = false;
 
@@ -82,7 +82,7 @@ void TakeNumber(int folder, char (&name)[kNameSize]) {
   struct stat st;
   int n = 1;
   do {
-    std::snprintf(numbered, sizeof numbered, "%s.%03d", name, n++);
+    snprintf(numbered, sizeof numbered, "%s.%03d", name, n++);
   } while (Look(folder, numbered, &st));
   Kut_strcpyz(name, numbered, sizeof name);
 }
@@ -100,7 +100,7 @@ void sx_save_cmd(int dirfd, kx_object* cmd, uid_t owner) {
   const UniqueFd folder = MakeFolder(dirfd);
   if (!folder.valid()) return;
   char name[kNameSize];
-  std::snprintf(name, sizeof name, "%s.%s", exchange, sx_get_ext(cmd));
+  snprintf(name, sizeof name, "%s.%s", exchange, sx_get_ext(cmd));
   if (IsAnothers(folder.get(), name, owner)) TakeNumber(folder.get(), name);
   Save(folder.get(), name, cmd, owner);
 }
@@ -111,7 +111,7 @@ void sx_save_rsp(int dirfd, kx_object* rsp, uid_t owner) {
   const UniqueFd folder = MakeFolder(dirfd);
   if (!folder.valid()) return;
   char name[kNameSize];
-  std::snprintf(name, sizeof name, "%s.rsp", exchange);
+  snprintf(name, sizeof name, "%s.rsp", exchange);
   // Reference 0 is shared by answers that nobody asked for: each has a copy of
   // its own.
   if (kx::Number(rsp, "reference") == 0 ||

@@ -1,22 +1,18 @@
 // Result codes: below 1000 of one attempt, from 1000 on of a whole request.
 //
-// - Names have six characters, padded with blanks.
+// - The table is cm/cmresult.def.
 // - Names and descriptions occur twice; a search by one finds the first row, so
 //   an attempt's code before a request's.
-// - Each function sets kx_errno: 0, or 19 on a miss.
+// - Each function sets kx_errno: 0, or kx_err_data on a miss.
 #ifndef CM_CMRESULT_H_
 #define CM_CMRESULT_H_
 
 #include "kx/kfx.h"
 
-// Results that other modules set or test.
 enum cm_result : int {
-  kCmAttemptNormal = 1,
-  kCmAttemptQueued = 31,
-  kCmRequestNormal = 1000,
-  kCmRequestCancelled = 1004,
-  kCmRequestQueued = 1007,
-  kCmRequestSubmitted = 1008,
+#define CM_RESULT(id, code, name, desc) id = code,
+#include "cm/cmresult.def"
+#undef CM_RESULT
 };
 
 // One "obj-resource" a result, in table order; the caller frees the list.

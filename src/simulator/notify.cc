@@ -5,9 +5,9 @@
 #include <algorithm>
 
 #include "cm/cmpaths.h"
+#include "cm/cmresult.h"
 #include "faxserver/fsefifo.h"
 #include "simulator/output.h"
-#include "simulator/results.h"
 #include "util/kutdir.h"
 #include "util/kuterr.h"
 #include "util/kutfile.h"
@@ -66,9 +66,9 @@ void LeaveMessage(const std::string& root, const std::string& user,
 
 void Notify(const std::string& root, const Request& request, int result) {
   // Who cancels a request knows.
-  if (result == kRequestCancelled) return;
+  if (result == kCmRequestCancelled) return;
   const int wanted = kx::Enum(request.freq.get(), "notify");
-  if (!IsWanted(wanted, result == kRequestNormal)) return;
+  if (!IsWanted(wanted, result == kCmRequestNormal)) return;
   LeaveMessage(root, request.client(),
                "fax-" + std::to_string(request.seqno()) + ".msg",
                Message(request, result));

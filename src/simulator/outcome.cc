@@ -3,25 +3,25 @@
 #include <algorithm>
 #include <iterator>
 
-#include "simulator/results.h"
+#include "cm/cmresult.h"
 
 namespace sim {
 namespace {
 
 constexpr Outcome kOutcomes[] = {
-    {"ok", kAttemptNormal, 100, false},
-    {"busy", kAttemptBusy, 0, true},
-    {"linedrop", kAttemptLineDrop, 50, true},
-    {"notfax", kAttemptNotFax, 0, true},
-    {"noanswer", kAttemptNoAnswer, 0, true},
-    {"voice", kAttemptVoice, 0, true},
-    {"nodial", kAttemptNoDialtone, 0, true},
-    {"rejected", kAttemptRejected, 0, true},
-    {"badreq", kAttemptBadRequest, 0, false},
-    {"badmodem", kAttemptBadModem, 0, true},
-    {"timeout", kAttemptTimedOut, 50, true},
-    {"nofile", kAttemptNoFile, 0, false},
-    {"badfile", kAttemptBadFile, 0, false},
+    {"ok", kCmAttemptNormal, 100, false},
+    {"busy", kCmAttemptBusy, 0, true},
+    {"linedrop", kCmAttemptLineDrop, 50, true},
+    {"notfax", kCmAttemptNotFax, 0, true},
+    {"noanswer", kCmAttemptNoAnswer, 0, true},
+    {"voice", kCmAttemptVoice, 0, true},
+    {"nodial", kCmAttemptNoDialtone, 0, true},
+    {"rejected", kCmAttemptRejected, 0, true},
+    {"badreq", kCmAttemptBadRequest, 0, false},
+    {"badmodem", kCmAttemptBadModem, 0, true},
+    {"timeout", kCmAttemptTimedOut, 50, true},
+    {"nofile", kCmAttemptNoFile, 0, false},
+    {"badfile", kCmAttemptBadFile, 0, false},
 };
 
 const Outcome* Find(std::string_view word) {
@@ -88,9 +88,9 @@ std::string OutcomeWords() {
 }
 
 int ResultAfter(const Outcome& last, int attempts, int most) {
-  if (last.result == kAttemptNormal) return kRequestNormal;
-  if (!last.worth_a_retry) return kRequestFailed;
-  return attempts < most ? kRequestRescheduled : kRequestMaxAttempts;
+  if (last.result == kCmAttemptNormal) return kCmRequestNormal;
+  if (!last.worth_a_retry) return kCmRequestFailed;
+  return attempts < most ? kCmRequestRescheduled : kCmRequestMaxAttempts;
 }
 
 }  // namespace sim

@@ -5,17 +5,17 @@
 #include <utility>
 #include <vector>
 
+#include "cm/cmresult.h"
 #include "faxserver/fsolog.h"
 #include "faxserver/fsshm.h"
 #include "simulator/notify.h"
 #include "simulator/output.h"
-#include "simulator/results.h"
 #include "util/kuttime.h"
 
 namespace sim {
 namespace {
 
-constexpr Outcome kCancelledAtWork = {"cancel", kAttemptCancelledWork, 0,
+constexpr Outcome kCancelledAtWork = {"cancel", kCmAttemptCancelledWork, 0,
                                       false};
 
 int Now() { return static_cast<int>(time(nullptr)); }
@@ -50,7 +50,7 @@ fx_olog_record LogRecord(const Request& request, const Outcome& outcome,
   return record;
 }
 
-bool IsOver(int result) { return result != kRequestRescheduled; }
+bool IsOver(int result) { return result != kCmRequestRescheduled; }
 
 void Check(bool done, const Request& request, const char* what) {
   if (done) return;
@@ -101,8 +101,9 @@ void Scheduler::Cancel(long seqno) {
   if (entry->second.is_sending()) {
     EndAttempt(entry, kCancelledAtWork);
   } else {
-    kx::SetNumber(entry->second.status.get(), "aresult", kAttemptCancelledIdle);
-    Finish(entry, kRequestCancelled);
+    kx::SetNumber(entry->second.status.get(), "aresult",
+                  kCmAttemptCancelledIdle);
+    Finish(entry, kCmRequestCancelled);
   }
 }
 
@@ -142,7 +143,7 @@ void Scheduler::BeginDue() {
     Request& request = entry->second;
     const int expiry = kx::Time(request.freq.get(), "exptime");
     if (expiry > 0 && expiry <= Now()) {
-      Finish(entry, kRequestExpired);
+      Finish(entry, kCmRequestExpired);
       continue;
     }
     const int device =
@@ -173,8 +174,8 @@ void Scheduler::EndAttempt(Entry entry, const Outcome& outcome) {
   const int attempt = kx::Number(freq, "attempt") + 1;
   const int most = course_.most_attempts > 0 ? course_.most_attempts
                                              : kx::Number(freq, "maxtrys");
-  const int result = outcome.result == kAttemptCancelledWork
-                         ? int{kRequestCancelled}
+  const int result = outcome.result == kCmAttemptCancelledWork
+                         ? int{kCmRequestCancelled}
                          : ResultAfter(outcome, attempt, most);
   const fx_olog_record record = LogRecord(request, outcome, attempt, result);
   Check(fx_append_olog(root_.c_str(), record) == 0, request, "log record");

@@ -4,7 +4,7 @@
 
 #include <tuple>
 
-#include "simulator/results.h"
+#include "cm/cmresult.h"
 
 namespace {
 
@@ -37,10 +37,10 @@ TEST(Outcome, WhatIsNoRuleIsRefused) {
 
 TEST(Outcome, RequestEndsAsItsLastAttemptAllows) {
   const std::tuple<const char*, int, int, int> kCases[] = {
-      {"ok", 1, 1, sim::kRequestNormal},
-      {"busy", 1, 3, sim::kRequestRescheduled},
-      {"busy", 3, 3, sim::kRequestMaxAttempts},
-      {"badfile", 1, 3, sim::kRequestFailed},
+      {"ok", 1, 1, kCmRequestNormal},
+      {"busy", 1, 3, kCmRequestRescheduled},
+      {"busy", 3, 3, kCmRequestMaxAttempts},
+      {"badfile", 1, 3, kCmRequestFailed},
   };
   for (const auto& [word, attempts, most, result] : kCases) {
     sim::Outcomes outcomes;

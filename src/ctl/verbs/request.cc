@@ -67,7 +67,7 @@ void ShowShape(App& app, kx_object* list) {
 bool IsFinal(kx_object* status) {
   const int result = kx::Number(status, "rresult");
   return kx::Bool(status, "done") == 1 || result == kCmRequestNormal ||
-         (result > kCmRequestNormal + 1 && result <= kCmRequestNormal + 5);
+         (result >= kCmRequestExpired && result <= kCmRequestFailed);
 }
 
 // Reports a request that ended without the fax being sent.

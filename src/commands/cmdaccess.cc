@@ -285,10 +285,10 @@ void LogRefusal(kx_object* cmd, const struct stat* st) {
       static_cast<unsigned>(spool.st_mode & 07777));
 }
 
-bool IsPermitted(const cmd_row& row, kx_object* cmd, const struct stat& st) {
+bool IsPermitted(kx_object* cmd, bool runs_program, const struct stat& st) {
   const Trust trust = TrustIn(st);
   const char* client = cmd_client(cmd);
-  if (row.runs_program != 0) {
+  if (runs_program) {
     // Whom the database cannot tell at present may be root as well.
     const int uid = Kut_uname_to_uid(client);
     if (uid == 0 || (uid == -1 && Kut_is_shortage(errno))) {
@@ -302,9 +302,9 @@ bool IsPermitted(const cmd_row& row, kx_object* cmd, const struct stat& st) {
 
 }  // namespace
 
-bool cmd_is_permitted(const cmd_row& row, kx_object* cmd) {
+bool cmd_is_permitted(kx_object* cmd, bool runs_program) {
   const struct stat* st = sx_cmd_stat(cmd);
-  if (st != nullptr && IsPermitted(row, cmd, *st)) return true;
+  if (st != nullptr && IsPermitted(cmd, runs_program, *st)) return true;
   LogRefusal(cmd, st);
   return false;
 }

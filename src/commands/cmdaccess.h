@@ -38,12 +38,12 @@
 #ifndef COMMANDS_CMDACCESS_H_
 #define COMMANDS_CMDACCESS_H_
 
-#include "commands/docmd.h"
+#include "kx/object.h"
 #include "util/kutident.h"
 
-// Whether the command's owner may have it carried out; if not, the reason is
-// logged with the owner.
-bool cmd_is_permitted(const cmd_row& row, kx_object* cmd);
+// Whether the command's owner may have it carried out, as one that runs a
+// program or none; if not, the reason is logged with the owner.
+bool cmd_is_permitted(kx_object* cmd, bool runs_program);
 
 // Whether its owner may act for every client.
 bool cmd_is_trusted(kx_object* cmd);

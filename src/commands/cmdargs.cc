@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "cm/cmpaths.h"
+#include "commands/cmdresult.h"
 #include "daemon/spool/settings.h"
 #include "faxserver/fsnames.h"
 
@@ -31,10 +32,7 @@ bool IsFolderName(const char* name) {
 
 }  // namespace
 
-kx_object* cmd_argument(kx_object* cmd, const char* type) {
-  kx_object* argument = kx::Child(cmd, "objptr");
-  return Kfx_Is_Obj_Type(argument, type) != 0 ? argument : nullptr;
-}
+kx_object* cmd_argument(kx_object* cmd) { return kx::Child(cmd, "objptr"); }
 
 const char* cmd_client(kx_object* cmd) {
   return kx::TextOrEmpty(cmd, "clientid");
@@ -46,6 +44,13 @@ cm_folder cmd_open_queue(const char* user) {
 
 cm_folder cmd_open_messages(const char* user) {
   return fx_open_folder(kfaxdir, user, cm_get_msgs_dir(kfaxdir, user));
+}
+
+const char* cmd_file_name(kx_object* argument, const char* field,
+                          kx_object* rsp) {
+  const char* name = kx::Text(argument, field);
+  if (name == nullptr) cmd_fail(rsp, kx_err_data, "No filename specified");
+  return name;
 }
 
 bool cmd_is_fax_name(const char* name) {

@@ -18,15 +18,20 @@
 #include "kx/object.h"
 #include "util/kutio.h"
 
-// The command's "objptr", which the command goes on owning, when it is of the
-// type; else null.
-kx_object* cmd_argument(kx_object* cmd, const char* type);
+// The command's "objptr", which the command goes on owning. In a handler it is
+// what the command's row takes.
+kx_object* cmd_argument(kx_object* cmd);
 // The command's user, "" when it names none.
 const char* cmd_client(kx_object* cmd);
 
 // A user's queue directory, and the messages directory in it.
 cm_folder cmd_open_queue(const char* user);
 cm_folder cmd_open_messages(const char* user);
+
+// The name of a file that a field of the argument holds. Null, and the failure
+// in the response, when it holds none.
+const char* cmd_file_name(kx_object* argument, const char* field,
+                          kx_object* rsp);
 
 // Whether a fax can have the name: not the directories that lie beside the
 // faxes, nor what no list shows (a hidden file, one being written, a name that

@@ -8,14 +8,10 @@
 #include "faxserver/fsreq.h"
 
 int process_cancel(kx_object* cmd, kx_object* rsp) {
-  kx_object* reqid = cmd_argument(cmd, "obj-reqid");
-  if (reqid == nullptr) {
-    return cmd_fail(rsp, kx_err_command, "Invalid cancel command");
-  }
+  kx_object* reqid = cmd_argument(cmd);
   const char* client = cmd_client(cmd);
   if (fx_cancel(kfaxdir, client, reqid) != 0) {
-    const int error = Kfx_Errno();
-    return cmd_fail(rsp, error, "Cannot cancel request: %s", Kfx_Errmsg(error));
+    return cmd_fail_why(rsp, Kfx_Errno(), "Cannot cancel request");
   }
   dmn_send_msg(kfaxdir, client, kFxEventCancelled);
   return cmd_succeed(rsp);

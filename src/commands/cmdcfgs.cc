@@ -6,10 +6,7 @@
 #include "faxserver/fsconfig.h"
 
 int process_setcfg(kx_object* cmd, kx_object* rsp) {
-  kx_object* config = cmd_argument(cmd, "obj-config");
-  if (config == nullptr) {
-    return cmd_fail(rsp, kx_err_command, "Invalid set config cmd");
-  }
+  kx_object* config = cmd_argument(cmd);
   if (fx_set_config(kfaxdir, cmd_client(cmd), config) != 0) {
     return cmd_fail(rsp, kx_err_command, "Cannot set config");
   }

@@ -6,8 +6,7 @@
 #include "faxserver/fscover.h"
 
 int process_cvrmatch(kx_object* cmd, kx_object* rsp) {
-  kx_object* tags = cmd_argument(cmd, "obj-list");
-  if (tags == nullptr) return cmd_fail(rsp, kx_err_data, "No tags supplied");
+  kx_object* tags = cmd_argument(cmd);
   kx::Object covers(fx_cover_matchlist(kfaxdir, tags));
   const int error = Kfx_Errno();
   if (error == 0) return cmd_succeed(rsp, std::move(covers));

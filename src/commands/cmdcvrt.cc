@@ -1,15 +1,12 @@
 // "cmd-cvrtags"
+#include "commands/cmdargs.h"
 #include "commands/cmdresult.h"
 #include "commands/handlers.h"
 #include "daemon/spool/settings.h"
 #include "faxserver/fscover.h"
 
 int process_cvrtags(kx_object* cmd, kx_object* rsp) {
-  kx_object* cover = kx::Child(cmd, "objptr");
-  if (cover == nullptr) {
-    return cmd_fail(rsp, kx_err_data, "No coverpage supplied");
-  }
-  const char* name = kx::TextOrEmpty(cover, "rname");
+  const char* name = kx::TextOrEmpty(cmd_argument(cmd), "rname");
   kx::Object tags(fx_get_cover_tags(kfaxdir, name));
   if (tags == nullptr) {
     return cmd_fail(rsp, kx_err_data, "Invalid coverpage %s", name);

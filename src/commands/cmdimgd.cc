@@ -8,10 +8,7 @@
 #include "util/kuterr.h"
 
 int process_imgdel(kx_object* cmd, kx_object* rsp) {
-  kx_object* info = cmd_argument(cmd, "obj-faxinfo");
-  if (info == nullptr) {
-    return cmd_fail(rsp, kx_err_command, "Invalid image delete command");
-  }
+  kx_object* info = cmd_argument(cmd);
   const char* user = kx::TextOrEmpty(info, "clientid");
   const char* name = kx::TextOrEmpty(info, "filename");
   if (cmd_delete_fax(cmd_open_queue(user), name) != 0) {

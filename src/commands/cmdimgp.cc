@@ -122,9 +122,8 @@ void KeepErrors(const ErrorFile& errors, char (&line)[kCmdMessageSize]) {
 }  // namespace
 
 int process_imgprint(kx_object* cmd, kx_object* rsp) {
-  kx_object* request = cmd_argument(cmd, "obj-reqprt");
-  kx_object* info =
-      request != nullptr ? kx::Child(request, "finfoptr") : nullptr;
+  kx_object* info = kx::Child(cmd_argument(cmd), "finfoptr");
+  // What is answered to another argument.
   if (Kfx_Is_Obj_Type(info, "obj-faxinfo") == 0) {
     return cmd_fail(rsp, kx_err_command, "Invalid image print command");
   }

@@ -19,14 +19,10 @@ long ImageSize(const char* user, const char* name) {
 }  // namespace
 
 int process_imgret(kx_object* cmd, kx_object* rsp) {
-  kx_object* info = cmd_argument(cmd, "obj-faxinfo");
-  if (info == nullptr) {
-    return cmd_fail(rsp, kx_err_command, "Invalid image retrieve command");
-  }
+  kx_object* info = cmd_argument(cmd);
   kx::Object file = kx::Build("obj-file");
   if (file == nullptr) {
-    return cmd_fail(rsp, kx_err_failed, "Cannot create file object: %s",
-                    Kfx_Errmsg(Kfx_Errno()));
+    return cmd_fail_why(rsp, kx_err_failed, "Cannot create file object");
   }
   const char* user = kx::TextOrEmpty(info, "clientid");
   const char* name = kx::TextOrEmpty(info, "filename");

@@ -143,10 +143,7 @@ int Store(kx_object* cmd, const char* path, const char* filename) {
 }  // namespace
 
 int process_imgstore(kx_object* cmd, kx_object* rsp) {
-  kx_object* request = cmd_argument(cmd, "obj-reqsto");
-  if (request == nullptr) {
-    return cmd_fail(rsp, kx_err_command, "Invalid image store command");
-  }
+  kx_object* request = cmd_argument(cmd);
   const char* path =
       kx::TextOrEmpty(kx::Child(request, "filobjptr"), "pathname");
   const char* filename =

@@ -6,13 +6,9 @@
 #include "faxserver/fsmon.h"
 
 int process_setmon(kx_object* cmd, kx_object* rsp) {
-  kx_object* monitors = cmd_argument(cmd, "obj-monitor");
-  if (monitors == nullptr) {
-    return cmd_fail(rsp, kx_err_command, "Invalid set monitors cmd");
-  }
+  kx_object* monitors = cmd_argument(cmd);
   if (fx_set_monlist(kfaxdir, monitors) != 0) {
-    return cmd_fail(rsp, kx_err_command, "Cannot set monitor list: %s",
-                    Kfx_Errmsg(Kfx_Errno()));
+    return cmd_fail_why(rsp, kx_err_command, "Cannot set monitor list");
   }
   return cmd_succeed(rsp);
 }

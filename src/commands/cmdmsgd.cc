@@ -8,14 +8,8 @@
 #include "util/kuterr.h"
 
 int process_msgdel(kx_object* cmd, kx_object* rsp) {
-  kx_object* resource = cmd_argument(cmd, "obj-resource");
-  if (resource == nullptr) {
-    return cmd_fail(rsp, kx_err_command, "Invalid msg delete command");
-  }
-  const char* name = kx::Text(resource, "rname");
-  if (name == nullptr) {
-    return cmd_fail(rsp, kx_err_data, "No filename specified");
-  }
+  const char* name = cmd_file_name(cmd_argument(cmd), "rname", rsp);
+  if (name == nullptr) return -1;
   const char* client = cmd_client(cmd);
   if (cmd_delete_file(cmd_open_messages(client), name) != 0) {
     return cmd_fail(rsp, kx_err_failed, "Cannot delete file %s: %s", name,

@@ -29,10 +29,7 @@ const MessageList* FindList(int type) {
 }  // namespace
 
 int process_msglist(kx_object* cmd, kx_object* rsp) {
-  kx_object* request = cmd_argument(cmd, "obj-reqlst");
-  if (request == nullptr) {
-    return cmd_fail(rsp, kx_err_command, "Invalid list request command");
-  }
+  kx_object* request = cmd_argument(cmd);
   const char* name = kx::TextOrEmpty(request, "listtype");
   const int type = Kfx_Str_To_Enum(name);
   if (type == -1) {
@@ -50,9 +47,7 @@ int process_msglist(kx_object* cmd, kx_object* rsp) {
   }
   kx::Object answer = cmd_make_list(name, std::move(list));
   if (answer == nullptr) {
-    const int error = Kfx_Errno();
-    return cmd_fail(rsp, error, "Cannot create list req object: %s",
-                    Kfx_Errmsg(error));
+    return cmd_fail_why(rsp, Kfx_Errno(), "Cannot create list req object");
   }
   kx::SetText(answer.get(), "listid", kx::Text(request, "listid"));
   kx::SetText(answer.get(), "listtime", kx::Text(request, "listtime"));

@@ -22,15 +22,8 @@ void LogLimits(const char* user, const char* name) {
 }  // namespace
 
 int process_msgret(kx_object* cmd, kx_object* rsp) {
-  kx_object* resource = cmd_argument(cmd, "obj-resource");
-  if (resource == nullptr) {
-    // "delete" is what clients know this by.
-    return cmd_fail(rsp, kx_err_command, "Invalid msg delete command");
-  }
-  const char* name = kx::Text(resource, "rname");
-  if (name == nullptr) {
-    return cmd_fail(rsp, kx_err_data, "No filename specified");
-  }
+  const char* name = cmd_file_name(cmd_argument(cmd), "rname", rsp);
+  if (name == nullptr) return -1;
   kx::Object message(fx_msg_retrieve(kfaxdir, cmd_client(cmd), name));
   if (message == nullptr) {
     const int error = Kfx_Errno();

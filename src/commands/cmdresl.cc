@@ -6,10 +6,7 @@
 #include "faxserver/fsres.h"
 
 int process_reslist(kx_object* cmd, kx_object* rsp) {
-  kx_object* request = cmd_argument(cmd, "obj-reqlst");
-  if (request == nullptr) {
-    return cmd_fail(rsp, kx_err_command, "Invalid list request command");
-  }
+  kx_object* request = cmd_argument(cmd);
   const char* name = kx::TextOrEmpty(request, "listtype");
   const int type = Kfx_Str_To_Enum(name);
   kx::Object list;
@@ -19,9 +16,7 @@ int process_reslist(kx_object* cmd, kx_object* rsp) {
   }
   kx::Object answer = cmd_make_list(name, std::move(list));
   if (answer == nullptr) {
-    const int error = Kfx_Errno();
-    return cmd_fail(rsp, error, "Cannot create list req object: %s",
-                    Kfx_Errmsg(error));
+    return cmd_fail_why(rsp, Kfx_Errno(), "Cannot create list req object");
   }
   return cmd_succeed(rsp, std::move(answer));
 }

@@ -23,6 +23,10 @@ int cmd_fail(kx_object* rsp, int error, const char* format, ...) {
   return -1;
 }
 
+int cmd_fail_why(kx_object* rsp, int error, const char* what) {
+  return cmd_fail(rsp, error, "%s: %s", what, Kfx_Errmsg(Kfx_Errno()));
+}
+
 kx::Object cmd_make_list(const char* listtype, kx::Object list) {
   kx::Object answer = kx::Build("obj-reqlst");
   if (answer == nullptr) return answer;

@@ -14,6 +14,10 @@ int cmd_succeed(kx_object* rsp, kx::Object data = nullptr);
 int cmd_fail(kx_object* rsp, int error, const char* format, ...)
     __attribute__((format(printf, 3, 4)));
 
+// The same, with the object library's present error for a reason: "<what>:
+// <its message>".
+int cmd_fail_why(kx_object* rsp, int error, const char* what);
+
 // An "obj-reqlst" of the type, an enum name, with the list in it. Null, and the
 // list freed, with an error number.
 kx::Object cmd_make_list(const char* listtype, kx::Object list);

@@ -54,10 +54,7 @@ int Run(const Transfer& transfer, bool forward, FileReplacer::Over over) {
 }  // namespace
 
 int process_route(kx_object* cmd, kx_object* rsp) {
-  kx_object* route = cmd_argument(cmd, "obj-route");
-  if (route == nullptr) {
-    return cmd_fail(rsp, kx_err_command, "Invalid route request");
-  }
+  kx_object* route = cmd_argument(cmd);
   const char* from = kx::TextOrEmpty(route, "fromid");
   const char* to = kx::TextOrEmpty(route, "toid");
   if (!fx_is_valid_user(kfaxdir, from)) {

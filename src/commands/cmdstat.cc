@@ -7,10 +7,7 @@
 #include "faxserver/fsstat.h"
 
 int cmd_answer_status(kx_object* cmd, kx_object* rsp, cmd_status_reader read) {
-  kx_object* reqid = cmd_argument(cmd, "obj-reqid");
-  if (reqid == nullptr) {
-    return cmd_fail(rsp, kx_err_failed, "Invalid status cmd");
-  }
+  kx_object* reqid = cmd_argument(cmd);
   const long seqno = kx::Number(reqid, "seqno");
   kx::Object found(read(kfaxdir, cmd_client(cmd), seqno));
   if (found == nullptr) {

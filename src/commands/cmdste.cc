@@ -7,8 +7,7 @@
 int process_state(kx_object*, kx_object* rsp) {
   kx::Object state(fx_get_state(kfaxdir));
   if (state == nullptr) {
-    return cmd_fail(rsp, kx_err_failed, "Cannot get system state: %s",
-                    Kfx_Errmsg(Kfx_Errno()));
+    return cmd_fail_why(rsp, kx_err_failed, "Cannot get system state");
   }
   return cmd_succeed(rsp, std::move(state));
 }

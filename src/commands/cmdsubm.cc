@@ -129,8 +129,7 @@ int process_submit(kx_object* cmd, kx_object* rsp) {
   const cm_folder queued = cm_open_folder(kfaxdir, cm_get_queued_dir(kfaxdir));
   char name[kNameSize];
   if (!SaveQueued(cmd, queued, name)) {
-    return cmd_fail(rsp, kx_err_failed, "Cannot queue cmd: %s",
-                    Kfx_Errmsg(Kfx_Errno()));
+    return cmd_fail_why(rsp, kx_err_failed, "Cannot queue cmd");
   }
   const char* failed = Announce(name, kx::TextOrEmpty(rsp, "hostname"));
   if (failed != nullptr) {

@@ -6,13 +6,9 @@
 #include "faxserver/fsreq.h"
 
 int process_try(kx_object* cmd, kx_object* rsp) {
-  kx_object* reqid = cmd_argument(cmd, "obj-reqid");
-  if (reqid == nullptr) {
-    return cmd_fail(rsp, kx_err_command, "Invalid try command");
-  }
+  kx_object* reqid = cmd_argument(cmd);
   const int result = fx_try(kfaxdir, reqid);
   if (result == 0) return cmd_succeed(rsp);
-  const int error = Kfx_Errno();
-  cmd_fail(rsp, error, "Cannot try request: %s", Kfx_Errmsg(error));
+  cmd_fail_why(rsp, Kfx_Errno(), "Cannot try request");
   return result;
 }

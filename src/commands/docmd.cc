@@ -5,8 +5,8 @@
 #include <utility>
 
 #include "commands/cmdaccess.h"
+#include "commands/cmdargs.h"
 #include "commands/cmdresult.h"
-#include "commands/cmdtable.h"
 #include "daemon/spool/logfile.h"
 #include "daemon/spool/rsp.h"
 #include "daemon/spool/settings.h"
@@ -42,31 +42,44 @@ int Refuse(kx_object* rsp) {
   return -1;
 }
 
-int RunHandler(kx_object* cmd, kx_object* rsp, const char* cmdtype) {
+// The command's row, or null with the failure in the response.
+const cmd_row* FindRow(kx_object* rsp, const char* cmdtype) {
   const int type = Kfx_Str_To_Enum(cmdtype);
-  if (type == -1) {
-    return cmd_fail(rsp, kx_err_data, "Invalid command type %s", cmdtype);
-  }
-  const cmd_row* row = find_ptbl(type, cmd_table);
+  const cmd_row* row = type != -1 ? find_ptbl(type, cmd_table) : nullptr;
   if (row == nullptr) {
-    return cmd_fail(rsp, kx_err_data, "Unsupported command type %s", cmdtype);
+    cmd_fail(
+        rsp, kx_err_data,
+        type == -1 ? "Invalid command type %s" : "Unsupported command type %s",
+        cmdtype);
   }
-  if (row->client_decides == 0) kx::SetBool(cmd, "respond", true);
+  return row;
+}
+
+bool IsTaken(const cmd_takes& takes, kx_object* argument) {
+  if (takes.type == nullptr) return true;
+  if (*takes.type == '\0') return argument != nullptr;
+  return Kfx_Is_Obj_Type(argument, takes.type) != 0;
+}
+
+int Run(const cmd_row& row, kx_object* cmd, kx_object* rsp) {
+  if ((row.flags & kCmdClientDecides) == 0) kx::SetBool(cmd, "respond", true);
   return Kut_guarded(
-      [=] {
-        if (!cmd_is_permitted(*row, cmd)) return Refuse(rsp);
+      [&] {
+        if (!cmd_is_permitted(cmd, (row.flags & kCmdRunsProgram) != 0)) {
+          return Refuse(rsp);
+        }
         if (const char* excess = sx_cmd_excess(cmd)) {
           return cmd_fail(rsp, kx_err_too_long, "%s", excess);
         }
-        return row->handler(cmd, rsp);
+        return cmd_run(row, cmd, rsp);
       },
       [=] {
         return cmd_fail(rsp, kx_err_memory, "%s", Kfx_Errmsg(kx_err_memory));
       });
 }
 
-int Deliver(kx_object* rsp) {
-  const int result = rsp_write(file_dir, rsp, save_rsps);
+int Deliver(kx_object* rsp, sx_files files) {
+  const int result = rsp_write(file_dir, rsp, save_rsps, files);
   if (result != 0 && num_daemons == 0) {
     do {
       sleep(static_cast<unsigned>(sleeptime > 0 ? sleeptime : 0));
@@ -77,11 +90,11 @@ int Deliver(kx_object* rsp) {
 
 }  // namespace
 
-const cmd_row* find_ptbl(int type, const cmd_row* table) {
-  for (; table->type != 0; ++table) {
-    if (table->type == type) return table;
+int cmd_run(const cmd_row& row, kx_object* cmd, kx_object* rsp) {
+  if (!IsTaken(row.takes, cmd_argument(cmd))) {
+    return cmd_fail(rsp, row.takes.error, "%s", row.takes.message);
   }
-  return nullptr;
+  return row.handler(cmd, rsp);
 }
 
 int do_cmd(kx_object* cmd) {
@@ -97,9 +110,11 @@ int do_cmd(kx_object* cmd) {
     dmn_logf("Cannot create response object: %s", Kfx_Errmsg(Kfx_Errno()));
     return -1;
   }
-  int outcome = RunHandler(cmd, rsp, cmdtype);
+  const cmd_row* row = FindRow(rsp, cmdtype);
+  int outcome = row != nullptr ? Run(*row, cmd, rsp) : -1;
   if (kx::Bool(cmd, "respond") == 1) {
-    outcome = Deliver(rsp);
+    const bool embeds = row != nullptr && (row->flags & kCmdEmbeds) != 0;
+    outcome = Deliver(rsp, embeds ? sx_files::kEmbedded : sx_files::kStayNames);
   } else {
     Kfx_Free_Obj(rsp);
   }
@@ -119,5 +134,3 @@ void cmd_failed(kx_object* cmd) {
            static_cast<long>(kx::Number(cmd, "sessionid")),
            kx::Number(cmd, "reference"), why);
 }
-
-int process_noop(kx_object*, kx_object* rsp) { return cmd_succeed(rsp); }

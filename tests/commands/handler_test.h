@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "commands/cmdtable.h"
+#include "commands/docmd.h"
 #include "daemon/spool/settings.h"
 #include "daemon/spool/sxfile.h"
 #include "faxserver/fax_root.h"
@@ -45,7 +45,7 @@ class HandlerTest : public testing::Test {
     if (row == nullptr) return "no handler";
     const kx::Object rsp = kx::Build("obj-cmdrsp");
     kx::SetText(rsp.get(), "hostname", "hostA");
-    returned_ = row->handler(cmd_.get(), rsp.get());
+    returned_ = cmd_run(*row, cmd_.get(), rsp.get());
     kx::SetText(rsp.get(), "hostname", nullptr);
     const std::string text = ToText(rsp.get());
     const std::size_t begin = text.find('\n') + 1;

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "daemon/spool/logfile.h"
-#include "daemon/spool/sxfile.h"
 
 namespace {
 
@@ -14,6 +13,7 @@ struct Pending {
   const char* dir;  // not owned
   kx::Object rsp;
   bool save;
+  sx_files files;
   uid_t receiver;  // once the next command is read, nobody else knows
   int failed;      // tries that failed since it was queued
 };
@@ -39,11 +39,13 @@ struct Label {
 
 // Appends a response to the queue, which takes it; false without memory, and
 // the response stays the caller's.
-bool Enqueue(const char* dir, kx::Object& rsp, bool save, uid_t receiver) {
+bool Enqueue(const char* dir, kx::Object& rsp, bool save, sx_files files,
+             uid_t receiver) {
   std::unique_ptr<Pending> entry(new (std::nothrow)
                                      Pending{.dir = dir,
                                              .rsp = nullptr,
                                              .save = save,
+                                             .files = files,
                                              .receiver = receiver,
                                              .failed = 0});
   kx_object* node = entry != nullptr ? Kfx_Bnew(entry.get()) : nullptr;
@@ -61,7 +63,8 @@ void Drop(kx_object* node) {
 // Tries a queued response once more; whether it was written.
 bool Retry(Pending* pending) {
   kx_object* rsp = pending->rsp.get();
-  if (sx_rsp_to(pending->dir, rsp, pending->save, pending->receiver) == 0) {
+  if (sx_rsp_to(pending->dir, rsp, pending->save, pending->receiver,
+                pending->files) == 0) {
     return true;
   }
   const char* why = Kfx_Errmsg(Kfx_Errno());
@@ -76,13 +79,13 @@ bool Retry(Pending* pending) {
 
 }  // namespace
 
-int rsp_write(const char* dir, kx_object* rsp, int save) {
+int rsp_write(const char* dir, kx_object* rsp, int save, sx_files files) {
   kx::Object owned(rsp);
   const uid_t receiver = sx_receiver(rsp);
-  if (sx_rsp_to(dir, rsp, save != 0, receiver) == 0) return 0;
+  if (sx_rsp_to(dir, rsp, save != 0, receiver, files) == 0) return 0;
   const char* why = Kfx_Errmsg(Kfx_Errno());
   const Label label(rsp);
-  if (!Enqueue(dir, owned, save != 0, receiver)) {
+  if (!Enqueue(dir, owned, save != 0, files, receiver)) {
     dmn_logf("Cannot queue %s response for %s (%ld-%d): %s", label.cmdtype,
              label.clientid, label.session, label.reference,
              Kfx_Errmsg(kx_err_memory));

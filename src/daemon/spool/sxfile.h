@@ -58,15 +58,17 @@ const char* sx_cmdtype(kx_object* cmd);
 // sx_cmd's. Valid until the next sx_cmd.
 const char* sx_cmd_excess(kx_object* cmd);
 
-// Writes a response and renames it to its final name. The files that it names
-// are embedded, but for answers that hand on somebody else's object (the output
-// of a user's program, say), where they stay names. It belongs to the receiver
-// from before its first byte on, where the process may give files away. With
-// `save` a copy goes to <dir>/save. The response stays with the caller. 0, or
-// -1: kx_err_data when the response has no exchange name, kx_err_system when it
-// cannot be written (errno EFBIG: its files weigh more than file-bytes) or
-// somebody else moved it while it was written. A file in a user's queue is read
-// as that user.
+// What becomes of the files that a response names: their contents travel with
+// it, or they stay names.
+enum class sx_files { kEmbedded, kStayNames };
+
+// Writes a response and renames it to its final name; the files that it names
+// are embedded. It belongs to the receiver from before its first byte on, where
+// the process may give files away. With `save` a copy goes to <dir>/save. The
+// response stays with the caller. 0, or -1: kx_err_data when the response has
+// no exchange name, kx_err_system when it cannot be written (errno EFBIG: its
+// files weigh more than file-bytes) or somebody else moved it while it was
+// written. A file in a user's queue is read as that user.
 //
 // What others than root and the daemon left in the place of the temporary file
 // is removed or, if it is a directory, moved aside; so is what lies in the
@@ -76,7 +78,8 @@ const char* sx_cmd_excess(kx_object* cmd);
 // the temporary one: 0 all the same.
 int sx_rsp(const char* dir, kx_object* rsp, int save);
 // The same, for a receiver that was asked for earlier.
-int sx_rsp_to(const char* dir, kx_object* rsp, bool save, uid_t receiver);
+int sx_rsp_to(const char* dir, kx_object* rsp, bool save, uid_t receiver,
+              sx_files files = sx_files::kEmbedded);
 // Whose a response is: the owner of the last sx_cmd's command, if it answers
 // that one, else this process's user.
 uid_t sx_receiver(kx_object* rsp);

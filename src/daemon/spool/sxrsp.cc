@@ -3,11 +3,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <iterator>
 #include <utility>
 
 #include "cm/cmlimits.h"
@@ -146,18 +144,6 @@ bool HasName(int fd, int dirfd, const char* name) {
 
 // ---- Content ----
 
-// Commands whose answers hand on an object that somebody else wrote: the output
-// of a user's program, a file in a user's directory, the command's own
-// argument. A file name in there must not make the daemon, which may read
-// everything, read that file for a client: it stays a name.
-constexpr int kHandedOn[] = {kx_cmd_extcmd, kx_cmd_pbcmd, kx_cmd_status,
-                             kx_cmd_statatt, kx_cmd_msglist};
-
-bool Embeds(kx_object* rsp) {
-  const int type = kx::Enum(rsp, "cmdtype");
-  return std::ranges::find(kHandedOn, type) == std::end(kHandedOn);
-}
-
 // What is embedded lies in a user's folder, where a daemon that is root has no
 // business with root's rights.
 int OpenEmbedded(const char* path) {
@@ -185,7 +171,7 @@ ssize_t WriteOut(void* fd, const char* data, size_t size) {
 
 // Writes the whole response to `fd` and closes it: 0, or the failing step's
 // result.
-int WriteResponse(UniqueFd fd, kx_object* rsp) {
+int WriteResponse(UniqueFd fd, kx_object* rsp, sx_files files) {
   int number = fd.get();
   // Spares what fdopen asks the system about a descriptor.
   cookie_io_functions_t functions{};
@@ -195,8 +181,8 @@ int WriteResponse(UniqueFd fd, kx_object* rsp) {
   setvbuf(stream, g_buffer, _IOFBF, sizeof g_buffer);
   Sink sink = {stream, cm_limit(cm_limit_id::kFileBytes)};
   kx_open_with(OpenEmbedded);
-  const int result =
-      Kfx_Decomp_Obj(rsp, WriteWithin, &sink, Embeds(rsp) ? 1 : 0);
+  const int result = Kfx_Decomp_Obj(rsp, WriteWithin, &sink,
+                                    files == sx_files::kEmbedded ? 1 : 0);
   const int error = kx_errno;
   const bool failed = ferror(stream) != 0;
   const bool flushed = fclose(stream) == 0;
@@ -261,7 +247,8 @@ int sx_rsp(const char* dir, kx_object* rsp, int save) {
   return sx_rsp_to(dir, rsp, save != 0, sx_receiver(rsp));
 }
 
-int sx_rsp_to(const char* dir, kx_object* rsp, bool save, uid_t receiver) {
+int sx_rsp_to(const char* dir, kx_object* rsp, bool save, uid_t receiver,
+              sx_files files) {
   if (!Kfx_Is_Obj_Type(rsp, "obj-cmdrsp")) return -1;
   const char* exchange = kx_tmp_name(rsp);
   if (exchange == nullptr) return -1;
@@ -278,7 +265,7 @@ int sx_rsp_to(const char* dir, kx_object* rsp, bool save, uid_t receiver) {
   // Held, so that the file's number is no other's before the name is looked at.
   const bool given = receiver != spool_self();
   const UniqueFd held(given ? fcntl(fd.get(), F_DUPFD_CLOEXEC, 0) : -1);
-  const int result = WriteResponse(std::move(fd), rsp);
+  const int result = WriteResponse(std::move(fd), rsp, files);
   if (result != 0) {
     const int saved = errno;
     unlinkat(dirfd, temporary, 0);

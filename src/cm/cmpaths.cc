@@ -44,8 +44,6 @@ const char* PutBelowUser(char (&out)[kCmPathSize], const char* root,
     return PutBelowUser(buffer, root, user, path);                \
   }
 #include "cm/cmpaths.def"
-#undef CM_ROOT_PATH
-#undef CM_USER_PATH
 
 cm_path cm_join_path(const char* dir, const char* name) {
   cm_path path = {};

@@ -20,8 +20,6 @@ constexpr size_t kCmPathSize = 256;
 #define CM_USER_PATH(name, path) \
   const char* cm_get_##name(const char* root, const char* user);
 #include "cm/cmpaths.def"
-#undef CM_ROOT_PATH
-#undef CM_USER_PATH
 
 // A path in a buffer of the caller's.
 struct cm_path {

@@ -9,7 +9,7 @@
 
 #include "cm/cmkrt.h"
 #include "cm/cmpaths.h"
-#include "simulator/fifo.h"
+#include "cm/cmtree.h"
 #include "simulator/output.h"
 #include "simulator/receive.h"
 #include "simulator/samples.h"
@@ -44,14 +44,56 @@ std::string ForUser(std::string text, const std::string& user) {
   return text;
 }
 
-// Makes what is missing below a directory, for one owner. After the first
-// failure it makes nothing more, and failed() names it.
+// Who an entry is given to; -1: it stays as it is.
+struct Owner {
+  int uid, gid;
+};
+
+// Makes a fifo of that very mode, whatever the umask. Invalid with errno on
+// failure.
+UniqueFd MakeFifo(const std::string& path, mode_t mode) {
+  const mode_t mask = umask(0);
+  const int made = mkfifo(path.c_str(), mode);
+  umask(mask);
+  if (made != 0) return UniqueFd();
+  // As a place alone: opened in any other way, it would wait for a writer.
+  return UniqueFd(Kut_open(path.c_str(), O_PATH | O_NOFOLLOW));
+}
+
+// Makes what is missing below a directory. After the first failure it makes
+// nothing more, and failed() names it.
 class Placer {
  public:
-  Placer(const std::string& root, int uid, int gid)
-      : root_(root), uid_(uid), gid_(gid) {}
+  // `user` owns what is the user's, and the files.
+  Placer(const std::string& root, Owner user) : root_(root), user_(user) {}
 
-  void Folder(const std::string& name, mode_t mode) {
+  void Place(const cm_tree_entry& entry) {
+    const Owner owner = {
+        entry.owner == cm_owner::kUser ? user_.uid : cm_owner_uid(entry.owner),
+        cm_owner_gid(entry.group)};
+    switch (entry.kind) {
+      case cm_kind::kDir:
+        return Folder(entry.path, ModeOf(entry), owner);
+      case cm_kind::kFile:
+        return Put(entry.path, entry.mode, "", owner);
+      case cm_kind::kFifo:
+        return Fifo(entry.path, entry.mode, owner);
+    }
+  }
+  void File(const std::string& name, mode_t mode, const std::string& content) {
+    Put(name, mode, content, user_);
+  }
+  const std::string& failed() const { return failed_; }
+
+ private:
+  // Without a fax system's group nobody but the owner has business in the
+  // folders that it writes: the daemon trusts a command no further than all who
+  // could have put it there.
+  static mode_t ModeOf(const cm_tree_entry& entry) {
+    const bool shared = cm_owner_gid(entry.group) != -1;
+    return shared ? entry.mode : entry.mode & ~mode_t{S_ISGID | S_IWGRP};
+  }
+  void Folder(const std::string& name, mode_t mode, Owner owner) {
     const std::string path = Path(name);
     if (!Begin(path)) return;
     // By its descriptor: a user may have put a link in its place by now.
@@ -59,80 +101,80 @@ class Placer {
         Kut_make_dir(path.c_str()) == 0
             ? Kut_open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW)
             : -1);
-    // The umask took bits from the mode.
-    if (!dir.valid() || !Own(dir.get()) || fchmod(dir.get(), mode) != 0) {
+    // The owner first: a change of it takes the set-group-id bit away. And the
+    // mode once more, since the umask took bits from it.
+    if (!dir.valid() || !Give(dir.get(), owner) ||
+        fchmod(dir.get(), mode) != 0) {
       failed_ = path;
     }
   }
-  void File(const std::string& name, mode_t mode, const std::string& content) {
+  void Put(const std::string& name, mode_t mode, const std::string& content,
+           Owner owner) {
     const std::string path = Path(name);
     if (!Begin(path)) return;
     FileReplacer file;
     const bool made =
         file.Open(path.c_str(), mode) == 0 &&
         Kut_write_full(file.fd(), content.data(), content.size()) == 0 &&
-        Own(file.fd()) && fchmod(file.fd(), mode) == 0 && file.Commit() == 0;
+        Give(file.fd(), owner) && fchmod(file.fd(), mode) == 0 &&
+        file.Commit() == 0;
     if (!made) failed_ = path;
   }
-  void Fifo(const std::string& name, bool (*make)(const std::string& path)) {
+  void Fifo(const std::string& name, mode_t mode, Owner owner) {
     const std::string path = Path(name);
-    if (Begin(path) && !make(path) && !Exists(path)) failed_ = path;
+    if (!Begin(path)) return;
+    const UniqueFd fifo = MakeFifo(path, mode);
+    // A simulator that runs may have made it meanwhile.
+    if (!fifo.valid() && errno == EEXIST) return;
+    if (!fifo.valid() || !Give(fifo.get(), owner)) failed_ = path;
   }
-  const std::string& failed() const { return failed_; }
 
- private:
-  std::string Path(const std::string& name) const { return root_ + "/" + name; }
+  // A user's paths bring their "/" along; the empty one is the root itself.
+  std::string Path(const std::string& name) const {
+    const bool joined = name.empty() || name[0] == '/';
+    return root_ + (joined ? "" : "/") + name;
+  }
   bool Begin(const std::string& path) const {
     return failed_.empty() && !Exists(path);
   }
   // Only the super-user gives files away; everybody else's are their own.
-  bool Own(int fd) const {
+  static bool Give(int fd, Owner owner) {
     return geteuid() != 0 ||
-           fchown(fd, static_cast<uid_t>(uid_), static_cast<gid_t>(gid_)) == 0;
+           fchownat(fd, "", static_cast<uid_t>(owner.uid),
+                    static_cast<gid_t>(owner.gid), AT_EMPTY_PATH) == 0;
   }
 
   std::string root_;
-  int uid_, gid_;  // -1: as they are
+  Owner user_;
   std::string failed_;
 };
 
 void LayCommon(Placer* place) {
-  // Without a fax system's group nobody but the owner has business in the
-  // folders that it writes: the daemon trusts a command no further than all who
-  // could have put it there.
-  const mode_t taken = cm_get_krt_gid() == -1 ? 02020 : 0;
-  for (const SampleFolder& folder : SampleFolders()) {
-    place->Folder(folder.path, folder.mode & ~taken);
+  for (const cm_tree_entry& entry : cm_tree()) {
+    // The root itself is there, and stays as whoever made it wanted it.
+    if (*entry.path != '\0') place->Place(entry);
   }
   for (const SampleFile& file : SampleFiles()) {
     place->File(file.path, file.mode, file.content);
   }
   place->File("qstat", 0644, SampleQstat());
   place->File("dstat", 0644, SampleDstat());
-  place->Fifo("FIFO", MakeSchedulerFifo);
-  place->Fifo("krtnet/filspool/kfifo", MakeSpoolFifo);
-  place->Fifo("krtnet/filspool/efifo", MakeEventFifo);
-  place->Fifo("krtnet/netspool/efifo", MakeEventFifo);
 }
 
-// A user's folders, which are the user's own where the system knows the name.
-// The first path that could not be made; empty without one.
+// A user's queue, which is the user's own where the system knows the name. The
+// first path that could not be made; empty without one.
 std::string LayUser(const std::string& root, const std::string& user) {
-  std::string dir = cm_get_user_dir(root.c_str(), user.c_str());
-  const bool is_new = !Exists(dir);
+  const std::string queue = cm_get_user_dir(root.c_str(), user.c_str());
+  const bool is_new = !Exists(queue);
   const int uid = Kut_uname_to_uid(user.c_str());
-  Placer place(cm_get_faxq_dir(root.c_str()), uid >= 0 ? uid : cm_get_krt_uid(),
-               cm_get_krt_gid());
-  place.Folder(user, 0770);
-  for (const SampleFolder& folder : SampleUserFolders()) {
-    place.Folder(user + "/" + folder.path, folder.mode);
-  }
+  Placer place(queue, {uid >= 0 ? uid : cm_get_krt_uid(), cm_get_krt_gid()});
+  for (const cm_tree_entry& entry : cm_user_tree()) place.Place(entry);
   for (const SampleFile& file : SampleUserFiles()) {
-    place.File(user + "/" + file.path, file.mode, ForUser(file.content, user));
+    place.File(file.path, file.mode, ForUser(file.content, user));
   }
   if (!place.failed().empty()) return place.failed();
   // A user who deleted the fax does not get another.
-  if (is_new && PutReceivedFax(root, user, kSamplePages).empty()) return dir;
+  if (is_new && PutReceivedFax(root, user, kSamplePages).empty()) return queue;
   return "";
 }
 
@@ -164,7 +206,7 @@ int InitRoot(const Options& options) {
   const std::string& root = options.root;
   if (const int status = CheckPlace(root); status != EX_OK) return status;
   if (Kut_make_dir_path(root.c_str()) != 0) return CannotMake(root);
-  Placer place(root, cm_get_krt_uid(), cm_get_krt_gid());
+  Placer place(root, {cm_get_krt_uid(), cm_get_krt_gid()});
   // First: an init that was cut short can be repeated.
   place.File(kMarker, 0664, "krtsim made this folder.\n");
   LayCommon(&place);

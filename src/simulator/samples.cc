@@ -8,22 +8,6 @@
 namespace sim {
 namespace {
 
-constexpr mode_t kCommon = 0755;
-// Clients of the fax system's group drop their commands there.
-constexpr mode_t kSpool = 02770;
-
-constexpr SampleFolder kFolders[] = {
-    {"Classes", kCommon},        {"Covers", kCommon},
-    {"Formatters", kCommon},     {"Grequests", kCommon},
-    {"expired", kCommon},        {"faxq", kCommon},
-    {"groups", kCommon},         {"in", kCommon},
-    {"krtnet", kCommon},         {"krtnet/filspool", kSpool},
-    {"krtnet/netspool", kSpool}, {"krtnet/queued", kSpool},
-    {"krtnet/requests", kSpool}, {"krtnet/sessions", kSpool},
-    {"logs", kCommon},           {"requests", kCommon},
-    {"temp", kCommon},           {"tnp", kCommon},
-};
-
 constexpr SampleFile kFiles[] = {
     {"Default", 0644, "any\n"},
     {"Classes/any", 0644, "any\nfax0\nfax1\n"},
@@ -49,7 +33,6 @@ constexpr SampleFile kFiles[] = {
      "maxtrys=3\n"
      "retrymins=5\n"
      "tsi=KRT SAMPLE\n"},
-    {"krtnet/krtnet.lck", 0664, ""},
     {"krtnet/prtdests.lst", 0644,
      "# name  description\n"
      "laser   The printer in the hall\n"},
@@ -58,9 +41,6 @@ constexpr SampleFile kFiles[] = {
      "short   Three times, five minutes apart\n"
      "long    All day, every half hour\n"},
 };
-
-constexpr SampleFolder kUserFolders[] = {
-    {"options", 0770}, {"msgs", 0770}, {"events", 0770}};
 
 constexpr SampleFile kUserFiles[] = {
     {"options/config", 0660,
@@ -95,9 +75,7 @@ void Append(std::string* text, const Bytes& bytes) {
 
 }  // namespace
 
-std::span<const SampleFolder> SampleFolders() { return kFolders; }
 std::span<const SampleFile> SampleFiles() { return kFiles; }
-std::span<const SampleFolder> SampleUserFolders() { return kUserFolders; }
 std::span<const SampleFile> SampleUserFiles() { return kUserFiles; }
 
 std::string SampleQstat() {

@@ -1,4 +1,5 @@
-// What a sample root holds.
+// What a sample root holds beside the tree that every fax server has
+// (cm/cmtree.h).
 #ifndef SIMULATOR_SAMPLES_H_
 #define SIMULATOR_SAMPLES_H_
 
@@ -9,20 +10,13 @@
 
 namespace sim {
 
-struct SampleFolder {
-  const char* path;  // below the root, or below a user's folder
-  mode_t mode;
-};
-
 struct SampleFile {
-  const char* path;
+  const char* path;  // below the root, or below a user's queue
   mode_t mode;
   const char* content;  // "@USER@" stands for the user's name
 };
 
-std::span<const SampleFolder> SampleFolders();
 std::span<const SampleFile> SampleFiles();
-std::span<const SampleFolder> SampleUserFolders();
 std::span<const SampleFile> SampleUserFiles();
 
 // The status files of two devices, fax0 and fax1, and the class "any" of both.

@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "cm/cmtree.h"
 #include "faxserver/fscover.h"
 #include "faxserver/fsdstat.h"
 #include "faxserver/fshdr.h"
@@ -41,16 +42,25 @@ TEST(Init, EverythingAClientAsksForHasASample) {
   EXPECT_EQ(fx_num_pages(root.Path("faxq/bob/in-2.fax").c_str()), 2);
 }
 
-TEST(Init, FifosHaveTheModesOfTheirWriters) {
+TEST(Init, TreeIsTheTablesWithItsModes) {
   const SimRoot root;
   auto tree = root.Tree();
-  EXPECT_EQ(tree["FIFO"], S_IFIFO | 0660U);
-  EXPECT_EQ(tree["krtnet/filspool/kfifo"], S_IFIFO | 0664U);
-  EXPECT_EQ(tree["krtnet/filspool/efifo"], S_IFIFO | 0660U);
-  EXPECT_EQ(tree["krtnet/netspool/efifo"], S_IFIFO | 0660U);
   // For the fax system's group, where there is one.
-  EXPECT_EQ(tree["krtnet/filspool"],
-            S_IFDIR | (getgrnam("krtfax") != nullptr ? 02770U : 0750U));
+  const mode_t kept = getgrnam("krtfax") != nullptr ? 07777 : 05757;
+  const auto expect = [&](const std::string& path, const cm_tree_entry& entry) {
+    const mode_t expected = entry.kind == cm_kind::kDir    ? S_IFDIR
+                            : entry.kind == cm_kind::kFifo ? S_IFIFO
+                                                           : S_IFREG;
+    const bool dir = entry.kind == cm_kind::kDir;
+    EXPECT_EQ(tree[path], expected | (entry.mode & (dir ? kept : 07777)))
+        << path << std::oct << " has " << tree[path];
+  };
+  for (const cm_tree_entry& entry : cm_tree()) {
+    if (*entry.path != '\0') expect(entry.path, entry);
+  }
+  for (const cm_tree_entry& entry : cm_user_tree()) {
+    expect("faxq/bob" + std::string(entry.path), entry);
+  }
 }
 
 TEST(Init, SecondRunAddsWhatIsMissingAndKeepsTheRest) {

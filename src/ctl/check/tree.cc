@@ -1,15 +1,17 @@
 // The directories below the root: whether they are there, and whether only
-// those can write and enter them who should.
+// those can write and enter them who should (cm/cmtree.h).
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 #include "cm/cmkrt.h"
 #include "cm/cmpaths.h"
+#include "cm/cmtree.h"
 #include "ctl/check/check.h"
 #include "link/place.h"
 #include "util/kutfile.h"
@@ -17,65 +19,50 @@
 namespace client {
 namespace {
 
-// Who writes there: the fax server alone; an administrator alone, since the
-// daemon runs or believes what it finds; or all of the fax system's group.
-enum class Writers { kServer, kAdmin, kGroup };
+// Whether all of the fax system's group write there, not the owner alone.
+bool IsShared(const cm_tree_entry& entry) {
+  return (entry.mode & S_IWGRP) != 0;
+}
 
-struct TreeDir {
-  const char* (*path)(const char* root);
-  Writers writers;
-};
+// The row of a path below the root, which is one of the table's.
+const cm_tree_entry& Row(const char* path) {
+  const auto rows = cm_tree();
+  const auto row =
+      std::find_if(rows.begin(), rows.end(), [&](const cm_tree_entry& entry) {
+        return strcmp(entry.path, path) == 0;
+      });
+  return row != rows.end() ? *row : rows.front();
+}
 
-constexpr TreeDir kTree[] = {
-    {cm_get_krtnet_dir, Writers::kServer},
-    {cm_get_filspool_dir, Writers::kGroup},
-    {cm_get_netspool_dir, Writers::kGroup},
-    {cm_get_sessions_dir, Writers::kGroup},
-    {cm_get_queued_dir, Writers::kGroup},
-    {cm_get_netreq_dir, Writers::kGroup},
-    {cm_get_faxq_dir, Writers::kServer},
-    {cm_get_requests_dir, Writers::kServer},
-    {cm_get_expired_dir, Writers::kServer},
-    {cm_get_temp_dir, Writers::kServer},
-    {cm_get_logs_dir, Writers::kServer},
-    {cm_get_infax_dir, Writers::kServer},
-    {cm_get_grequests_dir, Writers::kServer},
-    {cm_get_covers_dir, Writers::kAdmin},
-    {cm_get_class_dir, Writers::kAdmin},
-    {cm_get_format_dir, Writers::kAdmin},
-    {cm_get_groups_dir, Writers::kAdmin},
-    {cm_get_tnp_dir, Writers::kAdmin},
-};
-
-// The group of a spool directory passes on to what is put there.
-mode_t ModeFor(Writers writers) {
-  return writers == Writers::kGroup ? 02770 : 0755;
+std::string Chmod(const cm_tree_entry& entry, const std::string& path) {
+  char mode[8];
+  snprintf(mode, sizeof mode, "%04o", static_cast<unsigned>(entry.mode));
+  return std::string("chmod ") + mode + " " + path;
 }
 
 // Gives a directory that this process has just made its owner and mode.
-bool SettleDir(int fd, Writers writers) {
+bool SettleDir(int fd, const cm_tree_entry& entry) {
   struct stat st;
   if (fstat(fd, &st) != 0) return false;
   if (st.st_uid != geteuid()) {
     errno = EPERM;  // another one by now
     return false;
   }
-  const bool admin = writers == Writers::kAdmin;
-  const int uid = admin ? 0 : cm_get_krt_uid();
-  const int gid = admin ? 0 : cm_get_krt_gid();
+  const int uid = cm_owner_uid(entry.owner);
+  const int gid = cm_owner_gid(entry.group);
   // An unprivileged repairer keeps what it makes.
   if (geteuid() == 0 && uid >= 0 && gid >= 0 &&
       fchown(fd, static_cast<uid_t>(uid), static_cast<gid_t>(gid)) != 0) {
     return false;
   }
-  return fchmod(fd, ModeFor(writers)) == 0;
+  return fchmod(fd, entry.mode) == 0;
 }
 
 // Makes a directory and what is missing above it, from the root on. Most of the
 // tree is the fax system's user's, who must not lead root elsewhere: each step
 // goes by descriptor, and through no link.
 bool MakeDir(const std::string& root, const std::string& path,
-             Writers writers) {
+             const cm_tree_entry& entry) {
   const bool below = path.starts_with(root + "/");
   const std::string start = below ? root : Kut_dirname(path.c_str());
   std::string rest = below ? path.substr(root.size() + 1)
@@ -90,8 +77,10 @@ bool MakeDir(const std::string& root, const std::string& path,
     dir.reset(
         Kut_open_at(dir.get(), name.c_str(),
                     (made ? O_RDONLY : O_PATH) | O_DIRECTORY | O_NOFOLLOW));
+    // What lies between is the fax server's, as the folder of the network
+    // daemons is.
     if (made && dir.valid() &&
-        !SettleDir(dir.get(), rest.empty() ? writers : Writers::kServer)) {
+        !SettleDir(dir.get(), rest.empty() ? entry : Row("krtnet"))) {
       return false;
     }
   }
@@ -99,24 +88,23 @@ bool MakeDir(const std::string& root, const std::string& path,
 }
 
 void CheckMissing(Findings* findings, const std::string& path,
-                  Writers writers) {
+                  const cm_tree_entry& entry) {
   if (findings->Repairs()) {
-    if (MakeDir(findings->root(), path, writers))
+    if (MakeDir(findings->root(), path, entry)) {
       return findings->Ok(path + ": made");
-    return findings->Fail(path + ": " + std::strerror(errno),
-                          "make it as root");
+    }
+    return findings->Fail(path + ": " + strerror(errno), "make it as root");
   }
   findings->Fail(path + " is missing", "krtctl check --fix");
 }
 
 // Whether nobody can write there but those who should; else it is told.
-bool CheckWriters(Findings* findings, const std::string& path, Writers writers,
-                  const struct stat& st) {
-  const bool for_group = writers == Writers::kGroup;
+bool CheckWriters(Findings* findings, const std::string& path,
+                  const cm_tree_entry& entry, const struct stat& st) {
+  const bool for_group = IsShared(entry);
   const bool sticky = (st.st_mode & S_ISVTX) != 0;
   if ((st.st_mode & S_IWOTH) != 0 && !(for_group && sticky)) {
-    findings->Fail(path + " can be written by everybody",
-                   (for_group ? "chmod 2770 " : "chmod 0755 ") + path);
+    findings->Fail(path + " can be written by everybody", Chmod(entry, path));
     return false;
   }
   if ((st.st_mode & S_IWGRP) != 0 && !for_group && st.st_gid != 0) {
@@ -128,7 +116,8 @@ bool CheckWriters(Findings* findings, const std::string& path, Writers writers,
       st.st_uid == static_cast<uid_t>(krt)) {
     return true;
   }
-  const char* owner = writers == Writers::kAdmin ? "root" : cm_get_krt_uname();
+  const char* owner =
+      entry.owner == cm_owner::kRoot ? "root" : cm_get_krt_uname();
   findings->Warn(path + " belongs to " + UserName(st.st_uid),
                  std::string("chown ") + owner + " " + path);
   return false;
@@ -157,20 +146,21 @@ bool CheckGroup(Findings* findings, const std::string& path,
   return true;
 }
 
-void CheckDir(Findings* findings, const std::string& path, Writers writers) {
+void CheckDir(Findings* findings, const std::string& path,
+              const cm_tree_entry& entry) {
   struct stat st;
   if (stat(path.c_str(), &st) != 0) {
-    if (errno == ENOENT) return CheckMissing(findings, path, writers);
-    return findings->Fail(path + ": " + std::strerror(errno), "look as root");
+    if (errno == ENOENT) return CheckMissing(findings, path, entry);
+    return findings->Fail(path + ": " + strerror(errno), "look as root");
   }
   if (!S_ISDIR(st.st_mode)) {
     return findings->Fail(path + " is no directory", "move it away");
   }
-  if (!CheckWriters(findings, path, writers, st)) return;
-  if (writers == Writers::kGroup && !CheckGroup(findings, path, st)) return;
+  if (!CheckWriters(findings, path, entry, st)) return;
+  if (IsShared(entry) && !CheckGroup(findings, path, st)) return;
   if (path == findings->place().spool &&
       access(path.c_str(), W_OK | X_OK) != 0) {
-    return findings->Fail(path + ": " + std::strerror(errno),
+    return findings->Fail(path + ": " + strerror(errno),
                           "join the group of the directory");
   }
   findings->Ok(path);
@@ -186,14 +176,15 @@ void CheckTree(Findings* findings) {
         "root " + place.root + " (" + place.source + ") is no directory",
         "set KFAXDIR in " + std::string(kDefaultsFile) + " or give --root");
   }
-  if (CheckWriters(findings, place.root, Writers::kServer, st)) {
+  if (CheckWriters(findings, place.root, Row(""), st)) {
     findings->Ok("root " + place.root + " (" + place.source + ")");
   }
-  for (const TreeDir& dir : kTree) {
-    CheckDir(findings, dir.path(findings->root()), dir.writers);
+  for (const cm_tree_entry& entry : cm_tree()) {
+    if (entry.maker != cm_maker::kCheck) continue;
+    CheckDir(findings, place.root + "/" + entry.path, entry);
   }
   if (place.spool != cm_get_filspool_dir(findings->root())) {
-    CheckDir(findings, place.spool, Writers::kGroup);
+    CheckDir(findings, place.spool, Row("krtnet/filspool"));
   }
 }
 

@@ -11,6 +11,7 @@
 #include "cm/cmfolder.h"
 #include "cm/cmkrt.h"
 #include "cm/cmpaths.h"
+#include "cm/cmtree.h"
 #include "ctl/app/app.h"
 #include "ctl/format/format.h"
 #include "ctl/verbs/actions.h"
@@ -22,10 +23,6 @@
 
 namespace client {
 namespace {
-
-// Of the queue, which passes its group on, and of what is made in it.
-constexpr mode_t kQueueMode = 02770;
-constexpr mode_t kUserDirMode = 0770;
 
 // A file mode creation mask for the object's life: what is made has its mode
 // from the first moment, and is not changed where others could exchange it.
@@ -43,7 +40,7 @@ class NoUmask {
 // Gives a directory that `maker` has just made to the user and to the fax
 // system's group. Only the super-user can give it away; the fax system's user
 // keeps it.
-bool GiveQueue(int fd, uid_t maker, int owner) {
+bool GiveQueue(int fd, uid_t maker, int owner, mode_t mode) {
   struct stat st;
   if (fstat(fd, &st) != 0) return false;
   if (st.st_uid != maker) {
@@ -53,13 +50,13 @@ bool GiveQueue(int fd, uid_t maker, int owner) {
   const int given = geteuid() == 0 ? owner : -1;
   return fchown(fd, static_cast<uid_t>(given),
                 static_cast<gid_t>(cm_get_krt_gid())) == 0 &&
-         fchmod(fd, kQueueMode) == 0;
+         fchmod(fd, mode) == 0;
 }
 
 // The queue directory; one that exists stays as it is. Invalid with errno on
 // failure.
 UniqueFd MakeQueue(const std::string& root, const char* user, int owner,
-                   bool* made) {
+                   mode_t mode, bool* made) {
   const cm_folder faxq =
       cm_open_folder(root.c_str(), cm_get_faxq_dir(root.c_str()));
   UniqueFd queue;
@@ -73,7 +70,7 @@ UniqueFd MakeQueue(const std::string& root, const char* user, int owner,
         *made ? O_RDONLY | O_DIRECTORY | O_NOFOLLOW : O_PATH | O_DIRECTORY));
   }
   const uid_t maker = geteuid() == 0 ? faxq.owner().uid : geteuid();
-  if (!*made || !queue.valid() || GiveQueue(queue.get(), maker, owner)) {
+  if (!*made || !queue.valid() || GiveQueue(queue.get(), maker, owner, mode)) {
     return queue;
   }
   const int saved = errno;
@@ -84,11 +81,13 @@ UniqueFd MakeQueue(const std::string& root, const char* user, int owner,
 
 // Makes a directory in the queue as the one whose that is: it is the user's
 // from the beginning, and of the queue's group by its set-group-ID bit.
-Status MakeIn(int queue, const kut_fsid& owner, const char* path, bool* made) {
+Status MakeIn(int queue, const kut_fsid& owner, const std::string& path,
+              mode_t mode, bool* made) {
   const FileIdentity identity(owner);
   const NoUmask no_umask;
   if (!identity.held()) return SystemFailure(krt_system, path);
-  if (mkdirat(queue, Kut_basename(path), kUserDirMode) == 0) {
+  if (mkdirat(queue, Kut_basename(path.c_str()),
+              mode & (S_IRWXU | S_IRWXG | S_IRWXO)) == 0) {
     *made = true;
   } else if (errno != EEXIST) {
     return SystemFailure(krt_cannot_create, path);
@@ -105,15 +104,16 @@ Status AddUser(const std::string& root, const std::string& user) {
   if (uid < 0) return {krt_no_user, "no such user on this system"};
   bool made = false;
   const std::string path = cm_get_user_dir(root.c_str(), user.c_str());
-  const UniqueFd queue = MakeQueue(root, user.c_str(), uid, &made);
+  const auto rows = cm_user_tree();  // the queue, then what lies in it
+  const UniqueFd queue =
+      MakeQueue(root, user.c_str(), uid, rows.front().mode, &made);
   kut_fsid owner;
   if (!queue.valid() || !Kut_owner_of(queue.get(), &owner)) {
     return SystemFailure(krt_cannot_create, path);
   }
-  for (const char* dir : {cm_get_opts_dir(root.c_str(), user.c_str()),
-                          cm_get_msgs_dir(root.c_str(), user.c_str()),
-                          cm_get_evnt_dir(root.c_str(), user.c_str())}) {
-    if (Status s = MakeIn(queue.get(), owner, dir, &made); !s.ok()) return s;
+  for (const cm_tree_entry& entry : rows.subspan(1)) {
+    Status s = MakeIn(queue.get(), owner, path + entry.path, entry.mode, &made);
+    if (!s.ok()) return s;
   }
   if (!made) return {krt_refused, "is a fax user already"};
   return {};

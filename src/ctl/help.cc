@@ -133,7 +133,7 @@ void ShowJson(App& app, const std::vector<const VerbRow*>& rows) {
 
 void RunHelp(App& app) {
   const VerbRow* verb = app.line().verb;
-  const bool asked = verb != nullptr && std::strcmp(verb->name, "help") == 0;
+  const bool asked = verb != nullptr && strcmp(verb->name, "help") == 0;
   const std::string words = asked             ? JoinedArgs(app)
                             : verb != nullptr ? verb->name
                                               : "";

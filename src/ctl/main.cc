@@ -9,7 +9,7 @@ int main(int argc, char** argv) {
   return Kut_guarded(
       [=] { return client::App(client::Verbs()).Run(argc, argv); },
       [] {
-        std::fputs("krtctl: No memory\n", stderr);
+        fputs("krtctl: No memory\n", stderr);
         return int{krt_system};
       });
 }

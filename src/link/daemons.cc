@@ -54,7 +54,7 @@ double BeginOf(const std::string& proc) {
   std::string field;
   for (int i = 0; i < kAfterName; ++i) fields >> field;
   if (!fields) return -1;
-  const double ticks = std::strtod(field.c_str(), nullptr);
+  const double ticks = strtod(field.c_str(), nullptr);
   const double up = ticks / static_cast<double>(sysconf(_SC_CLK_TCK));
   return Now(CLOCK_REALTIME) - Now(CLOCK_BOOTTIME) + up;
 }

@@ -70,7 +70,7 @@ bool IsExchangeName(const std::string& name) {
   constexpr char kPattern[] = "dddd-ddd";
   if (name.size() != sizeof kPattern - 1) return false;
   for (size_t i = 0; i < name.size(); ++i) {
-    const bool digit = std::isdigit(static_cast<unsigned char>(name[i])) != 0;
+    const bool digit = isdigit(static_cast<unsigned char>(name[i])) != 0;
     if (kPattern[i] == 'd' ? !digit : name[i] != kPattern[i]) return false;
   }
   return true;

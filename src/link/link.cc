@@ -38,7 +38,7 @@ int StatusOfResult(kx_object* answer) {
   // What does not exist is no trouble of the system's.
   const char* missing = Kut_strerror(ENOENT);
   if (result == kx_err_system &&
-      std::strstr(kx::TextOrEmpty(answer, "errmsg"), missing) != nullptr) {
+      strstr(kx::TextOrEmpty(answer, "errmsg"), missing) != nullptr) {
     return krt_refused;
   }
   switch (result) {

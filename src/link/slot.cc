@@ -61,7 +61,7 @@ bool ReadSpool(const Place& place, UsedSlots* used) {
 
 std::string FileName(int number) {
   char name[16];
-  std::snprintf(name, sizeof name, "%04d.ctl", number);
+  snprintf(name, sizeof name, "%04d.ctl", number);
   return name;
 }
 
@@ -111,9 +111,9 @@ bool ReadShares(const Place& place, const std::string& own, UsedSlots* used) {
 int SlotOfName(const std::string& name, char separator) {
   if (name.size() < 5 || name[4] != separator) return -1;
   for (int i = 0; i < 4; ++i) {
-    if (std::isdigit(static_cast<unsigned char>(name[i])) == 0) return -1;
+    if (isdigit(static_cast<unsigned char>(name[i])) == 0) return -1;
   }
-  return std::atoi(name.c_str());
+  return atoi(name.c_str());
 }
 
 int SlotOfFile(const std::string& name) {
@@ -140,7 +140,7 @@ bool Slot::TryLock(const std::string& path, int flags, int* error) {
   }
   char text[16] = "";
   Kut_pread_full(fd.get(), text, sizeof text - 1, 0);
-  last_ = std::atoi(text);
+  last_ = atoi(text);
   if (last_ < 0 || last_ > kMaxReference) last_ = 0;
   // Past the umask, so that another user can reuse what a crash leaves.
   if (held.st_size == 0 && held.st_uid == geteuid()) fchmod(fd.get(), Mode());
@@ -201,7 +201,7 @@ Status Slot::ReserveBeside(const Place& place) {
     const int number = static_cast<int>((start + i) % kSlots);
     if (used.test(static_cast<size_t>(number))) continue;
     char name[32];
-    std::snprintf(name, sizeof name, "%04d.%08x.ctl", number, Random());
+    snprintf(name, sizeof name, "%04d.%08x.ctl", number, Random());
     if (!TryLock(place.sessions + "/" + name, O_CREAT | O_EXCL, &error)) {
       continue;
     }
@@ -224,7 +224,7 @@ bool Slot::TryReserve(const Place& place, const std::string& file) {
 Status Slot::NextReference(int* reference) {
   last_ = last_ % kMaxReference + 1;
   char text[16];
-  const int length = std::snprintf(text, sizeof text, "%-3d\n", last_);
+  const int length = snprintf(text, sizeof text, "%-3d\n", last_);
   if (Kut_pwrite_full(lock_.get(), text, static_cast<size_t>(length), 0) != 0) {
     return SystemFailure(krt_io, file_);
   }

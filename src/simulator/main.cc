@@ -21,11 +21,11 @@ int Run(const sim::Options& options) {
     case sim::Verb::kReceive:
       return sim::ReceiveFax(options);
     case sim::Verb::kVersion:
-      std::printf("krtsim: KRT*FAX fax server simulator version %d.%d.%d\n",
-                  krtcmd_major_version, krtcmd_minor_version, krtcmd_release);
+      printf("krtsim: KRT*FAX fax server simulator version %d.%d.%d\n",
+             krtcmd_major_version, krtcmd_minor_version, krtcmd_release);
       return EX_OK;
     default:
-      std::fputs(sim::HelpText().c_str(), stdout);
+      fputs(sim::HelpText().c_str(), stdout);
       return EX_OK;
   }
 }
@@ -40,6 +40,6 @@ int main(int argc, char** argv) {
     return EX_USAGE;
   }
   const int status = Run(options);
-  const bool written = std::fflush(stdout) == 0 && !sim::OutputLost();
+  const bool written = fflush(stdout) == 0 && !sim::OutputLost();
   return status == EX_OK && !written ? EX_IOERR : status;
 }

@@ -40,12 +40,12 @@ void OnSignal(int sig) {
 }
 
 bool UseColor(const char* when, int fd) {
-  if (when != nullptr && std::strcmp(when, "always") == 0) return true;
-  if (when != nullptr && std::strcmp(when, "never") == 0) return false;
+  if (when != nullptr && strcmp(when, "always") == 0) return true;
+  if (when != nullptr && strcmp(when, "never") == 0) return false;
   const char* no_color = getenv("NO_COLOR");
   const char* term = getenv("TERM");
   if (no_color != nullptr && *no_color != '\0') return false;
-  return isatty(fd) != 0 && term != nullptr && std::strcmp(term, "dumb") != 0;
+  return isatty(fd) != 0 && term != nullptr && strcmp(term, "dumb") != 0;
 }
 
 size_t TerminalWidth() {
@@ -86,7 +86,7 @@ int App::Run(int argc, const char* const* argv) {
     // A pager that was closed early is no failure worth words.
     Worsen(krt_io);
   } else if (error != 0) {
-    Fail(krt_io, "", std::string("standard output: ") + std::strerror(error));
+    Fail(krt_io, "", std::string("standard output: ") + strerror(error));
   }
   return ExitStatus();
 }
@@ -308,13 +308,11 @@ void App::ReportRefusal(const std::string& subject, kx_object* answer) {
   } else if (result == kx_err_no_scheduler) {
     text += "; start the fax scheduler, then: krtctl state";
   } else if (result == kx_err_failed &&
-             std::strcmp(kx::TextOrEmpty(answer, "cmdtype"), "cmd-cancel") ==
-                 0 &&
+             strcmp(kx::TextOrEmpty(answer, "cmdtype"), "cmd-cancel") == 0 &&
              !fx_is_sched_running(root().c_str())) {
     code = krt_unavailable;
     text += "; the scheduler is not running: krtctl state";
-  } else if (std::strstr(kx::TextOrEmpty(answer, "errmsg"), " fifo: ") !=
-             nullptr) {
+  } else if (strstr(kx::TextOrEmpty(answer, "errmsg"), " fifo: ") != nullptr) {
     code = krt_unavailable;
     text += "; the queueing side is not running: krtctl check";
   }

@@ -64,16 +64,16 @@ class LineReader {
 
   // Keeps the stack of types, and checks a field against the type on top.
   int Follow(const char* name, const char* value) {
-    if (std::strcmp(name, "objbeg") == 0) {
+    if (strcmp(name, "objbeg") == 0) {
       // The outermost and each nested one push when they are announced.
       return 0;
     }
-    if (std::strcmp(name, "objend") == 0) {
+    if (strcmp(name, "objend") == 0) {
       if (!types_.empty()) types_.pop_back();
       return 0;
     }
     for (const char* word : kx_obj_kwrds) {
-      if (std::strcmp(name, word) == 0) return 0;
+      if (strcmp(name, word) == 0) return 0;
     }
     const kx_objdef* type = types_.empty() ? nullptr : types_.back();
     const kx_fielddef* field =

@@ -58,7 +58,7 @@ const View* FindView(const char* type) {
        {"DEVICE", "STATE", "ENABLED", "RECEIVING", "SINCE", "REASON"}},
   };
   for (const View& view : kViews) {
-    if (std::strcmp(view.type, type) == 0) return &view;
+    if (strcmp(view.type, type) == 0) return &view;
   }
   return nullptr;
 }
@@ -66,14 +66,13 @@ const View* FindView(const char* type) {
 // Fields that hold a code of a table of the system's.
 std::string CodeInWords(const char* field, const char* text) {
   const int code = Kfx_Str_To_Long(text);
-  if (std::strcmp(field, "rresult") == 0 ||
-      std::strcmp(field, "aresult") == 0) {
+  if (strcmp(field, "rresult") == 0 || strcmp(field, "aresult") == 0) {
     const char* words = cm_result_to_desc(code);
-    return std::strcmp(words, "?") == 0 ? text : words;
+    return strcmp(words, "?") == 0 ? text : words;
   }
-  if (std::strcmp(field, "prilevel") == 0) {
+  if (strcmp(field, "prilevel") == 0) {
     const char* words = cm_prior_desc(code);
-    return std::strcmp(words, "?") == 0 ? text : words;
+    return strcmp(words, "?") == 0 ? text : words;
   }
   return text;
 }
@@ -90,11 +89,11 @@ std::string HumanValue(kx_object* obj, const char* field, bool terminal) {
   if (text == nullptr) return "";
   switch (type) {
     case kx_typ_enum: {
-      const char* dash = std::strchr(text, '-');
+      const char* dash = strchr(text, '-');
       return dash != nullptr ? dash + 1 : text;
     }
     case kx_typ_bool:
-      return std::strcmp(text, "true") == 0 ? "yes" : "no";
+      return strcmp(text, "true") == 0 ? "yes" : "no";
     case kx_typ_time: {
       const time_t t = kx::Time(obj, field);
       return terminal ? LocalTime(t) : FullTime(t);
@@ -123,7 +122,7 @@ Cells RowOf(kx_object* obj, const View& view, bool terminal) {
   Cells cells;
   for (size_t i = 0; i < view.fields.size(); ++i) {
     if (*view.titles[i] == '\0') continue;
-    cells.push_back(std::strcmp(view.titles[i], "FAX") == 0
+    cells.push_back(strcmp(view.titles[i], "FAX") == 0
                         ? FaxNumber(obj)
                         : HumanValue(obj, view.fields[i], terminal));
   }
@@ -308,14 +307,13 @@ void Output::Line(const std::string& line, const std::string& head) {
 void Output::Text(kx_object* obj) { Raw(Printable(TextForm(obj), "\n")); }
 
 void Output::Raw(const std::string& text) {
-  const bool good =
-      std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+  const bool good = fwrite(text.data(), 1, text.size(), stdout) == text.size();
   if (!good && error_ == 0) error_ = errno;
   written_ = true;
 }
 
 int Output::Flush() {
-  if (std::fflush(stdout) != 0 && error_ == 0) error_ = errno;
+  if (fflush(stdout) != 0 && error_ == 0) error_ = errno;
   return error_;
 }
 

@@ -30,7 +30,7 @@ std::string TypeByContent(int fd) {
   const ssize_t got = Kut_pread_full(fd, bytes, sizeof bytes, 0);
   for (const auto& row : kStarts) {
     if (got >= static_cast<ssize_t>(row.size) &&
-        std::memcmp(bytes, row.start, row.size) == 0) {
+        memcmp(bytes, row.start, row.size) == 0) {
       return row.type;
     }
   }

@@ -16,7 +16,7 @@ std::vector<std::string> VerbTable::NextWords(const std::string& words) const {
   const size_t skip = words.empty() ? 0 : words.size() + 1;
   std::vector<std::string> next;
   for (const VerbRow& row : verbs) {
-    if (!NameBegins(row.name, words) || std::strlen(row.name) <= skip) continue;
+    if (!NameBegins(row.name, words) || strlen(row.name) <= skip) continue;
     std::string word = row.name + skip;
     word.resize(std::min(word.size(), word.find(' ')));
     if (std::find(next.begin(), next.end(), word) == next.end()) {
@@ -28,7 +28,7 @@ std::vector<std::string> VerbTable::NextWords(const std::string& words) const {
 
 bool NameBegins(const char* name, const std::string& words) {
   return words.empty() ||
-         (std::strncmp(name, words.c_str(), words.size()) == 0 &&
+         (strncmp(name, words.c_str(), words.size()) == 0 &&
           (name[words.size()] == '\0' || name[words.size()] == ' '));
 }
 

@@ -16,7 +16,7 @@ void NoteFirst(void* first, const char* line) {
 
 // Of what a repair tells, only the records that it had to leave out.
 void NoteLoss(void* first, const char* line) {
-  if (std::strstr(line, "left out") != nullptr) NoteFirst(first, line);
+  if (strstr(line, "left out") != nullptr) NoteFirst(first, line);
 }
 
 // Makes a table's indexes again from its records, if that is wanted. Whether it
@@ -47,7 +47,7 @@ bool CheckBook(Findings* findings, int kind, const std::string& dir,
     if (pb_check(kind, table, NoteFirst, &damage) == 0) continue;
     if (pb_errno == kx_err_no_book) return false;
     if (pb_errno == kx_err_pb_system) {
-      findings->Warn(path + ": " + std::strerror(errno), "look as its owner");
+      findings->Warn(path + ": " + strerror(errno), "look as its owner");
       return true;
     }
     const std::string what =

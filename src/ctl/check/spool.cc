@@ -97,7 +97,7 @@ void CheckFifo(Findings* findings, const std::string& path, bool needed,
   std::string what = path + ": ";
   what += error == ENXIO                                ? "nobody reads it"
           : !fifo && error != ENOENT && error != EACCES ? "is no fifo"
-                                                        : std::strerror(error);
+                                                        : strerror(error);
   const std::string fix = std::string("start ") + reader;
   needed ? findings->Fail(what, fix) : findings->Warn(what, fix);
 }
@@ -112,7 +112,7 @@ bool IsRegistered(const char* root, const char* name) {
 bool IsNumber(const std::string& text) {
   return !text.empty() &&
          std::all_of(text.begin(), text.end(),
-                     [](unsigned char c) { return std::isdigit(c) != 0; });
+                     [](unsigned char c) { return isdigit(c) != 0; });
 }
 
 // A folder of the fax system's, in which root repairs as its owner: links that
@@ -143,7 +143,7 @@ void CheckClaim(Findings* findings, const std::string& name, long pid) {
             0) {
       return findings->Ok(what + ": put back");
     }
-    return findings->Fail(what + ": " + std::strerror(errno), "look as root");
+    return findings->Fail(what + ": " + strerror(errno), "look as root");
   }
   findings->Warn(what, "krtctl check --fix, or remove it");
 }
@@ -243,7 +243,7 @@ void CheckSpoolFiles(Findings* findings) {
     const size_t dot = name.rfind('.');
     const std::string ext = dot == name.npos ? "" : name.substr(dot + 1);
     if (IsNumber(ext)) {
-      CheckClaim(findings, name, std::strtol(ext.c_str(), nullptr, 10));
+      CheckClaim(findings, name, strtol(ext.c_str(), nullptr, 10));
     } else if (!ext.empty()) {
       CheckOld(findings, name, ext);
     }

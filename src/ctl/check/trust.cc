@@ -145,7 +145,7 @@ void CheckProtection(Findings* findings, const char* name, bool needed) {
   if (access(path.c_str(), R_OK) != 0 || !ReadWhole(path, &value).ok()) return;
   const std::string setting = std::string("fs.") + name;
   const std::string fix = "sysctl -w " + setting + "=1";
-  if (std::atoi(value.c_str()) > 0) return findings->Ok(setting + " is on");
+  if (atoi(value.c_str()) > 0) return findings->Ok(setting + " is on");
   if (needed) {
     return findings->Warn(
         setting + " is off: users can give others' files a name of their own",

@@ -20,7 +20,7 @@ const char* GroupOf(const char* field) {
                  {"pbmode", "pbm-"},  {"pbsort", "pbs-"},  {"listtype", "lst-"},
                  {"rcmd", "pbc-"}};
   for (const auto& row : kGroups) {
-    if (std::strcmp(row.field, field) == 0) return row.group;
+    if (strcmp(row.field, field) == 0) return row.group;
   }
   return "";
 }

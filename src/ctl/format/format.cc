@@ -13,7 +13,7 @@ namespace {
 
 std::string Print(const char* format, const tm& parts) {
   char text[64];
-  return {text, std::strftime(text, sizeof text, format, &parts)};
+  return {text, strftime(text, sizeof text, format, &parts)};
 }
 
 bool IsContinuation(char c) { return (c & 0xC0) == 0x80; }
@@ -113,8 +113,8 @@ std::string Bytes(unsigned long long bytes) {
     ++unit;
   }
   char text[32];
-  std::snprintf(text, sizeof text, unit == 0 ? "%.0f %s" : "%.1f %s", value,
-                kUnits[unit]);
+  snprintf(text, sizeof text, unit == 0 ? "%.0f %s" : "%.1f %s", value,
+           kUnits[unit]);
   return text;
 }
 
@@ -137,8 +137,8 @@ Status ParseTime(const std::string& text, time_t now, time_t* t) {
 
 bool ParseNumber(const std::string& text, long lowest, long highest,
                  long* number) {
-  if (text.empty() || (std::isdigit(static_cast<unsigned char>(text[0])) == 0 &&
-                       text[0] != '-')) {
+  if (text.empty() ||
+      (isdigit(static_cast<unsigned char>(text[0])) == 0 && text[0] != '-')) {
     return false;
   }
   char* end;
@@ -191,7 +191,7 @@ std::string Printable(const std::string& text, std::string_view keep) {
 
 std::string Lower(std::string text) {
   for (char& c : text) {
-    c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
   }
   return text;
 }

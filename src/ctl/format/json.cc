@@ -40,7 +40,7 @@ size_t CharacterAt(const std::string& text, size_t at) {
 
 void AppendUnicode(unsigned character, std::string* out) {
   char text[8];
-  std::snprintf(text, sizeof text, "\\u%04x", character);
+  snprintf(text, sizeof text, "\\u%04x", character);
   *out += text;
 }
 
@@ -123,7 +123,7 @@ std::string JsonArray(const std::vector<std::string>& elements) {
 std::string ToJson(kx_object* obj, const std::vector<JsonMember>& more) {
   const kx_objdef* type = kx_obj_info(obj);
   if (type == nullptr) return "null";
-  if (std::strcmp(type->name, "obj-list") == 0) {
+  if (strcmp(type->name, "obj-list") == 0) {
     std::vector<std::string> elements;
     for (kx_object* element : kx::Elements(obj)) {
       elements.push_back(ToJson(element));

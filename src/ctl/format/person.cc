@@ -56,7 +56,7 @@ const Combined* FindCombined(const std::string& name) {
 
 const db_field* FindStored(const char* name) {
   for (const db_field* f = pb_per_fields; f->name[0] != '\0'; ++f) {
-    if (std::strcmp(f->name, name) == 0) return f;
+    if (strcmp(f->name, name) == 0) return f;
   }
   return nullptr;
 }
@@ -142,7 +142,7 @@ std::string PersonText(kx_object* person, const std::string& name) {
 std::string AliasKey(const std::string& alias) {
   std::string key = alias.substr(0, kAliasLength);
   for (char& c : key) {
-    c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    c = static_cast<char>(toupper(static_cast<unsigned char>(c)));
   }
   return key;
 }
@@ -151,7 +151,7 @@ void MakeAlias(kx_object* person, const std::string& text,
                std::set<std::string>* used) {
   std::string base;
   for (const char c : text) {
-    if (std::isalnum(static_cast<unsigned char>(c)) != 0 && base.size() < 12) {
+    if (isalnum(static_cast<unsigned char>(c)) != 0 && base.size() < 12) {
       base += c;
     }
   }

@@ -274,7 +274,7 @@ std::string VcardOf(kx_object* person, const std::string& version) {
   for (const char* field : kOwnFields) {
     std::string property = kOwn + std::string(field);
     for (char& c : property) {
-      c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+      c = static_cast<char>(toupper(static_cast<unsigned char>(c)));
     }
     add(property, kx::TextOrEmpty(person, field));
   }

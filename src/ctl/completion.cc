@@ -1,6 +1,6 @@
 // completion bash, zsh, fish: scripts made of the table of verbs.
 #include <algorithm>
-#include <cstring>
+#include <iterator>
 #include <set>
 
 #include "ctl/app/app.h"
@@ -11,7 +11,14 @@
 namespace client {
 namespace {
 
-constexpr const char* kShells[] = {"bash", "zsh", "fish"};
+std::string Bash();
+std::string Zsh();
+std::string Fish();
+
+constexpr struct {
+  const char* name;
+  std::string (*script)();
+} kShells[] = {{"bash", Bash}, {"zsh", Zsh}, {"fish", Fish}};
 
 // All proper beginnings of verbs' names, the empty one included.
 std::set<std::string> Beginnings() {
@@ -48,7 +55,7 @@ std::string ArgWords(ArgKind kind) {
   if (kind == ArgKind::kListKind) {
     for (const char* name : ListKinds()) words.push_back(name);
   } else if (kind == ArgKind::kShell) {
-    for (const char* name : kShells) words.push_back(name);
+    for (const auto& shell : kShells) words.push_back(shell.name);
   } else if (kind == ArgKind::kVerb) {
     words = Verbs().NextWords("");
   }
@@ -58,16 +65,12 @@ std::string ArgWords(ArgKind kind) {
 // The options with a value, as patterns of a case statement.
 std::string ValuePatterns(bool with_choices) {
   std::set<std::string> patterns;
-  const auto add = [&](const OptionRow& row) {
-    if (row.value == nullptr || (row.choices != nullptr) != with_choices) {
-      return;
+  for (const OptionRow* row : Verbs().Options()) {
+    if (row->value == nullptr || (row->choices != nullptr) != with_choices) {
+      continue;
     }
-    patterns.insert(std::string("--") + row.name);
-    if (row.letter != 0) patterns.insert(std::string("-") + row.letter);
-  };
-  for (const OptionRow& row : Verbs().options) add(row);
-  for (const VerbRow& verb : Verbs().verbs) {
-    for (const OptionRow& row : verb.options) add(row);
+    patterns.insert(std::string("--") + row->name);
+    if (row->letter != 0) patterns.insert(std::string("-") + row->letter);
   }
   std::string text;
   for (const std::string& p : patterns) text += (text.empty() ? "" : "|") + p;
@@ -77,14 +80,10 @@ std::string ValuePatterns(bool with_choices) {
 // Lines of a case statement, one for each option with choices.
 std::string ChoiceCases() {
   std::set<std::string> lines;
-  const auto add = [&](const OptionRow& row) {
-    if (row.choices == nullptr) return;
-    lines.insert(std::string("    --") + row.name + ") words=\"" + row.choices +
-                 "\" ;;\n");
-  };
-  for (const OptionRow& row : Verbs().options) add(row);
-  for (const VerbRow& verb : Verbs().verbs) {
-    for (const OptionRow& row : verb.options) add(row);
+  for (const OptionRow* row : Verbs().Options()) {
+    if (row->choices == nullptr) continue;
+    lines.insert(std::string("    --") + row->name + ") words=\"" +
+                 row->choices + "\" ;;\n");
   }
   std::string text;
   for (const std::string& line : lines) text += line;
@@ -231,15 +230,15 @@ std::string Fish() {
 }  // namespace
 
 void RunCompletion(App& app) {
-  std::string script;
-  if (app.arg(0) == "bash") script = Bash();
-  if (app.arg(0) == "zsh") script = Zsh();
-  if (app.arg(0) == "fish") script = Fish();
-  if (script.empty()) {
-    return app.Fail(
-        krt_usage, "",
-        "unknown shell \"" + app.arg(0) + "\"; one of: bash zsh fish");
+  const auto shell =
+      std::find_if(std::begin(kShells), std::end(kShells),
+                   [&](const auto& row) { return app.arg(0) == row.name; });
+  if (shell == std::end(kShells)) {
+    return app.Fail(krt_usage, "",
+                    "unknown shell \"" + app.arg(0) +
+                        "\"; one of: " + ArgWords(ArgKind::kShell));
   }
+  const std::string script = shell->script();
   if (app.out().options().form == Form::kJson) {
     return app.out().Result({{"type", JsonString("completion")},
                              {"shell", JsonString(app.arg(0))},

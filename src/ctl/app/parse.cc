@@ -78,15 +78,9 @@ class Parser {
     return {};
   }
 
-  // The options that may stand here: before the verb is known, those of all.
+  // The options that may stand here: before the verb is known, any verb's.
   std::vector<const OptionRow*> Allowed() const {
-    std::vector<const OptionRow*> rows;
-    for (const OptionRow& row : table_.options) rows.push_back(&row);
-    for (const VerbRow& verb : table_.verbs) {
-      if (line_->verb != nullptr && &verb != line_->verb) continue;
-      for (const OptionRow& row : verb.options) rows.push_back(&row);
-    }
-    return rows;
+    return table_.Options(line_->verb);
   }
 
   Status TakeLong(const std::string& text) {
@@ -161,12 +155,12 @@ class Parser {
       }
     }
     const int count = static_cast<int>(line_->args.size());
-    if (count >= verb.min_args && count <= verb.max_args) return {};
-    if (count < verb.min_args) {
+    if (count >= verb.count.least && count <= verb.count.most) return {};
+    if (count < verb.count.least) {
       return {krt_usage, name + ": needs " + verb.args};
     }
     return {krt_usage, name + ": unexpected argument \"" +
-                           line_->args[static_cast<size_t>(verb.max_args)] +
+                           line_->args[static_cast<size_t>(verb.count.most)] +
                            "\""};
   }
 
@@ -178,9 +172,10 @@ class Parser {
   }
 
   bool Takes(const VerbRow& verb, const std::string& option) const {
-    const auto named = [&](const OptionRow& row) { return option == row.name; };
-    return std::any_of(table_.options.begin(), table_.options.end(), named) ||
-           std::any_of(verb.options.begin(), verb.options.end(), named);
+    const std::vector<const OptionRow*> rows = table_.Options(&verb);
+    return std::any_of(rows.begin(), rows.end(), [&](const OptionRow* row) {
+      return option == row->name;
+    });
   }
 
   const VerbTable& table_;

@@ -12,6 +12,16 @@ const VerbRow* VerbTable::Find(const std::string& name) const {
   return row == verbs.end() ? nullptr : &*row;
 }
 
+std::vector<const OptionRow*> VerbTable::Options(const VerbRow* verb) const {
+  std::vector<const OptionRow*> rows;
+  for (const OptionRow& row : options) rows.push_back(&row);
+  for (const VerbRow& one : verbs) {
+    if (verb != nullptr && &one != verb) continue;
+    for (const OptionRow& row : one.options) rows.push_back(&row);
+  }
+  return rows;
+}
+
 std::vector<std::string> VerbTable::NextWords(const std::string& words) const {
   const size_t skip = words.empty() ? 0 : words.size() + 1;
   std::vector<std::string> next;

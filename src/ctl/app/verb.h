@@ -13,18 +13,17 @@ namespace client {
 class App;
 
 struct OptionRow {
-  const char* name;     // without the dashes
-  char letter;          // 0: none
-  const char* value;    // what its value is called in the help; null: none
-  const char* help;     // one line
-  const char* choices;  // the values to choose from, by blanks; null: free
-  bool repeats;
+  const char* name;               // without the dashes
+  char letter = 0;                // 0: none
+  const char* value = nullptr;    // what the help calls its value; null: none
+  const char* help;               // one line
+  const char* choices = nullptr;  // the values, by blanks; null: any
+  bool repeats = false;  // each time adds a value; else the last counts
 };
 
 // What arguments are, for the completions.
 enum class ArgKind {
-  kNone,
-  kFree,
+  kFree,  // nothing that a shell could know
   kFile,
   kListKind,
   kShell,
@@ -33,16 +32,20 @@ enum class ArgKind {
 
 constexpr int kAnyNumber = INT_MAX;
 
+struct ArgCount {
+  int least = 0;
+  int most = 0;
+};
+
 struct VerbRow {
-  const char* name;  // one to three words
-  const char* args;  // as the help shows them
-  const char* help;  // one line
-  int min_args;
-  int max_args;
-  ArgKind kind;
-  std::span<const OptionRow> options;
-  bool many;         // its results are a list, also when there is one
-  bool passes_rest;  // everything from the first argument on is one
+  const char* name;       // one to three words
+  const char* args = "";  // as the help shows them
+  const char* help;       // one line
+  ArgCount count = {};
+  ArgKind kind = ArgKind::kFree;
+  std::span<const OptionRow> options = {};  // beside those that all verbs take
+  bool many = false;         // its results are a list, also when there is one
+  bool passes_rest = false;  // everything from the first argument on is one
   void (*run)(App& app);
 };
 
@@ -52,6 +55,9 @@ struct VerbTable {
 
   // The row of a verb, or null.
   const VerbRow* Find(const std::string& name) const;
+  // The options that may stand with a verb, those of all verbs first; null:
+  // with any verb, one that several take as often.
+  std::vector<const OptionRow*> Options(const VerbRow* verb = nullptr) const;
   // The next words of verbs' names after these first ones ("": none yet), in
   // table order: "list", "get" and so on after "fax".
   std::vector<std::string> NextWords(const std::string& words) const;

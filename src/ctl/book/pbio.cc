@@ -120,22 +120,27 @@ void ImportPersons(App& app, const std::string& text) {
   ReportImport(app, file.rows.size(), count);
 }
 
-// Sends a command of the group import; a duplicate is as good as done. 1: done,
-// 0: was there, -1: failed, which has been reported.
-int SendEntry(App& app, int pbcmd, const std::string& subject,
-              kx::Object entry) {
+enum class Sent {
+  kDone,
+  kWasThere,
+  kFailed,  // which has been reported
+};
+
+// Sends a command of the group import; a duplicate is as good as done.
+Sent SendEntry(App& app, int pbcmd, const std::string& subject,
+               kx::Object entry) {
   kx::Object pbcom = BookCommand(app, pbcmd);
   kx::SetChild(pbcom.get(), "objptr", std::move(entry));
   kx::Object cmd = app.link().Command("cmd-pbcmd", std::move(pbcom));
   kx::Object answer;
   Status s = app.link().Call(cmd.get(), nullptr, &answer);
-  if (s.ok()) return 1;
+  if (s.ok()) return Sent::kDone;
   if (answer != nullptr &&
       kx::Number(answer.get(), "result") == kx_err_duplicate) {
-    return 0;
+    return Sent::kWasThere;
   }
   app.Fail(subject, s);
-  return -1;
+  return Sent::kFailed;
 }
 
 // One row of a group file: the group if it is new, and the membership if it
@@ -158,11 +163,15 @@ void ImportGroupRow(App& app, const CsvRow& row, ImportCount* count) {
     ++count->added;
     return;
   }
-  int done = SendEntry(app, kx_pbc_grpadd, where, std::move(group));
-  if (done >= 0 && !cell(2).empty()) {
-    done = SendEntry(app, kx_pbc_memadd, where, std::move(member));
+  // A row counts for its membership where it has one: the group is repeated in
+  // the row of each of its members.
+  Sent sent = SendEntry(app, kx_pbc_grpadd, where, std::move(group));
+  if (sent != Sent::kFailed && !cell(2).empty()) {
+    sent = SendEntry(app, kx_pbc_memadd, where, std::move(member));
   }
-  ++(done == 1 ? count->added : done == 0 ? count->skipped : count->rejected);
+  ++(sent == Sent::kDone       ? count->added
+     : sent == Sent::kWasThere ? count->skipped
+                               : count->rejected);
 }
 
 void ImportGroups(App& app, const std::string& text) {

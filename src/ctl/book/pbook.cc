@@ -41,17 +41,22 @@ kx::Object Ask(App& app, kx::Object pbcom) {
   return answer;
 }
 
-// What an answer of Ask says of an alias: 1: it is there, 0: it is not, -1:
-// the command failed, which has been reported.
-int IsThere(App& app, const std::string& alias, kx_object* answer) {
-  if (answer == nullptr) return -1;
+enum class Found {
+  kYes,
+  kNo,
+  kFailed,  // the command failed, which has been reported
+};
+
+// What an answer of Ask says of an alias.
+Found IsThere(App& app, const std::string& alias, kx_object* answer) {
+  if (answer == nullptr) return Found::kFailed;
   switch (kx::Number(answer, "result")) {
     case kx_err_person:
     case kx_err_group:
     case kx_err_no_book:
-      return 0;
+      return Found::kNo;
     default:
-      return app.Accepted("@" + alias, answer) ? 1 : -1;
+      return app.Accepted("@" + alias, answer) ? Found::kYes : Found::kFailed;
   }
 }
 
@@ -87,27 +92,30 @@ bool AddDestination(App& app, kx_object* person, kx::ListBuilder* list) {
   return list->Append(std::move(dest));
 }
 
-// Looks an alias up in one book. 1: found, 0: not there, -1: failed, which has
-// been reported. A group's members without a number do not hold the others.
-int LookUpIn(App& app, int kind, const std::string& alias,
-             kx::ListBuilder* list) {
+// Looks an alias up in one book, as a person's and then as a group's. A group's
+// members without a number do not hold the others.
+Found LookUpIn(App& app, int kind, const std::string& alias,
+               kx::ListBuilder* list) {
   kx::Object pbcom = AliasCommand(app, kx_pbc_perget, kind, alias);
-  if (pbcom == nullptr) return -1;
+  if (pbcom == nullptr) return Found::kFailed;
   kx::Object answer = Ask(app, std::move(pbcom));
-  int found = IsThere(app, alias, answer.get());
-  if (found == 1) return AddDestination(app, ContentOf(answer), list) ? 1 : -1;
-  if (found == -1) return -1;
+  Found found = IsThere(app, alias, answer.get());
+  if (found == Found::kFailed) return found;
+  if (found == Found::kYes) {
+    const bool added = AddDestination(app, ContentOf(answer), list);
+    return added ? Found::kYes : Found::kFailed;
+  }
   pbcom = BookCommand(app, kx_pbc_lstmbg);
   kx::SetEnum(pbcom.get(), "pbtype", kind);
   kx::SetText(pbcom.get(), "pbkey", alias.c_str());
   kx::SetEnum(pbcom.get(), "rcmd", kx_pbc_first);
   answer = Ask(app, std::move(pbcom));
   found = IsThere(app, alias, answer.get());
-  if (found != 1) return found;
+  if (found != Found::kYes) return found;
   for (kx_object* person : kx::Elements(ContentOf(answer))) {
     AddDestination(app, person, list);
   }
-  return ContentOf(answer) != nullptr ? 1 : 0;
+  return ContentOf(answer) != nullptr ? Found::kYes : Found::kNo;
 }
 
 }  // namespace
@@ -186,12 +194,14 @@ void ShowEntries(App& app, kx::Object pbcom, long max) {
 bool LookUpDestinations(App& app, const std::string& alias,
                         kx::ListBuilder* list) {
   const bool either = !app.Has("book");
-  int found = LookUpIn(app, KindOf(app), alias, list);
-  if (found == 0 && either) found = LookUpIn(app, kx_pbt_sys, alias, list);
-  if (found == 0) {
+  Found found = LookUpIn(app, KindOf(app), alias, list);
+  if (found == Found::kNo && either) {
+    found = LookUpIn(app, kx_pbt_sys, alias, list);
+  }
+  if (found == Found::kNo) {
     app.Fail(krt_refused, "@" + alias, "not in the phone book");
   }
-  return found == 1;
+  return found == Found::kYes;
 }
 
 }  // namespace client

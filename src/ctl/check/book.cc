@@ -14,7 +14,9 @@ void NoteFirst(void* first, const char* line) {
   if (text->empty()) *text = line;
 }
 
-// Of what a repair tells, only the records that it had to leave out.
+// Of what a repair tells, only the records that it had to leave out. The report
+// is lines for people, that an index was damaged among them, and says no other
+// way which of them is a loss.
 void NoteLoss(void* first, const char* line) {
   if (strstr(line, "left out") != nullptr) NoteFirst(first, line);
 }
@@ -66,13 +68,13 @@ void CheckBooks(Findings* findings) {
   const char* root = findings->root();
   pb_setup(nullptr, root, nullptr);
   CheckBook(findings, kx_pbt_sys, root, "phone book of the system");
-  int good = 0;
+  bool any = false;
   for (const std::string& user : NamesIn(cm_get_faxq_dir(root))) {
     pb_setup(user.c_str(), root, nullptr);
     const std::string dir = cm_get_opts_dir(root, user.c_str());
-    good += CheckBook(findings, kx_pbt_usr, dir, "phone book of " + user);
+    any |= CheckBook(findings, kx_pbt_usr, dir, "phone book of " + user);
   }
-  if (good == 0) findings->Ok("no phone books of users");
+  if (!any) findings->Ok("no phone books of users");
 }
 
 }  // namespace client

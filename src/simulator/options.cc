@@ -14,16 +14,27 @@ namespace {
 struct VerbRow {
   Verb verb;
   const char* name;
-  size_t least, most;  // arguments after the verb
-  const char* arguments;
+  size_t arguments;  // after the verb; the first is the root, a second a user
+  const char* usage;
   const char* help;
 };
 
 constexpr VerbRow kVerbs[] = {
-    {Verb::kInit, "init", 1, 1, "ROOT", "lay out a fax server's root"},
-    {Verb::kRun, "run", 1, 1, "ROOT", "play the fax server until told to stop"},
-    {Verb::kReceive, "receive", 2, 2, "ROOT USER",
-     "put a received fax into a user's queue"},
+    {.verb = Verb::kInit,
+     .name = "init",
+     .arguments = 1,
+     .usage = "ROOT",
+     .help = "lay out a fax server's root"},
+    {.verb = Verb::kRun,
+     .name = "run",
+     .arguments = 1,
+     .usage = "ROOT",
+     .help = "play the fax server until told to stop"},
+    {.verb = Verb::kReceive,
+     .name = "receive",
+     .arguments = 2,
+     .usage = "ROOT USER",
+     .help = "put a received fax into a user's queue"},
 };
 
 constexpr double kMaxSeconds = 24 * 3600;
@@ -59,10 +70,10 @@ bool AddUser(Options& options, const char* name) {
 
 struct OptionRow {
   const char* name;
-  char letter;        // of the short form, or 0
-  const char* value;  // its name in the help; null: takes none
-  const char* wants;  // what the value has to be
-  const char* verbs;  // that it is for; "" for all
+  char letter;                  // of the short form
+  const char* value = nullptr;  // its name in the help; null: takes none
+  const char* wants = "";       // what the value has to be
+  const char* verbs = "";       // that it is for; "" for all
   const char* help;
   bool (*apply)(Options& options, const char* value);
 };
@@ -70,49 +81,93 @@ struct OptionRow {
 constexpr char kSeconds[] = "a number of seconds, at most a day";
 constexpr char kCount[] = "a number from 1 to 999";
 
+// Help and version end the search for a verb.
+template <Verb verb>
+bool Ask(Options& options, const char*) {
+  options.verb = verb;
+  return true;
+}
+
 constexpr OptionRow kOptions[] = {
-    {"--user", 'u', "NAME", "a user name of at most 15 characters", "init",
-     "a user of the fax server; the caller without any", AddUser},
-    {"--outcome", 'o', "RULE", "[DIGITS=]OUTCOME[,OUTCOME]...", "run",
-     "how attempts at numbers ending in DIGITS end, one after the other",
-     [](Options& o, const char* v) { return o.course.outcomes.Add(v); }},
-    {"--attempts", 'a', "N", kCount, "run",
-     "give a request up after N attempts; its own number by default",
-     [](Options& o, const char* v) {
-       return ReadCount(v, &o.course.most_attempts);
-     }},
-    {"--delay", 'd', "S", kSeconds, "run", "an attempt takes S seconds (2)",
-     [](Options& o, const char* v) {
-       return ReadSeconds(v, &o.course.sending_ms);
-     }},
-    {"--retry", 'r', "S", kSeconds, "run", "S seconds between two attempts (3)",
-     [](Options& o, const char* v) {
-       return ReadSeconds(v, &o.course.pause_ms);
-     }},
-    {"--pages", 'p', "N", kCount, "run receive",
-     "every fax has N pages; by default as many as its files",
-     [](Options& o, const char* v) { return ReadCount(v, &o.pages); }},
-    {"--spool", 's', "DIR", "a directory", "run",
-     "the directory that the daemon watches (ROOT/krtnet/filspool)",
-     [](Options& o, const char* v) {
-       o.spool = v;
-       return *v != '\0';
-     }},
-    {"--exit-when-idle", 'e', nullptr, "", "run",
-     "stop when the last of at least one request is over",
-     [](Options& o, const char*) { return o.exit_when_idle = true; }},
-    {"--quiet", 'q', nullptr, "", "", "print faults only",
-     [](Options& o, const char*) { return o.quiet = true; }},
-    {"--help", 'h', nullptr, "", "", "print this text",
-     [](Options& o, const char*) {
-       o.verb = Verb::kHelp;
-       return true;
-     }},
-    {"--version", 'V', nullptr, "", "", "print the version",
-     [](Options& o, const char*) {
-       o.verb = Verb::kVersion;
-       return true;
-     }},
+    {.name = "--user",
+     .letter = 'u',
+     .value = "NAME",
+     .wants = "a user name of at most 15 characters",
+     .verbs = "init",
+     .help = "a user of the fax server; the caller without any",
+     .apply = AddUser},
+    {.name = "--outcome",
+     .letter = 'o',
+     .value = "RULE",
+     .wants = "[DIGITS=]OUTCOME[,OUTCOME]...",
+     .verbs = "run",
+     .help = "how attempts at numbers ending in DIGITS end, one after the "
+             "other",
+     .apply = [](Options& o,
+                 const char* v) { return o.course.outcomes.Add(v); }},
+    {.name = "--attempts",
+     .letter = 'a',
+     .value = "N",
+     .wants = kCount,
+     .verbs = "run",
+     .help = "give a request up after N attempts; its own number by default",
+     .apply =
+         [](Options& o, const char* v) {
+           return ReadCount(v, &o.course.most_attempts);
+         }},
+    {.name = "--delay",
+     .letter = 'd',
+     .value = "S",
+     .wants = kSeconds,
+     .verbs = "run",
+     .help = "an attempt takes S seconds (2)",
+     .apply =
+         [](Options& o, const char* v) {
+           return ReadSeconds(v, &o.course.sending_ms);
+         }},
+    {.name = "--retry",
+     .letter = 'r',
+     .value = "S",
+     .wants = kSeconds,
+     .verbs = "run",
+     .help = "S seconds between two attempts (3)",
+     .apply = [](Options& o,
+                 const char* v) { return ReadSeconds(v, &o.course.pause_ms); }},
+    {.name = "--pages",
+     .letter = 'p',
+     .value = "N",
+     .wants = kCount,
+     .verbs = "run receive",
+     .help = "every fax has N pages; by default as many as its files",
+     .apply = [](Options& o, const char* v) { return ReadCount(v, &o.pages); }},
+    {.name = "--spool",
+     .letter = 's',
+     .value = "DIR",
+     .wants = "a directory",
+     .verbs = "run",
+     .help = "the directory that the daemon watches (ROOT/krtnet/filspool)",
+     .apply =
+         [](Options& o, const char* v) {
+           o.spool = v;
+           return *v != '\0';
+         }},
+    {.name = "--exit-when-idle",
+     .letter = 'e',
+     .verbs = "run",
+     .help = "stop when the last of at least one request is over",
+     .apply = [](Options& o, const char*) { return o.exit_when_idle = true; }},
+    {.name = "--quiet",
+     .letter = 'q',
+     .help = "print faults only",
+     .apply = [](Options& o, const char*) { return o.quiet = true; }},
+    {.name = "--help",
+     .letter = 'h',
+     .help = "print this text",
+     .apply = Ask<Verb::kHelp>},
+    {.name = "--version",
+     .letter = 'V',
+     .help = "print the version",
+     .apply = Ask<Verb::kVersion>},
 };
 
 // The row of an argument such as "--delay", "--delay=2" or "-d"; `value` is set
@@ -162,7 +217,8 @@ class Parser {
         return fault;
       }
     }
-    // Help and version are answered whatever else is there.
+    // Help and version are answered whatever else is there, also without a
+    // verb.
     if (options_.verb != Verb::kNone) return "";
     return TakeArguments();
   }
@@ -188,15 +244,16 @@ class Parser {
     if (arguments_.empty()) return "what shall it do?";
     const VerbRow* verb = FindVerb(arguments_[0]);
     if (verb == nullptr) return "unknown verb " + arguments_[0];
+    // Only now: an option may stand before its verb.
     for (const OptionRow* option : used_) {
       if (!Serves(*option, *verb)) {
         return std::string(verb->name) + " has no option " + option->name;
       }
     }
     const size_t given = arguments_.size() - 1;
-    if (given < verb->least || given > verb->most || arguments_[1].empty()) {
+    if (given != verb->arguments || arguments_[1].empty()) {
       return std::string("the arguments of ") + verb->name + " are " +
-             verb->arguments;
+             verb->usage;
     }
     options_.verb = verb->verb;
     options_.root = arguments_[1];
@@ -234,8 +291,7 @@ std::string HelpText() {
       "queueing side and its session daemons.\n\n"
       "usage: krtsim VERB ARGUMENTS [OPTIONS]\n\n";
   for (const VerbRow& verb : kVerbs) {
-    const std::string usage =
-        std::string("  ") + verb.name + " " + verb.arguments;
+    const std::string usage = std::string("  ") + verb.name + " " + verb.usage;
     text += Padded(usage, kHelpColumn) + verb.help + "\n";
   }
   text += "\nOptions:\n";

@@ -1,4 +1,10 @@
 // The command line of krtsim.
+//
+// - It is read here and not by krtctl's parser (ctl/app), which stands above
+// the
+//   client library: krtsim is no client, it plays what clients talk to. Nor is
+//   there much to share: three verbs of one word, whose options go straight
+//   into the struct that the verbs read.
 #ifndef SIMULATOR_OPTIONS_H_
 #define SIMULATOR_OPTIONS_H_
 

@@ -2,6 +2,7 @@
 
 #include <new>
 
+#include "link/diagnosis.h"
 #include "link/link.h"
 #include "util/kutguard.h"
 #include "util/kutstr.h"

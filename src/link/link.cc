@@ -1,13 +1,10 @@
 #include "link/link.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
-#include <cstring>
 
-#include "kx/kxobj.h"
 #include "link/daemons.h"
-#include "util/kuterr.h"
+#include "link/diagnosis.h"
 #include "util/kuttime.h"
 
 namespace client {
@@ -32,48 +29,6 @@ int TimeoutOf(int given) {
 }
 
 }  // namespace
-
-int StatusOfResult(kx_object* answer) {
-  const int result = kx::Number(answer, "result");
-  // What does not exist is no trouble of the system's.
-  const char* missing = Kut_strerror(ENOENT);
-  if (result == kx_err_system &&
-      strstr(kx::TextOrEmpty(answer, "errmsg"), missing) != nullptr) {
-    return krt_refused;
-  }
-  switch (result) {
-    case kx_err_none:
-      return krt_ok;
-    case kx_err_memory:
-    case kx_err_pb_memory:
-    case kx_err_system:
-      return krt_system;
-    case kx_err_user:
-      return krt_no_user;
-    case kx_err_permission:
-      return krt_no_permission;
-    case kx_err_no_scheduler:
-      return krt_unavailable;
-    default:
-      return krt_refused;
-  }
-}
-
-Status Refusal(kx_object* answer) {
-  const int result = kx::Number(answer, "result");
-  if (result == 0) return {};
-  const std::string said = kx::TextOrEmpty(answer, "errmsg");
-  // The texts of 2 and 3 are the far side's, not this process's.
-  std::string text = result == kx_err_server   ? "Server error"
-                     : result == kx_err_system ? "System error"
-                                               : Kfx_Errmsg(result);
-  const std::string tail = ": " + text;
-  const bool repeats =
-      said.size() > tail.size() &&
-      said.compare(said.size() - tail.size(), tail.size(), tail) == 0;
-  if (!said.empty() && !repeats) text = said;
-  return {krt_refused, text + " (" + std::to_string(result) + ")"};
-}
 
 Status Link::Open(const krt_options& options, const char* defaults_file) {
   timeout_ = TimeoutOf(options.timeout);

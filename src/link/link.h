@@ -29,7 +29,7 @@ class Link {
   void Identify(kx_object* cmd);
 
   // Sends and waits. A refusal is krt_refused, with the answer; its text is
-  // Refusal()'s.
+  // Refusal()'s (link/diagnosis.h).
   Status Call(kx_object* cmd, const char* unpack_dir, kx::Object* answer);
   // The two halves, for callers with several commands under way. Name comes
   // first and gives session and reference.
@@ -67,12 +67,6 @@ class Link {
   int timeout_ = kDefaultTimeout;
   int cancel_fd_ = -1;
 };
-
-// What a response with a "result" other than 0 says, "<text> (<number>)"; the
-// text is the number's own where the response only puts words before it.
-Status Refusal(kx_object* answer);
-// The krt_status for a response's "result".
-int StatusOfResult(kx_object* answer);
 
 }  // namespace client
 

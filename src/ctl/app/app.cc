@@ -19,6 +19,7 @@
 #include "faxserver/fsshm.h"
 #include "faxserver/fsuser.h"
 #include "kx/kxobj.h"
+#include "link/diagnosis.h"
 #include "util/kuttime.h"
 
 namespace client {
@@ -312,7 +313,7 @@ void App::ReportRefusal(const std::string& subject, kx_object* answer) {
              !fx_is_sched_running(root().c_str())) {
     code = krt_unavailable;
     text += "; the scheduler is not running: krtctl state";
-  } else if (strstr(kx::TextOrEmpty(answer, "errmsg"), " fifo: ") != nullptr) {
+  } else if (IsOfTheQueueingSide(answer)) {
     code = krt_unavailable;
     text += "; the queueing side is not running: krtctl check";
   }

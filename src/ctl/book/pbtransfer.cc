@@ -12,6 +12,7 @@
 #include "ctl/format/format.h"
 #include "ctl/format/person.h"
 #include "ctl/format/vcard.h"
+#include "link/diagnosis.h"
 #include "util/kuttime.h"
 
 namespace client {

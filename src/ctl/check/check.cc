@@ -1,18 +1,13 @@
 #include "ctl/check/check.h"
 
-#include <sys/statvfs.h>
 #include <unistd.h>
 
-#include "cm/cmkrt.h"
+#include <algorithm>
+#include <filesystem>
+
 #include "cm/cmpaths.h"
-#include "ctl/format/format.h"
 
 namespace client {
-namespace {
-
-constexpr unsigned long long kLittleSpace = 100'000'000;
-
-}  // namespace
 
 void Findings::Show(const char* state, Paint paint, const std::string& what,
                     const std::string& fix) {
@@ -47,29 +42,14 @@ bool Findings::Repairs(const std::string& question) {
   return question.empty() || app_.Confirm(question);
 }
 
-void CheckSystemUser(Findings* findings) {
-  const std::string user = cm_get_krt_uname();
-  const std::string group = cm_get_krt_gname();
-  cm_get_krt_gid() >= 0
-      ? findings->Ok("group " + group)
-      : findings->Fail("no group " + group, "groupadd --system " + group);
-  cm_get_krt_uid() >= 0
-      ? findings->Ok("user " + user)
-      : findings->Fail("no user " + user,
-                       "useradd --system --gid " + group + " " + user);
-}
-
-void CheckSpace(Findings* findings) {
-  struct statvfs fs;
-  const std::string& spool = findings->place().spool;
-  if (statvfs(spool.c_str(), &fs) != 0) return;
-  const unsigned long long left =
-      static_cast<unsigned long long>(fs.f_bavail) * fs.f_frsize;
-  const std::string what = Bytes(left) + " free at " + spool;
-  if (left == 0 || (fs.f_files > 0 && fs.f_favail == 0)) {
-    return findings->Fail(what, "make room");
+std::vector<std::string> NamesIn(const std::string& dir) {
+  std::vector<std::string> names;
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(dir, error)) {
+    names.push_back(entry.path().filename());
   }
-  left < kLittleSpace ? findings->Warn(what, "make room") : findings->Ok(what);
+  std::sort(names.begin(), names.end());
+  return names;
 }
 
 void RunCheck(App& app) {

@@ -36,30 +36,32 @@ class Findings {
 // What `check` does.
 void RunCheck(App& app);
 
-// What the daemon needs to start: its directories, and nobody in them who
-// should not be; the fax system's user and group; room on the disk.
-void CheckTree(Findings* findings);
-// Whose word commands in the spool directory have, by who can write there; and
-// the system's protections against what users can do in such a directory.
-void CheckTrust(Findings* findings);
-void CheckProtections(Findings* findings);
-void CheckSystemUser(Findings* findings);
-void CheckSpace(Findings* findings);
-// Who runs, and listens.
-void CheckDaemon(Findings* findings);
-void CheckScheduler(Findings* findings);
-void CheckFifos(Findings* findings);
 // The names in a directory, sorted; none when it cannot be read.
 std::vector<std::string> NamesIn(const std::string& dir);
 
-// What lies about.
-
+// tree.cc: the directories that the daemon needs to start, and nobody in them
+// who should not be.
+void CheckTree(Findings* findings);
+// trust.cc: whose word commands in the spool directory have, by who can write
+// there.
+void CheckTrust(Findings* findings);
+// machine.cc: the system's protections against what users can do in such a
+// directory, the fax system's user and group, room on the disk.
+void CheckProtections(Findings* findings);
+void CheckSystemUser(Findings* findings);
+void CheckSpace(Findings* findings);
+// running.cc: who runs, and listens.
+void CheckDaemon(Findings* findings);
+void CheckScheduler(Findings* findings);
+void CheckFifos(Findings* findings);
+// leftovers.cc: what lies about.
+void CheckSpoolFiles(Findings* findings);
+void CheckSlots(Findings* findings);
 // Whether a command that process `pid` claimed `since` seconds ago was left
 // behind: its process is gone, or it has had its time (a daemon that could not
 // fork lives on, and a process id comes again).
 bool IsAbandonedClaim(long pid, time_t since);
-void CheckSpoolFiles(Findings* findings);
-void CheckSlots(Findings* findings);
+// book.cc: whether the phone books' indexes say what their records say.
 void CheckBooks(Findings* findings);
 
 }  // namespace client

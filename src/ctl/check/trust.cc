@@ -1,18 +1,14 @@
-// What the spool directory makes of those who put commands there, and what of
-// the system's protects it.
+// What the spool directory makes of those who put commands there.
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <climits>
 #include <cstdlib>
-#include <cstring>
 #include <vector>
 
 #include "cm/cmkrt.h"
 #include "cm/cmpaths.h"
-#include "ctl/app/files.h"
 #include "ctl/check/check.h"
 #include "link/daemons.h"
 #include "util/kutfile.h"
@@ -138,22 +134,6 @@ void CheckAllAbove(Findings* findings) {
   }
 }
 
-// One of the system's protections of directories that several can write.
-void CheckProtection(Findings* findings, const char* name, bool needed) {
-  std::string value;
-  const std::string path = std::string("/proc/sys/fs/") + name;
-  if (access(path.c_str(), R_OK) != 0 || !ReadWhole(path, &value).ok()) return;
-  const std::string setting = std::string("fs.") + name;
-  const std::string fix = "sysctl -w " + setting + "=1";
-  if (atoi(value.c_str()) > 0) return findings->Ok(setting + " is on");
-  if (needed) {
-    return findings->Warn(
-        setting + " is off: users can give others' files a name of their own",
-        fix);
-  }
-  findings->Ok(setting + " is off; safer: " + fix);
-}
-
 }  // namespace
 
 void CheckTrust(Findings* findings) {
@@ -181,14 +161,6 @@ void CheckTrust(Findings* findings) {
       break;
   }
   CheckAllAbove(findings);
-}
-
-void CheckProtections(Findings* findings) {
-  CheckProtection(findings, "protected_hardlinks", true);
-  for (const char* name :
-       {"protected_symlinks", "protected_fifos", "protected_regular"}) {
-    CheckProtection(findings, name, false);
-  }
 }
 
 }  // namespace client

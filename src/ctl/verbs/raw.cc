@@ -6,6 +6,7 @@
 #include "ctl/app/files.h"
 #include "ctl/app/staging.h"
 #include "ctl/verbs/actions.h"
+#include "link/diagnosis.h"
 #include "util/kutident.h"
 
 namespace client {

@@ -107,6 +107,8 @@ std::string SharedFunctions() {
       ValuePatterns(false) + "|" + ValuePatterns(true) +
       ") skip=1; continue ;;\n      -*) continue ;;\n    esac\n"
       "    case \"$verb\" in\n      ";
+  // The words typed so far become the verb only while they begin one's name, so
+  // that arguments are not taken for its words.
   std::string beginnings = "''";
   for (const std::string& words : Beginnings()) {
     if (!words.empty()) beginnings += "|'" + words + "'";
@@ -154,6 +156,8 @@ std::string Bash() {
          "complete -F _krtctl krtctl\n";
 }
 
+// An array of zsh's is called `words` as well: what it holds is saved before
+// the shared function's result of that name.
 std::string Zsh() {
   return "#compdef krtctl\n" + SharedFunctions() +
          "_krtctl() {\n"

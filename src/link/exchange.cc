@@ -102,6 +102,7 @@ Status Exchange::Send(kx_object* cmd, const std::string& name) {
   if (text.empty()) {
     return {krt_internal, std::string("command: ") + Kfx_Errmsg(Kfx_Errno())};
   }
+  // Before the command is there: its answer may come at once.
   Watch();
   const std::string base = place_.spool + "/" + name;
   const std::string temporary = base + ".new";
@@ -129,6 +130,7 @@ void Exchange::Watch() {
 
 // Waits until something may have changed; false when the caller gives up.
 bool Exchange::Sleep(const WaitFor& wait, long longest) {
+  // Told of changes, there is no need to look often.
   if (inotify_.valid()) longest = kSlowLook;
   if (wait.deadline >= 0) {
     longest = std::min(longest, std::max(0L, wait.deadline - Kut_now_ms()));
@@ -137,6 +139,8 @@ bool Exchange::Sleep(const WaitFor& wait, long longest) {
   const int ready = poll(fds, 2, static_cast<int>(longest));
   if (ready > 0 && fds[0].revents != 0) return false;
   if (ready > 0 && fds[1].revents != 0) {
+    // What happened does not matter, as all names are looked at again. Left
+    // unread, it would end every further wait at once.
     alignas(inotify_event) char events[4096];
     while (read(inotify_.get(), events, sizeof events) > 0) {
     }
@@ -150,6 +154,8 @@ Status Exchange::WaitAny(const std::vector<std::string>& names,
   Watch();
   long look = kFirstLook;
   for (;;) {
+    // Asked before the look: what comes until then is still in time, and after
+    // the deadline there is one last look.
     const bool late = wait.deadline >= 0 && Kut_now_ms() >= wait.deadline;
     ignored_.clear();
     for (size_t i = 0; i < names.size(); ++i) {
@@ -184,6 +190,8 @@ Status Exchange::OpenResponse(const std::string& path, UniqueFd* fd) {
   struct stat st;
   fd->reset(Kut_open_regular(AT_FDCWD, path.c_str(), O_NOFOLLOW, &st));
   const int error = errno;
+  // What is no regular file, or may not be opened, is looked at by its name:
+  // whose it is says whether it stands in the answer's place by right.
   if (!fd->valid() && (error == ENOENT || lstat(path.c_str(), &st) != 0)) {
     return none;
   }
@@ -204,6 +212,8 @@ Status Exchange::Take(const std::string& name, const char* unpack_dir,
   const std::string path = place_.spool + "/" + name + ".rsp";
   UniqueFd fd;
   if (Status s = OpenResponse(path, &fd); !s.ok()) return s;
+  // Read by the descriptor that was looked at, so that nothing else can be in
+  // its place by now.
   const std::unique_ptr<FILE, int (*)(FILE*)> file(fdopen(fd.get(), "r"),
                                                    fclose);
   if (file == nullptr) return SystemFailure(krt_system, path);

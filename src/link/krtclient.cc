@@ -52,6 +52,7 @@ Status Finish(krt_client* client, Status status, kx::Object object,
 int krt_open(const krt_options* options, krt_client** client) {
   const krt_options defaults = {nullptr, nullptr, nullptr, -1, 0};
   *client = new (std::nothrow) krt_client;
+  // Until more is known: what fails before there is a client has no other text.
   Kut_strcpyz(g_open_error, kNoMemory, sizeof g_open_error);
   if (*client == nullptr) return krt_system;
   const int code = Guarded(*client, [&] {
@@ -71,6 +72,7 @@ const char* krt_open_error() { return g_open_error; }
 void krt_close(krt_client* client) { delete client; }
 
 kx_object* krt_command(const char* cmdtype, kx_object* argument) {
+  // Owned from here on, so that it is freed whatever fails.
   kx::Object owned(argument);
   kx::Object cmd = kx::Build("obj-cmdrsp");
   if (cmd == nullptr || cmdtype == nullptr || *cmdtype == '\0' ||

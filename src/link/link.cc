@@ -40,6 +40,8 @@ Status Link::Open(const krt_options& options, const char* defaults_file) {
       !s.ok()) {
     return s;
   }
+  // The number is reserved with the first command: who only collects takes none
+  // from the others.
   exchange_.Attach(place_);
   return FindIdentity(options.user, &identity_);
 }
@@ -74,6 +76,8 @@ Status Link::Name(kx_object* cmd, std::string* name) {
 }
 
 Status Link::Send(kx_object* cmd, const std::string& name) {
+  // A register without a daemon is certain: nobody would ever look. One whose
+  // daemons are dead is not, since it may name another host's; WaitAny decides.
   if (FindDaemon(place_.root) == DaemonState::kNone) {
     return {krt_unavailable, kStartDaemon};
   }
@@ -99,6 +103,8 @@ Status Link::WaitAny(const std::vector<std::string>& names,
     s = exchange_.WaitAny(names, wait, which, answer);
   }
   if (s.code != krt_timed_out && s.code != krt_interrupted) return s;
+  // Time is over or the user interrupts. Nothing may be carried out later that
+  // is reported as failed, so each command is taken back before a word is said.
   Status gave_up = GiveUp(names, s, left);
   // Of several, others have been withdrawn: the wait is over.
   if (gave_up.code != krt_unknown || names.size() > 1) return gave_up;
@@ -120,6 +126,8 @@ std::string Link::Ignored() const {
 Status Link::GiveUp(const std::vector<std::string>& names, const Status& why,
                     std::vector<std::string>* left) {
   std::string taken;
+  // All of them, also after the first that the daemon has: the others are still
+  // to be had back.
   for (const std::string& name : names) {
     if (exchange_.Withdraw(name).ok()) continue;
     if (left != nullptr) left->push_back(name);
@@ -144,6 +152,8 @@ Status Link::Collect(const std::string& name, const char* unpack_dir,
   size_t which;
   const WaitFor wait{After(timeout_), cancel_fd_, unpack_dir};
   Status s = exchange_.WaitAny({name}, wait, &which, answer);
+  // The client that gave up left its number's file, which counts references,
+  // for as long as this answer was to come.
   if (s.ok()) RetireSlots(place_, SlotOfName(name, '-'));
   if (s.code != krt_timed_out) return s;
   if (exchange_.Waiting(name)) s.text = "the daemon has not taken it yet";

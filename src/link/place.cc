@@ -34,6 +34,7 @@ bool IsDirectory(const std::string& path) {
 std::string RootOfDefaults(const char* path) {
   std::ifstream file(path);
   std::string found;
+  // The service reads it as assignments, and a shell may source it as well.
   for (std::string line; std::getline(file, line);) {
     size_t at = line.find_first_not_of(" \t");
     if (at == line.npos) continue;
@@ -134,6 +135,7 @@ bool MayActForOthers() {
 
 Status FindIdentity(const char* user, Identity* identity) {
   identity->host = HostName();
+  // The real uid: a program with the set-user-id bit speaks for its caller.
   const char* login = Kut_get_usrname();
   identity->user = login != nullptr ? login : "";
   if (Given(user) && identity->user != user) {

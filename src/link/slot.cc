@@ -24,6 +24,7 @@ constexpr mode_t kMode = 0660;
 
 // What is root's others do not write into.
 mode_t Mode() { return geteuid() == 0 ? 0600 : kMode; }
+
 // A session number has 32 bits, signed; what is left above the four digits.
 constexpr unsigned kNonces = 214000;
 
@@ -163,12 +164,15 @@ Status Slot::Reserve(const Place& place) {
 Status Slot::ReserveUsual(const Place& place) {
   const std::string& sessions = place.sessions;
   UsedSlots used;
+  // From anywhere on: clients that start together do not try each other's
+  // numbers one after the other.
   const unsigned start = Random();
   int error = 0;
   for (unsigned i = 0; i < kSlots; ++i) {
     const int number = static_cast<int>((start + i) % kSlots);
     if (used.test(static_cast<size_t>(number))) continue;
     if (!TryLock(sessions + "/" + FileName(number), O_CREAT, &error)) {
+      // Where nothing can be made, 10,000 attempts tell no more than one.
       if (i == 0 && error != 0 && access(sessions.c_str(), W_OK) != 0) break;
       continue;
     }
@@ -181,6 +185,7 @@ Status Slot::ReserveUsual(const Place& place) {
       Hold(number);
       return {};
     }
+    // A file that counts references stays: its number's answers may still come.
     Release(last_ == 0);
   }
   if (error != 0) {
@@ -222,6 +227,8 @@ bool Slot::TryReserve(const Place& place, const std::string& file) {
 }
 
 Status Slot::NextReference(int* reference) {
+  // On the disk before it is used: who takes the number after a crash goes on
+  // from here.
   last_ = last_ % kMaxReference + 1;
   char text[16];
   const int length = snprintf(text, sizeof text, "%-3d\n", last_);
@@ -242,12 +249,15 @@ void RetireSlot(const Place& place, const std::string& file) {
   Slot slot;
   UsedSlots used;
   const int number = SlotOfFile(file);
+  // Under its lock, or a client could be starting with it.
   if (number < 0 || !slot.TryReserve(place, file)) return;
   slot.Release(ReadSpool(place, &used) &&
                !used.test(static_cast<size_t>(number)));
 }
 
 void RetireSlots(const Place& place, int number) {
+  // First all names, then the removals: a directory that changes while it is
+  // read may leave some out.
   std::vector<std::string> files;
   ForEachNumber(place.sessions, '.', [&](int, const char* name, size_t found) {
     if (found == static_cast<size_t>(number)) files.emplace_back(name);

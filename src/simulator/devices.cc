@@ -25,6 +25,7 @@ Devices::Devices(const std::string& root) : root_(root) {
   while (stream != nullptr &&
          fread(bytes.data(), bytes.size(), 1, stream.get()) == 1) {
     const fx_dstat_record record = fx_decode_dstat(bytes);
+    // The number is a record's place in the status segment.
     if (record.devno < 0 || record.devno >= kMaxDevices ||
         record.enabled == 0) {
       continue;
@@ -81,6 +82,7 @@ size_t Devices::IndexOf(int device) const {
 }
 
 std::vector<std::string> Devices::Serving(const std::string& queue) const {
+  // Read anew for each request: classes are changed while this runs.
   const kx::Object queues(fx_rd_qstat(root_.c_str()));
   for (kx_object* known : kx::Elements(queues.get())) {
     if (queue != kx::TextOrEmpty(known, "qname")) continue;

@@ -34,6 +34,7 @@ int PagesOfFile(const std::string& path) {
   fx_faxhdr header;
   const ssize_t got =
       Kut_read_full(fd.get(), header.bytes, sizeof header.bytes);
+  // A text or a picture: how many pages it makes, only a converter could say.
   if (got != sizeof header.bytes || !fx_fix_faxhdr(&header)) return 1;
   return std::max<int>(fx_faxhdr_pages(&header), 1);
 }
@@ -84,6 +85,7 @@ int CountPages(kx_object* env, std::string* bad) {
       *bad = path;
       return -1;
     }
+    // The log and the header count in 16 bits.
     total = std::min(total + pages, SHRT_MAX);
   }
   return std::max(total, 1);

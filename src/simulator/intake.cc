@@ -124,9 +124,13 @@ Intake::Intake(const std::string& root, const std::string& spool, int pages,
     : root_(root), spool_(spool), pages_(pages), scheduler_(scheduler) {}
 
 void Intake::Take(const std::string& name) {
+  // The name came through a fifo that many can write: it leads nowhere else, by
+  // neither a path nor a link.
   const std::string dir = cm_get_queued_dir(root_.c_str());
   const cm_path path = cm_join_plain(dir.c_str(), name.c_str());
   const fx_stream stream = fx_open_stream(path.text, fx_links::kRefuse);
+  // Taken as a forgotten one, or taken back by the daemon, which gave up
+  // waiting for a reader.
   if (stream == nullptr && errno == ENOENT) {
     Say("command %s: not there any more", Printable(name).c_str());
     return;
@@ -152,8 +156,11 @@ void Intake::Take(const std::string& name) {
     LeaveMessage(root_, kx::TextOrEmpty(cmd.get(), "clientid"), name + ".msg",
                  "Your fax was not queued: " + refusal.text + "\n");
   }
+  // Only now: until the requests are on the disk and the client knows, the
+  // saved command is all that there is of the fax.
   Kut_delete_file(path.text);
   for (Request& request : requests) {
+    // The scheduler first: the request's program may ask for it at once.
     const long seqno = request.seqno();
     scheduler_->Add(std::move(request));
     const int status = fx_launch(seqno, root_.c_str());
@@ -185,6 +192,8 @@ Intake::Refusal Intake::Queue(kx_object* cmd,
     }
   }
   if (refusal.error == 0) return refusal;
+  // All of them or none: a client that sends again after a refusal would have
+  // some faxes arrive twice.
   for (const Request& request : *requests) Discard(root_, request);
   requests->clear();
   return refusal;
@@ -206,6 +215,7 @@ Intake::Refusal Intake::MakeRequests(kx_object* cmd,
     if (refusal.error != 0) return refusal;
   }
   if (requests->size() == 1) return {};
+  // Last: a command that is no good uses no group number up.
   const long group = fx_next_seqno(cm_get_gseqno_file(root_.c_str()));
   if (group < 0) return {kx_err_system, "Cannot take a group number"};
   int member = 0;

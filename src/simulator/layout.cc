@@ -112,6 +112,7 @@ class Placer {
            Owner owner) {
     const std::string path = Path(name);
     if (!Begin(path)) return;
+    // With its owner and mode before it has its name.
     FileReplacer file;
     const bool made =
         file.Open(path.c_str(), mode) == 0 &&
@@ -180,6 +181,7 @@ std::string LayUser(const std::string& root, const std::string& user) {
 
 // Whether a root may be laid out there; what is wrong is told.
 int CheckPlace(const std::string& root) {
+  // The longest path below the root, or a user could be laid out in part.
   if (cm_get_servmsg_file(root.c_str(), kLongestName)[0] == '\0') {
     Complain("the path %s is too long", root.c_str());
     return EX_DATAERR;

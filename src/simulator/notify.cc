@@ -61,6 +61,8 @@ void LeaveMessage(const std::string& root, const std::string& user,
              Kut_sys_errstr());
     return;
   }
+  // Once the message is there: the client looks when the event comes. That
+  // nobody listens is no fault.
   fx_efifo_send(root.c_str(), fx_encode_event(user.c_str(), kFxEventMessages));
 }
 

@@ -69,11 +69,13 @@ const Outcome& Outcomes::Of(std::string_view number, int attempt) const {
   const Rule* best = nullptr;
   for (const Rule& rule : rules_) {
     if (!digits.ends_with(rule.digits)) continue;
+    // ">=": the later of two alike, so that a script can add to what it was
+    // given.
     if (best == nullptr || rule.digits.size() >= best->digits.size()) {
       best = &rule;
     }
   }
-  if (best == nullptr) return kOutcomes[0];
+  if (best == nullptr) return kOutcomes[0];  // "ok"
   const size_t step = static_cast<size_t>(std::max(attempt, 1)) - 1;
   return *best->course[std::min(step, best->course.size() - 1)];
 }
@@ -89,6 +91,7 @@ std::string OutcomeWords() {
 
 int ResultAfter(const Outcome& last, int attempts, int most) {
   if (last.result == kCmAttemptNormal) return kCmRequestNormal;
+  // A request that is wrong in itself fails the same way each time.
   if (!last.worth_a_retry) return kCmRequestFailed;
   return attempts < most ? kCmRequestRescheduled : kCmRequestMaxAttempts;
 }

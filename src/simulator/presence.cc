@@ -17,6 +17,8 @@ constexpr const char* kNames[] = {kCmFileDaemon, kCmNetDaemon};
 
 bool RootLock::Take(const std::string& root) {
   dir_.reset(Kut_open(root.c_str(), O_RDONLY | O_DIRECTORY));
+  // The kernel gives it back however the process ends; a file with a process id
+  // would outlive a kill.
   return dir_.valid() && flock(dir_.get(), LOCK_EX | LOCK_NB) == 0;
 }
 
@@ -34,6 +36,7 @@ bool Registration::Enter(const std::string& root, std::string* reason) {
         std::string(name) + " runs already, process " + std::to_string(pid);
     return false;
   }
+  // Before the first entry: what is made of them until a failure is taken back.
   root_ = root;
   for (const char* name : kNames) {
     if (fx_add_daemon_list(root.c_str(), name, getpid()) == 0) continue;

@@ -40,6 +40,8 @@ bool WriteFax(int dirfd, const std::string& name, int pages) {
 
 std::string PutReceivedFax(const std::string& root, const std::string& user,
                            int pages) {
+  // The queue is the user's, who may put a link in its place: it is opened
+  // once, and all that follows is by its descriptor.
   DirReader queue;
   if (queue.Open(cm_get_user_dir(root.c_str(), user.c_str()), AT_FDCWD,
                  O_NOFOLLOW) != 0) {
@@ -65,6 +67,7 @@ int ReceiveFax(const Options& options) {
              Kut_sys_errstr());
     return EX_CANTCREAT;
   }
+  // Once the fax is there: clients look when the event comes.
   fx_efifo_send(options.root.c_str(),
                 fx_encode_event(user.c_str(), kFxEventFaxes));
   Say("received %s for %s, %d pages", name.c_str(), user.c_str(), pages);

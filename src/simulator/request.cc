@@ -50,13 +50,17 @@ bool SaveStatus(const std::string& root, const Request& request) {
          0;
 }
 
+// The status last: a client that sees one finds the request that it tells of.
 bool Save(const std::string& root, const Request& request) {
   return SaveFreq(root, request) && SaveStatus(root, request);
 }
 
 bool Retire(const std::string& root, const Request& request) {
   const long seqno = request.seqno();
+  // The fax first: after a kill between the two the request is found again; the
+  // other way round a fax would lie there that no request names.
   Kut_delete_file(fx_fax_file(root.c_str(), seqno));
+  // A copy: the next call has the same buffer.
   const std::string from = fx_freq_file(root.c_str(), seqno, 0);
   const char* to = fx_freq_file(root.c_str(), seqno, 1);
   if (Kut_rename_file(from.c_str(), to) == 0) return true;
@@ -81,6 +85,7 @@ std::vector<Request> LoadRequests(const std::string& root) {
       Say("request %ld: no user has its status; left alone", request.seqno());
       continue;
     }
+    // What the request file has no room for, the status remembers.
     kx::SetText(request.freq.get(), "clientid", request.client().c_str());
     kx::SetNumber(request.freq.get(), "numpgs",
                   kx::Number(request.status.get(), "numpgs"));

@@ -78,6 +78,8 @@ void Append(std::string* text, const Bytes& bytes) {
 std::span<const SampleFile> SampleFiles() { return kFiles; }
 std::span<const SampleFile> SampleUserFiles() { return kUserFiles; }
 
+// Records as the fax server has them, which its own reader could not tell from
+// real ones.
 std::string SampleQstat() {
   const int32_t since = static_cast<int32_t>(time(nullptr));
   constexpr int16_t kDevice = 0, kClass = 1;

@@ -84,6 +84,8 @@ void Scheduler::Add(Request request) {
 }
 
 void Scheduler::Insert(Request request) {
+  // From the time of day to the loop's clock, once: a clock that is set later
+  // delays nothing.
   const int wait = kx::Time(request.freq.get(), "sendtime") - Now();
   request.due = Kut_now_ms() + std::max(wait, 0) * 1000L;
   requests_.insert_or_assign(request.seqno(), std::move(request));
@@ -98,6 +100,8 @@ Scheduler::Entry Scheduler::Find(long seqno) {
 void Scheduler::Cancel(long seqno) {
   const Entry entry = Find(seqno);
   if (entry == requests_.end()) return;
+  // An attempt under way is ended and logged as every other; one that waits has
+  // none to log.
   if (entry->second.is_sending()) {
     EndAttempt(entry, kCancelledAtWork);
   } else {
@@ -114,6 +118,7 @@ void Scheduler::TryNow(long seqno) {
 }
 
 void Scheduler::Advance() {
+  // Ends before beginnings: they give back the devices that those want.
   const long now = Kut_now_ms();
   for (Entry next = requests_.begin(); next != requests_.end();) {
     const Entry entry = next++;  // it may be over after this
@@ -141,6 +146,7 @@ void Scheduler::BeginDue() {
   });
   for (const Entry entry : due) {
     Request& request = entry->second;
+    // Looked at when its turn comes: an attempt under way is not broken off.
     const int expiry = kx::Time(request.freq.get(), "exptime");
     if (expiry > 0 && expiry <= Now()) {
       Finish(entry, kCmRequestExpired);
@@ -156,6 +162,8 @@ void Scheduler::Begin(Request& request, int device) {
   kx_object* status = request.status.get();
   request.device = device;
   request.due = Kut_now_ms() + course_.sending_ms;
+  // The log wants the time of day; how long the attempt takes does not depend
+  // on whether somebody sets the clock.
   request.begun = time(nullptr);
   const int begun = static_cast<int>(request.begun);
   kx::SetTime(request.freq.get(), "atttime", begun);
@@ -206,6 +214,7 @@ void Scheduler::Finish(Entry entry, int result) {
         request, "end");
   Notify(root_, request, result);
   const long seqno = request.seqno();
+  // Ends the life of `request`.
   requests_.erase(entry);
   PublishJobs();
   Say("request %ld: over: %s", seqno, cm_result_to_desc(result));

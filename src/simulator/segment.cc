@@ -25,10 +25,12 @@ pid_t MakerOfSegment() {
 StatusSegment::~StatusSegment() {
   if (!made_) return;
   fx_shm_detach();
+  // Another's may have taken its place meanwhile; removing goes by the key.
   if (MakerOfSegment() == getpid()) fx_rm_stat_shm("");
 }
 
 bool StatusSegment::Make(int devices, std::string* reason) {
+  // Alive counts, not there: what a kill has left is nobody's.
   const bool taken = fx_is_sched_running("");
   fx_shm_detach();
   if (taken) {

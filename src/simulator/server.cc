@@ -122,6 +122,7 @@ int Server::Begin() {
     Complain("%s is no directory; krtsim init makes a root", dir.c_str());
     return EX_CONFIG;
   }
+  // Before anything is read or made: two would take each other's records.
   if (!lock_.Take(options_.root)) {
     if (errno != EWOULDBLOCK) {
       Complain("cannot open %s: %s", options_.root.c_str(), Kut_sys_errstr());
@@ -139,6 +140,8 @@ int Server::Begin() {
     Complain("%s", reason.c_str());
     return EX_UNAVAILABLE;
   }
+  // What an earlier run left goes on; commands that were saved while nobody
+  // read the fifo are found by a tick.
   scheduler_.devices().Announce();
   scheduler_.TakeUp();
   had_work_ = scheduler_.jobs() > 0;
@@ -227,6 +230,7 @@ int Server::Serve() {
       tick_ = Kut_now_ms() + kTickMs;
     }
     scheduler_.Advance();
+    // Who waits for our lines has gone, a script that was interrupted perhaps.
     if (OutputLost()) return EX_IOERR;
     if (g_stop != 0 || IsFinished()) break;
     Wait();
@@ -236,6 +240,8 @@ int Server::Serve() {
 }
 
 bool Server::IsFinished() const {
+  // A record may have come with the last answer, so a pass without any is
+  // waited for.
   return options_.exit_when_idle && had_work_ && quiet_fifos_ &&
          scheduler_.jobs() == 0;
 }
@@ -249,6 +255,8 @@ void Server::Wait() {
   for (size_t i = 0; i < kSources; ++i) {
     fds[i] = {sources_[i].fifo.fd(), POLLIN, 0};
   }
+  // Whatever ended it, the loop looks at everything: readiness, time or signal
+  // only say that it is worth it.
   ppoll(fds, kSources, &timeout, signals_.waiting());
 }
 

@@ -40,6 +40,8 @@ void OnSignal(int sig) {
   errno = saved;
 }
 
+// What the user says of colours counts most, then what he asks of all programs
+// (NO_COLOR), then what the terminal can.
 bool UseColor(const char* when, int fd) {
   if (when != nullptr && strcmp(when, "always") == 0) return true;
   if (when != nullptr && strcmp(when, "never") == 0) return false;
@@ -94,6 +96,8 @@ int App::Run(int argc, const char* const* argv) {
 
 void App::Start(int argc, const char* const* argv) {
   Status s = ParseCommandLine(verbs_, argc, argv, &line_);
+  // Also for a command line that is wrong: its fault is told as JSON where
+  // --json could be read.
   if (!ConfigureOutput()) return;
   if (!s.ok()) return Fail("", s);
   if (Has("version")) {
@@ -124,7 +128,10 @@ bool App::ConfigureOutput() {
 }
 
 int App::ExitStatus() {
+  // A signal that came when all was done has ended nothing.
   if (g_signal != 0 && worst_ != 0) return 128 + g_signal;
+  // The number is the library's alone. For a script an unknown outcome is no
+  // answer in time; the words and --json tell the difference.
   if (worst_ == krt_unknown) return krt_timed_out;
   return worst_;
 }
@@ -170,6 +177,8 @@ void App::Note(const std::string& text) {
 }
 
 bool App::Connect() {
+  // Once, also when it fails: verbs ask at each of their arguments, and one
+  // fault is told once.
   if (tried_) return connected_;
   tried_ = true;
   // Not before: who reads the input that a verb begins with is simply ended.
@@ -198,6 +207,7 @@ bool App::Set(const std::string& subject, kx_object* obj, const char* field,
               const std::string& given) {
   const kx_fielddef* row = kx_field(field, obj);
   std::string text = given;
+  // Only a name that there is: else the message names what the user typed.
   if (row->type == kx_typ_enum) {
     const std::string name = EnumName(field, given);
     if (Kfx_Str_To_Enum(name.c_str()) != -1) text = name;
@@ -237,6 +247,7 @@ kx::Object App::Query(const std::string& subject, const char* cmdtype,
 
 void App::Perform(const std::string& subject, const char* cmdtype,
                   kx::Object argument, const std::string& done) {
+  // The command takes the argument along and frees it.
   const kx::Object shown(Kfx_Copy_Obj(argument.get()));
   if (Call(subject, cmdtype, std::move(argument)) == nullptr) return;
   out_.Done(shown.get(), done);
@@ -255,6 +266,8 @@ kx::Object App::Transact(const std::string& subject, kx::Object cmd,
                          const char* unpack_dir) {
   std::string name = given_name != nullptr ? *given_name : "";
   Status s;
+  // A verb of many arguments ends here after Ctrl-C: the pipe ends waits alone,
+  // and what is sent would have to be taken back.
   if (interrupted()) s = {krt_interrupted, "interrupted, not sent"};
   if (s.ok() && name.empty()) s = link_.Name(cmd.get(), &name);
   const std::string file = link_.place().spool + "/" + name + ".cmd";
@@ -297,10 +310,13 @@ bool App::Accepted(const std::string& subject, kx_object* answer) {
 }
 
 void App::ReportRefusal(const std::string& subject, kx_object* answer) {
+  // The server says what failed. What the user can do about it shows on the
+  // machine only, so the likely reasons are looked at one by one.
   const int result = kx::Number(answer, "result");
   int code = StatusOfResult(answer);
   std::string text = Refusal(answer).text;
   const std::string user = kx::TextOrEmpty(answer, "clientid");
+  // Where the queues cannot be seen, nobody is a user, and that says nothing.
   if (IsOfUser(result) &&
       access(cm_get_faxq_dir(root().c_str()), R_OK | X_OK) == 0 &&
       !fx_is_valid_user(root().c_str(), user.c_str())) {
@@ -322,6 +338,7 @@ void App::ReportRefusal(const std::string& subject, kx_object* answer) {
 
 bool App::Confirm(const std::string& question) {
   if (Has("yes")) return true;
+  // Nobody is there to answer, and what stands in a script's input is no "yes".
   if (isatty(STDIN_FILENO) == 0) return false;
   std::cerr << Printable(question) << " [y/N] " << std::flush;
   std::string answer;

@@ -72,6 +72,8 @@ bool EditObject(App& app, const char* type, kx::Object* obj) {
     app.Fail("", s);
     return false;
   }
+  // In a folder of its own: editors put their copies beside a file, and
+  // settings are nobody else's to read.
   const std::string path = dir.path() + "/" + type;
   const std::string before = FormText(obj->get());
   Status s = WriteWhole(path, before);
@@ -86,8 +88,10 @@ bool EditObject(App& app, const char* type, kx::Object* obj) {
       app.Note("nothing changed");
       return false;
     }
+    // The form is the fields alone; what frames them is not the user's to edit.
     s = ParseObject(after + "objend=" + type + "\n", type, obj);
     if (s.ok()) return true;
+    // --yes would say yes for ever to an editor that cannot be talked to.
     if (isatty(STDIN_FILENO) == 0 || app.Has("yes") ||
         !app.Confirm(s.text + ". Edit again?")) {
       break;

@@ -72,6 +72,7 @@ class LineReader {
       if (!types_.empty()) types_.pop_back();
       return 0;
     }
+    // Words of the form itself are fields of every type.
     for (const char* word : kx_obj_kwrds) {
       if (strcmp(name, word) == 0) return 0;
     }
@@ -113,6 +114,7 @@ PrivateDir::~PrivateDir() {
 
 Status PrivateDir::Make(const std::string& parent) {
   std::string path = parent + "/krtctl-XXXXXX";
+  // Nobody else can enter it from the first moment on.
   if (mkdtemp(path.data()) == nullptr) {
     return SystemFailure(krt_cannot_create, parent);
   }
@@ -131,6 +133,7 @@ std::string TemporaryParent() {
 }
 
 Status CopyAll(int from, int to, const std::string& what) {
+  // From the beginning: the same source is copied once for each destination.
   if (lseek(from, 0, SEEK_SET) == 0 && Kut_copy_bytes(from, to) == 0) return {};
   return SystemFailure(krt_io, "copy of " + what);
 }
@@ -139,6 +142,7 @@ Status SpoolStream(int from, const std::string& dir, UniqueFd* file) {
   std::string path = dir + "/krtctl-XXXXXX";
   file->reset(mkostemp(path.data(), O_CLOEXEC));
   if (!file->valid()) return SystemFailure(krt_cannot_create, dir);
+  // Without a name nothing is left behind, whatever ends the process.
   unlink(path.c_str());
   if (Kut_copy_bytes(from, file->get()) == 0) return {};
   return SystemFailure(krt_io, "copy of standard input in " + dir);
@@ -157,6 +161,7 @@ Status ReadWhole(const std::string& path, std::string* content) {
   for (;;) {
     const ssize_t size = Kut_read_full(fd, block.data(), kBlock);
     if (size < 0) {
+      // A directory can be opened, and says what it is when it is read.
       return SystemFailure(errno == EISDIR ? krt_no_input : krt_io, path);
     }
     if (size == 0) return {};

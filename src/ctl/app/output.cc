@@ -226,6 +226,8 @@ void AppendDetails(kx_object* obj, const std::string& indent, bool terminal,
 }  // namespace
 
 void Output::Json(const std::string& value) {
+  // Each value goes out as it comes, so that the array opens with the first and
+  // is closed by Finish.
   if (options_.many) Raw(count_ == 0 ? "[" : ",\n ");
   Raw(value);
   if (!options_.many) Raw("\n");
@@ -269,6 +271,7 @@ void Output::Table(kx_object* list) {
       continue;
     }
     if (view == nullptr) view = FindView(Kfx_Object_Type(element));
+    // Of a type that has no table of its own.
     if (view == nullptr) return Details(list);
     rows.push_back(RowOf(element, *view, options_.terminal));
   }
@@ -304,9 +307,11 @@ void Output::Line(const std::string& line, const std::string& head) {
   if (human()) Raw(head + Printable(line, "\t") + "\n");
 }
 
+// With its newlines, which end the pairs: a value has none.
 void Output::Text(kx_object* obj) { Raw(Printable(TextForm(obj), "\n")); }
 
 void Output::Raw(const std::string& text) {
+  // The first error is kept: later ones follow from it.
   const bool good = fwrite(text.data(), 1, text.size(), stdout) == text.size();
   if (!good && error_ == 0) error_ = errno;
   written_ = true;

@@ -59,8 +59,10 @@ class Parser {
 
  private:
   Status TakeWord(const std::string& word) {
+    // A verb's name is up to three words: they are taken until they name one.
     if (line_->verb == nullptr) return TakeVerbWord(word);
     line_->args.push_back(word);
+    // What follows are another program's options.
     if (line_->verb->passes_rest) ended_ = true;
     return {};
   }
@@ -110,6 +112,7 @@ class Parser {
         if (Status s = Store(*found, nullptr); !s.ok()) return s;
         continue;
       }
+      // The rest of the word is the value: -uUSER.
       const std::string value = letters.substr(i + 1);
       return Store(*found, value.empty() ? nullptr : &value);
     }
@@ -143,6 +146,7 @@ class Parser {
            all.find(" " + value + " ") != all.npos;
   }
 
+  // Only when all is read: an option of the verb may stand before it.
   Status Check() const {
     if (line_->Has("help") || line_->Has("version")) return {};
     if (line_->verb == nullptr) return MissingVerb();

@@ -51,6 +51,7 @@ Status OpenSource(const std::string& path, Source* source) {
     if (!source->fd.valid()) return SystemFailure(krt_no_input, path);
     source->type = cm_filetype(path.c_str());
   }
+  // The open file is looked at, not the name, which may be another's by now.
   struct stat st;
   if (fstat(source->fd.get(), &st) != 0) return SystemFailure(krt_io, path);
   const std::string what = path == "-" ? "standard input" : path;
@@ -65,12 +66,15 @@ Staging::~Staging() {
 
 Status Staging::Create(const std::string& type, UniqueFd* fd,
                        std::string* path) {
+  // Exclusively, and through no link: in an open spool directory a stranger can
+  // guess the name.
   *path = base_ + std::to_string(++count_) + "." + type;
   if (dry_) return {};
   fd->reset(Kut_open(path->c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW,
                      kStagedMode));
   if (!fd->valid()) return SystemFailure(krt_cannot_create, *path);
   paths_.push_back(*path);
+  // Past the umask: a server that is not root comes to it by the group.
   if (fchmod(fd->get(), kStagedMode) != 0) return SystemFailure(krt_io, *path);
   return {};
 }

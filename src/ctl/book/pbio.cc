@@ -95,6 +95,7 @@ void ImportPersons(App& app, const std::string& text) {
   MakePersons(&file);
   ImportCount count;
   const std::string on_duplicate = app.ValueOr("on-duplicate", "reject");
+  // The whole book is asked only where an alias is to be made that nobody has.
   if (NeedsAliases(file)) {
     const std::string given = app.ValueOr("alias-from", "name");
     const char* from = FindPersonName(given);
@@ -106,6 +107,7 @@ void ImportPersons(App& app, const std::string& text) {
     if (!app.dry_run() && !ReadAliases(app, &used)) return;
     MakeAliases(&file, from, &used);
   }
+  // Before anything is sent: of rows sent side by side, either could be first.
   SettleRepeats(on_duplicate, &file, &count);
   if (app.dry_run()) {
     for (const ImportRow& row : file.rows) {
@@ -184,6 +186,7 @@ void ImportGroups(App& app, const std::string& text) {
   ImportCount count;
   for (size_t i = 1; i < rows.size(); ++i) {
     ImportGroupRow(app, rows[i], &count);
+    // Not a row's fault any more: each further one would fail like it.
     if (app.worst() >= krt_unavailable) return;
   }
   ReportImport(app, rows.size() - 1, count);
@@ -269,6 +272,7 @@ void RunPbExport(App& app) {
   const std::string path = app.args() > 0 ? app.arg(0) : "-";
   std::string text;
   int count = 0;
+  // A file has its own format, whatever form the results have.
   const bool json = path == "-" && app.out().options().form == Form::kJson;
   if (!(app.Has("groups") ? ExportGroups(app, json, &text, &count)
                           : ExportPersons(app, path, json, &text, &count))) {

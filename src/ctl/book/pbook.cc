@@ -105,6 +105,8 @@ Found LookUpIn(App& app, int kind, const std::string& alias,
     const bool added = AddDestination(app, ContentOf(answer), list);
     return added ? Found::kYes : Found::kFailed;
   }
+  // Persons and groups have one space of names in people's eyes, though not in
+  // the book: the person goes first.
   pbcom = BookCommand(app, kx_pbc_lstmbg);
   kx::SetEnum(pbcom.get(), "pbtype", kind);
   kx::SetText(pbcom.get(), "pbkey", alias.c_str());
@@ -169,6 +171,7 @@ bool ForEachEntry(App& app, kx::Object pbcom,
     }
     if (count < kPage) return true;
     offset += count;
+    // The answer's object has the cursors; its entries would only travel back.
     pbcom = std::move(book);
     kx::SetChild(pbcom.get(), "objptr", nullptr);
     kx::SetEnum(pbcom.get(), "rcmd", kx_pbc_next);
@@ -177,6 +180,8 @@ bool ForEachEntry(App& app, kx::Object pbcom,
 
 void ShowEntries(App& app, kx::Object pbcom, long max) {
   if (pbcom == nullptr) return;
+  // Only the first page's command can be shown: the next one depends on its
+  // answer.
   if (app.dry_run()) {
     kx::SetNumber(pbcom.get(), "pbmax", kPage);
     kx::SetEnum(pbcom.get(), "rcmd", kx_pbc_first);

@@ -18,7 +18,9 @@
 namespace client {
 namespace {
 
-constexpr size_t kWindow = 32;  // commands under way at once
+// Commands under way at once: the daemon carries some out side by side, and a
+// few more lie ready for it.
+constexpr size_t kWindow = 32;
 constexpr long kProgressAfterMs = 1000;
 
 // The names that --map gives to columns, by column in lower case.
@@ -202,6 +204,8 @@ class Sender {
     }
     const size_t total = queue_.size();
     for (;;) {
+      // An interrupt stops the sending here. It ends the wait below as well,
+      // which takes back what the daemon has not begun.
       if (app_.interrupted() || !Fill()) AbandonQueue();
       if (flying_.empty()) break;
       if (!Collect()) Abandon();
@@ -222,6 +226,7 @@ class Sender {
 
   bool Fill() {
     while (flying_.size() < kWindow && !queue_.empty()) {
+      // The one before it decides whether this one is a duplicate.
       if (busy_.count(Key(queue_.front())) != 0) return true;
       Job job = queue_.front();
       if (!Send(&job)) return false;
@@ -234,6 +239,7 @@ class Sender {
 
   bool Send(Job* job) {
     kx::Object pbcom = BookCommand(app_, job->pbcmd);
+    // A copy: an update may have to send the person once more.
     kx::SetChild(pbcom.get(), "objptr",
                  kx::Object(Kfx_Copy_Obj(job->row->person.get())));
     kx::Object cmd = app_.link().Command("cmd-pbcmd", std::move(pbcom));
@@ -249,6 +255,7 @@ class Sender {
     size_t which = names.size();
     kx::Object answer;
     Status s = app_.link().WaitAny(names, nullptr, &which, &answer, &unknown_);
+    // Nobody's answer: the wait was given up, for all of them.
     if (which == names.size()) {
       app_.Fail("", s);
       return false;
@@ -267,6 +274,7 @@ class Sender {
     } else if (result == kx_err_duplicate && on_duplicate_ == "skip") {
       ++count_->skipped;
     } else if (result == kx_err_duplicate && on_duplicate_ == "update") {
+      // In front, before the file's later rows of the same alias.
       job.pbcmd = kx_pbc_perupd;
       queue_.push_front(job);
     } else {

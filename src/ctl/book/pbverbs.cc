@@ -76,6 +76,7 @@ bool GiveAlias(App& app, kx_object* person) {
       PersonText(person, "name") + kx::TextOrEmpty(person, "company");
   std::set<std::string> used;
   for (;;) {
+    // Each round asks for the next name: `used` has those that were taken.
     kx::SetText(person, "palias", nullptr);
     MakeAlias(person, from, &used);
     bool absent = false;
@@ -147,6 +148,7 @@ void RunPbAdd(App& app) {
 }
 
 void RunPbEdit(App& app) {
+  // Before anything is asked: a wrong field needs no daemon.
   kx::Object checked = kx::Build("obj-person");
   if (!SetPersonPairs(app, checked.get(), 1)) return;
   kx::Object person = FetchPerson(app, app.arg(0));
@@ -157,6 +159,7 @@ void RunPbEdit(App& app) {
   } else if (!EditObject(app, "obj-person", &person)) {
     return;
   }
+  // The server finds the person by it, and would change another's.
   if (AliasKey(kx::TextOrEmpty(person.get(), "palias")) !=
       AliasKey(kx::TextOrEmpty(before.get(), "palias"))) {
     return app.Fail(krt_bad_data, app.arg(0),

@@ -47,11 +47,14 @@ bool CheckBook(Findings* findings, int kind, const std::string& dir,
     const std::string path = dir + "/" + table + ".dat";
     std::string damage;
     if (pb_check(kind, table, NoteFirst, &damage) == 0) continue;
+    // Most users have none, which is no fault.
     if (pb_errno == kx_err_no_book) return false;
     if (pb_errno == kx_err_pb_system) {
       findings->Warn(path + ": " + strerror(errno), "look as its owner");
       return true;
     }
+    // Whatever else it says, the table cannot be trusted; the first damage
+    // found stands for all.
     const std::string what =
         path + ": " + (damage.empty() ? pb_errmsg(pb_errno) : damage);
     if (RepairTable(findings, kind, table, path, what)) continue;

@@ -53,6 +53,8 @@ std::vector<std::string> NamesIn(const std::string& dir) {
 }
 
 void RunCheck(App& app) {
+  // Not by Link, which gives up at the first thing that is missing: that is
+  // what is looked for here.
   Place place;
   ChooseRoot(app.line().Value("root"), kDefaultsFile, &place);
   place.spool = app.ValueOr("spool", cm_get_filspool_dir(place.root.c_str()));
@@ -63,6 +65,7 @@ void RunCheck(App& app) {
   CheckProtections(&findings);
   CheckSystemUser(&findings);
   CheckSpace(&findings);
+  // From the outside in: what follows needs a spool directory to look into.
   if (app.Has("offline") || access(place.spool.c_str(), F_OK) != 0) return;
   CheckDaemon(&findings);
   CheckScheduler(&findings);

@@ -23,6 +23,8 @@
 namespace client {
 namespace {
 
+// A command waits for a busy daemon, and an answer for its client; after an
+// hour neither is coming.
 constexpr time_t kOldAfter = 3600;      // seconds, for what is in the spool
 constexpr time_t kAbandonedAfter = 60;  // seconds; a claim is read at once
 
@@ -115,6 +117,7 @@ void CheckSpoolFiles(Findings* findings) {
   for (const std::string& name : NamesIn(findings->place().spool)) {
     const size_t dot = name.rfind('.');
     const std::string ext = dot == name.npos ? "" : name.substr(dot + 1);
+    // NAME.<pid> is a claim: the daemon's rename put the process there.
     if (IsNumber(ext)) {
       CheckClaim(findings, name, strtol(ext.c_str(), nullptr, 10));
     } else if (!ext.empty()) {
@@ -130,6 +133,7 @@ void CheckSlots(Findings* findings) {
   const FileIdentity owner = folder.Enter();
   for (const std::string& name : NamesIn(place.sessions)) {
     if (SlotOfFile(name) < 0) continue;
+    // Looking at one takes its lock for a moment, and gives it back.
     if (findings->Repairs()) {
       RetireSlot(place, name);
     } else {

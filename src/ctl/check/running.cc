@@ -37,6 +37,8 @@ void CheckRegister(Findings* findings) {
 }
 
 void CheckPing(Findings* findings) {
+  // The real thing, with an answer: a process that exists may hang, or watch
+  // another directory.
   App& app = findings->app();
   if (!app.Connect()) return;
   kx::Object cmd = app.link().Command("cmd-noop", nullptr);
@@ -68,6 +70,8 @@ void CheckFifo(Findings* findings, const std::string& path, bool needed,
   const std::string reopen = "/proc/self/fd/" + std::to_string(found.get());
   UniqueFd fd;
   if (found.valid()) error = 0;
+  // By what was looked at; without waiting, it fails with ENXIO where nobody
+  // reads.
   if (fifo) fd.reset(Kut_open(reopen.c_str(), O_WRONLY | O_NONBLOCK));
   if (fifo) error = errno;
   if (fd.valid()) return findings->Ok(path + " has a reader");
@@ -124,6 +128,7 @@ void CheckFifos(Findings* findings) {
   CheckFifo(findings, cm_get_fifo_file(root), true, "the fax scheduler");
   CheckFifo(findings, findings->place().spool + "/kfifo", true,
             "the queueing side");
+  // Session daemons are optional: nobody is missed who never registered.
   if (IsRegistered(root, kCmFileDaemon)) {
     CheckFifo(findings, std::string(cm_get_filspool_dir(root)) + "/efifo",
               false, kCmFileDaemon);

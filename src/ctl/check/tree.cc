@@ -44,6 +44,7 @@ std::string Chmod(const cm_tree_entry& entry, const std::string& path) {
 bool SettleDir(int fd, const cm_tree_entry& entry) {
   struct stat st;
   if (fstat(fd, &st) != 0) return false;
+  // Between making and opening, its place was the folder's owner's.
   if (st.st_uid != geteuid()) {
     errno = EPERM;  // another one by now
     return false;
@@ -72,6 +73,7 @@ bool MakeDir(const std::string& root, const std::string& path,
     const size_t slash = std::min(rest.find('/'), rest.size());
     const std::string name = rest.substr(0, slash);
     rest.erase(0, slash + 1);
+    // Nobody enters it before it has its owner.
     const bool made = mkdirat(dir.get(), name.c_str(), 0700) == 0;
     if (!made && errno != EEXIST) return false;
     dir.reset(
@@ -101,6 +103,8 @@ void CheckMissing(Findings* findings, const std::string& path,
 // Whether nobody can write there but those who should; else it is told.
 bool CheckWriters(Findings* findings, const std::string& path,
                   const cm_tree_entry& entry, const struct stat& st) {
+  // One finding a directory, the worst first: its fix may settle the others. A
+  // spool directory with the sticky bit is open to all on purpose.
   const bool for_group = IsShared(entry);
   const bool sticky = (st.st_mode & S_ISVTX) != 0;
   if ((st.st_mode & S_IWOTH) != 0 && !(for_group && sticky)) {
@@ -158,6 +162,8 @@ void CheckDir(Findings* findings, const std::string& path,
   }
   if (!CheckWriters(findings, path, entry, st)) return;
   if (IsShared(entry) && !CheckGroup(findings, path, st)) return;
+  // Whether this user gets in, whatever mode and owner say: there are access
+  // control lists, and groups that a session does not have yet.
   if (path == findings->place().spool &&
       access(path.c_str(), W_OK | X_OK) != 0) {
     return findings->Fail(path + ": " + strerror(errno),

@@ -125,6 +125,7 @@ void CheckAbove(Findings* findings, const std::string& path) {
 
 // The tree's own directories are looked at elsewhere.
 void CheckAllAbove(Findings* findings) {
+  // Without links: who can write where the path really goes can exchange it.
   char resolved[PATH_MAX];
   if (realpath(findings->place().spool.c_str(), resolved) == nullptr) return;
   const std::string krtnet = cm_get_krtnet_dir(findings->root());

@@ -43,6 +43,7 @@ class Parser {
     const size_t end = std::min(text_.find_first_of(",\n", at_), text_.size());
     *cell = text_.substr(at_, end - at_);
     at_ = end;
+    // A CR belongs to the line's end, and to the text anywhere else.
     const bool last = at_ == text_.size() || text_[at_] == '\n';
     if (last && !cell->empty() && cell->back() == '\r') cell->pop_back();
     if (cell->find('"') == cell->npos) return {};
@@ -90,6 +91,7 @@ std::string Cell(const std::string& text) {
   const bool plain =
       text.find_first_of(",\"\r\n") == text.npos &&
       text.compare(0, 3, kByteOrderMark) != 0 &&
+      // Some programs take blanks at the ends away where there are no quotes.
       (text.empty() || (text.front() != ' ' && text.back() != ' '));
   if (plain) return text;
   std::string quoted = "\"";

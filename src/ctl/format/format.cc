@@ -50,6 +50,8 @@ bool ParseClock(const std::string& text, time_t now, time_t* t) {
   }
   parts.tm_isdst = -1;
   *t = mktime(&parts);
+  // Tomorrow by the calendar, not by 24 hours: those differ when the clock is
+  // changed.
   if (*t <= now) {
     ++parts.tm_mday;
     parts.tm_isdst = -1;
@@ -97,6 +99,7 @@ std::string UtcTime(time_t t) {
 }
 
 std::string Span(long long seconds) {
+  // A file of another machine may be from the future.
   if (seconds < 0) seconds = 0;
   if (seconds < 60) return std::to_string(seconds) + "s";
   if (seconds < 3600) return std::to_string(seconds / 60) + "m";
@@ -141,6 +144,7 @@ bool ParseNumber(const std::string& text, long lowest, long highest,
       (isdigit(static_cast<unsigned char>(text[0])) == 0 && text[0] != '-')) {
     return false;
   }
+  // strtol skips blanks and takes a "+", which were refused above.
   char* end;
   errno = 0;
   *number = strtol(text.c_str(), &end, 10);
@@ -177,6 +181,7 @@ std::string Printable(const std::string& text, std::string_view keep) {
   char escaped[kKutEscapeSize];
   for (size_t at = 0; at < text.size();) {
     const size_t taken = Kut_escape_char(text.c_str() + at, escaped);
+    // A NUL, where a C text would end.
     if (taken == 0) {
       shown += "\\x00";
     } else if (keep.find(text[at]) != keep.npos) {

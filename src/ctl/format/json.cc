@@ -63,6 +63,7 @@ std::string FieldValue(kx_object* obj, const kx_fielddef& field) {
     kx_object* child = kx::Child(obj, field.name);
     return child == nullptr ? "" : ToJson(child);
   }
+  // What is unset has no text, and no member.
   const char* text = kx::Text(obj, field.name);
   if (text == nullptr) return "";
   switch (field.type) {

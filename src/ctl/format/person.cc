@@ -13,7 +13,7 @@
 namespace client {
 namespace {
 
-constexpr size_t kRecordSize = 704;
+constexpr size_t kRecordSize = 704;  // bytes of a person's record
 constexpr size_t kAliasLength = 15;
 
 // A name for several stored fields.
@@ -70,6 +70,8 @@ Status SetOne(kx_object* person, const char* field, const std::string& text) {
 
 Status SetCombined(kx_object* person, const Combined& combined,
                    const std::string& text) {
+  // By way of a record as the book stores it, for which the conversions are
+  // made: so client and server split a number in the same way.
   char record[kRecordSize] = "";
   if (combined.to_record(text.c_str(), record) != 0) {
     return {krt_bad_data, std::string(combined.name) + ": \"" +
@@ -159,6 +161,7 @@ void MakeAlias(kx_object* person, const std::string& text,
   std::string alias = base;
   for (int n = 2; !used->insert(AliasKey(alias)).second; ++n) {
     const std::string number = std::to_string(n);
+    // The number is what tells them apart: the name makes room for it.
     alias = base.substr(0, kAliasLength - number.size()) + number;
   }
   kx::SetText(person, "palias", alias.c_str());

@@ -69,6 +69,7 @@ bool ParseProperty(const std::pair<int, std::string>& line,
   property->line = line.first;
   property->name = head.substr(0, semicolon);
   property->params = head.substr(semicolon);
+  // "item1.TEL" is TEL: a group only says which properties belong together.
   const size_t dot = property->name.rfind('.');
   if (dot != head.npos) property->name.erase(0, dot + 1);
   property->value = text.substr(colon + 1);
@@ -171,6 +172,7 @@ class CardBuilder {
       if (p.params.find(phone.type) == p.params.npos) continue;
       return AddFirst(phone.name, PhoneText(p));
     }
+    // Of any other kind, "home" or none: somebody answers it.
     AddFirst("voice", PhoneText(p));
   }
 
@@ -252,6 +254,7 @@ Status ParseVcards(const std::string& text, std::vector<Card>* cards) {
 
 std::string VcardOf(kx_object* person, const std::string& version) {
   std::string name = PersonText(person, "name");
+  // A card must have FN.
   if (name.empty()) name = kx::TextOrEmpty(person, "company");
   if (name.empty()) name = kx::TextOrEmpty(person, "palias");
   std::string card = "BEGIN:VCARD\r\nVERSION:" + version + "\r\n";

@@ -63,6 +63,7 @@ void Put(App& app, const Source& source, const std::string& name) {
   kx::Object info = FaxInfo(app, name);
   if (info == nullptr) return;
   kx::Object shown(Kfx_Copy_Obj(info.get()));
+  // The name comes before the argument, since the copy's name is made of it.
   kx::Object cmd = app.link().Command("cmd-imgstore", nullptr);
   std::string exchange;
   if (Status s = app.link().Name(cmd.get(), &exchange); !s.ok()) {
@@ -76,6 +77,8 @@ void Put(App& app, const Source& source, const std::string& name) {
   kx::SetChild(cmd.get(), "objptr", std::move(request));
   const kx::Object answer = app.Deliver(name, std::move(cmd), &exchange);
   const int code = app.last_code();
+  // Under way without an answer, by --no-wait or by an end of the wait: the
+  // daemon may come for the copy yet.
   if (answer == nullptr && (code == krt_ok || code == krt_unknown)) {
     staging.Keep();
   }
@@ -95,6 +98,8 @@ void RunFaxGet(App& app) {
   }
   kx::Object info = FaxInfo(app, name);
   if (info == nullptr) return;
+  // Asked before the fax is fetched. That nothing is there now is a promise:
+  // what appears meanwhile is not replaced.
   struct stat st;
   const bool replaces = target != "-" && lstat(target.c_str(), &st) == 0;
   if (replaces && !app.dry_run() &&
@@ -102,6 +107,8 @@ void RunFaxGet(App& app) {
     return app.Fail(krt_cannot_create, name,
                     target + " exists; --yes replaces it");
   }
+  // The answer is unpacked beside nobody's files, and what came is taken from
+  // there by its descriptor.
   PrivateDir dir;
   if (!app.dry_run()) {
     if (Status s = dir.Make(TemporaryParent()); !s.ok()) {
@@ -122,6 +129,8 @@ void RunFaxGet(App& app) {
   if (!s.ok()) return app.Fail(name, s);
   if (target == "-") return;
   kx_object* file = kx::Child(answer.get(), "objptr");
+  // The result names where it is now; a path too long for the field is left
+  // out.
   kx::SetText(file, "pathname", target.size() < 256 ? target.c_str() : nullptr);
   app.out().Done(file, name + " -> " + target);
 }

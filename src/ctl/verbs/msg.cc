@@ -29,6 +29,7 @@ void ShowLines(App& app, const std::string& name, kx_object* message) {
 }  // namespace
 
 void ShowMessageList(App& app, const char* listtype) {
+  // The server narrows the list: it looks at the time of each file anyway.
   kx::Object request = kx::Build("obj-reqlst");
   kx::SetText(request.get(), "listtype", listtype);
   if (const char* text = app.line().Value("since"); text != nullptr) {

@@ -96,6 +96,8 @@ bool FillExtern(App& app, kx_object* request) {
 
 // May the command be sent under the name in it?
 bool MaySend(App& app, kx_object* cmd) {
+  // The daemon decides by the file's owner in any case. Here it is said in
+  // words that name the field.
   const char* client = kx::Text(cmd, "clientid");
   if (client == nullptr || app.identity().user == client || MayActForOthers()) {
     return true;
@@ -137,6 +139,7 @@ void RunRaw(App& app) {
   }
   if (!app.Connect() || !MaySend(app, cmd.get())) return;
   app.link().Identify(cmd.get());
+  // Before it is sent: an answer that cannot be unpacked would be lost.
   Unpacking files;
   if (Status s = files.Make(); !s.ok()) return app.Fail("", s);
   const kx::Object answer =
@@ -165,6 +168,7 @@ void RunCollect(App& app) {
       app.Fail(name, s);
       continue;
     }
+    // The copies were kept for a daemon that has answered now.
     RemoveStaged(app.link().place().spool, name);
     files.Settle(app);
     ShowEnvelope(app, name, answer.get());

@@ -64,6 +64,8 @@ void ShowShape(App& app, kx_object* list) {
   app.out().Table(heading, rows);
 }
 
+// By "done", or by a result that is an end: all of a request's but the one that
+// has it tried again.
 bool IsFinal(kx_object* status) {
   const int result = kx::Number(status, "rresult");
   return kx::Bool(status, "done") == 1 || result == kCmRequestNormal ||
@@ -107,6 +109,7 @@ kx::Object AwaitRequest(App& app, const std::string& seqno, Deadline deadline) {
       app.Fail(seqno, s);
       return nullptr;
     }
+    // After the look: the shortest time is enough to ask once.
     if (deadline >= 0 && Kut_now_ms() >= deadline) {
       app.Fail(krt_timed_out, seqno, "not done yet");
       return nullptr;
@@ -137,6 +140,8 @@ void AwaitRequests(App& app, const std::vector<std::string>& seqnos) {
   const Deadline deadline = After(static_cast<int>(seconds));
   kx::ListBuilder done;
   for (const std::string& seqno : seqnos) {
+    // One after the other, and no time lost by it: all of them go on meanwhile,
+    // and have one deadline.
     kx::Object status = AwaitRequest(app, seqno, deadline);
     if (status == nullptr) continue;
     Judge(app, seqno, status.get());
@@ -150,6 +155,7 @@ void RunQueue(App& app) {
     app.Call("", "cmd-state", nullptr);
     return;
   }
+  // There is no command for a user's requests: they are picked from all.
   const kx::Object answer = app.Query("", "cmd-state", nullptr);
   if (answer == nullptr) return;
   kx::ListBuilder mine;

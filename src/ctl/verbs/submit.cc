@@ -178,6 +178,7 @@ bool FillEnvelope(App& app, const Parts& parts,
     return false;
   }
   kx::Object to(Kfx_Copy_Obj(dest));
+  // Tags belong to a destination, though the command line has them for all.
   if (parts.tags != nullptr) {
     kx::SetChild(to.get(), "ltags", kx::Object(Kfx_Copy_Obj(parts.tags.get())));
   }
@@ -196,6 +197,8 @@ bool FillEnvelope(App& app, const Parts& parts,
 std::string ShowQueued(App& app, const std::string& number, kx_object* answer) {
   kx_object* made = kx::Child(answer, "objptr");
   std::string seqno;
+  // Where the queueing side answers it is the request; a daemon that answers by
+  // itself knows no number.
   if (Kfx_Field_Type(made, "seqno") != -1) {
     seqno = kx::TextOrEmpty(made, "seqno");
   }
@@ -230,6 +233,7 @@ std::string SubmitTo(App& app, const Parts& parts,
   if (!FillEnvelope(app, parts, sources, dest, &staging, cmd.get())) return "";
   const kx::Object answer = app.Deliver(number, std::move(cmd), &name);
   const int code = app.last_code();
+  // Under way without an answer: the copies may still be taken.
   if (answer == nullptr && (code == krt_ok || code == krt_unknown)) {
     staging.Keep();
   }
@@ -255,6 +259,8 @@ void RunSubmit(App& app) {
   if (numbers.empty()) {
     return app.Fail(krt_usage, "", "submit: needs --to NUMBER");
   }
+  // All that can be wrong is looked for before the first command is sent: a
+  // submit goes to every destination or, by a typing error, to none.
   std::vector<Source> sources;
   Parts parts;
   if (!OpenSources(app, &sources) || !MakeParts(app, &parts) ||

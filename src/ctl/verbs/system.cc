@@ -33,6 +33,7 @@ bool ShowStateOnce(App& app) {
   const kx::Object answer = app.Call("", "cmd-state", nullptr);
   if (answer == nullptr) return false;
   kx_object* state = kx::Child(answer.get(), "objptr");
+  // Cleared when the answer is there, so that the screen is never empty.
   if (app.Has("watch") && app.out().options().terminal) {
     app.out().Raw("\033[H\033[2J");
   }

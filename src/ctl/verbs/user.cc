@@ -69,10 +69,13 @@ UniqueFd MakeQueue(const std::string& root, const char* user, int owner,
         faxq.fd(), user,
         *made ? O_RDONLY | O_DIRECTORY | O_NOFOLLOW : O_PATH | O_DIRECTORY));
   }
+  // Made with the identity of the folder's owner where this is root: that one
+  // is its owner until it is given away.
   const uid_t maker = geteuid() == 0 ? faxq.owner().uid : geteuid();
   if (!*made || !queue.valid() || GiveQueue(queue.get(), maker, owner, mode)) {
     return queue;
   }
+  // Its existence makes a fax user: none is left whom it does not belong to.
   const int saved = errno;
   unlinkat(faxq.fd(), user, AT_REMOVEDIR);
   errno = saved;
@@ -115,6 +118,7 @@ Status AddUser(const std::string& root, const std::string& user) {
     Status s = MakeIn(queue.get(), owner, path + entry.path, entry.mode, &made);
     if (!s.ok()) return s;
   }
+  // Nothing was missing: queue, settings, messages and events are all there.
   if (!made) return {krt_refused, "is a fax user already"};
   return {};
 }

@@ -18,7 +18,6 @@ namespace client {
 namespace {
 
 constexpr char kBuiltInRoot[] = "/usr/krtfax/spool";
-constexpr size_t kMaxUser = 15;
 constexpr size_t kMaxHost = 63;
 // A staged file is "<spool>/NNNN-RRR.N.ext", in a field of 255 characters.
 constexpr size_t kMaxSpool = 230;

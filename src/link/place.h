@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <string>
 
 #include "link/status.h"
@@ -12,6 +13,9 @@ namespace client {
 
 // The file with a line KFAXDIR=<directory>, as the service reads it.
 constexpr char kDefaultsFile[] = "/etc/default/krtcmd";
+
+// What the field "clientid" holds, in characters.
+constexpr size_t kMaxUser = 15;
 
 struct Place {
   std::string root;      // absolute, without links

@@ -28,8 +28,7 @@
 namespace sim {
 namespace {
 
-constexpr long kTickMs = 5000;  // between two looks for what was lost
-constexpr size_t kSources = 4;
+constexpr long kTickMs = 5000;   // between two looks for what was lost
 constexpr int kAnswerTrys = 20;  // ticks that an answer is tried again
 
 volatile sig_atomic_t g_stop = 0;
@@ -79,6 +78,13 @@ class Server {
   int Serve();
 
  private:
+  enum SourceId : size_t {
+    kScheduler,
+    kSpool,
+    kFileEvents,
+    kNetEvents,
+    kSources
+  };
   struct Source {
     RecordFifo fifo;
     void (Server::*take)(Source& source);
@@ -155,16 +161,19 @@ int Server::OpenFifos() {
   const std::string spool = Spool();
   const std::string fil = cm_get_filspool_dir(root);
   const std::string net = cm_get_netspool_dir(root);
-  sources_[0].take = &Server::TakeScheduler;
-  sources_[1].take = &Server::TakeSpool;
-  sources_[2].take = sources_[3].take = &Server::TakeEvent;
-  sources_[2].name = kCmFileDaemon;
-  sources_[3].name = kCmNetDaemon;
+  sources_[kScheduler].take = &Server::TakeScheduler;
+  sources_[kSpool].take = &Server::TakeSpool;
+  sources_[kFileEvents].take = &Server::TakeEvent;
+  sources_[kFileEvents].name = kCmFileDaemon;
+  sources_[kNetEvents].take = &Server::TakeEvent;
+  sources_[kNetEvents].name = kCmNetDaemon;
   const bool open =
-      OpenFifo(sources_[0], cm_get_fifo_file(root), MakeSchedulerFifo) &&
-      OpenFifo(sources_[1], InDirectory(spool, "kfifo"), MakeSpoolFifo) &&
-      OpenFifo(sources_[2], InDirectory(fil, "efifo"), MakeEventFifo) &&
-      OpenFifo(sources_[3], InDirectory(net, "efifo"), MakeEventFifo);
+      OpenFifo(sources_[kScheduler], cm_get_fifo_file(root),
+               MakeSchedulerFifo) &&
+      OpenFifo(sources_[kSpool], InDirectory(spool, "kfifo"), MakeSpoolFifo) &&
+      OpenFifo(sources_[kFileEvents], InDirectory(fil, "efifo"),
+               MakeEventFifo) &&
+      OpenFifo(sources_[kNetEvents], InDirectory(net, "efifo"), MakeEventFifo);
   return open ? EX_OK : EX_CANTCREAT;
 }
 
@@ -221,8 +230,8 @@ int Server::Serve() {
   for (;;) {
     quiet_fifos_ = true;
     // New requests first: a cancel may be for one of them.
-    for (const int i : {1, 0, 2, 3}) {
-      (this->*sources_[i].take)(sources_[i]);
+    for (const SourceId id : {kSpool, kScheduler, kFileEvents, kNetEvents}) {
+      (this->*sources_[id].take)(sources_[id]);
     }
     if (Kut_now_ms() >= tick_) {
       intake_.TakeForgotten();

@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "ctl/app/files.h"
+#include "ctl/app/textform.h"
 #include "kx/kxobj.h"
 #include "util/kutproc.h"
 

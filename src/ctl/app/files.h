@@ -1,11 +1,10 @@
-// Files of the user's: private folders, copies, and objects in text form.
+// Files of the user's: private folders, copies, and files that are replaced.
 #ifndef CTL_APP_FILES_H_
 #define CTL_APP_FILES_H_
 
 #include <functional>
 #include <string>
 
-#include "kx/object.h"
 #include "link/status.h"
 #include "util/kutio.h"
 
@@ -50,12 +49,6 @@ Status ReplaceFile(const std::string& path,
 Status CreateFile(const std::string& path,
                   const std::function<Status(int fd)>& write);
 Status WriteWhole(const std::string& path, const std::string& content);
-
-// Reads one object in text form. Other than the object library, which skips
-// what it does not know, this refuses unknown fields and says in which line
-// (krt_bad_data). `type` is that of the object, also where the text does not
-// begin with "objbeg".
-Status ParseObject(const std::string& text, const char* type, kx::Object* obj);
 
 }  // namespace client
 

@@ -5,6 +5,7 @@
 #include "ctl/app/app.h"
 #include "ctl/app/files.h"
 #include "ctl/app/staging.h"
+#include "ctl/app/textform.h"
 #include "ctl/verbs/actions.h"
 #include "link/diagnosis.h"
 #include "util/kutident.h"

@@ -100,8 +100,9 @@ Status MakeIn(int queue, const kut_fsid& owner, const std::string& path,
 
 // Makes what is missing of a user's directories.
 Status AddUser(const std::string& root, const std::string& user) {
-  if (user.size() > 15 || !cm_is_plain_name(user.c_str())) {
-    return {krt_bad_data, "not a plain name of at most 15 characters"};
+  if (user.size() > kMaxUser || !cm_is_plain_name(user.c_str())) {
+    return {krt_bad_data, "not a plain name of at most " +
+                              std::to_string(kMaxUser) + " characters"};
   }
   const int uid = Kut_uname_to_uid(user.c_str());
   if (uid < 0) return {krt_no_user, "no such user on this system"};

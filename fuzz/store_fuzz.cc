@@ -118,21 +118,22 @@ int MemRandom(void* buf, std::size_t size) {
   return 0;
 }
 
-constexpr isam::Sys kMemory = {MemOpen,
-                               MemRead,
-                               MemWrite,
-                               [](int) { return 0; },
-                               [](int) { return 0; },
-                               MemTruncate,
-                               [](int, mode_t) { return 0; },
-                               MemStat,
-                               MemSeek,
-                               MemUnlink,
-                               [](int, int, off_t, off_t) { return 0; },
-                               [](int, off_t) { return 0; },
-                               []() -> const uint8_t* { return g_boot_id; },
-                               MemRandom,
-                               0};
+constexpr isam::Sys kMemory = {
+    .open = MemOpen,
+    .read = MemRead,
+    .write = MemWrite,
+    .sync = [](int) { return 0; },
+    .sync_full = [](int) { return 0; },
+    .truncate = MemTruncate,
+    .chmod = [](int, mode_t) { return 0; },
+    .stat = MemStat,
+    .seek = MemSeek,
+    .unlink = MemUnlink,
+    .lock = [](int, int, off_t, off_t) { return 0; },
+    .is_locked = [](int, off_t) { return 0; },
+    .boot_id = []() -> const uint8_t* { return g_boot_id; },
+    .random = MemRandom,
+    .lock_wait_ms = 0};
 
 // ---- The good table ----
 
@@ -244,8 +245,10 @@ struct Block {
 };
 
 void SealHeader(uint8_t* p, std::size_t size, uint32_t) {
-  const uint64_t salt = isam::Get64(p + 24);
-  isam::Put64(p + 8, isam::Checksum(p + 16, size - 16, salt));
+  const uint64_t salt = isam::Get64(p + isam::header_at::kSalt);
+  constexpr auto kFrom = isam::header_at::kVersion;
+  isam::Put64(p + isam::header_at::kChecksum,
+              isam::Checksum(p + kFrom, size - kFrom, salt));
 }
 
 void SealPlain(uint8_t* p, std::size_t size, uint32_t) {
@@ -255,7 +258,7 @@ void SealPlain(uint8_t* p, std::size_t size, uint32_t) {
 void SealPage(uint8_t* p, std::size_t, uint32_t) {
   const isam::Layout& layout = Good().layout;
   const bool fits = isam::TypeOfPage(p) == isam::PageType::kFree ||
-                    (p[21] < layout.index_count &&
+                    (isam::PageIndex(p) < layout.index_count &&
                      isam::PageBytes(p, layout) <= isam::kPageSize);
   if (fits) isam::SealPage(p, layout, isam::PageCommit(p));
 }
@@ -265,9 +268,11 @@ void SealSlot(uint8_t* p, std::size_t, uint32_t number) {
 }
 
 void SealEntry(uint8_t* p, std::size_t size, uint32_t) {
-  const uint32_t length = isam::Get32(p + 40);
+  const uint32_t length = isam::Get32(p + isam::entry_at::kLength);
   if (length < isam::kEntryHeader || length > size) return;
-  isam::Put64(p + 8, isam::Checksum(p + 16, length - 16, Good().layout.salt));
+  constexpr auto kFrom = isam::entry_at::kSalt;
+  isam::Put64(p + isam::entry_at::kChecksum,
+              isam::Checksum(p + kFrom, length - kFrom, Good().layout.salt));
 }
 
 void SealNothing(uint8_t*, std::size_t, uint32_t) {}
@@ -391,8 +396,8 @@ class User {
     if (file_ >= 0) CLRFIL(file_);
     file_ = OPNRFIL(-1, kPath, mode);
     // Forged headers may name another length, and a caller asks for it.
-    record_ = std::vector<uint8_t>(
-        static_cast<std::size_t>(std::max(kRecord, GETFIL(file_, 0))));
+    record_ = std::vector<uint8_t>(static_cast<std::size_t>(
+        std::max(kRecord, GETFIL(file_, kIsamRecordLength))));
   }
 
   void Put(const Record& record) {
@@ -433,9 +438,9 @@ class User {
     const int used = GETIFIL(file_, sizeof buffer, buffer);
     CHECK(used <= static_cast<int>(sizeof buffer));
     DODA fields[kIsamMaxFields];
-    CHECK(GETDODA(file_, sizeof fields, fields, 4) <=
+    CHECK(GETDODA(file_, sizeof fields, fields, kIsamAllFields) <=
           static_cast<int>(sizeof fields));
-    GETFIL(file_, 0);
+    GETFIL(file_, kIsamRecordLength);
     DATENT(file_);
   }
 
@@ -459,7 +464,7 @@ class User {
 
   static int Check() {
     return isam_check(
-        kPath, [](void*, const char* line) { CHECK(strlen(line) < 200); },
+        kPath, [](void*, const char* line) { CHECK(std::strlen(line) < 200); },
         nullptr);
   }
 

@@ -17,7 +17,8 @@ const char* TypeName(int type) {
 bool IsField(const db_field* fields, const char* word, size_t length) {
   for (; !db_is_end(*fields); ++fields) {
     for (const char* name : {fields->name, fields->abbr}) {
-      if (strlen(name) == length && strncmp(name, word, length) == 0) {
+      if (std::strlen(name) == length &&
+          std::strncmp(name, word, length) == 0) {
         return true;
       }
     }
@@ -36,31 +37,32 @@ constexpr db_dtype db_dtypes[] = {
 const char* db_field_str(const db_field* field) {
   static char text[160];
   if (db_is_pseudo(*field)) {
-    snprintf(text, sizeof text, "(%s) %s", field->abbr, field->desc);
+    std::snprintf(text, sizeof text, "(%s) %s", field->abbr, field->desc);
   } else {
-    snprintf(text, sizeof text, "%s (%s) %s[%d] %s", field->name, field->abbr,
-             TypeName(field->type), field->length, field->desc);
+    std::snprintf(text, sizeof text, "%s (%s) %s[%d] %s", field->name,
+                  field->abbr, TypeName(field->type), field->length,
+                  field->desc);
   }
   return text;
 }
 
 int db_valid_flds(const db_field* fields, const char* list) {
   constexpr char kDividers[] = ", \t";
-  for (const char* word = list + strspn(list, kDividers); *word != '\0';) {
-    const size_t length = strcspn(word, kDividers);
+  for (const char* word = list + std::strspn(list, kDividers); *word != '\0';) {
+    const size_t length = std::strcspn(word, kDividers);
     if (!IsField(fields, word, length)) {
-      snprintf(db_errbuf, sizeof db_errbuf, "Invalid field %.*s",
-               static_cast<int>(length > 200 ? 200 : length), word);
+      std::snprintf(db_errbuf, sizeof db_errbuf, "Invalid field %.*s",
+                    static_cast<int>(length > 200 ? 200 : length), word);
       return db_fail(kDbField);
     }
     word += length;
-    word += strspn(word, kDividers);
+    word += std::strspn(word, kDividers);
   }
   return 0;
 }
 
 void db_help_flds(const db_field* fields, FILE* out) {
   for (; !db_is_end(*fields); ++fields) {
-    fprintf(out, "%s\n", db_field_str(fields));
+    std::fprintf(out, "%s\n", db_field_str(fields));
   }
 }

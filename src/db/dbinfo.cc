@@ -9,7 +9,6 @@ namespace {
 
 constexpr int kFileDescriptionSize = 2048;
 constexpr int kFieldsSize = 10240;
-constexpr int kFieldsMode = 4;
 constexpr int kExtension = 4096;  // bytes that a file grows by
 constexpr int kFileMode = 2;
 
@@ -28,10 +27,10 @@ int RecordSize(const db_field* fields) {
 }
 
 // Where the serial number's index and all others keep their segments.
-void BeginIndex(db_description* out, int number, int unique) {
+void BeginIndex(db_description* out, int number, bool unique) {
   out->indexes[number] = {};
-  out->indexes[number].duplicates = unique == 0 ? 1 : 0;
-  out->indexes[number].key_length = unique == 0 ? kSerialSize : 0;
+  out->indexes[number].duplicates = unique ? 0 : 1;
+  out->indexes[number].key_length = unique ? 0 : kSerialSize;
   out->indexes[number].segments = out->segments[number];
 }
 
@@ -96,7 +95,7 @@ int db_ifil_wr(const char* name, const db_field* fields, const db_key* keys,
                .index_extension = kExtension,
                .index_mode = kFileMode,
                .indexes = out->indexes};
-  BeginIndex(out, 0, 1);
+  BeginIndex(out, 0, true);
   AddSegment(&out->indexes[0], {0, kSerialSize, kIsamSerial});
   for (; keys->unique != -1; ++keys) {
     if (out->file.index_count == kIsamMaxIndexes || keys->count < 1 ||
@@ -104,7 +103,7 @@ int db_ifil_wr(const char* name, const db_field* fields, const db_key* keys,
       return db_fail(kDbData);
     }
     const int number = out->file.index_count++;
-    BeginIndex(out, number, keys->unique);
+    BeginIndex(out, number, keys->unique != 0);
     for (int i = 0; i < keys->count; ++i) {
       const int row = keys->fields[i];
       if (row < 0 || row >= rows || db_is_pseudo(fields[row]))
@@ -189,8 +188,9 @@ int db_same_layout(const db_handle* db, const db_field* fields,
   if (db_record_size(db) != RecordSize(fields)) return db_fail(kDbData);
   const db_field* own = db->fields;
   for (; !db_is_pseudo(*fields); ++fields, ++own) {
-    if (strcmp(own->name, fields->name) != 0 || own->type != fields->type ||
-        own->length != fields->length || own->offset != fields->offset) {
+    if (std::strcmp(own->name, fields->name) != 0 ||
+        own->type != fields->type || own->length != fields->length ||
+        own->offset != fields->offset) {
       return db_fail(kDbData);
     }
   }
@@ -212,7 +212,7 @@ int db_info(int datno, db_field** fields, db_key** keys,
   *fields = nullptr;
   *keys = nullptr;
   if (GETIFIL(datno, sizeof file, file) < 0) return db_fail_store(isam_err);
-  const int bytes = GETDODA(datno, sizeof doda, doda, kFieldsMode);
+  const int bytes = GETDODA(datno, sizeof doda, doda, kIsamAllFields);
   if (bytes <= 0) return db_fail_store(isam_err);
   const auto* description = reinterpret_cast<const IFIL*>(file);
   db_block<db_field> read_fields(

@@ -16,10 +16,10 @@ int g_users = 0;
 int SetPath(const char* path, const char* extension, char (&out)[256]) {
   constexpr size_t kExtensionSize = sizeof ".dat";
   if (path == nullptr || *path == '\0' ||
-      strlen(path) + kExtensionSize > sizeof out) {
+      std::strlen(path) + kExtensionSize > sizeof out) {
     return db_fail(kDbData);
   }
-  strcpy(out, path);
+  std::strcpy(out, path);
   return Kut_set_file_ext(out, extension);
 }
 
@@ -55,7 +55,7 @@ int Open(db_handle* db, const db_field* pseudo) {
   if (datno < 0) return db_fail_store(isam_err, kAbsentCode);
   db->datno = static_cast<int16_t>(datno);
   if (db_info(datno, &db->fields, &db->keys, pseudo) != 0) return -1;
-  db->record_length = GETFIL(datno, 0);
+  db->record_length = GETFIL(datno, kIsamRecordLength);
   if (db->record_length <= kSerialSize) return db_fail_store(isam_err);
   while (db->keys[db->key_count].unique != -1) ++db->key_count;
   db->buffer = static_cast<unsigned char*>(

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <new>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "isam/isbudget.h"
@@ -28,6 +29,7 @@ using isam::Table;
 // its indexes.
 constexpr int kStride = 2 * kIsamMaxIndexes;
 constexpr int kMostFiles = 64;
+constexpr std::string_view kExtension = ".dat";
 
 struct OpenFile {
   std::unique_ptr<Table> table;
@@ -97,15 +99,16 @@ void CloseTable(std::unique_ptr<Table>& table) {
 
 // The name without extension, or empty when `path` is not one of a data file.
 std::string TableName(const char* path) {
-  const size_t length = path == nullptr ? 0 : strnlen(path, kIsamMaxPath + 1);
-  if (length <= 4 || length > kIsamMaxPath ||
-      memcmp(path + length - 4, ".dat", 4) != 0)
+  const std::string_view name(
+      path, path == nullptr ? 0 : strnlen(path, kIsamMaxPath + 1));
+  if (name.size() <= kExtension.size() || name.size() > kIsamMaxPath ||
+      !name.ends_with(kExtension))
     return {};
-  return std::string(path, length - 4);
+  return std::string(name.substr(0, name.size() - kExtension.size()));
 }
 
-int ReadAny(int keyno, Step step, bool needs_key, const void* key,
-            void* record) {
+int ReadAny(int keyno, Step step, const void* key, void* record) {
+  const bool needs_key = step == Step::kEqual || step == Step::kGreaterEqual;
   return Guarded([&] {
     if (keyno <= 0 || keyno % kStride == 0) return kIsamBadNumber;
     Table* table = FindTable(keyno - keyno % kStride);
@@ -149,13 +152,10 @@ bool DescribeIndex(const isam::Index& from, Pieces& pieces, IIDX* to) {
     const isam::Segment& segment = from.segments[s];
     segments[s] = {segment.offset, segment.length, segment.mode};
   }
-  *to = {static_cast<int>(from.key_length),
-         0,
-         from.duplicates ? 1 : 0,
-         0,
-         0,
-         static_cast<int>(from.segment_count),
-         segments};
+  *to = {.key_length = static_cast<int>(from.key_length),
+         .duplicates = from.duplicates ? 1 : 0,
+         .segment_count = static_cast<int>(from.segment_count),
+         .segments = segments};
   return true;
 }
 
@@ -166,16 +166,16 @@ isam_code Describe(const Table& table, int datno, Pieces& pieces) {
   char* name = pieces.Take<char>(table.name.size() + 1);
   if (head == nullptr || indexes == nullptr || name == nullptr)
     return kIsamBadArgument;
-  memcpy(name, table.name.c_str(), table.name.size() + 1);
-  *head = {name,
-           datno,
-           static_cast<int>(layout.record_length),
-           static_cast<int>(layout.data_extension),
-           static_cast<int>(layout.data_mode),
-           static_cast<int>(layout.index_count),
-           static_cast<int>(layout.index_extension),
-           static_cast<int>(layout.index_mode),
-           indexes};
+  std::memcpy(name, table.name.c_str(), table.name.size() + 1);
+  *head = {.name = name,
+           .file_no = datno,
+           .record_length = static_cast<int>(layout.record_length),
+           .data_extension = static_cast<int>(layout.data_extension),
+           .data_mode = static_cast<int>(layout.data_mode),
+           .index_count = static_cast<int>(layout.index_count),
+           .index_extension = static_cast<int>(layout.index_extension),
+           .index_mode = static_cast<int>(layout.index_mode),
+           .indexes = indexes};
   for (uint32_t i = 0; i < layout.index_count; ++i)
     if (!DescribeIndex(layout.index[i], pieces, &indexes[i]))
       return kIsamBadArgument;
@@ -244,7 +244,8 @@ int CREIFIL(IFIL* description) {
   return Guarded([&] {
     if (description == nullptr || description->name == nullptr ||
         description->name[0] == '\0' ||
-        strnlen(description->name, kIsamMaxPath) > kIsamMaxPath - 4)
+        strnlen(description->name, kIsamMaxPath) >
+            kIsamMaxPath - kExtension.size())
       return kIsamBadArgument;
     isam::Layout layout;
     if (isam_code code = isam::MakeLayout(*description, &layout)) return code;
@@ -306,7 +307,7 @@ int GETIFIL(int datno, int size, void* buffer) {
 int GETDODA(int datno, int size, void* buffer, int mode) {
   int used = 0;
   const int code = WithTable(datno, [&](Table& table) {
-    if (mode != 4 || buffer == nullptr) return kIsamBadArgument;
+    if (mode != kIsamAllFields || buffer == nullptr) return kIsamBadArgument;
     std::vector<uint8_t> bytes(isam::kFieldsSize);
     const isam_code read = isam::ReadAt(table.dat.get(), bytes.data(),
                                         bytes.size(), isam::kFieldsOffset);
@@ -317,7 +318,7 @@ int GETDODA(int datno, int size, void* buffer, int mode) {
     if (count < 0) return kIsamDamaged;
     used = count * static_cast<int>(sizeof(DODA));
     if (used > size) return kIsamBadArgument;
-    memcpy(buffer, fields, static_cast<size_t>(used));
+    std::memcpy(buffer, fields, static_cast<size_t>(used));
     return kIsamOk;
   });
   return code == 0 ? used : 0;
@@ -326,7 +327,7 @@ int GETDODA(int datno, int size, void* buffer, int mode) {
 int GETFIL(int datno, int mode) {
   int length = -1;
   WithTable(datno, [&](Table& table) {
-    if (mode != 0) return kIsamBadArgument;
+    if (mode != kIsamRecordLength) return kIsamBadArgument;
     length = static_cast<int>(table.layout.record_length);
     return kIsamOk;
   });
@@ -389,27 +390,27 @@ int DELREC(int datno) {
 }
 
 int FRSREC(int keyno, void* record) {
-  return ReadAny(keyno, Step::kFirst, false, nullptr, record);
+  return ReadAny(keyno, Step::kFirst, nullptr, record);
 }
 
 int LSTREC(int keyno, void* record) {
-  return ReadAny(keyno, Step::kLast, false, nullptr, record);
+  return ReadAny(keyno, Step::kLast, nullptr, record);
 }
 
 int NXTREC(int keyno, void* record) {
-  return ReadAny(keyno, Step::kNext, false, nullptr, record);
+  return ReadAny(keyno, Step::kNext, nullptr, record);
 }
 
 int PRVREC(int keyno, void* record) {
-  return ReadAny(keyno, Step::kPrev, false, nullptr, record);
+  return ReadAny(keyno, Step::kPrev, nullptr, record);
 }
 
 int EQLREC(int keyno, const void* key, void* record) {
-  return ReadAny(keyno, Step::kEqual, true, key, record);
+  return ReadAny(keyno, Step::kEqual, key, record);
 }
 
 int GTEREC(int keyno, const void* key, void* record) {
-  return ReadAny(keyno, Step::kGreaterEqual, true, key, record);
+  return ReadAny(keyno, Step::kGreaterEqual, key, record);
 }
 
 uint32_t isam_current(int datno) {

@@ -11,7 +11,8 @@
 //   began; it never waits for a disk flush. A walk (NXTREC or PRVREC again and
 //   again) reads up to 32 records ahead and may deliver those for 10
 //   milliseconds although another process changes them meanwhile.
-// - Results: 0 or an isam_code, unless a function says otherwise; every failure
+// - Results: 0 or an isam_code (iscode.h), unless a function says otherwise;
+// every failure
 //   is left in `isam_err` as well, which a success does not touch. A failed
 //   change leaves the table as it was.
 // - Numbers: an open table has a file number n >= 0, its indexes the numbers
@@ -36,94 +37,11 @@
 
 #include <cstdint>
 
-// Result codes. 2, 12, 18, 19, 100 and 101 are fixed by the callers' tables.
-enum isam_code : int {
-  kIsamOk = 0,
-  kIsamDuplicate = 2,      // a unique key has this value already
-  kIsamNoFile = 12,        // no such table, or its creation never finished
-  kIsamIndexExists = 18,   // CREIFIL: the .idx file exists and is no leftover
-  kIsamDataExists = 19,    // CREIFIL: the table, or a foreign .dat, exists
-  kIsamNoCurrent = 100,    // no current record, or it was deleted
-  kIsamNotFound = 101,     // no such record; end reached
-  kIsamNotStarted = 601,   // INTISAM was not called
-  kIsamBadArgument = 602,  // null pointer, unknown mode, impossible description
-  kIsamBadNumber = 603,    // no open table or index has this number
-  kIsamTooManyFiles = 604,
-  kIsamCannotLock = 605,  // another process held the lock all the time that
-                          // the budget has for that, 5 seconds without one
-  kIsamReadOnly = 606,    // change of a table that was opened for reading
-  kIsamNoPermission = 607,
-  kIsamIo = 608,          // a system call failed
-  kIsamNoSpace = 609,     // disk full; nothing was changed
-  kIsamDamaged = 610,     // the files contradict themselves; see isam_rebuild
-  kIsamBadVersion = 611,  // not a file of this format version
-  kIsamTableFull = 612,   // serial numbers, pages or index levels are used up
-  kIsamDeleted = 613,     // the table's files were deleted while it was open
-  kIsamNoMemory = 614,
-  kIsamTooLong = 615,  // the time of the budget is used up
-};
+#include "isam/iscode.h"
+#include "isam/istypes.h"
 
 // Code of the last failed call of this process.
 extern int isam_err;
-
-// The text of a code, "SYMBOL: message", static; null for a code that this
-// store never returns.
-const char* isam_errmsg(int code);
-
-// --- Descriptions -----------------------------------------------------------
-
-enum isam_segment_mode : int {
-  kIsamPlain = 0,   // bytes as they stand
-  kIsamUpper = 2,   // text up to the first NUL, compared with a-z as A-Z; bytes
-                    // above 127 order by value
-  kIsamSerial = 3,  // the serial number (offset 0, length 4)
-};
-
-constexpr int kIsamMaxIndexes = 16;
-constexpr int kIsamMaxSegments = 8;    // of one index
-constexpr int kIsamMaxKey = 240;       // bytes of one key, see IIDX::key_length
-constexpr int kIsamMaxRecord = 16384;  // bytes, serial number included
-constexpr int kIsamMaxFields = 128;
-constexpr int kIsamMaxPath = 255;  // bytes, extension included
-
-struct ISEG {
-  int offset;  // in the record, serial number included
-  int length;  // bytes, >= 1
-  int mode;    // isam_segment_mode
-};
-
-struct IIDX {
-  int key_length;  // sum of the segment lengths, plus 4 if duplicates is set
-  int key_type;    // 0
-  int duplicates;  // 1: records may share a key value; they then come in the
-                   // order of their serial numbers
-  int null_key;    // 0
-  int empty_char;  // 0
-  int segment_count;
-  ISEG* segments;
-};
-
-struct IFIL {
-  const char* name;     // path without extension
-  int file_no;          // -1; CREIFIL puts the file number here
-  int record_length;    // bytes, serial number (4) included
-  int data_extension;   // bytes the data file grows by at least, >= 0; no more
-                        // than 1 MiB of it counts
-  int data_mode;        // kept and returned, not used
-  int index_count;      // 1 to kIsamMaxIndexes; index 0 is that of the serial
-                        // numbers: one kIsamSerial segment, no duplicates
-  int index_extension;  // as data_extension, of the index file
-  int index_mode;       // kept and returned, not used
-  IIDX* indexes;
-};
-
-// One field of the record, for the caller's use alone.
-struct DODA {
-  char name[32];  // NUL-terminated
-  int offset;
-  int type;
-  int length;
-};
 
 // --- Start and stop ---------------------------------------------------------
 
@@ -138,21 +56,11 @@ int CLISAM();
 
 // --- Budget -----------------------------------------------------------------
 
-// What may be spent on tables whose owner cannot be relied on: who can open a
-// table can lock it for ever, or make it large.
-struct isam_budget {
-  int wait_ms = -1;  // waits for locks, all together; -1: each up to 5 seconds
-  int time_ms = -1;  // everything, from now on; -1: without end. Afterwards
-                     // tables cannot be opened, read or changed (kIsamTooLong)
-};
-
 // Puts a budget in force for whatever this process does from now on, and gives
 // back what is left of the one before. The store need not be started.
 isam_budget isam_swap_budget(const isam_budget& next);
 
 // --- Files ------------------------------------------------------------------
-
-constexpr unsigned kIsamFileMode = 0660;
 
 // From now on paths that do not begin with "/" lead from the open directory
 // `dirfd`, which stays the caller's; AT_FDCWD at first. An open table needs it
@@ -200,12 +108,15 @@ int CLRFIL(int datno);
 // `size` is too small (kIsamBadArgument) or on failure.
 int GETIFIL(int datno, int size, void* buffer);
 
+enum isam_fields_mode : int { kIsamAllFields = 4 };
+enum isam_file_mode : int { kIsamRecordLength = 0 };
+
 // Writes the field definitions as an array of DODA into `buffer`, aligned for
-// one. `mode` is 4. Returns the bytes used (count * sizeof(DODA)), or 0 when
-// there are none, `size` is too small or on failure.
+// one. `mode` is kIsamAllFields. Returns the bytes used (count * sizeof(DODA)),
+// or 0 when there are none, `size` is too small or on failure.
 int GETDODA(int datno, int size, void* buffer, int mode);
 
-// The record length in bytes (`mode` 0), or -1.
+// What `mode` asks for, the record length in bytes, or -1.
 int GETFIL(int datno, int mode);
 
 // The number of records, or -1.
@@ -275,9 +186,6 @@ uint32_t isam_serial(const void* record);
 void isam_serial_key(uint32_t serial, unsigned char key[4]);
 
 // --- Check and repair -------------------------------------------------------
-
-// Receives one line without a newline for each thing found.
-using isam_report = void (*)(void* context, const char* line);
 
 // Both take time and memory for what the files hold, not for what they claim:
 // a sparse file may speak of four thousand million records.

@@ -2,7 +2,7 @@
 #ifndef ISAM_ISBUDGET_H_
 #define ISAM_ISBUDGET_H_
 
-#include "isam/isam.h"
+#include "isam/istypes.h"
 
 namespace isam {
 

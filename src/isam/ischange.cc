@@ -9,12 +9,6 @@ namespace {
 
 constexpr uint32_t kLastPage = 0xfffffff0;  // leaves the offsets their range
 
-bool IsTreePage(const uint8_t* page, uint32_t index, uint32_t level) {
-  return TypeOfPage(page) ==
-             (level == 1 ? PageType::kLeaf : PageType::kInner) &&
-         page[21] == index && page[22] == level;
-}
-
 }  // namespace
 
 isam_code Change::Read(uint32_t number, uint32_t index, uint32_t level,
@@ -32,7 +26,7 @@ isam_code Change::Edit(uint32_t number, uint32_t index, uint32_t level,
   auto& mine = pages[number];
   if (!mine) {
     mine.reset(new uint8_t[kPageSize]);
-    memcpy(mine.get(), old, kPageSize);
+    std::memcpy(mine.get(), old, kPageSize);
   }
   *page = mine.get();
   return kIsamOk;
@@ -67,7 +61,7 @@ void Change::Free(uint32_t number) {
   auto& mine = pages[number];
   if (!mine) mine.reset(new uint8_t[kPageSize]);
   InitPage(mine.get(), number, PageType::kFree, 0, 0);
-  Put32(mine.get() + 28, root.free_page);
+  Put32(mine.get() + page_at::kNext, root.free_page);
   root.free_page = number;
 }
 
@@ -79,7 +73,7 @@ isam_code Change::NewSlot(uint32_t* number) {
   }
   *number = root.free_slot;
   if (isam_code code = GetSlot(table, *number)) return code;
-  const uint32_t next = Get32(table.slot.data() + 8);
+  const uint32_t next = SlotNext(table.slot.data());
   if (next > root.slots_used) return kIsamDamaged;  // also kSlotUsed
   root.free_slot = next;
   return kIsamOk;
@@ -88,16 +82,15 @@ isam_code Change::NewSlot(uint32_t* number) {
 void Change::PutSlot(uint32_t number, const uint8_t* record) {
   auto& slot = slots[number];
   slot.assign(table.layout.slot_size(), 0);
-  Put32(slot.data() + 8, kSlotUsed);
-  memcpy(slot.data() + kSlotHeader, record, table.layout.record_length);
+  Put32(slot.data() + slot_at::kNext, kSlotUsed);
+  std::memcpy(slot.data() + kSlotHeader, record, table.layout.record_length);
   SealSlot(slot.data(), number, table.layout);
 }
 
 void Change::FreeSlot(uint32_t number, uint32_t serial) {
   auto& slot = slots[number];
-  slot.assign(table.layout.slot_size(), 0);
-  Put32(slot.data() + 8, root.free_slot);
-  Put32(slot.data() + kSlotHeader, serial);
+  slot.resize(table.layout.slot_size());
+  ClearSlot(slot.data(), root.free_slot, serial, table.layout);
   SealSlot(slot.data(), number, table.layout);
   root.free_slot = number;
 }

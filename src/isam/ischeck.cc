@@ -82,7 +82,8 @@ class Checker {
     for (uint32_t i = 0; i < PageCount(page.data()); ++i) {
       const uint8_t* entry = PageEntry(page.data(), def, i);
       const uint8_t* least = i == 0 && level > 1 ? low : entry;
-      if (i == 0 && low != nullptr && memcmp(least, low, def.key_length) < 0)
+      if (i == 0 && low != nullptr &&
+          std::memcmp(least, low, def.key_length) < 0)
         out_.Say("index %u: page %u holds keys of its neighbour", index,
                  number);
       if (level > 1)
@@ -95,7 +96,7 @@ class Checker {
   void CheckEntry(uint32_t index, uint32_t page, const uint8_t* entry) {
     const Index& def = layout_.index[index];
     if (!last_key_.empty() &&
-        memcmp(last_key_.data(), entry, def.key_length) >= 0)
+        std::memcmp(last_key_.data(), entry, def.key_length) >= 0)
       out_.Say("index %u: page %u is out of order", index, page);
     last_key_.assign(entry, entry + def.key_length);
     const uint32_t slot = EntryTarget(entry, def);
@@ -111,7 +112,7 @@ class Checker {
     uint8_t key[kIsamMaxKey];
     if (GetSlot(table_, slot) != kIsamOk) return;
     RecordKey(def, table_.slot.data() + kSlotHeader, key);
-    if (memcmp(key, entry, def.key_length) != 0)
+    if (std::memcmp(key, entry, def.key_length) != 0)
       out_.Say("index %u: the key of the record in slot %u is another", index,
                slot);
   }
@@ -146,7 +147,7 @@ class Checker {
         return;
       }
       slot_is_[number] = SlotIs::kBad;
-      number = Get32(table_.slot.data() + 8);
+      number = SlotNext(table_.slot.data());
     }
     for (uint32_t n = 1; n < slot_is_.size(); ++n)
       if (slot_is_[n] == SlotIs::kFree) out_.Say("slot %u is lost", n);
@@ -169,7 +170,9 @@ void CheckHeaders(const Table& table, Reporter& out) {
       ReadAt(table.dat.get(), dat.data(), kHeaderSize, 0) != kIsamOk ||
       DecodeHeader(dat.data(), FileKind::kData, &layout) != kIsamOk)
     out.Say("the header of the data file is damaged");
-  else if (memcmp(idx.data() + 8, dat.data() + 8, kHeaderSize - 8) != 0)
+  else if (std::memcmp(idx.data() + header_at::kChecksum,
+                       dat.data() + header_at::kChecksum,
+                       kHeaderSize - header_at::kChecksum) != 0)
     out.Say("the two files are not of the same table");
   std::vector<uint8_t> fields(kFieldsSize);
   DODA decoded[kIsamMaxFields];
@@ -211,7 +214,7 @@ void Reporter::Say(const char* format, ...) {
   char line[200];
   va_list args;
   va_start(args, format);
-  vsnprintf(line, sizeof line, format, args);
+  std::vsnprintf(line, sizeof line, format, args);
   va_end(args);
   report_(context_, line);
 }

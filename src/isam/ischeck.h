@@ -4,7 +4,8 @@
 
 #include <string>
 
-#include "isam/isam.h"
+#include "isam/iscode.h"
+#include "isam/istypes.h"
 
 namespace isam {
 

@@ -105,11 +105,11 @@ NewTable::~NewTable() {
 isam_code WriteEmptyIndex(int fd, const Layout& layout) {
   std::vector<uint8_t> bytes(kPagesOffset);
   EncodeHeader(layout, FileKind::kIndex, bytes.data());
-  memset(bytes.data(), 0, 8);
+  std::memset(bytes.data() + header_at::kMagic, 0, kMagicSize);
   State state = {};
   state.phase = Phase::kApplied;
   state.half_first = 1;
-  memcpy(state.boot_id, g_sys.boot_id(), sizeof state.boot_id);
+  std::memcpy(state.boot_id, g_sys.boot_id(), sizeof state.boot_id);
   EncodeState(state, layout.salt, bytes.data() + kStateOffset);
   Root root = {};
   root.next_serial = 1;
@@ -168,7 +168,8 @@ isam_code FinishTable(NewTable& table) {
   if (isam_code code = SyncFolder(table.name)) return code;
   uint8_t header[kHeaderSize];
   EncodeHeader(table.layout, FileKind::kIndex, header);
-  isam_code code = WriteAt(table.idx.get(), header, 8, 0);
+  isam_code code = WriteAt(table.idx.get(), header + header_at::kMagic,
+                           kMagicSize, header_at::kMagic);
   if (code == kIsamOk) code = SyncFile(table.idx.get());
   table.ours = code != kIsamOk;
   return code;

@@ -1,6 +1,4 @@
-#include <cstddef>
-
-#include "isam/isam.h"
+#include "isam/iscode.h"
 
 namespace {
 

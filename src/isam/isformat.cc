@@ -9,18 +9,35 @@ namespace isam {
 namespace {
 
 constexpr uint32_t kVersion = 1;
+constexpr int kLeastRecord = kSerialSize + 1;
 constexpr uint32_t kMinRing = 256 * 1024;
-constexpr uint32_t kIndexDef = 64;      // offset of the first index definition
-constexpr uint32_t kIndexDefSize = 52;  // 4 + kIsamMaxSegments * 6
-constexpr uint32_t kFieldSize = 44;
-constexpr uint32_t kFieldsHeader = 16;
 
-static_assert(kIndexDef + kIsamMaxIndexes * kIndexDefSize <= kHeaderSize);
-static_assert(kFieldsHeader + kIsamMaxFields * kFieldSize <= kFieldsSize);
-static_assert(64 + 8 * kIsamMaxIndexes <= kRootSize);
+static_assert(header_at::kIndexes + kIsamMaxIndexes * kIndexDefSize <=
+              kHeaderSize);
+static_assert(fields_at::kFields + kIsamMaxFields * kFieldSize <= kFieldsSize);
+static_assert(root_at::kTrees + kTreeSize * kIsamMaxIndexes <= kRootSize);
+static_assert(state_at::kHalfFirst + 8 <= kStateSize && kStateSize <= kSector);
 
 const char* Magic(FileKind kind) {
   return kind == FileKind::kIndex ? "KRTISAMX" : "KRTISAMD";
+}
+
+// The checksum of a block of `size` bytes from its byte `from` on.
+uint64_t SumFrom(const uint8_t* block, uint32_t from, uint32_t size,
+                 uint64_t salt) {
+  return Checksum(block + from, size - from, salt);
+}
+uint64_t HeaderSum(const uint8_t* block, uint64_t salt) {
+  return SumFrom(block, header_at::kVersion, kHeaderSize, salt);
+}
+uint64_t StateSum(const uint8_t* block, uint64_t salt) {
+  return SumFrom(block, state_at::kPhase, kStateSize, salt);
+}
+uint64_t RootSum(const uint8_t* block, uint64_t salt) {
+  return SumFrom(block, root_at::kCommit, kRootSize, salt);
+}
+uint64_t FieldsSum(const uint8_t* block, uint64_t salt) {
+  return SumFrom(block, fields_at::kCount, kFieldsSize, salt);
 }
 
 // The longest entry that one change can make. A rewrite takes a key out of each
@@ -53,7 +70,7 @@ bool PossibleSegment(const Segment& segment, uint32_t record_length) {
     case kIsamUpper:
       return true;
     case kIsamSerial:
-      return segment.offset == 0 && segment.length == 4;
+      return segment.offset == 0 && segment.length == kSerialSize;
     default:
       return false;
   }
@@ -66,7 +83,8 @@ bool CompleteIndex(uint32_t record_length, Index* index) {
     if (!PossibleSegment(index->segments[i], record_length)) return false;
     index->value_length += index->segments[i].length;
   }
-  index->key_length = index->value_length + (index->duplicates ? 4 : 0);
+  index->key_length =
+      index->value_length + (index->duplicates ? kSerialSize : 0);
   return index->key_length > 0 && index->key_length <= kIsamMaxKey;
 }
 
@@ -83,7 +101,8 @@ bool MakeIndex(const IIDX& from, uint32_t record_length, Index* index) {
   for (int i = 0; i < from.segment_count; ++i) {
     const ISEG& seg = from.segments[i];
     if (!InRange(seg.offset, 0, kIsamMaxRecord) ||
-        !InRange(seg.length, 1, kIsamMaxKey) || !InRange(seg.mode, 0, 3))
+        !InRange(seg.length, 1, kIsamMaxKey) ||
+        !InRange(seg.mode, kIsamPlain, kIsamSerial))
       return false;
     index->segments[i] = {static_cast<uint16_t>(seg.offset),
                           static_cast<uint16_t>(seg.length),
@@ -102,7 +121,7 @@ bool IsSerialIndex(const Index& index) {
 }  // namespace
 
 isam_code MakeLayout(const IFIL& from, Layout* layout) {
-  if (!InRange(from.record_length, 5, kIsamMaxRecord) ||
+  if (!InRange(from.record_length, kLeastRecord, kIsamMaxRecord) ||
       !InRange(from.index_count, 1, kIsamMaxIndexes) ||
       from.indexes == nullptr || from.data_extension < 0 ||
       from.index_extension < 0)
@@ -124,61 +143,66 @@ isam_code MakeLayout(const IFIL& from, Layout* layout) {
 }
 
 void EncodeHeader(const Layout& layout, FileKind kind, uint8_t* out) {
-  memset(out, 0, kHeaderSize);
-  memcpy(out, Magic(kind), 8);
-  Put32(out + 16, kVersion);
-  Put32(out + 20, kPageSize);
-  Put64(out + 24, layout.salt);
-  Put32(out + 32, layout.record_length);
-  Put32(out + 36, layout.ring_size);
-  Put32(out + 40, layout.data_extension);
-  Put32(out + 44, layout.data_mode);
-  Put32(out + 48, layout.index_extension);
-  Put32(out + 52, layout.index_mode);
-  Put32(out + 56, layout.index_count);
+  std::memset(out, 0, kHeaderSize);
+  std::memcpy(out + header_at::kMagic, Magic(kind), kMagicSize);
+  Put32(out + header_at::kVersion, kVersion);
+  Put32(out + header_at::kPageSize, kPageSize);
+  Put64(out + header_at::kSalt, layout.salt);
+  Put32(out + header_at::kRecordLength, layout.record_length);
+  Put32(out + header_at::kRingSize, layout.ring_size);
+  Put32(out + header_at::kDataExtension, layout.data_extension);
+  Put32(out + header_at::kDataMode, layout.data_mode);
+  Put32(out + header_at::kIndexExtension, layout.index_extension);
+  Put32(out + header_at::kIndexMode, layout.index_mode);
+  Put32(out + header_at::kIndexCount, layout.index_count);
   for (uint32_t i = 0; i < layout.index_count; ++i) {
     const Index& index = layout.index[i];
-    uint8_t* p = out + kIndexDef + i * kIndexDefSize;
-    Put16(p, index.value_length);
-    p[2] = index.duplicates ? 1 : 0;
-    p[3] = static_cast<uint8_t>(index.segment_count);
-    p += 4;
-    for (uint32_t s = 0; s < index.segment_count; ++s, p += 6) {
-      Put16(p, index.segments[s].offset);
-      Put16(p + 2, index.segments[s].length);
-      p[4] = index.segments[s].mode;
+    uint8_t* p = out + header_at::kIndexes + i * kIndexDefSize;
+    Put16(p + index_at::kValueLength, index.value_length);
+    p[index_at::kDuplicates] = index.duplicates ? 1 : 0;
+    p[index_at::kSegmentCount] = static_cast<uint8_t>(index.segment_count);
+    p += index_at::kSegments;
+    for (uint32_t s = 0; s < index.segment_count; ++s, p += kSegmentDefSize) {
+      Put16(p + segment_at::kOffset, index.segments[s].offset);
+      Put16(p + segment_at::kLength, index.segments[s].length);
+      p[segment_at::kMode] = index.segments[s].mode;
     }
   }
-  Put64(out + 8, Checksum(out + 16, kHeaderSize - 16, layout.salt));
+  Put64(out + header_at::kChecksum, HeaderSum(out, layout.salt));
 }
 
 isam_code DecodeHeader(const uint8_t* in, FileKind kind, Layout* layout) {
-  if (Get64(in) == 0) return kIsamNoFile;
-  if (memcmp(in, Magic(kind), 8) != 0) return kIsamBadVersion;
-  layout->salt = Get64(in + 24);
-  if (Get64(in + 8) != Checksum(in + 16, kHeaderSize - 16, layout->salt))
-    return kIsamDamaged;
-  if (Get32(in + 16) != kVersion || Get32(in + 20) != kPageSize)
+  if (Get64(in + header_at::kMagic) == 0) return kIsamNoFile;
+  if (std::memcmp(in + header_at::kMagic, Magic(kind), kMagicSize) != 0)
     return kIsamBadVersion;
-  layout->record_length = Get32(in + 32);
-  layout->ring_size = Get32(in + 36);
-  layout->data_extension = Get32(in + 40);
-  layout->data_mode = Get32(in + 44);
-  layout->index_extension = Get32(in + 48);
-  layout->index_mode = Get32(in + 52);
-  layout->index_count = Get32(in + 56);
-  if (layout->record_length < 5 || layout->record_length > kIsamMaxRecord ||
-      layout->index_count < 1 || layout->index_count > kIsamMaxIndexes)
+  layout->salt = Get64(in + header_at::kSalt);
+  if (Get64(in + header_at::kChecksum) != HeaderSum(in, layout->salt))
+    return kIsamDamaged;
+  if (Get32(in + header_at::kVersion) != kVersion ||
+      Get32(in + header_at::kPageSize) != kPageSize)
+    return kIsamBadVersion;
+  layout->record_length = Get32(in + header_at::kRecordLength);
+  layout->ring_size = Get32(in + header_at::kRingSize);
+  layout->data_extension = Get32(in + header_at::kDataExtension);
+  layout->data_mode = Get32(in + header_at::kDataMode);
+  layout->index_extension = Get32(in + header_at::kIndexExtension);
+  layout->index_mode = Get32(in + header_at::kIndexMode);
+  layout->index_count = Get32(in + header_at::kIndexCount);
+  if (layout->record_length < kLeastRecord ||
+      layout->record_length > kIsamMaxRecord || layout->index_count < 1 ||
+      layout->index_count > kIsamMaxIndexes)
     return kIsamDamaged;
   for (uint32_t i = 0; i < layout->index_count; ++i) {
     Index& index = layout->index[i];
-    const uint8_t* p = in + kIndexDef + i * kIndexDefSize;
-    index.duplicates = p[2] != 0;
-    index.segment_count = p[3];
+    const uint8_t* p = in + header_at::kIndexes + i * kIndexDefSize;
+    index.duplicates = p[index_at::kDuplicates] != 0;
+    index.segment_count = p[index_at::kSegmentCount];
     if (index.segment_count > kIsamMaxSegments) return kIsamDamaged;
     for (uint32_t s = 0; s < index.segment_count; ++s) {
-      const uint8_t* q = p + 4 + s * 6;
-      index.segments[s] = {Get16(q), Get16(q + 2), q[4]};
+      const uint8_t* q = p + index_at::kSegments + s * kSegmentDefSize;
+      index.segments[s] = {Get16(q + segment_at::kOffset),
+                           Get16(q + segment_at::kLength),
+                           q[segment_at::kMode]};
     }
     if (!CompleteIndex(layout->record_length, &index)) return kIsamDamaged;
   }
@@ -189,26 +213,27 @@ isam_code DecodeHeader(const uint8_t* in, FileKind kind, Layout* layout) {
 }
 
 void EncodeState(const State& state, uint64_t salt, uint8_t* out) {
-  memset(out, 0, kStateSize);
-  Put32(out + 8, static_cast<uint32_t>(state.phase));
-  Put64(out + 16, state.commit);
-  Put64(out + 24, state.changes);
-  memcpy(out + 32, state.boot_id, sizeof state.boot_id);
-  Put32(out + 48, state.entry_offset);
-  Put32(out + 52, state.entry_length);
-  Put64(out + 56, state.half_first);
-  Put64(out, Checksum(out + 8, kStateSize - 8, salt));
+  std::memset(out, 0, kStateSize);
+  Put32(out + state_at::kPhase, static_cast<uint32_t>(state.phase));
+  Put64(out + state_at::kCommit, state.commit);
+  Put64(out + state_at::kChanges, state.changes);
+  std::memcpy(out + state_at::kBootId, state.boot_id, sizeof state.boot_id);
+  Put32(out + state_at::kEntryOffset, state.entry_offset);
+  Put32(out + state_at::kEntryLength, state.entry_length);
+  Put64(out + state_at::kHalfFirst, state.half_first);
+  Put64(out + state_at::kChecksum, StateSum(out, salt));
 }
 
 bool DecodeState(const uint8_t* in, const Layout& layout, State* state) {
-  if (Get64(in) != Checksum(in + 8, kStateSize - 8, layout.salt)) return false;
-  state->phase = static_cast<Phase>(Get32(in + 8));
-  state->commit = Get64(in + 16);
-  state->changes = Get64(in + 24);
-  memcpy(state->boot_id, in + 32, sizeof state->boot_id);
-  state->entry_offset = Get32(in + 48);
-  state->entry_length = Get32(in + 52);
-  state->half_first = Get64(in + 56);
+  if (Get64(in + state_at::kChecksum) != StateSum(in, layout.salt))
+    return false;
+  state->phase = static_cast<Phase>(Get32(in + state_at::kPhase));
+  state->commit = Get64(in + state_at::kCommit);
+  state->changes = Get64(in + state_at::kChanges);
+  std::memcpy(state->boot_id, in + state_at::kBootId, sizeof state->boot_id);
+  state->entry_offset = Get32(in + state_at::kEntryOffset);
+  state->entry_length = Get32(in + state_at::kEntryLength);
+  state->half_first = Get64(in + state_at::kHalfFirst);
   return state->phase >= Phase::kApplied &&
          state->phase <= Phase::kRebuilding &&
          state->entry_length <= layout.ring_size &&
@@ -216,37 +241,39 @@ bool DecodeState(const uint8_t* in, const Layout& layout, State* state) {
 }
 
 void EncodeRoot(const Root& root, uint64_t salt, uint8_t* out) {
-  memset(out, 0, kRootSize);
-  Put64(out + 8, root.commit);
-  Put64(out + 16, root.records);
-  Put32(out + 24, root.next_serial);
-  Put32(out + 28, root.pages_used);
-  Put32(out + 32, root.pages_capacity);
-  Put32(out + 36, root.free_page);
-  Put32(out + 40, root.slots_used);
-  Put32(out + 44, root.slots_capacity);
-  Put32(out + 48, root.free_slot);
+  std::memset(out, 0, kRootSize);
+  Put64(out + root_at::kCommit, root.commit);
+  Put64(out + root_at::kRecords, root.records);
+  Put32(out + root_at::kNextSerial, root.next_serial);
+  Put32(out + root_at::kPagesUsed, root.pages_used);
+  Put32(out + root_at::kPagesCapacity, root.pages_capacity);
+  Put32(out + root_at::kFreePage, root.free_page);
+  Put32(out + root_at::kSlotsUsed, root.slots_used);
+  Put32(out + root_at::kSlotsCapacity, root.slots_capacity);
+  Put32(out + root_at::kFreeSlot, root.free_slot);
   for (uint32_t i = 0; i < kIsamMaxIndexes; ++i) {
-    Put32(out + 64 + 8 * i, root.tree[i].page);
-    Put32(out + 68 + 8 * i, root.tree[i].depth);
+    uint8_t* tree = out + root_at::kTrees + kTreeSize * i;
+    Put32(tree, root.tree[i].page);
+    Put32(tree + 4, root.tree[i].depth);
   }
-  Put64(out, Checksum(out + 8, kRootSize - 8, salt));
+  Put64(out + root_at::kChecksum, RootSum(out, salt));
 }
 
 bool DecodeRoot(const uint8_t* in, const Layout& layout, Root* root) {
-  if (Get64(in) != Checksum(in + 8, kRootSize - 8, layout.salt)) return false;
-  root->commit = Get64(in + 8);
-  root->records = Get64(in + 16);
-  root->next_serial = Get32(in + 24);
-  root->pages_used = Get32(in + 28);
-  root->pages_capacity = Get32(in + 32);
-  root->free_page = Get32(in + 36);
-  root->slots_used = Get32(in + 40);
-  root->slots_capacity = Get32(in + 44);
-  root->free_slot = Get32(in + 48);
+  if (Get64(in + root_at::kChecksum) != RootSum(in, layout.salt)) return false;
+  root->commit = Get64(in + root_at::kCommit);
+  root->records = Get64(in + root_at::kRecords);
+  root->next_serial = Get32(in + root_at::kNextSerial);
+  root->pages_used = Get32(in + root_at::kPagesUsed);
+  root->pages_capacity = Get32(in + root_at::kPagesCapacity);
+  root->free_page = Get32(in + root_at::kFreePage);
+  root->slots_used = Get32(in + root_at::kSlotsUsed);
+  root->slots_capacity = Get32(in + root_at::kSlotsCapacity);
+  root->free_slot = Get32(in + root_at::kFreeSlot);
   for (uint32_t i = 0; i < kIsamMaxIndexes; ++i) {
     Tree& tree = root->tree[i];
-    tree = {Get32(in + 64 + 8 * i), Get32(in + 68 + 8 * i)};
+    const uint8_t* p = in + root_at::kTrees + kTreeSize * i;
+    tree = {Get32(p), Get32(p + 4)};
     if (tree.page > root->pages_used || tree.depth > kMaxDepth ||
         (tree.page == 0) != (tree.depth == 0))
       return false;
@@ -259,29 +286,30 @@ bool DecodeRoot(const uint8_t* in, const Layout& layout, Root* root) {
 }
 
 void EncodeFields(const DODA* fields, int count, uint64_t salt, uint8_t* out) {
-  memset(out, 0, kFieldsSize);
-  Put32(out + 8, static_cast<uint32_t>(count));
-  uint8_t* p = out + kFieldsHeader;
+  std::memset(out, 0, kFieldsSize);
+  Put32(out + fields_at::kCount, static_cast<uint32_t>(count));
+  uint8_t* p = out + fields_at::kFields;
   for (int i = 0; i < count; ++i, p += kFieldSize) {
-    memcpy(p, fields[i].name, strnlen(fields[i].name, sizeof DODA::name - 1));
-    Put32(p + 32, static_cast<uint32_t>(fields[i].offset));
-    Put32(p + 36, static_cast<uint32_t>(fields[i].type));
-    Put32(p + 40, static_cast<uint32_t>(fields[i].length));
+    std::memcpy(p + field_at::kName, fields[i].name,
+                strnlen(fields[i].name, sizeof DODA::name - 1));
+    Put32(p + field_at::kOffset, static_cast<uint32_t>(fields[i].offset));
+    Put32(p + field_at::kType, static_cast<uint32_t>(fields[i].type));
+    Put32(p + field_at::kLength, static_cast<uint32_t>(fields[i].length));
   }
-  Put64(out, Checksum(out + 8, kFieldsSize - 8, salt));
+  Put64(out + fields_at::kChecksum, FieldsSum(out, salt));
 }
 
 int DecodeFields(const uint8_t* in, uint64_t salt, DODA* fields) {
-  if (Get64(in) != Checksum(in + 8, kFieldsSize - 8, salt)) return -1;
-  const uint32_t count = Get32(in + 8);
+  if (Get64(in + fields_at::kChecksum) != FieldsSum(in, salt)) return -1;
+  const uint32_t count = Get32(in + fields_at::kCount);
   if (count > kIsamMaxFields) return -1;
-  const uint8_t* p = in + kFieldsHeader;
+  const uint8_t* p = in + fields_at::kFields;
   for (uint32_t i = 0; i < count; ++i, p += kFieldSize) {
-    memcpy(fields[i].name, p, sizeof DODA::name);
+    std::memcpy(fields[i].name, p + field_at::kName, sizeof DODA::name);
     fields[i].name[sizeof DODA::name - 1] = '\0';
-    fields[i].offset = static_cast<int>(Get32(p + 32));
-    fields[i].type = static_cast<int>(Get32(p + 36));
-    fields[i].length = static_cast<int>(Get32(p + 40));
+    fields[i].offset = static_cast<int>(Get32(p + field_at::kOffset));
+    fields[i].type = static_cast<int>(Get32(p + field_at::kType));
+    fields[i].length = static_cast<int>(Get32(p + field_at::kLength));
   }
   return static_cast<int>(count);
 }

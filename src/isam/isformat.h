@@ -14,59 +14,9 @@
 // has it: a commit changes one slot but many pages, which can wait. Header and
 // field definitions never change once a table exists.
 //
-// Header
-//    0  8 magic            "KRTISAMX" in the index file, "KRTISAMD" in the data
-//                          file; zeros until the creation is finished
-//    8  8 checksum         of 16 to 2047
-//   16  4 version          1
-//   20  4 page size        kPageSize
-//   24  8 salt             random, the same in both files
-//   32  4 record length    36 4 ring size, bytes
-//   40  4 data extension   44 4 data mode
-//   48  4 index extension  52 4 index mode      56 4 number of indexes
-//   64 52 for each index:
-//          2 length of its segments together  1 duplicates  1 segments
-//          8 segments of: 2 offset  2 length  1 mode  1 zero
-//
-// State block (64 bytes)
-//    0  8 checksum of 8 to 63      8  4 phase        12 4 zero
-//   16  8 commit number           24  8 change counter
-//   32 16 boot id of the kernel under which it was written; zeros: not trusted
-//   48  4 ring offset of that commit's entry         52 4 its length
-//   56  8 number of the first commit whose entry is in the same half of the
-//   ring
-//
-// Root page (192 bytes)
-//    0  8 checksum of 8 to 191     8  8 commit number    16 8 records
-//   24  4 next serial number      28  4 pages in use     32 4 pages in the file
-//   36  4 first free page         40  4 slots in use     44 4 slots in the file
-//   48  4 first free slot         52 12 zero
-//   64  8 for each index: 4 page number of its root, 4 depth (0 = empty)
-//
-// Page
-//    0  8 checksum of 8 to the end of the entries        8 8 commit number
-//   16  4 page number   20 1 type     21 1 index    22 1 level (1 = leaf)
-//   23  1 zero          24 2 entries  26 2 zero     28 4 next free page
-//   32    entries in ascending order: key, then 4 bytes: the slot of the record
-//         (leaf), or the page that holds the keys from this one on (inner page;
-//         there the first key is not looked at)
-//   A key is the segments of the record in order, and, where duplicates are
-//   allowed, the serial number, most significant byte first: so no two keys of
-//   an index are equal.
-//
-// Slot
-//    0  8 checksum of the rest
-//    8  4 kSlotUsed, or the next free slot (0: this is the last)
-//   12    the record; of a free slot the serial number, and zeros: the highest
-//         serial number in any slot is thus the last that was given
-//
-// Ring entry, at a multiple of 512
-//    0  8 magic "KRTREDO1"        8  8 checksum of 16 to the end
-//   16  8 salt   24 8 commit number
-//   32  8 base: the commits before it are on disk, in place, in both files
-//   40  4 length 44 4 images
-//   48    images: 4 kind, 4 number, 4 length, then the bytes as they are to
-//         stand in place
+// What stands where in each block is said once, by the offsets below, which are
+// bytes from the block's first; behind each comes its size, where it is not 4,
+// and its meaning. The bytes between are zeros.
 #ifndef ISAM_ISFORMAT_H_
 #define ISAM_ISFORMAT_H_
 
@@ -74,7 +24,8 @@
 
 #include <cstdint>
 
-#include "isam/isam.h"
+#include "isam/iscode.h"
+#include "isam/istypes.h"
 
 namespace isam {
 
@@ -87,18 +38,156 @@ constexpr off_t kStateOffset = 2048;
 constexpr uint32_t kStateSize = 64;
 constexpr off_t kRootOffset = 2560;
 constexpr uint32_t kRootSize = 192;
-constexpr uint32_t kOpenSize = 2560 + kRootSize;  // what an open reads
+constexpr uint32_t kOpenSize = kRootOffset + kRootSize;  // what an open reads
 constexpr off_t kPagesOffset = 4096;
 constexpr off_t kFieldsOffset = 2048;
 constexpr uint32_t kFieldsSize = 6144;
 constexpr off_t kRingOffset = 8192;
 
-constexpr uint32_t kPageHeader = 32;
-constexpr uint32_t kSlotHeader = 12;
+// --- Header: the first block of both files ---
+
+namespace header_at {
+constexpr uint32_t kMagic = 0;  // 8: "KRTISAMX" in the index file, "KRTISAMD"
+                                // in the data file; zeros until the creation
+                                // is finished
+constexpr uint32_t kChecksum = 8;  // 8: of all from kVersion on
+constexpr uint32_t kVersion = 16;  // 1
+constexpr uint32_t kPageSize = 20;
+constexpr uint32_t kSalt = 24;  // 8: random, the same in both files
+constexpr uint32_t kRecordLength = 32;
+constexpr uint32_t kRingSize = 36;  // bytes
+constexpr uint32_t kDataExtension = 40;
+constexpr uint32_t kDataMode = 44;
+constexpr uint32_t kIndexExtension = 48;
+constexpr uint32_t kIndexMode = 52;
+constexpr uint32_t kIndexCount = 56;
+constexpr uint32_t kIndexes = 64;  // kIndexDefSize for each
+}  // namespace header_at
+
+// In the header, for each index.
+namespace index_at {
+constexpr uint32_t kValueLength = 0;   // 2: of its segments together
+constexpr uint32_t kDuplicates = 2;    // 1
+constexpr uint32_t kSegmentCount = 3;  // 1
+constexpr uint32_t kSegments = 4;      // kSegmentDefSize for each
+}  // namespace index_at
+namespace segment_at {
+constexpr uint32_t kOffset = 0;  // 2
+constexpr uint32_t kLength = 2;  // 2
+constexpr uint32_t kMode = 4;    // 1
+}  // namespace segment_at
+constexpr uint32_t kSegmentDefSize = 6;
+constexpr uint32_t kIndexDefSize =
+    index_at::kSegments + kIsamMaxSegments * kSegmentDefSize;
+
+// --- State block ---
+
+namespace state_at {
+constexpr uint32_t kChecksum = 0;  // 8: of all from kPhase on
+constexpr uint32_t kPhase = 8;
+constexpr uint32_t kCommit = 16;       // 8
+constexpr uint32_t kChanges = 24;      // 8: a counter
+constexpr uint32_t kBootId = 32;       // 16: of the kernel under which it was
+                                       // written; zeros: not trusted
+constexpr uint32_t kEntryOffset = 48;  // in the ring, of that commit's entry
+constexpr uint32_t kEntryLength = 52;
+constexpr uint32_t kHalfFirst = 56;  // 8: number of the first commit whose
+                                     // entry is in the same half of the ring
+}  // namespace state_at
+
+// --- Root page ---
+
+namespace root_at {
+constexpr uint32_t kChecksum = 0;  // 8: of all from kCommit on
+constexpr uint32_t kCommit = 8;    // 8
+constexpr uint32_t kRecords = 16;  // 8
+constexpr uint32_t kNextSerial = 24;
+constexpr uint32_t kPagesUsed = 28;
+constexpr uint32_t kPagesCapacity = 32;  // pages in the file
+constexpr uint32_t kFreePage = 36;       // the first
+constexpr uint32_t kSlotsUsed = 40;
+constexpr uint32_t kSlotsCapacity = 44;
+constexpr uint32_t kFreeSlot = 48;
+constexpr uint32_t kTrees = 64;  // kTreeSize for each index: the page number of
+                                 // its root and its depth (0: empty)
+}  // namespace root_at
+constexpr uint32_t kTreeSize = 8;
+
+// --- Page of a tree, or a free one ---
+
+namespace page_at {
+constexpr uint32_t kChecksum = 0;  // 8: of kCommit to the end of the entries
+constexpr uint32_t kCommit = 8;    // 8
+constexpr uint32_t kNumber = 16;
+constexpr uint32_t kType = 20;   // 1
+constexpr uint32_t kIndex = 21;  // 1
+constexpr uint32_t kLevel = 22;  // 1: 1 for a leaf
+constexpr uint32_t kCount = 24;  // 2: of entries
+constexpr uint32_t kNext = 28;   // free page
+constexpr uint32_t kEntries = 32;
+}  // namespace page_at
+constexpr uint32_t kPageHeader = page_at::kEntries;
+// The entries are in ascending order: key, then the slot of the record (leaf),
+// or the page that holds the keys from this one on (inner page; there the first
+// key is not looked at). A key is the segments of the record in order, and,
+// where duplicates are allowed, the serial number, most significant byte first:
+// so no two keys of an index are equal.
+constexpr uint32_t kTargetSize = 4;
+
+// --- Slot ---
+
+namespace slot_at {
+constexpr uint32_t kChecksum = 0;  // 8: of all from kNext on
+constexpr uint32_t kNext = 8;      // kSlotUsed, or the next free slot (0: none)
+constexpr uint32_t kRecord = 12;   // of a free slot the serial number, and
+                                   // zeros: the highest serial number in any
+                                   // slot is thus the last that was given
+}  // namespace slot_at
+constexpr uint32_t kSlotHeader = slot_at::kRecord;
+constexpr uint32_t kSerialSize = 4;  // of a record's first bytes
 constexpr uint32_t kSlotUsed = 0xffffffff;
 constexpr uint32_t kLastSerial = 0xfffffffe;  // no higher number is given
-constexpr uint32_t kEntryHeader = 48;
-constexpr uint32_t kImageHeader = 12;
+
+// --- Ring entry, at a multiple of kSector ---
+
+namespace entry_at {
+constexpr uint32_t kMagic = 0;     // 8: "KRTREDO1"
+constexpr uint32_t kChecksum = 8;  // 8: of all from kSalt on
+constexpr uint32_t kSalt = 16;     // 8
+constexpr uint32_t kCommit = 24;   // 8
+constexpr uint32_t kBase = 32;     // 8: the commits before it are on disk, in
+                                   // place, in both files
+constexpr uint32_t kLength = 40;
+constexpr uint32_t kImageCount = 44;
+constexpr uint32_t kImages = 48;
+}  // namespace entry_at
+constexpr uint32_t kEntryHeader = entry_at::kImages;
+
+// In an entry, for each thing that the commit changed.
+namespace image_at {
+constexpr uint32_t kKind = 0;
+constexpr uint32_t kNumber = 4;
+constexpr uint32_t kLength = 8;
+constexpr uint32_t kBytes = 12;  // as they are to stand in place
+}  // namespace image_at
+constexpr uint32_t kImageHeader = image_at::kBytes;
+
+// --- Field definitions ---
+
+namespace fields_at {
+constexpr uint32_t kChecksum = 0;  // 8: of all from kCount on
+constexpr uint32_t kCount = 8;
+constexpr uint32_t kFields = 16;  // kFieldSize for each
+}  // namespace fields_at
+namespace field_at {
+constexpr uint32_t kName = 0;  // 32
+constexpr uint32_t kOffset = 32;
+constexpr uint32_t kType = 36;
+constexpr uint32_t kLength = 40;
+}  // namespace field_at
+constexpr uint32_t kFieldSize = 44;
+
+constexpr uint32_t kMagicSize = 8;
 
 struct Segment {
   uint16_t offset;
@@ -113,7 +202,7 @@ struct Index {
   uint32_t segment_count;
   Segment segments[kIsamMaxSegments];
 
-  uint32_t entry_size() const { return key_length + 4; }
+  uint32_t entry_size() const { return key_length + kTargetSize; }
   uint32_t capacity() const { return (kPageSize - kPageHeader) / entry_size(); }
 };
 

@@ -3,8 +3,7 @@
 // - What a file claims costs its owner nothing: it may be a hole of any size.
 //   Work that goes over all pieces goes by this, and so is bounded by what the
 //   file takes of the disk.
-// - A piece that lies in a hole all over is zeros, which is no slot and no
-// page.
+// - A piece that lies in a hole all over is zeros: no slot and no page.
 // - On a file system that cannot tell, all of a file is data.
 #ifndef ISAM_ISHOLE_H_
 #define ISAM_ISHOLE_H_
@@ -13,7 +12,7 @@
 
 #include <cstdint>
 
-#include "isam/isam.h"
+#include "isam/iscode.h"
 
 namespace isam {
 

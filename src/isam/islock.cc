@@ -62,7 +62,7 @@ isam_code Lock::TakeWriter(int fd) {
 isam_code Lock::TakeApply(int fd) {
   isam_code code = TryOnce(fd, F_WRLCK, kPendingByte, 2);
   if (code == kIsamCannotLock) {
-    // Readers are at work. The writer lock is ours, so the pending byte is
+    // Readers are at work. Ours is the writer lock, so the pending byte is
     // free.
     code = TryOnce(fd, F_WRLCK, kPendingByte, 1);
     if (code == kIsamOk)

@@ -15,7 +15,7 @@
 
 #include <sys/types.h>
 
-#include "isam/isam.h"
+#include "isam/iscode.h"
 
 namespace isam {
 

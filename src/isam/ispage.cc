@@ -8,7 +8,8 @@ namespace isam {
 namespace {
 
 uint64_t PageSum(const uint8_t* page, const Layout& layout) {
-  return Checksum(page + 8, PageBytes(page, layout) - 8,
+  return Checksum(page + page_at::kCommit,
+                  PageBytes(page, layout) - page_at::kCommit,
                   layout.salt ^ PageNumber(page));
 }
 
@@ -19,12 +20,12 @@ bool GoodPage(const uint8_t* page, uint32_t number, const Table& table) {
   if (PageNumber(page) != number || PageCommit(page) > table.root.commit)
     return false;
   if (TypeOfPage(page) != PageType::kFree) {
-    const uint32_t index = page[21];
+    const uint32_t index = PageIndex(page);
     if (index >= layout.index_count || PageCount(page) == 0 ||
         PageCount(page) > layout.index[index].capacity())
       return false;
   }
-  return Get64(page) == PageSum(page, layout);
+  return Get64(page + page_at::kChecksum) == PageSum(page, layout);
 }
 
 bool FromOverlay(const Table& table, ImageKind kind, uint32_t number,
@@ -32,7 +33,7 @@ bool FromOverlay(const Table& table, ImageKind kind, uint32_t number,
   const Image* image =
       table.overlay ? table.overlay->Find(kind, number) : nullptr;
   if (image == nullptr) return false;
-  memcpy(out, image->bytes, image->length);
+  std::memcpy(out, image->bytes, image->length);
   return true;
 }
 
@@ -63,23 +64,24 @@ isam_code CachedPage(Table& table, uint32_t number, const uint8_t** page) {
 }
 
 uint64_t SlotSum(const uint8_t* slot, uint32_t number, const Layout& layout) {
-  return Checksum(slot + 8, layout.slot_size() - 8, layout.salt ^ ~number);
+  return Checksum(slot + slot_at::kNext, layout.slot_size() - slot_at::kNext,
+                  layout.salt ^ ~number);
 }
 
 }  // namespace
 
 void InitPage(uint8_t* page, uint32_t number, PageType type, uint32_t index,
               uint32_t level) {
-  memset(page, 0, kPageSize);
-  Put32(page + 16, number);
-  page[20] = static_cast<uint8_t>(type);
-  page[21] = static_cast<uint8_t>(index);
-  page[22] = static_cast<uint8_t>(level);
+  std::memset(page, 0, kPageSize);
+  Put32(page + page_at::kNumber, number);
+  page[page_at::kType] = static_cast<uint8_t>(type);
+  page[page_at::kIndex] = static_cast<uint8_t>(index);
+  page[page_at::kLevel] = static_cast<uint8_t>(level);
 }
 
 void SealPage(uint8_t* page, const Layout& layout, uint64_t commit) {
-  Put64(page + 8, commit);
-  Put64(page, PageSum(page, layout));
+  Put64(page + page_at::kCommit, commit);
+  Put64(page + page_at::kChecksum, PageSum(page, layout));
 }
 
 uint32_t LowerBound(const uint8_t* page, const Index& index, uint32_t from,
@@ -87,7 +89,7 @@ uint32_t LowerBound(const uint8_t* page, const Index& index, uint32_t from,
   uint32_t low = from, high = PageCount(page);
   while (low < high) {
     const uint32_t middle = (low + high) / 2;
-    if (memcmp(PageEntry(page, index, middle), key, length) < 0)
+    if (std::memcmp(PageEntry(page, index, middle), key, length) < 0)
       low = middle + 1;
     else
       high = middle;
@@ -100,21 +102,18 @@ uint32_t ChildFor(const uint8_t* page, const Index& index, const uint8_t* key,
   const uint32_t at = LowerBound(page, index, 1, key, length);
   // A whole key that equals the first of a child is in that child. Of a shorter
   // one there may be more at the end of the child before.
-  const bool in_this = length == index.key_length && at < PageCount(page) &&
-                       memcmp(PageEntry(page, index, at), key, length) == 0;
+  const bool in_this =
+      length == index.key_length && at < PageCount(page) &&
+      std::memcmp(PageEntry(page, index, at), key, length) == 0;
   return in_this ? at : at - 1;
 }
 
 isam_code GetPage(Table& table, uint32_t number, uint32_t index, uint32_t level,
                   const uint8_t** page) {
   if (isam_code code = CachedPage(table, number, page)) return code;
-  const PageType type = level == 1 ? PageType::kLeaf : PageType::kInner;
   // The level falls by one with each step down, so no circle of pages can lead
   // a reader on for ever.
-  return TypeOfPage(*page) == type && (*page)[21] == index &&
-                 (*page)[22] == level
-             ? kIsamOk
-             : kIsamDamaged;
+  return IsTreePage(*page, index, level) ? kIsamOk : kIsamDamaged;
 }
 
 isam_code GetFreePage(Table& table, uint32_t number, const uint8_t** page) {
@@ -122,8 +121,15 @@ isam_code GetFreePage(Table& table, uint32_t number, const uint8_t** page) {
   return TypeOfPage(*page) == PageType::kFree ? kIsamOk : kIsamDamaged;
 }
 
+void ClearSlot(uint8_t* slot, uint32_t next, uint32_t serial,
+               const Layout& layout) {
+  std::memset(slot, 0, layout.slot_size());
+  Put32(slot + slot_at::kNext, next);
+  Put32(slot + slot_at::kRecord, serial);
+}
+
 void SealSlot(uint8_t* slot, uint32_t number, const Layout& layout) {
-  Put64(slot, SlotSum(slot, number, layout));
+  Put64(slot + slot_at::kChecksum, SlotSum(slot, number, layout));
 }
 
 isam_code GetSlot(Table& table, uint32_t number) {
@@ -132,7 +138,7 @@ isam_code GetSlot(Table& table, uint32_t number) {
   table.slot.resize(layout.slot_size());
   uint8_t* slot = table.slot.data();
   const auto good = [&] {
-    return Get64(slot) == SlotSum(slot, number, layout);
+    return Get64(slot + slot_at::kChecksum) == SlotSum(slot, number, layout);
   };
   if (FromOverlay(table, ImageKind::kSlot, number, slot))
     return good() ? kIsamOk : kIsamDamaged;

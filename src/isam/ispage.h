@@ -9,16 +9,26 @@
 
 namespace isam {
 
-inline uint64_t PageCommit(const uint8_t* page) { return Get64(page + 8); }
-inline uint32_t PageNumber(const uint8_t* page) { return Get32(page + 16); }
-inline PageType TypeOfPage(const uint8_t* page) {
-  return static_cast<PageType>(page[20]);
+inline uint64_t PageCommit(const uint8_t* page) {
+  return Get64(page + page_at::kCommit);
 }
-inline uint32_t PageCount(const uint8_t* page) { return Get16(page + 24); }
-inline uint32_t PageNext(const uint8_t* page) { return Get32(page + 28); }
+inline uint32_t PageNumber(const uint8_t* page) {
+  return Get32(page + page_at::kNumber);
+}
+inline PageType TypeOfPage(const uint8_t* page) {
+  return static_cast<PageType>(page[page_at::kType]);
+}
+inline uint32_t PageIndex(const uint8_t* page) { return page[page_at::kIndex]; }
+inline uint32_t PageLevel(const uint8_t* page) { return page[page_at::kLevel]; }
+inline uint32_t PageCount(const uint8_t* page) {
+  return Get16(page + page_at::kCount);
+}
+inline uint32_t PageNext(const uint8_t* page) {
+  return Get32(page + page_at::kNext);
+}
 
 inline void SetPageCount(uint8_t* page, uint32_t count) {
-  Put16(page + 24, count);
+  Put16(page + page_at::kCount, count);
 }
 inline const uint8_t* PageEntry(const uint8_t* page, const Index& index,
                                 uint32_t at) {
@@ -35,7 +45,15 @@ inline uint32_t EntryTarget(const uint8_t* entry, const Index& index) {
 // The bytes of a page that count; the rest of it is not looked at.
 inline uint32_t PageBytes(const uint8_t* page, const Layout& layout) {
   if (TypeOfPage(page) == PageType::kFree) return kPageHeader;
-  return kPageHeader + PageCount(page) * layout.index[page[21]].entry_size();
+  return kPageHeader +
+         PageCount(page) * layout.index[PageIndex(page)].entry_size();
+}
+
+// Whether the page is one of tree `index` at `level`.
+inline bool IsTreePage(const uint8_t* page, uint32_t index, uint32_t level) {
+  const PageType type = level == 1 ? PageType::kLeaf : PageType::kInner;
+  return TypeOfPage(page) == type && PageIndex(page) == index &&
+         PageLevel(page) == level;
 }
 
 void InitPage(uint8_t* page, uint32_t number, PageType type, uint32_t index,
@@ -57,9 +75,17 @@ uint32_t ChildFor(const uint8_t* page, const Index& index, const uint8_t* key,
 [[nodiscard]] isam_code GetFreePage(Table& table, uint32_t number,
                                     const uint8_t** page);
 
+// A slot that holds zeros from now on, but for the serial number that it had
+// and the next free one.
+void ClearSlot(uint8_t* slot, uint32_t next, uint32_t serial,
+               const Layout& layout);
 void SealSlot(uint8_t* slot, uint32_t number, const Layout& layout);
+// The next free slot, or kSlotUsed.
+inline uint32_t SlotNext(const uint8_t* slot) {
+  return Get32(slot + slot_at::kNext);
+}
 inline bool SlotInUse(const uint8_t* slot) {
-  return Get32(slot + 8) == kSlotUsed;
+  return SlotNext(slot) == kSlotUsed;
 }
 inline uint32_t SlotSerial(const uint8_t* slot) {
   return Get32(slot + kSlotHeader);

@@ -24,7 +24,9 @@ struct Query {
   uint8_t key[kIsamMaxKey];  // of kEqual and kGreaterEqual a value, else a key
   uint32_t want;             // how many records to read
 
-  int direction() const { return step == Step::kPrev ? -1 : 1; }
+  Direction direction() const {
+    return step == Step::kPrev ? Direction::kBackwards : Direction::kForwards;
+  }
 };
 
 isam_code SeekBefore(Table& table, const Query& query, uint32_t length,
@@ -40,7 +42,8 @@ isam_code SeekAfter(Table& table, const Query& query, uint32_t length,
     return code;
   const uint8_t* entry;
   if (isam_code code = TreeEntry(table, *pos, &entry)) return code;
-  return memcmp(entry, query.key, length) == 0 ? TreeNext(table, pos) : kIsamOk;
+  return std::memcmp(entry, query.key, length) == 0 ? TreeNext(table, pos)
+                                                    : kIsamOk;
 }
 
 isam_code SeekEqual(Table& table, const Query& query, uint32_t length,
@@ -49,7 +52,7 @@ isam_code SeekEqual(Table& table, const Query& query, uint32_t length,
     return code;
   const uint8_t* entry;
   if (isam_code code = TreeEntry(table, *pos, &entry)) return code;
-  return memcmp(entry, query.key, length) == 0 ? kIsamOk : kIsamNotFound;
+  return std::memcmp(entry, query.key, length) == 0 ? kIsamOk : kIsamNotFound;
 }
 
 isam_code Seek(Table& table, const Query& query, TreePos* pos) {
@@ -78,7 +81,7 @@ isam_code Fetch(Table& table, const TreePos& pos, uint8_t* key) {
   const Index& index = table.layout.index[pos.index];
   const uint8_t* entry;
   if (isam_code code = TreeEntry(table, pos, &entry)) return code;
-  memcpy(key, entry, index.key_length);
+  std::memcpy(key, entry, index.key_length);
   if (isam_code code = GetSlot(table, EntryTarget(entry, index))) return code;
   const uint8_t* slot = table.slot.data();
   if (!SlotInUse(slot) || !SerialWasGiven(slot, kLastSerial + 1)) {
@@ -86,13 +89,14 @@ isam_code Fetch(Table& table, const TreePos& pos, uint8_t* key) {
   }
   uint8_t of_record[kIsamMaxKey];
   RecordKey(index, slot + kSlotHeader, of_record);
-  return memcmp(key, of_record, index.key_length) == 0 ? kIsamOk : kIsamDamaged;
+  return std::memcmp(key, of_record, index.key_length) == 0 ? kIsamOk
+                                                            : kIsamDamaged;
 }
 
 bool InOrder(const Index& index, const uint8_t* earlier, const uint8_t* later,
-             int direction) {
-  const int order = memcmp(later, earlier, index.key_length);
-  return direction > 0 ? order > 0 : order < 0;
+             Direction direction) {
+  const int order = std::memcmp(later, earlier, index.key_length);
+  return direction == Direction::kForwards ? order > 0 : order < 0;
 }
 
 // Reads the records that `query` asks for into table.ahead.
@@ -100,14 +104,14 @@ isam_code Collect(Table& table, const Query& query) {
   ReadAhead& ahead = table.ahead;
   const Index& index = table.layout.index[query.index];
   const uint32_t length = table.layout.record_length;
-  const int direction = query.direction();
-  ahead.direction = 0;
+  const Direction direction = query.direction();
+  ahead.direction = Direction::kNone;
   ahead.count = ahead.next = 0;
   ahead.read_ms = Kut_coarse_ms();
   ahead.local_changes = LocalChanges();
   uint8_t last[kIsamMaxKey], key[kIsamMaxKey];
   bool ordered = query.step == Step::kNext || query.step == Step::kPrev;
-  if (ordered) memcpy(last, query.key, index.key_length);
+  if (ordered) std::memcpy(last, query.key, index.key_length);
   TreePos pos;
   isam_code code = Seek(table, query, &pos);
   while (code == kIsamOk) {
@@ -117,12 +121,13 @@ isam_code Collect(Table& table, const Query& query) {
     if (code != kIsamOk) break;
     const size_t end = size_t{length} * (ahead.count + 1);
     if (ahead.records.size() < end) ahead.records.resize(end);
-    memcpy(ahead.records.data() + end - length, table.slot.data() + kSlotHeader,
-           length);
+    std::memcpy(ahead.records.data() + end - length,
+                table.slot.data() + kSlotHeader, length);
     if (++ahead.count == query.want) break;
-    memcpy(last, key, index.key_length);
+    std::memcpy(last, key, index.key_length);
     ordered = true;
-    code = direction > 0 ? TreeNext(table, &pos) : TreePrev(table, &pos);
+    code = direction == Direction::kForwards ? TreeNext(table, &pos)
+                                             : TreePrev(table, &pos);
   }
   // A failure behind the first record is reported when it is reached.
   if (ahead.count == 0) return code;
@@ -135,9 +140,11 @@ isam_code Collect(Table& table, const Query& query) {
 // be served.
 bool IsAhead(Table& table, uint32_t index, Step step) {
   ReadAhead& ahead = table.ahead;
-  const int direction = step == Step::kNext ? 1 : step == Step::kPrev ? -1 : 0;
-  if (direction == 0 || ahead.direction != direction || ahead.index != index ||
-      ahead.next == ahead.count)
+  const Direction direction = step == Step::kNext   ? Direction::kForwards
+                              : step == Step::kPrev ? Direction::kBackwards
+                                                    : Direction::kNone;
+  if (direction == Direction::kNone || ahead.direction != direction ||
+      ahead.index != index || ahead.next == ahead.count)
     return false;
   const int64_t now = Kut_coarse_ms();
   if (now - ahead.read_ms < kFreshMs && ahead.local_changes == LocalChanges())
@@ -161,7 +168,7 @@ void TakeNextAhead(Table& table, uint8_t* out) {
   const uint32_t length = table.layout.record_length;
   const uint8_t* record = ahead.records.data() + size_t{length} * ahead.next++;
   SetCursor(table, record);
-  if (out != nullptr) memcpy(out, record, length);
+  if (out != nullptr) std::memcpy(out, record, length);
 }
 
 }  // namespace

@@ -33,6 +33,13 @@ struct Kept {
   bool dropped;
 };
 
+void AppendEntry(const Index& def, const uint8_t* key, uint32_t target,
+                 std::vector<uint8_t>* entries) {
+  entries->insert(entries->end(), key, key + def.key_length);
+  entries->resize(entries->size() + kTargetSize);
+  Put32(entries->data() + entries->size() - kTargetSize, target);
+}
+
 class Rebuilder {
  public:
   Rebuilder(const std::string& name, Reporter& out) : name_(name), out_(out) {}
@@ -184,7 +191,7 @@ class Rebuilder {
     state.changes = ++changes_;
     state.half_first = state.commit;
     state.entry_length = entry_length_;
-    memcpy(state.boot_id, g_sys.boot_id(), sizeof state.boot_id);
+    std::memcpy(state.boot_id, g_sys.boot_id(), sizeof state.boot_id);
     uint8_t bytes[kStateSize];
     EncodeState(state, layout_.salt, bytes);
     Lock lock;
@@ -199,7 +206,7 @@ class Rebuilder {
     uint8_t there[kHeaderSize], bytes[kHeaderSize];
     EncodeHeader(layout_, kind, bytes);
     if (ReadAt(fd, there, kHeaderSize, 0) == kIsamOk &&
-        memcmp(there, bytes, kHeaderSize) == 0)
+        std::memcmp(there, bytes, kHeaderSize) == 0)
       return kIsamOk;
     return WriteAt(fd, bytes, kHeaderSize, 0);
   }
@@ -230,8 +237,9 @@ class Rebuilder {
     const isam_code code = ReadSlot(n);
     if (code == kIsamIo) return code;
     const bool good = code == kIsamOk;
-    const bool never_used = std::all_of(slot_.begin() + 8, slot_.end(),
-                                        [](uint8_t b) { return b == 0; });
+    const bool never_used =
+        std::all_of(slot_.begin() + slot_at::kNext, slot_.end(),
+                    [](uint8_t b) { return b == 0; });
     if (!good && never_used) return kIsamOk;
     root_.slots_used = n;
     if (!good) {
@@ -267,9 +275,9 @@ class Rebuilder {
       order->push_back(i);
     }
     std::stable_sort(order->begin(), order->end(), [&](uint32_t a, uint32_t b) {
-      return memcmp(keys->data() + size_t{a} * def.key_length,
-                    keys->data() + size_t{b} * def.key_length,
-                    def.key_length) < 0;
+      return std::memcmp(keys->data() + size_t{a} * def.key_length,
+                         keys->data() + size_t{b} * def.key_length,
+                         def.key_length) < 0;
     });
     return kIsamOk;
   }
@@ -285,7 +293,7 @@ class Rebuilder {
     };
     size_t first = 0;
     for (size_t i = 1; i < order.size(); ++i) {
-      if (memcmp(key(order[first]), key(order[i]), def.key_length) != 0) {
+      if (std::memcmp(key(order[first]), key(order[i]), def.key_length) != 0) {
         first = i;
         continue;
       }
@@ -309,9 +317,7 @@ class Rebuilder {
       const isam_code read = ReadSlot(n);
       if (read == kIsamIo) return read;
       const uint32_t serial = read == kIsamOk ? SlotSerial(slot_.data()) : 0;
-      std::fill(slot_.begin(), slot_.end(), uint8_t{0});
-      Put32(slot_.data() + 8, root_.free_slot);
-      Put32(slot_.data() + kSlotHeader, serial);
+      ClearSlot(slot_.data(), root_.free_slot, serial, layout_);
       SealSlot(slot_.data(), n, layout_);
       if (isam_code code = WriteAt(dat_.get(), slot_.data(), slot_.size(),
                                    layout_.slot_offset(n)))
@@ -337,16 +343,13 @@ class Rebuilder {
       const uint32_t number = ++root_.pages_used;
       InitPage(page, number, level == 1 ? PageType::kLeaf : PageType::kInner,
                index, level);
-      memcpy(page + kPageHeader, first, bytes);
+      std::memcpy(page + kPageHeader, first, bytes);
       SetPageCount(page, static_cast<uint32_t>(bytes / def.entry_size()));
       SealPage(page, layout_, commit_ + 1);
       if (isam_code code =
               WriteAt(idx_.get(), page, kPageSize, layout_.page_offset(number)))
         return code;
-      above.insert(above.end(), first, first + def.key_length);
-      uint8_t target[4];
-      Put32(target, number);
-      above.insert(above.end(), target, target + 4);
+      AppendEntry(def, first, number, &above);
       at += bytes;
     }
     *entries = std::move(above);
@@ -361,10 +364,7 @@ class Rebuilder {
     if (order.empty()) return kIsamOk;
     for (uint32_t i : order) {
       const uint8_t* key = keys.data() + size_t{i} * def.key_length;
-      uint8_t target[4];
-      Put32(target, kept_[i].slot);
-      entries.insert(entries.end(), key, key + def.key_length);
-      entries.insert(entries.end(), target, target + 4);
+      AppendEntry(def, key, kept_[i].slot, &entries);
     }
     uint32_t level = 0;
     do {

@@ -20,13 +20,15 @@ using Entries = std::map<uint64_t, Found>;  // by commit number
 // impossible.
 template <typename Use>
 bool ForEachImage(const uint8_t* entry, const Layout& layout, Use use) {
-  const uint32_t length = Get32(entry + 40);
+  const uint32_t length = Get32(entry + entry_at::kLength);
   uint32_t at = kEntryHeader;
-  for (uint32_t left = Get32(entry + 44); left > 0; --left) {
+  for (uint32_t left = Get32(entry + entry_at::kImageCount); left > 0; --left) {
     if (length - at < kImageHeader) return false;
-    const auto kind = static_cast<ImageKind>(Get32(entry + at));
-    const uint32_t number = Get32(entry + at + 4);
-    const Image image = {entry + at + kImageHeader, Get32(entry + at + 8)};
+    const auto kind =
+        static_cast<ImageKind>(Get32(entry + at + image_at::kKind));
+    const uint32_t number = Get32(entry + at + image_at::kNumber);
+    const Image image = {entry + at + image_at::kBytes,
+                         Get32(entry + at + image_at::kLength)};
     at += kImageHeader;
     if (image.length > length - at) return false;
     at += image.length;
@@ -46,17 +48,23 @@ bool ForEachImage(const uint8_t* entry, const Layout& layout, Use use) {
 bool MayBeEntry(const std::vector<uint8_t>& ring, uint32_t offset,
                 const Layout& layout, uint64_t limit) {
   const uint8_t* p = ring.data() + offset;
-  if (ring.size() - offset < kEntryHeader || memcmp(p, kEntryMagic, 8) != 0)
+  if (ring.size() - offset < kEntryHeader ||
+      std::memcmp(p + entry_at::kMagic, kEntryMagic, kMagicSize) != 0)
     return false;
-  const uint32_t length = Get32(p + 40);
-  const uint64_t commit = Get64(p + 24);
-  return Get64(p + 16) == layout.salt && commit > 0 && commit <= limit &&
-         length >= kEntryHeader && length <= ring.size() - offset;
+  const uint32_t length = Get32(p + entry_at::kLength);
+  const uint64_t commit = Get64(p + entry_at::kCommit);
+  return Get64(p + entry_at::kSalt) == layout.salt && commit > 0 &&
+         commit <= limit && length >= kEntryHeader &&
+         length <= ring.size() - offset;
+}
+
+uint64_t EntrySum(const uint8_t* entry, uint64_t salt) {
+  return Checksum(entry + entry_at::kSalt,
+                  Get32(entry + entry_at::kLength) - entry_at::kSalt, salt);
 }
 
 bool IsWhole(const uint8_t* entry, const Layout& layout) {
-  return Get64(entry + 8) ==
-             Checksum(entry + 16, Get32(entry + 40) - 16, layout.salt) &&
+  return Get64(entry + entry_at::kChecksum) == EntrySum(entry, layout.salt) &&
          ForEachImage(entry, layout, [](ImageKind, uint32_t, const Image&) {});
 }
 
@@ -74,11 +82,12 @@ bool FindEntries(const std::vector<uint8_t>& ring, const Layout& layout,
   for (uint32_t at = 0; at < ring.size(); at += kSector) {
     if (!MayBeEntry(ring, at, layout, limit)) continue;
     const uint8_t* p = ring.data() + at;
-    const uint32_t length = Get32(p + 40);
+    const uint32_t length = Get32(p + entry_at::kLength);
     claimed += length;
     if (claimed > 4 * ring.size()) return false;
     if (IsWhole(p, layout))
-      (*found)[Get64(p + 24)] = {at, length, Get64(p + 32)};
+      (*found)[Get64(p + entry_at::kCommit)] = {at, length,
+                                                Get64(p + entry_at::kBase)};
   }
   return true;
 }
@@ -87,17 +96,17 @@ bool FindEntries(const std::vector<uint8_t>& ring, const Layout& layout,
 
 Entry::Entry(const Layout& layout, uint64_t commit)
     : salt_(layout.salt), bytes_(kEntryHeader) {
-  memcpy(bytes_.data(), kEntryMagic, 8);
-  Put64(bytes_.data() + 16, salt_);
-  Put64(bytes_.data() + 24, commit);
+  std::memcpy(bytes_.data() + entry_at::kMagic, kEntryMagic, kMagicSize);
+  Put64(bytes_.data() + entry_at::kSalt, salt_);
+  Put64(bytes_.data() + entry_at::kCommit, commit);
 }
 
 void Entry::Add(ImageKind kind, uint32_t number, const uint8_t* bytes,
                 uint32_t length) {
   uint8_t header[kImageHeader];
-  Put32(header, static_cast<uint32_t>(kind));
-  Put32(header + 4, number);
-  Put32(header + 8, length);
+  Put32(header + image_at::kKind, static_cast<uint32_t>(kind));
+  Put32(header + image_at::kNumber, number);
+  Put32(header + image_at::kLength, length);
   bytes_.insert(bytes_.end(), header, header + sizeof header);
   bytes_.insert(bytes_.end(), bytes, bytes + length);
   ++images_;
@@ -107,10 +116,10 @@ void Entry::Seal(uint64_t base) {
   const uint32_t length = size();
   bytes_.resize(sealed_size());
   uint8_t* p = bytes_.data();
-  Put64(p + 32, base);
-  Put32(p + 40, length);
-  Put32(p + 44, images_);
-  Put64(p + 8, Checksum(p + 16, length - 16, salt_));
+  Put64(p + entry_at::kBase, base);
+  Put32(p + entry_at::kLength, length);
+  Put32(p + entry_at::kImageCount, images_);
+  Put64(p + entry_at::kChecksum, EntrySum(p, salt_));
 }
 
 isam_code Overlay::Load(int fd, const Layout& layout, uint64_t last,

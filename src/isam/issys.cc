@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "isam/istypes.h"
 #include "util/kutio.h"
 
 namespace isam {
@@ -120,10 +121,21 @@ const uint8_t* SysBootId() {
 
 }  // namespace
 
-constinit Sys g_sys = {
-    SysOpen,     Kut_pread_full, Kut_pwrite_full, SysSync,   SysSyncFull,
-    SysTruncate, fchmod,         SysStat,         lseek,     SysUnlink,
-    SysLock,     SysIsLocked,    SysBootId,       SysRandom, 5000};
+constinit Sys g_sys = {.open = SysOpen,
+                       .read = Kut_pread_full,
+                       .write = Kut_pwrite_full,
+                       .sync = SysSync,
+                       .sync_full = SysSyncFull,
+                       .truncate = SysTruncate,
+                       .chmod = fchmod,
+                       .stat = SysStat,
+                       .seek = lseek,
+                       .unlink = SysUnlink,
+                       .lock = SysLock,
+                       .is_locked = SysIsLocked,
+                       .boot_id = SysBootId,
+                       .random = SysRandom,
+                       .lock_wait_ms = 5000};
 
 void SetFolder(int dirfd, mode_t file_mode) {
   g_folder = dirfd;

@@ -8,7 +8,7 @@
 
 #include <cstdint>
 
-#include "isam/isam.h"
+#include "isam/iscode.h"
 
 namespace isam {
 

@@ -42,10 +42,12 @@ struct Cursor {
   std::vector<uint8_t> record;
 };
 
+enum class Direction { kNone, kForwards, kBackwards };
+
 // Records that were read together with the current one and follow it.
 struct ReadAhead {
   uint32_t index = 0;
-  int direction = 0;  // 1 forwards, -1 backwards, 0 nothing here
+  Direction direction = Direction::kNone;  // kNone: nothing here
   uint32_t count = 0, next = 0;
   int64_t read_ms = 0;         // when, and
   uint64_t local_changes = 0;  // after how many commits of this process

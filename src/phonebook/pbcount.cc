@@ -25,7 +25,7 @@ int CountMemberships(pb_book* book, const pb_side& side, const char* alias) {
   }
   for (int count = 0;; ++count) {
     pb_put_field(member.bytes + side.member_offset, kAliasSize, spelled);
-    if (strcmp(spelled, alias) != 0) {
+    if (std::strcmp(spelled, alias) != 0) {
       pb_errno = kx_err_none;
       return count;
     }
@@ -59,10 +59,11 @@ int CountRange(pb_book* book, int order, const pb_range& range,
   for (; result == 0 && !range.IsBeyond(walk.record());
        result = walk.MoveOn(kx_pbc_next)) {
     if (range.IsBelow(walk.record())) continue;
-    const int counts =
-        pb_is_empty(group) ? 1 : pb_is_member(book, group_key, walk.record());
-    if (counts == -1) return -1;
-    count += counts;
+    const pb_member member = pb_is_empty(group)
+                                 ? pb_member::kYes
+                                 : pb_is_member(book, group_key, walk.record());
+    if (member == pb_member::kFailed) return -1;
+    if (member == pb_member::kYes) ++count;
   }
   if (result != 0 && pb_errno != kx_err_eof) return -1;
   pb_errno = kx_err_none;

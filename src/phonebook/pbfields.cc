@@ -16,99 +16,121 @@ constexpr int SizeWithoutGaps(const db_field (&fields)[N]) {
   return size;
 }
 
+constexpr void Put(const char* text, char* place) {
+  while (*text != '\0') *place++ = *text++;
+}
+
+// A stored text.
+constexpr db_field Text(const char* name, const char* abbr, const char* desc,
+                        pb_place place) {
+  db_field field = {};
+  Put(name, field.name);
+  Put(abbr, field.abbr);
+  Put(desc, field.desc);
+  field.type = kx_typ_str;
+  field.length = place.length;
+  field.offset = place.offset;
+  return field;
+}
+
+// A text that is made from stored ones, and put into them.
+constexpr db_field Pseudo(const char* abbr, const char* desc,
+                          db_to_text to_text, db_from_text from_text) {
+  db_field field = Text("", abbr, desc, {});
+  field.to_text = to_text;
+  field.from_text = from_text;
+  return field;
+}
+
+constexpr pb_place PartOf(int number, pb_number_part part) {
+  return {number + kNumberPlaces[part].offset, kNumberPlaces[part].length};
+}
+
 // Field numbers.
 enum { kAlias = 0, kLname = 1, kFname = 2, kCompany = 3 };
 enum { kGalias = 0, kPalias = 1 };
+
+constexpr db_key kEnd = {.unique = -1, .count = 0, .fields = {}};
 
 }  // namespace
 
 // The abbreviation of "vext" and the description of "city" are odd, and known
 // to users by now.
 constexpr db_field pb_per_fields[] = {
-    {"palias", "pal", "person alias", kx_typ_str, 16, 0, nullptr, nullptr},
-    {"lname", "las", "last name", kx_typ_str, 32, 16, nullptr, nullptr},
-    {"fname", "fir", "first name", kx_typ_str, 32, 48, nullptr, nullptr},
-    {"company", "com", "company name", kx_typ_str, 64, 80, nullptr, nullptr},
-    {"notes", "not", "notes", kx_typ_str, 64, 144, nullptr, nullptr},
-    {"fcntry", "fcn", "fax country", kx_typ_str, 6, 208, nullptr, nullptr},
-    {"farea", "far", "fax area code", kx_typ_str, 6, 214, nullptr, nullptr},
-    {"flocal", "flo", "fax local number", kx_typ_str, 32, 220, nullptr,
-     nullptr},
-    {"fext", "fex", "fax extension", kx_typ_str, 6, 252, nullptr, nullptr},
-    {"vcntry", "vcn", "voice country", kx_typ_str, 6, 258, nullptr, nullptr},
-    {"varea", "var", "voice area code", kx_typ_str, 6, 264, nullptr, nullptr},
-    {"vlocal", "vlo", "voice local number", kx_typ_str, 32, 270, nullptr,
-     nullptr},
-    {"vext", "cex", "voice extension", kx_typ_str, 6, 302, nullptr, nullptr},
-    {"pcntry", "pcn", "pager country", kx_typ_str, 6, 308, nullptr, nullptr},
-    {"parea", "par", "pager area code", kx_typ_str, 6, 314, nullptr, nullptr},
-    {"plocal", "plo", "pager local number", kx_typ_str, 32, 320, nullptr,
-     nullptr},
-    {"pext", "pex", "pager extension", kx_typ_str, 6, 352, nullptr, nullptr},
-    {"ccntry", "ccn", "cellular country", kx_typ_str, 6, 358, nullptr, nullptr},
-    {"carea", "car", "cellular area code", kx_typ_str, 6, 364, nullptr,
-     nullptr},
-    {"clocal", "clo", "cellular local number", kx_typ_str, 32, 370, nullptr,
-     nullptr},
-    {"cext", "cex", "cellular extension", kx_typ_str, 6, 402, nullptr, nullptr},
-    {"addr1", "ad1", "address line 1", kx_typ_str, 40, 408, nullptr, nullptr},
-    {"addr2", "ad2", "address line 2", kx_typ_str, 40, 448, nullptr, nullptr},
-    {"city", "cit", "cit", kx_typ_str, 40, 488, nullptr, nullptr},
-    {"state", "sta", "state", kx_typ_str, 12, 528, nullptr, nullptr},
-    {"country", "cou", "country", kx_typ_str, 24, 540, nullptr, nullptr},
-    {"zip", "zip", "zip code", kx_typ_str, 12, 564, nullptr, nullptr},
-    {"email", "ema", "e-mail address", kx_typ_str, 64, 576, nullptr, nullptr},
-    {"info", "inf", "user info", kx_typ_str, 64, 640, nullptr, nullptr},
+    Text("palias", "pal", "person alias", kAliasPlace),
+    Text("lname", "las", "last name", kLastName),
+    Text("fname", "fir", "first name", kFirstName),
+    Text("company", "com", "company name", {80, 64}),
+    Text("notes", "not", "notes", {144, 64}),
+    Text("fcntry", "fcn", "fax country", PartOf(kFaxNumber, kCountry)),
+    Text("farea", "far", "fax area code", PartOf(kFaxNumber, kArea)),
+    Text("flocal", "flo", "fax local number", PartOf(kFaxNumber, kLocal)),
+    Text("fext", "fex", "fax extension", PartOf(kFaxNumber, kExtension)),
+    Text("vcntry", "vcn", "voice country", PartOf(kVoiceNumber, kCountry)),
+    Text("varea", "var", "voice area code", PartOf(kVoiceNumber, kArea)),
+    Text("vlocal", "vlo", "voice local number", PartOf(kVoiceNumber, kLocal)),
+    Text("vext", "cex", "voice extension", PartOf(kVoiceNumber, kExtension)),
+    Text("pcntry", "pcn", "pager country", PartOf(kPagerNumber, kCountry)),
+    Text("parea", "par", "pager area code", PartOf(kPagerNumber, kArea)),
+    Text("plocal", "plo", "pager local number", PartOf(kPagerNumber, kLocal)),
+    Text("pext", "pex", "pager extension", PartOf(kPagerNumber, kExtension)),
+    Text("ccntry", "ccn", "cellular country", PartOf(kCellNumber, kCountry)),
+    Text("carea", "car", "cellular area code", PartOf(kCellNumber, kArea)),
+    Text("clocal", "clo", "cellular local number", PartOf(kCellNumber, kLocal)),
+    Text("cext", "cex", "cellular extension", PartOf(kCellNumber, kExtension)),
+    Text("addr1", "ad1", "address line 1", {408, 40}),
+    Text("addr2", "ad2", "address line 2", {448, 40}),
+    Text("city", "cit", "cit", {488, 40}),
+    Text("state", "sta", "state", {528, 12}),
+    Text("country", "cou", "country", {540, 24}),
+    Text("zip", "zip", "zip code", {564, 12}),
+    Text("email", "ema", "e-mail address", {576, 64}),
+    Text("info", "inf", "user info", {640, 64}),
     {},
 };
 static_assert(SizeWithoutGaps(pb_per_fields) == kRecordSize);
-static_assert(pb_per_fields[kLname].offset == kLastName.offset &&
-              pb_per_fields[kFname].offset == kFirstName.offset);
 
 constexpr db_field pb_per_fields_pseudo[] = {
-    {"", "nam", "full name (first last)", kx_typ_str, 0, 0, pb_perrec_to_name,
-     pb_name_to_perrec},
-    {"", "fax", "fax number", kx_typ_str, 0, 0, pb_perrec_to_fax,
-     pb_fax_to_perrec},
-    {"", "voi", "voice number", kx_typ_str, 0, 0, pb_perrec_to_voice,
-     pb_voice_to_perrec},
-    {"", "pag", "pager number", kx_typ_str, 0, 0, pb_perrec_to_pager,
-     pb_pager_to_perrec},
-    {"", "cel", "cellular number", kx_typ_str, 0, 0, pb_perrec_to_cell,
-     pb_cell_to_perrec},
+    Pseudo("nam", "full name (first last)", pb_perrec_to_name,
+           pb_name_to_perrec),
+    Pseudo("fax", "fax number", pb_perrec_to_fax, pb_fax_to_perrec),
+    Pseudo("voi", "voice number", pb_perrec_to_voice, pb_voice_to_perrec),
+    Pseudo("pag", "pager number", pb_perrec_to_pager, pb_pager_to_perrec),
+    Pseudo("cel", "cellular number", pb_perrec_to_cell, pb_cell_to_perrec),
     {},
 };
 
 constexpr db_field pb_grp_fields[] = {
-    {"galias", "gal", "group alias", kx_typ_str, 16, 0, nullptr, nullptr},
-    {"gdesc", "gde", "description", kx_typ_str, 64, 16, nullptr, nullptr},
+    Text("galias", "gal", "group alias", kAliasPlace),
+    Text("gdesc", "gde", "description", {16, 64}),
     {},
 };
 static_assert(SizeWithoutGaps(pb_grp_fields) == 80);
 
 constexpr db_field pb_mem_fields[] = {
-    {"galias", "gal", "group  alias", kx_typ_str, 16, kMemberGroup, nullptr,
-     nullptr},
-    {"palias", "pal", "person alias", kx_typ_str, 16, kMemberPerson, nullptr,
-     nullptr},
+    Text("galias", "gal", "group  alias", kMemberGroup),
+    Text("palias", "pal", "person alias", kMemberPerson),
     {},
 };
 static_assert(SizeWithoutGaps(pb_mem_fields) == 32);
 
 constexpr db_key pb_per_index[] = {
-    {1, 1, {kAlias}},           {0, 1, {kLname}}, {0, 1, {kFname}},
-    {0, 2, {kCompany, kLname}}, {-1, 0, {}},
+    {.unique = 1, .count = 1, .fields = {kAlias}},
+    {.unique = 0, .count = 1, .fields = {kLname}},
+    {.unique = 0, .count = 1, .fields = {kFname}},
+    {.unique = 0, .count = 2, .fields = {kCompany, kLname}},
+    kEnd,
 };
 
 constexpr db_key pb_grp_index[] = {
-    {1, 1, {kAlias}},
-    {-1, 0, {}},
+    {.unique = 1, .count = 1, .fields = {kAlias}},
+    kEnd,
 };
 
 constexpr db_key pb_mem_index[] = {
-    {1, 2, {kGalias, kPalias}},
-    {1, 2, {kPalias, kGalias}},
-    {-1, 0, {}},
+    {.unique = 1, .count = 2, .fields = {kGalias, kPalias}},
+    {.unique = 1, .count = 2, .fields = {kPalias, kGalias}},
+    kEnd,
 };
 
 constexpr pb_side pb_person_side = {
@@ -117,7 +139,7 @@ constexpr pb_side pb_person_side = {
     .type = "obj-person",
     .absent = kx_err_person,
     .member_key = kMemberByPersonKey,
-    .member_offset = kMemberPerson,
+    .member_offset = kMemberPerson.offset,
 };
 
 constexpr pb_side pb_group_side = {
@@ -126,5 +148,5 @@ constexpr pb_side pb_group_side = {
     .type = "obj-group",
     .absent = kx_err_group,
     .member_key = kMemberByGroupKey,
-    .member_offset = kMemberGroup,
+    .member_offset = kMemberGroup.offset,
 };

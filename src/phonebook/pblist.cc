@@ -9,9 +9,9 @@ class Filter {
   Filter(pb_book* book, const char* group)
       : book_(pb_is_empty(group) ? nullptr : book),
         group_(pb_alias_key(group)) {}
-  // 1, 0, or -1.
-  int Accepts(const pb_record& record) const {
-    return book_ == nullptr ? 1 : pb_is_member(book_, group_, record);
+  pb_member Accepts(const pb_record& record) const {
+    return book_ == nullptr ? pb_member::kYes
+                            : pb_is_member(book_, group_, record);
   }
 
  private:
@@ -19,7 +19,7 @@ class Filter {
   const pb_key group_;
 };
 
-// Appends the walk's record. 29; 39 without memory.
+// Appends the walk's record. kx_err_database; kx_err_pb_memory.
 int Append(const pb_walk& walk, const char* type, kx::ListBuilder* list) {
   kx::Object obj = kx::Build(type);
   if (obj == nullptr) return pb_fail(kx_err_pb_memory);
@@ -53,8 +53,9 @@ kx_object* Collect(pb_walk* walk, const char* type, int step, const pb_key& key,
   kx::ListBuilder list;
   int result = Begin(walk, step, key);
   while (result == 0) {
-    const int accepted = filter.Accepts(walk->record());
-    result = accepted == 1 ? Append(*walk, type, &list) : accepted;
+    const pb_member accepted = filter.Accepts(walk->record());
+    if (accepted == pb_member::kFailed) result = -1;
+    if (accepted == pb_member::kYes) result = Append(*walk, type, &list);
     // Stopping here keeps the cursor at the last entry.
     if (result != 0 || IsFull(list, max)) break;
     result = walk->MoveOn(step);
@@ -122,9 +123,9 @@ kx_object* pb_list_per_pos_get(int kind, int sort, const char* from,
   int result =
       Begin(&walk, range.has_from() ? kx_pbc_gteq : kx_pbc_first, range.from());
   for (; result == 0 && !IsFull(list, max); result = walk.MoveOn(kx_pbc_next)) {
-    const int accepted = filter.Accepts(walk.record());
-    if (accepted == -1) return nullptr;
-    if (accepted == 0) continue;
+    const pb_member accepted = filter.Accepts(walk.record());
+    if (accepted == pb_member::kFailed) return nullptr;
+    if (accepted == pb_member::kNo) continue;
     if (offset > 0) {
       --offset;
       continue;

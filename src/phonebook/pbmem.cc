@@ -10,7 +10,7 @@ struct Aliases {
   const char* person;
 };
 
-// False, with 37, unless the object has both.
+// False, with kx_err_pb_data, unless the object has both.
 bool GetAliases(kx_object* member, Aliases* out) {
   if (Kfx_Is_Obj_Type(member, kType)) {
     *out = {kx::Text(member, "galias"), kx::Text(member, "palias")};

@@ -10,12 +10,9 @@ constexpr const char* pb_per_name = "pbper";
 constexpr const char* pb_grp_name = "pbgrp";
 constexpr const char* pb_mem_name = "pbmem";
 
-#define PB_CLOSED_BOOK(kind) \
-  { kind, 0, -1, 0, "", "", "", nullptr, nullptr, nullptr }
-constinit pb_book pb_lcl = PB_CLOSED_BOOK(kx_pbt_lcl);
-constinit pb_book pb_usr = PB_CLOSED_BOOK(kx_pbt_usr);
-constinit pb_book pb_sys = PB_CLOSED_BOOK(kx_pbt_sys);
-#undef PB_CLOSED_BOOK
+constinit pb_book pb_lcl = {.kind = kx_pbt_lcl};
+constinit pb_book pb_usr = {.kind = kx_pbt_usr};
+constinit pb_book pb_sys = {.kind = kx_pbt_sys};
 
 namespace {
 
@@ -30,17 +27,32 @@ struct Table {
   int absent;  // error number at open when its files are not there
 };
 constexpr Table kTables[] = {
-    {pb_per_name, &pb_book::per_path, &pb_book::per, pb_per_fields,
-     pb_per_fields_pseudo, pb_per_index, kx_err_no_book},
-    {pb_grp_name, &pb_book::grp_path, &pb_book::grp, pb_grp_fields, nullptr,
-     pb_grp_index, kx_err_database},
-    {pb_mem_name, &pb_book::mem_path, &pb_book::mem, pb_mem_fields, nullptr,
-     pb_mem_index, kx_err_database},
+    {.name = pb_per_name,
+     .path = &pb_book::per_path,
+     .handle = &pb_book::per,
+     .fields = pb_per_fields,
+     .pseudo = pb_per_fields_pseudo,
+     .keys = pb_per_index,
+     .absent = kx_err_no_book},
+    {.name = pb_grp_name,
+     .path = &pb_book::grp_path,
+     .handle = &pb_book::grp,
+     .fields = pb_grp_fields,
+     .pseudo = nullptr,
+     .keys = pb_grp_index,
+     .absent = kx_err_database},
+    {.name = pb_mem_name,
+     .path = &pb_book::mem_path,
+     .handle = &pb_book::mem,
+     .fields = pb_mem_fields,
+     .pseudo = nullptr,
+     .keys = pb_mem_index,
+     .absent = kx_err_database},
 };
 
 void SetPaths(pb_book* book, const char* directory) {
   for (const Table& table : kTables) {
-    strcpy(book->*table.path, cm_join_path(directory, table.name).text);
+    std::strcpy(book->*table.path, cm_join_path(directory, table.name).text);
   }
   // What an earlier command set must not show in the answer to the next.
   if (book->open != 0) return;
@@ -82,7 +94,7 @@ int CreateTable(const pb_book& book, const pb_folder& folder,
   }
   for (const char* extension : {"dat", "idx"}) {
     char name[16];
-    snprintf(name, sizeof name, "%s.%s", table.name, extension);
+    std::snprintf(name, sizeof name, "%s.%s", table.name, extension);
     pb_folder_give(book, folder, name);
   }
   return 0;

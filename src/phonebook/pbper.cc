@@ -8,7 +8,8 @@ namespace {
 // Gives the person the present second as its alias.
 void pb_per_make_alias(kx_object* person) {
   char alias[kAliasSize];
-  snprintf(alias, sizeof alias, "%ld", static_cast<long>(time(nullptr)));
+  std::snprintf(alias, sizeof alias, "%ld",
+                static_cast<long>(std::time(nullptr)));
   kx::SetText(person, "palias", alias);
 }
 
@@ -46,7 +47,7 @@ int pb_per_get(int kind, int sort, kx_object* person, int step,
 int pb_per_pos(int kind, int sort, int step, int count, const char* group) {
   const pb_use book(kind);
   if (book == nullptr) return -1;
-  if (step < kx_pbc_next || step > kStepCurrent) {
+  if (step < kx_pbc_next || step > pb_step_current) {
     return pb_fail(kx_err_pb_data);
   }
   const int order = pb_cvt_sort(sort);
@@ -57,10 +58,11 @@ int pb_per_pos(int kind, int sort, int step, int count, const char* group) {
   while (count > 0) {
     if ((begun ? walk.MoveOn(step) : walk.Step(step, pb_key{})) != 0) return -1;
     begun = true;
-    const int counts =
-        pb_is_empty(group) ? 1 : pb_is_member(book, group_key, walk.record());
-    if (counts == -1) return -1;
-    count -= counts;
+    const pb_member member = pb_is_empty(group)
+                                 ? pb_member::kYes
+                                 : pb_is_member(book, group_key, walk.record());
+    if (member == pb_member::kFailed) return -1;
+    if (member == pb_member::kYes) --count;
   }
   return pb_succeed();
 }

@@ -10,27 +10,14 @@ namespace {
 constexpr std::string_view kDividers = "- \t\n\v\f\r./()";
 constexpr std::string_view kExtensionMarks = "xX#*";
 
-// The parts of a number, and where they stand from its first byte.
-enum { kCountry, kArea, kLocal, kExtension, kPartCount };
-constexpr pb_place kParts[kPartCount] = {{0, 6}, {6, 6}, {12, 32}, {44, 6}};
-constexpr int kNumberSize = 50;
-
-// The numbers of a person.
-enum {
-  kFaxOffset = 208,
-  kVoiceOffset = 258,
-  kPagerOffset = 308,
-  kCellOffset = 358
-};
-
 struct Number {
   char bytes[kNumberSize];
 };
 
 bool Append(std::string_view text, int part, Number* number) {
-  char* place = number->bytes + kParts[part].offset;
-  const size_t length = strlen(place);
-  if (length + text.size() >= static_cast<size_t>(kParts[part].length)) {
+  char* place = number->bytes + kNumberPlaces[part].offset;
+  const size_t length = std::strlen(place);
+  if (length + text.size() >= static_cast<size_t>(kNumberPlaces[part].length)) {
     return false;
   }
   text.copy(place + length, text.size());
@@ -60,7 +47,7 @@ bool str_to_phone(std::string_view text, Number* number) {
   int count = 0;
   for (std::string_view rest = text; HasPart(rest); ++count) TakePart(&rest);
   // The last part is local, so fewer than three leave out the country first.
-  int part = count < 3 ? kPartCount - 1 - count : kCountry;
+  int part = count < 3 ? kNumberParts - 1 - count : kCountry;
   for (; part < kLocal; ++part) {
     if (!Append(TakePart(&text), part, number)) return false;
   }
@@ -75,12 +62,13 @@ bool str_to_phone(std::string_view text, Number* number) {
 int phone_to_str(const char* number, char* text, size_t size) {
   size_t used = 0;
   if (size > 0) text[0] = '\0';
-  for (int part = kCountry; part < kPartCount; ++part) {
-    const char* place = number + kParts[part].offset;
+  for (int part = kCountry; part < kNumberParts; ++part) {
+    const char* place = number + kNumberPlaces[part].offset;
     if (*place == '\0') continue;
     const char* divider = part == kExtension ? " x" : used > 0 ? "-" : "";
-    const int length = snprintf(text + used, size - used, "%s%.*s", divider,
-                                kParts[part].length, place);
+    const int length =
+        std::snprintf(text + used, size - used, "%s%.*s", divider,
+                      kNumberPlaces[part].length, place);
     if (length < 0 || static_cast<size_t>(length) >= size - used) {
       return pb_fail(kx_err_pb_data);
     }
@@ -94,36 +82,36 @@ int PutNumber(const char* text, char* place) {
   if (text != nullptr && !str_to_phone(text, &number)) {
     return pb_fail(kx_err_pb_data);
   }
-  memcpy(place, number.bytes, sizeof number.bytes);
+  std::memcpy(place, number.bytes, sizeof number.bytes);
   return 0;
 }
 
 }  // namespace
 
 int pb_perrec_to_fax(const char* record, char* text, size_t size) {
-  return phone_to_str(record + kFaxOffset, text, size);
+  return phone_to_str(record + kFaxNumber, text, size);
 }
 int pb_fax_to_perrec(const char* text, char* record) {
-  return PutNumber(text, record + kFaxOffset);
+  return PutNumber(text, record + kFaxNumber);
 }
 
 int pb_perrec_to_voice(const char* record, char* text, size_t size) {
-  return phone_to_str(record + kVoiceOffset, text, size);
+  return phone_to_str(record + kVoiceNumber, text, size);
 }
 int pb_voice_to_perrec(const char* text, char* record) {
-  return PutNumber(text, record + kVoiceOffset);
+  return PutNumber(text, record + kVoiceNumber);
 }
 
 int pb_perrec_to_pager(const char* record, char* text, size_t size) {
-  return phone_to_str(record + kPagerOffset, text, size);
+  return phone_to_str(record + kPagerNumber, text, size);
 }
 int pb_pager_to_perrec(const char* text, char* record) {
-  return PutNumber(text, record + kPagerOffset);
+  return PutNumber(text, record + kPagerNumber);
 }
 
 int pb_perrec_to_cell(const char* record, char* text, size_t size) {
-  return phone_to_str(record + kCellOffset, text, size);
+  return phone_to_str(record + kCellNumber, text, size);
 }
 int pb_cell_to_perrec(const char* text, char* record) {
-  return PutNumber(text, record + kCellOffset);
+  return PutNumber(text, record + kCellNumber);
 }

@@ -12,23 +12,36 @@ constexpr int kAliasSize = 16;
 constexpr int kKeySize = 128;
 constexpr int kRecordSize = 704;  // of a person, the largest
 
-// Key numbers.
-constexpr int kSerialOrder = 0;
-constexpr int kAliasKey = 1;           // of persons and groups
-constexpr int kMemberByGroupKey = 1;   // group, person
-constexpr int kMemberByPersonKey = 2;  // person, group
+// --- Where fields stand: pbfields.cc makes the tables of these ---
 
-// Offsets.
-constexpr int kMemberGroup = 0;
-constexpr int kMemberPerson = 16;
-
-// Where a field stands in a person.
 struct pb_place {
   int offset;
   int length;
 };
+// In persons and groups.
+constexpr pb_place kAliasPlace = {0, kAliasSize};
+// In a person.
 constexpr pb_place kLastName = {16, 32};
 constexpr pb_place kFirstName = {48, 32};
+constexpr int kFaxNumber = 208;
+constexpr int kVoiceNumber = 258;
+constexpr int kPagerNumber = 308;
+constexpr int kCellNumber = 358;
+// In each phone number, from its first byte.
+enum pb_number_part { kCountry, kArea, kLocal, kExtension, kNumberParts };
+constexpr pb_place kNumberPlaces[kNumberParts] = {
+    {0, 6}, {6, 6}, {12, 32}, {44, 6}};
+constexpr int kNumberSize = 50;
+// In a membership.
+constexpr pb_place kMemberGroup = {0, kAliasSize};
+constexpr pb_place kMemberPerson = {16, kAliasSize};
+
+// --- Key numbers ---
+
+constexpr int kSerialOrder = 0;
+constexpr int kAliasKey = 1;           // of persons and groups
+constexpr int kMemberByGroupKey = 1;   // group, person
+constexpr int kMemberByPersonKey = 2;  // person, group
 
 // Any record of the three tables.
 struct pb_record {
@@ -64,8 +77,9 @@ inline int pb_succeed() { return pb_errno = 0; }
 // --- pbopen.cc ---
 
 // The open book of a kind for one operation, which is done as the book's owner
-// and within its budget. Null with 37, 34, for writing with 35, or with 40 when
-// its owner's identity cannot be had.
+// and within its budget. Null with kx_err_pb_data, kx_err_not_open, for writing
+// with kx_err_read_only, or with kx_err_pb_system when its owner's identity
+// cannot be had.
 class pb_use {
  public:
   explicit pb_use(int kind, int mode = kx_pbm_read);
@@ -113,7 +127,9 @@ int pb_rec_add(pb_book* book, const pb_side& side, kx_object* obj);
 int pb_rec_upd(pb_book* book, const pb_side& side, kx_object* obj);
 int pb_rec_del(pb_book* book, const pb_side& side, const char* alias);
 
-// Whether the person is a member of the group with that key: 1, 0, or -1.
-int pb_is_member(pb_book* book, const pb_key& group, const pb_record& person);
+// Whether the person is a member of the group with that key.
+enum class pb_member { kNo, kYes, kFailed };
+pb_member pb_is_member(pb_book* book, const pb_key& group,
+                       const pb_record& person);
 
 #endif  // PHONEBOOK_PBPRIV_H_

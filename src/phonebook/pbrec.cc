@@ -17,7 +17,7 @@ void DeleteMemberships(pb_book* book, const pb_side& side, const char* alias) {
   while (db_get(book->mem, side.member_key, step, key.bytes, member.bytes) ==
          0) {
     pb_put_field(member.bytes + side.member_offset, kAliasSize, spelled);
-    if (strcmp(spelled, alias) != 0 || db_del(book->mem) != 0) return;
+    if (std::strcmp(spelled, alias) != 0 || db_del(book->mem) != 0) return;
     step = kx_pbc_next;
   }
 }
@@ -41,13 +41,13 @@ pb_key pb_alias_key(const char* alias) {
 pb_key pb_member_key(const char* first, const char* second) {
   pb_key key = pb_alias_key(first);
   const pb_key tail = pb_alias_key(second);
-  memcpy(key.bytes + kAliasSize, tail.bytes, kAliasSize);
+  std::memcpy(key.bytes + kAliasSize, tail.bytes, kAliasSize);
   return key;
 }
 
 void pb_put_field(const char* field, int length, char* out) {
   const size_t used = strnlen(field, static_cast<size_t>(length));
-  memcpy(out, field, used);
+  std::memcpy(out, field, used);
   out[used] = '\0';
 }
 
@@ -94,12 +94,15 @@ int pb_rec_del(pb_book* book, const pb_side& side, const char* alias) {
   return pb_succeed();
 }
 
-int pb_is_member(pb_book* book, const pb_key& group, const pb_record& person) {
+pb_member pb_is_member(pb_book* book, const pb_key& group,
+                       const pb_record& person) {
   char alias[kAliasSize + 1];
   pb_put_field(person.bytes, kAliasSize, alias);
   if (db_pos(book->mem, kMemberByGroupKey, kx_pbc_equal,
              pb_member_key(group.bytes, alias).bytes) == 0) {
-    return 1;
+    return pb_member::kYes;
   }
-  return db_errno() == kDbNotFound ? 0 : pb_fail_db(kx_err_member);
+  if (db_errno() == kDbNotFound) return pb_member::kNo;
+  pb_fail_db(kx_err_member);
+  return pb_member::kFailed;
 }

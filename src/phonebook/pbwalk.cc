@@ -51,13 +51,13 @@ int pb_table_walk::Step(int step, const pb_key& key) {
       return Read(kAliasKey, kx_pbc_equal, key.bytes);
     case kx_pbc_next:
     case kx_pbc_prev:
-    case kStepCurrent:
+    case pb_step_current:
       if (db_->current == 0) {
         return Read(order_, pb_is_backward(step) ? kx_pbc_last : kx_pbc_first);
       }
       // The cursor came with the command, the store has not seen it yet.
       if (Read(kSerialOrder, kx_pbc_alias) != 0) return -1;
-      return step == kStepCurrent ? 0 : Read(order_, step);
+      return step == pb_step_current ? 0 : Read(order_, step);
     default:
       return Read(order_, step, key.bytes);
   }
@@ -85,7 +85,7 @@ int pb_side_walk::Read(int step, const char* key) {
 int pb_side_walk::ReadLast() {
   const uint32_t cursor = book_->mem->current;
   pb_key beyond = alias_;
-  memset(beyond.bytes + kAliasSize, 0xff, kAliasSize);
+  std::memset(beyond.bytes + kAliasSize, 0xff, kAliasSize);
   if (db_pos(book_->mem, from_.member_key, kx_pbc_gteq, beyond.bytes) != 0) {
     return db_errno() == kDbNotFound ? Read(kx_pbc_last)
                                      : pb_fail_db(kx_err_member);
@@ -98,7 +98,7 @@ int pb_side_walk::ReadLast() {
 bool pb_side_walk::IsInside() const {
   char alias[kAliasSize + 1];
   pb_put_upper(member_.bytes + from_.member_offset, kAliasSize, alias);
-  return strcmp(alias, alias_.bytes) == 0;
+  return std::strcmp(alias, alias_.bytes) == 0;
 }
 
 // Reads the other side of the membership read last, or of the next one that
@@ -119,7 +119,7 @@ int pb_side_walk::SkipVanished(int direction) {
 int pb_side_walk::Step(int step, const pb_key&) {
   if (!IsStep(step)) return pb_fail(kx_err_pb_data);
   bool has_cursor = false;
-  if ((step == kx_pbc_next || step == kx_pbc_prev || step == kStepCurrent) &&
+  if ((step == kx_pbc_next || step == kx_pbc_prev || step == pb_step_current) &&
       book_->mem->current != 0) {
     if (db_get(book_->mem, kSerialOrder, kx_pbc_alias, nullptr,
                member_.bytes) != 0) {
@@ -131,7 +131,7 @@ int pb_side_walk::Step(int step, const pb_key&) {
   if (!has_cursor) {
     result =
         pb_is_backward(step) ? ReadLast() : Read(kx_pbc_gteq, alias_.bytes);
-  } else if (step != kStepCurrent) {
+  } else if (step != pb_step_current) {
     result = Read(step);
   }
   return result == 0 ? SkipVanished(pb_direction(step)) : -1;

@@ -15,7 +15,7 @@ class pb_walk {
   pb_walk& operator=(const pb_walk&) = delete;
   virtual ~pb_walk() = default;
 
-  // Reads the record of a step. 37 for a step that is none.
+  // Reads the record of a step. kx_err_pb_data for a step that is none.
   virtual int Step(int step, const pb_key& key) = 0;
   // Reads the one after the last read, in the direction of the step that began
   // the walk.
@@ -24,9 +24,11 @@ class pb_walk {
   virtual int absent() const = 0;
 
   const pb_record& record() const { return record_; }
-  // Puts the record read last into an object. 29 when it does not fit.
+  // Puts the record read last into an object. kx_err_database when it does not
+  // fit.
   int GetObject(kx_object* obj) const;
-  // Step and GetObject. 37 for an object that is null or of another type.
+  // Step and GetObject. kx_err_pb_data for an object that is null or of another
+  // type.
   int ReadObject(const char* type, kx_object* obj, int step, const pb_key& key);
 
  protected:
@@ -93,11 +95,8 @@ inline int pb_direction(int step) {
   return pb_is_backward(step) ? kx_pbc_prev : kx_pbc_next;
 }
 
-// The step between kx_pbc_last and kx_pbc_alias, which has no name.
-constexpr int kStepCurrent = 129;
-
 // The key number of an order of persons, -1 when none is given. Failure: false
-// with 37.
+// with kx_err_pb_data.
 bool pb_get_order(int sort, int* order);
 
 #endif  // PHONEBOOK_PBWALK_H_

@@ -1,7 +1,6 @@
 #include "isam/harness.h"
 
 #include <fcntl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -35,12 +34,18 @@ bool Strikes(const std::function<void()>& halfway = nullptr) {
   return strikes;
 }
 
-int HookOpen(const char* path, int flags, mode_t mode) {
-  return Strikes() ? -1 : g_real.open(path, flags, mode);
+// A call that fails when it is its turn, and otherwise does what it should.
+template <auto kCall, typename R, typename... Args>
+R Hook(Args... args) {
+  return Strikes() ? -1 : (g_real.*kCall)(args...);
 }
-
-ssize_t HookRead(int fd, void* buf, size_t size, off_t offset) {
-  return Strikes() ? -1 : g_real.read(fd, buf, size, offset);
+template <auto kCall, typename R, typename... Args>
+void Replace(R (*isam::Sys::*)(Args...)) {
+  isam::g_sys.*kCall = Hook<kCall, R, Args...>;
+}
+template <auto... kCalls>
+void ReplaceAll() {
+  (Replace<kCalls>(kCalls), ...);
 }
 
 int HookWrite(int fd, const void* buf, size_t size, off_t offset) {
@@ -71,36 +76,6 @@ int HookSync(int fd) {
   return fails ? -1 : 0;
 }
 
-int HookTruncate(int fd, off_t size) {
-  return Strikes() ? -1 : g_real.truncate(fd, size);
-}
-
-int HookChmod(int fd, mode_t mode) {
-  return Strikes() ? -1 : g_real.chmod(fd, mode);
-}
-
-int HookStat(int fd, struct stat* st) {
-  return Strikes() ? -1 : g_real.stat(fd, st);
-}
-
-off_t HookSeek(int fd, off_t offset, int whence) {
-  return Strikes() ? -1 : g_real.seek(fd, offset, whence);
-}
-
-int HookUnlink(const char* path) {
-  return Strikes() ? -1 : g_real.unlink(path);
-}
-
-int HookLock(int fd, int type, off_t start, off_t length) {
-  return Strikes() ? -1 : g_real.lock(fd, type, start, length);
-}
-
-int HookIsLocked(int fd, off_t byte) {
-  return Strikes() ? -1 : g_real.is_locked(fd, byte);
-}
-
-const uint8_t* TestBootId() { return g_boot_id; }
-
 // --- Reading a whole table --------------------------------------------------
 
 std::string Upper(std::string text) {
@@ -124,6 +99,7 @@ Key KeyOf(int index, uint32_t serial, const Rec& rec) {
   }
 }
 
+// "" when a walk by the index gives the model's records, else what it gives.
 std::string CompareIndex(int file, int index, const Model& model, bool back) {
   std::vector<Key> keys;
   for (const auto& [serial, rec] : model)
@@ -136,14 +112,10 @@ std::string CompareIndex(int file, int index, const Model& model, bool back) {
   const int number = file + 1 + index;
   int code = back ? LSTREC(number, record) : FRSREC(number, record);
   for (const Key& key : keys) {
-    if (code != 0) {
-      wrong << "code " << code << " where " << key.second << " was due";
-      return wrong.str();
-    }
-    const uint32_t serial = isam_serial(record);
+    const uint32_t serial = code == 0 ? isam_serial(record) : 0;
     if (serial != key.second || !(FromBytes(record) == model.at(serial))) {
-      wrong << "record " << serial << " (" << FromBytes(record).alias
-            << ") instead of " << key.second;
+      wrong << "code " << code << ", record " << serial << " instead of "
+            << key.second;
       return wrong.str();
     }
     code = back ? PRVREC(number, record) : NXTREC(number, record);
@@ -154,11 +126,11 @@ std::string CompareIndex(int file, int index, const Model& model, bool back) {
   return wrong.str();
 }
 
-void AddLine(void* context, const char* line) {
-  *static_cast<std::string*>(context) += std::string(line) + "\n";
-}
-
 }  // namespace
+
+void AddLine(void* text, const char* line) {
+  *static_cast<std::string*>(text) += std::string(line) + "\n";
+}
 
 std::string Padded(const std::string& text, size_t size) {
   std::string padded = text;
@@ -194,12 +166,26 @@ int Create(const std::string& name) {
   ISEG alias = {4, kAlias, kIsamUpper};
   ISEG name_seg = {4 + kAlias, kName, kIsamUpper};
   ISEG mark[] = {{4 + kAlias + kName, kMark, kIsamPlain}, alias};
-  IIDX indexes[kIndexes] = {{4, 0, 0, 0, 0, 1, &serial},
-                            {kAlias, 0, 0, 0, 0, 1, &alias},
-                            {kName + 4, 0, 1, 0, 0, 1, &name_seg},
-                            {kMark + kAlias + 4, 0, 1, 0, 0, 2, mark}};
-  IFIL description = {name.c_str(), -1,   kRecord, 4096,   2,
-                      kIndexes,     4096, 2,       indexes};
+  IIDX indexes[kIndexes] = {
+      {.key_length = 4, .segment_count = 1, .segments = &serial},
+      {.key_length = kAlias, .segment_count = 1, .segments = &alias},
+      {.key_length = kName + 4,
+       .duplicates = 1,
+       .segment_count = 1,
+       .segments = &name_seg},
+      {.key_length = kMark + kAlias + 4,
+       .duplicates = 1,
+       .segment_count = 2,
+       .segments = mark}};
+  IFIL description = {.name = name.c_str(),
+                      .file_no = -1,
+                      .record_length = kRecord,
+                      .data_extension = 4096,
+                      .data_mode = 2,
+                      .index_count = kIndexes,
+                      .index_extension = 4096,
+                      .index_mode = 2,
+                      .indexes = indexes};
   if (int code = CREIFIL(&description)) return code;
   const DODA fields[] = {{"alias", 0, 22, kAlias}, {"name", kAlias, 22, kName}};
   const int put = PUTDODA(description.file_no, fields, 2);
@@ -277,10 +263,13 @@ Faults::Faults(Mode mode, int at, int error) {
   g_disk_full = false;
   if (g_real.open == nullptr) {
     g_real = isam::g_sys;
-    isam::g_sys = {HookOpen,   HookRead,      HookWrite, HookSync,
-                   HookSync,   HookTruncate,  HookChmod, HookStat,
-                   HookSeek,   HookUnlink,    HookLock,  HookIsLocked,
-                   TestBootId, g_real.random, 60};
+    using isam::Sys;
+    ReplaceAll<&Sys::open, &Sys::read, &Sys::truncate, &Sys::chmod, &Sys::stat,
+               &Sys::seek, &Sys::unlink, &Sys::lock, &Sys::is_locked>();
+    isam::g_sys.write = HookWrite;
+    isam::g_sys.sync = isam::g_sys.sync_full = HookSync;
+    isam::g_sys.boot_id = [] { return const_cast<const uint8_t*>(g_boot_id); };
+    isam::g_sys.lock_wait_ms = 60;
   }
 }
 
@@ -296,7 +285,7 @@ void Faults::FillDisk(bool full) { g_disk_full = full; }
 void RestartMachine() {
   static uint32_t starts = 1;
   ++starts;
-  memcpy(g_boot_id, &starts, sizeof starts);
+  std::memcpy(g_boot_id, &starts, sizeof starts);
 }
 
 // --- Power loss -------------------------------------------------------------
@@ -384,13 +373,4 @@ void CopyTable(const std::string& from, const std::string& to) {
     std::filesystem::copy_file(
         from + extension, to + extension,
         std::filesystem::copy_options::overwrite_existing);
-}
-
-int InChild(const std::function<int()>& body) {
-  const pid_t pid = fork();
-  if (pid == 0) _exit(body());
-  int status;
-  while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-  }
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }

@@ -11,6 +11,7 @@
 
 #include "isam/isam.h"
 #include "isam/issys.h"
+#include "support/child.h"
 #include "support/temp_dir.h"
 
 // Nine of the long names fill a page, so that a few dozen records make trees of
@@ -53,6 +54,8 @@ Op RandomOp(const Model& model, std::mt19937& random, size_t most, uint32_t n);
 // Makes a table of `count` samples; the code of the first failure.
 int Fill(const std::string& name, uint32_t count, Model& model);
 
+// For isam_check and isam_rebuild: collects lines in a std::string.
+void AddLine(void* text, const char* line);
 // Reads the table by every index, both ways, and checks it: "" when it holds
 // what the model holds, else what is wrong.
 std::string Verify(const std::string& name, const Model& model);
@@ -112,7 +115,5 @@ class Recorder {
 };
 
 void CopyTable(const std::string& from, const std::string& to);
-// Runs `body` in a child: its exit status, -1 if a signal ended it.
-int InChild(const std::function<int()>& body);
 
 #endif  // ISAM_HARNESS_H_

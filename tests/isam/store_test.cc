@@ -4,7 +4,9 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <sstream>
 #include <tuple>
+#include <utility>
 
 #include "isam/harness.h"
 
@@ -62,95 +64,77 @@ class Cursor : public Store {
     ASSERT_EQ(0, Create(name_));
     file_ = Open(name_);
     other_ = Open(name_);
-    Add({"b", "Same", "2"});
-    Add({"D", "same", "1"});
-    Add({"a", "SAME", "1"});
-    Add({"c", "\xe4last", "1"});
-    Add({"e", "Samey", "0"});
+    for (const Rec& rec :
+         {Rec{"b", "Same", "2"}, Rec{"D", "same", "1"}, Rec{"a", "SAME", "1"},
+          Rec{"c", "\xe4last", "1"}, Rec{"e", "Samey", "0"}})
+      ASSERT_EQ(0, Do(file_, {Op::kAdd, 0, rec}, model_));
   }
-  void Add(const Rec& rec) {
-    ASSERT_EQ(0, Do(file_, {Op::kAdd, 0, rec}, model_));
-  }
-  std::string Key(const std::string& text, size_t size = kName) const {
-    return Padded(text, size);
-  }
-  std::string Seek(int index, const std::string& key, bool exact = true) {
-    return Found(exact ? EQLREC(file_ + 1 + index, key.c_str(), record_)
-                       : GTEREC(file_ + 1 + index, key.c_str(), record_));
-  }
-  std::string Next(int index) {
-    return Found(NXTREC(file_ + 1 + index, record_));
-  }
-  std::string Prev(int index) {
-    return Found(PRVREC(file_ + 1 + index, record_));
+  // Takes steps, each of which comes to an alias or a code: "first", "last",
+  // "next" and "prev" with an index, or the start of a key with index and "="
+  // or ">". "next 2 D" is such a step.
+  void Walk(const std::string& steps) {
+    std::istringstream stream(steps);
+    for (std::string step, index, due; stream >> step >> index >> due;) {
+      const int number = file_ + 1 + (index[0] - '0');
+      const std::string key = Padded(step, kName);
+      const int code = index[1] == '='   ? EQLREC(number, key.c_str(), record_)
+                       : index[1] == '>' ? GTEREC(number, key.c_str(), record_)
+                       : step == "first" ? FRSREC(number, record_)
+                       : step == "last"  ? LSTREC(number, record_)
+                       : step == "next"  ? NXTREC(number, record_)
+                                         : PRVREC(number, record_);
+      EXPECT_EQ(due, Found(code)) << step << " " << index;
+    }
   }
 
   int file_ = -1, other_ = -1;
 };
 
 TEST_F(Cursor, KeysAreComparedUpperCasedAndDuplicatesComeBySerialNumber) {
-  EXPECT_EQ("b", Seek(2, Key("sAmE")));
-  EXPECT_EQ("D", Next(2));
-  EXPECT_EQ("a", Next(2));
-  EXPECT_EQ("e", Next(2));
-  EXPECT_EQ("c", Next(2)) << "bytes above 127 come last";
-  EXPECT_EQ("101", Next(2));
-  EXPECT_EQ("101", Next(2)) << "the end moves nothing";
-  EXPECT_EQ("e", Prev(2));
+  // Bytes above 127 come last, and the end moves nothing.
+  Walk("sAmE 2= b  next 2 D  next 2 a  next 2 e  next 2 c");
+  Walk("next 2 101  next 2 101  prev 2 e");
 }
 
 TEST_F(Cursor, AStartOfAKeyIsAPlaceToBegin) {
-  EXPECT_EQ("101", Seek(2, Key("sam")));
-  EXPECT_EQ("b", Seek(2, Key("sam"), false));
-  EXPECT_EQ("a", Seek(3, Key("1", kMark + kAlias), false));
-  EXPECT_EQ("D", Seek(3, Key("1", kMark) + Key("D", kAlias)));
-  EXPECT_EQ("101", Seek(1, Key("f", kAlias), false));
-  std::string junk = Key("e", kAlias);
-  junk[5] = 'x';
-  EXPECT_EQ("e", Seek(1, junk)) << "text ends at its first NUL";
+  Walk("sam 2= 101  sam 2> b  1 3> a  f 1> 101");
+  const std::string key = Padded("1", kMark) + Padded("D", kAlias);
+  EXPECT_EQ("D", Found(EQLREC(file_ + 4, key.c_str(), record_)));
+  EXPECT_EQ("e", Found(EQLREC(file_ + 2, "e\0\0\0\0x\0\0", record_)))
+      << "text ends at its first NUL";
 }
 
 TEST_F(Cursor, GoesOnInAnyIndexFromTheCurrentRecord) {
   EXPECT_EQ("100", Found(NXTREC(other_ + 1, record_)));
-  EXPECT_EQ("101", Next(0)) << "the record added last is the current one";
-  EXPECT_EQ("D", Seek(1, Key("d", kAlias)));
-  EXPECT_EQ("a", Next(0));
-  EXPECT_EQ("b", Next(1));
-  EXPECT_EQ("a", Prev(2) == "101" ? Found(FRSREC(file_ + 2, record_)) : "?");
-  EXPECT_EQ("c", Found(LSTREC(file_ + 3, record_)));
+  // The record added last is the current one.
+  Walk("next 0 101  d 1= D  next 0 a  next 1 b  prev 2 101  first 1 a");
+  Walk("last 2 c");
 }
 
 TEST_F(Cursor, SurvivesWhatOthersDoToTheRecord) {
-  const auto by_other = [&](const char* alias, const char* new_name) {
-    const std::string key = Key(alias, kAlias);
-    ASSERT_EQ(0, EQLREC(other_ + 2, key.c_str(), record_));
-    Rec rec = FromBytes(record_);
-    rec.name = new_name == nullptr ? "" : new_name;
-    std::string bytes = ToBytes(rec);
-    ASSERT_EQ(
-        0, new_name == nullptr ? DELREC(other_) : RWTREC(other_, bytes.data()));
+  const auto rename = [&](uint32_t serial, const char* name) {
+    Rec rec = model_[serial];
+    rec.name = name;
+    ASSERT_EQ(0, Do(other_, {Op::kRewrite, serial, rec}, model_));
   };
-  ASSERT_EQ("D", Seek(1, Key("d", kAlias)));
-  by_other("d", nullptr);
-  EXPECT_EQ(100, DELREC(file_));
-  EXPECT_EQ(100, RWTREC(file_, record_));
-  EXPECT_EQ("a", Next(2)) << "after where the deleted one was";
-  EXPECT_EQ("b", Prev(2));
-  EXPECT_EQ("a", Next(2));  // and reads ahead
-  by_other("e", "Aaa");
-  EXPECT_EQ("c", Next(2)) << "the next one moved away after it was read ahead";
-  by_other("c", "Zzz");
+  Walk("d 1= D");
+  ASSERT_EQ(0, Do(other_, {Op::kDelete, 2, {}}, model_));
+  EXPECT_EQ(kIsamNoCurrent, DELREC(file_));
+  EXPECT_EQ(kIsamNoCurrent, RWTREC(file_, record_));
+  // After where the deleted one was; the last step reads ahead.
+  Walk("next 2 a  prev 2 b  next 2 a");
+  rename(5, "Aaa");
+  Walk("next 2 c");  // the next one moved away after it was read ahead
+  rename(4, "Zzz");
   EXPECT_EQ(0, DELREC(file_)) << "found by its serial number";
   EXPECT_EQ(0u, isam_current(file_));
-  EXPECT_EQ("101", Next(2));
-  EXPECT_EQ("a", Prev(2));
-  EXPECT_EQ(
-      "",
-      Verify(name_, {{1, model_[1]}, {3, model_[3]}, {5, {"e", "Aaa", "0"}}}));
+  Walk("next 2 101  prev 2 a");
+  model_.erase(4);
+  EXPECT_EQ("", Verify(name_, model_));
 }
 
 TEST_F(Cursor, AFailedChangeLeavesRecordAndPosition) {
-  ASSERT_EQ("D", Seek(1, Key("d", kAlias)));
+  Walk("d 1= D");
   std::string bytes = ToBytes({"A", "other", "9"});
   const std::string before = bytes;
   EXPECT_EQ(kIsamDuplicate, ADDREC(file_, bytes.data()));
@@ -192,8 +176,7 @@ TEST_F(Store, LocksAreKeptForAGroupOfChangesAndGivenBackByAFailure) {
 TEST_F(Store, FreedSpaceIsUsedAgain) {
   const int file = Filled(400);
   const auto size = [&] {
-    return std::filesystem::file_size(name_ + ".dat") +
-           std::filesystem::file_size(name_ + ".idx");
+    return ReadFile(name_ + ".dat").size() + ReadFile(name_ + ".idx").size();
   };
   const auto before = size();
   while (!model_.empty())
@@ -222,10 +205,9 @@ TEST_F(Store, ATableOpenedForReadingIsNotWritten) {
   CLRFIL(Filled(30));
   Faults faults;
   const int file = Open(name_, kIsamRead);
-  char record[kRecord] = {};
-  EXPECT_EQ(0, FRSREC(file + 1, record));
-  EXPECT_EQ(kIsamReadOnly, ADDREC(file, record));
-  EXPECT_EQ(kIsamReadOnly, RWTREC(file, record));
+  EXPECT_EQ(0, FRSREC(file + 1, record_));
+  EXPECT_EQ(kIsamReadOnly, ADDREC(file, record_));
+  EXPECT_EQ(kIsamReadOnly, RWTREC(file, record_));
   EXPECT_EQ(kIsamReadOnly, DELREC(file));
   EXPECT_EQ(kIsamReadOnly, isam_lock(file));
   EXPECT_EQ("", Verify(name_, model_));
@@ -239,7 +221,6 @@ TEST_F(Store, DescriptionsAreReadBack) {
   ASSERT_GT(used, 0);
   const auto* table = reinterpret_cast<const IFIL*>(buffer);
   EXPECT_EQ(name_, table->name);
-  EXPECT_EQ(kRecord, table->record_length);
   ASSERT_EQ(kIndexes, table->index_count);
   const IIDX& last = table->indexes[3];
   EXPECT_EQ(kMark + kAlias + 4, last.key_length);
@@ -250,13 +231,11 @@ TEST_F(Store, DescriptionsAreReadBack) {
   EXPECT_EQ(-1, GETIFIL(file, used - 1, buffer));
   DODA fields[4];
   ASSERT_EQ(2 * static_cast<int>(sizeof(DODA)),
-            GETDODA(file, sizeof fields, fields, 4));
+            GETDODA(file, sizeof fields, fields, kIsamAllFields));
   EXPECT_STREQ("name", fields[1].name);
   EXPECT_EQ(kAlias, fields[1].offset);
-  EXPECT_EQ(22, fields[1].type);
-  EXPECT_EQ(kName, fields[1].length);
-  EXPECT_EQ(0, GETDODA(file, sizeof(DODA), fields, 4));
-  EXPECT_EQ(kRecord, GETFIL(file, 0));
+  EXPECT_EQ(0, GETDODA(file, sizeof(DODA), fields, kIsamAllFields));
+  EXPECT_EQ(kRecord, GETFIL(file, kIsamRecordLength));
   EXPECT_EQ(1, DATENT(file));
 }
 
@@ -281,16 +260,13 @@ TEST_F(Store, OnlyATableThatIsNotThereIsCreated) {
   std::filesystem::rename(foreign + ".idx", foreign + ".dat");
   EXPECT_EQ(kIsamDataExists, Create(foreign));
   EXPECT_EQ("somebody's notes", ReadFile(foreign + ".dat"));
-  EXPECT_EQ(kIsamNoPermission, [] {
-    // The superuser may do everything, so the test asks as somebody else.
-    return InChild([] {
-             if (getuid() == 0 && setuid(65534) != 0) return -2;
-             return Create("/proc/book") == kIsamNoFile ? kIsamNoPermission
-                                                        : Create("/book");
-           }) == (kIsamNoPermission & 0xff)
-               ? kIsamNoPermission
-               : -1;
-  }());
+  std::filesystem::permissions(dir_.path(), std::filesystem::perms{0555});
+  EXPECT_EQ(0, InChild([&] {
+              // The superuser may do everything: it asks as somebody else.
+              if (getuid() == 0 && setuid(65534) != 0) return 2;
+              return Create(dir_ / "mine") == kIsamNoPermission ? 0 : 1;
+            }));
+  std::filesystem::permissions(dir_.path(), std::filesystem::perms{0755});
 }
 
 TEST_F(Store, AddingToADeletedTableIsRefused) {
@@ -304,60 +280,58 @@ TEST_F(Store, AddingToADeletedTableIsRefused) {
 
 TEST_F(Store, ImpossibleCallsAreRefused) {
   const int file = Filled(1);
-  char record[kRecord] = {};
-  EXPECT_EQ(kIsamBadNumber, FRSREC(file, record)) << "no index number";
-  EXPECT_EQ(kIsamBadNumber, FRSREC(file + 1 + kIndexes, record));
-  EXPECT_EQ(kIsamBadNumber, ADDREC(file + 1, record));
-  EXPECT_EQ(kIsamBadNumber, CLRFIL(-5));
-  EXPECT_EQ(kIsamBadNumber, CLRFIL(1 << 20));
-  EXPECT_EQ(kIsamBadArgument, EQLREC(file + 1, nullptr, record));
-  EXPECT_EQ(kIsamBadArgument, ADDREC(file, nullptr));
-  EXPECT_EQ(kIsamBadArgument, LKISAM(1));
-  EXPECT_EQ(kIsamBadArgument, ErrorOf(OPNRFIL(-1, name_.c_str(), kIsamRead)))
-      << "no extension";
-  EXPECT_EQ(-1, OPNRFIL(-1, (name_ + ".dat").c_str(), 5));
-  EXPECT_EQ(kIsamBadArgument, INTISAM(6, 10, 4)) << "started already";
+  const std::string path = name_ + ".dat";
+  const std::pair<int, int> kCalls[] = {
+      {kIsamBadNumber, FRSREC(file, record_)},
+      {kIsamBadNumber, FRSREC(file + 1 + kIndexes, record_)},
+      {kIsamBadNumber, ADDREC(file + 1, record_)},
+      {kIsamBadNumber, CLRFIL(-5)},
+      {kIsamBadNumber, CLRFIL(1 << 20)},
+      {kIsamBadArgument, EQLREC(file + 1, nullptr, record_)},
+      {kIsamBadArgument, ADDREC(file, nullptr)},
+      {kIsamBadArgument, LKISAM(1)},
+      {kIsamBadArgument, ErrorOf(OPNRFIL(-1, name_.c_str(), kIsamRead))},
+      {kIsamBadArgument, ErrorOf(OPNRFIL(-1, path.c_str(), 5))},
+      {kIsamBadArgument, INTISAM(6, 10, 4)},
+  };
+  for (const auto& [due, code] : kCalls)
+    EXPECT_EQ(due, code) << "row " << &due - &kCalls[0].first;
   for (int n = 1; n < 10; ++n) EXPECT_GE(Open(name_), 0);
   EXPECT_EQ(kIsamTooManyFiles, ErrorOf(Open(name_)));
   EXPECT_EQ(0, CLISAM());
-  EXPECT_EQ(kIsamNotStarted, FRSREC(file + 1, record));
+  EXPECT_EQ(kIsamNotStarted, FRSREC(file + 1, record_));
   ASSERT_EQ(0, INTISAM(6, 10, 4));
 
   // One thing wrong with each description.
   ISEG serial = {0, 4, kIsamSerial}, text = {4, 8, kIsamUpper};
+  const auto index = [](int length, int duplicates, int count, ISEG* segment) {
+    return IIDX{.key_length = length,
+                .duplicates = duplicates,
+                .segment_count = count,
+                .segments = segment};
+  };
   const std::tuple<const char*, int, int, IIDX> kWrong[] = {
       {"record too long", kIsamMaxRecord + 1, 1, {}},
       {"no index", 100, 0, {}},
-      {"key length without the serial number",
-       100,
-       2,
-       {8, 0, 1, 0, 0, 1, &text}},
-      {"segment behind the record", 11, 2, {8, 0, 0, 0, 0, 1, &text}},
-      {"no segments", 100, 2, {8, 0, 0, 0, 0, 0, &text}},
+      {"key length without the serial number", 100, 2, index(8, 1, 1, &text)},
+      {"segment behind the record", 11, 2, index(8, 0, 1, &text)},
+      {"no segments", 100, 2, index(8, 0, 0, &text)},
   };
   for (const auto& [what, length, count, second] : kWrong) {
-    IIDX indexes[2] = {{4, 0, 0, 0, 0, 1, &serial}, second};
-    const std::string path = dir_ / "wrong";
-    IFIL table = {path.c_str(), -1, length, 0, 0, count, 0, 0, indexes};
+    IIDX indexes[2] = {index(4, 0, 1, &serial), second};
+    const std::string wrong = dir_ / "wrong";
+    IFIL table = {.name = wrong.c_str(),
+                  .file_no = -1,
+                  .record_length = length,
+                  .data_extension = 0,
+                  .data_mode = 0,
+                  .index_count = count,
+                  .index_extension = 0,
+                  .index_mode = 0,
+                  .indexes = indexes};
     EXPECT_EQ(kIsamBadArgument, CREIFIL(&table)) << what;
-    EXPECT_FALSE(std::filesystem::exists(path + ".dat")) << what;
+    EXPECT_FALSE(std::filesystem::exists(wrong + ".dat")) << what;
   }
-}
-
-TEST(Messages, BeginWithASymbol) {
-  for (int code = -1; code < 700; ++code) {
-    const char* text = isam_errmsg(code);
-    if (text == nullptr) continue;
-    const char* colon = strchr(text, ':');
-    ASSERT_NE(nullptr, colon) << text;
-    EXPECT_EQ(static_cast<size_t>(colon - text),
-              strspn(text, "ABCDEFGHIJKLMNOPQRSTUVWXYZ_"))
-        << text;
-    EXPECT_EQ(' ', colon[1]) << text;
-  }
-  EXPECT_STREQ("KDUP_ERR: Key value already exists",
-               isam_errmsg(kIsamDuplicate));
-  EXPECT_EQ(nullptr, isam_errmsg(1));
 }
 
 }  // namespace

@@ -4,8 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <cstdlib>
-#include <initializer_list>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -29,23 +29,11 @@ inline Fields Words(const std::string& text) {
   return fields;
 }
 
-inline kx::Object Make(const char* type, const Fields& fields) {
-  kx::Object obj = kx::Build(type);
+inline void SetFields(kx_object* obj, const Fields& fields) {
   for (const auto& [field, text] : fields) {
-    EXPECT_EQ(kx::SetText(obj.get(), field.c_str(), text.c_str()), 0)
+    EXPECT_EQ(kx::SetText(obj, field.c_str(), text.c_str()), 0)
         << field << " = " << text;
   }
-  return obj;
-}
-
-inline kx::Object Person(const std::string& words) {
-  return Make("obj-person", Words(words));
-}
-inline kx::Object Group(const std::string& words) {
-  return Make("obj-group", Words(words));
-}
-inline kx::Object Member(const std::string& group, const std::string& person) {
-  return Make("obj-member", {{"galias", group}, {"palias", person}});
 }
 
 // One client's conversation. The command object is the one that came back, as a
@@ -56,19 +44,18 @@ class Client {
 
   // A new command object: the user's book, for writing, by alias.
   void Reset() {
-    com_ = Make("obj-pbcom",
-                Words("pbtype=pbt-usr pbmode=pbm-write pbsort=pbs-alias"));
+    com_ = kx::Build("obj-pbcom");
+    Set(Words("pbtype=pbt-usr pbmode=pbm-write pbsort=pbs-alias"));
   }
-  // Sends a command, given with its fields as words. The error number, 0 for
-  // success.
-  int Send(const std::string& words, kx::Object obj = nullptr) {
-    const size_t end = words.find(' ');
-    const std::string fields = end != words.npos ? words.substr(end) : "";
-    return Send(words.substr(0, end), Words(fields), std::move(obj));
-  }
-  int Send(const std::string& command, const Fields& fields, kx::Object obj) {
+  // Sends a command, with an object of these fields if there are any. The error
+  // number, 0 for success.
+  int Send(const std::string& command, const Fields& fields,
+           const Fields& object = {}, std::string type = "") {
     Set({{"pbcmd", "pbc-" + command}});
     Set(fields);
+    if (type.empty()) type = TypeOf(command);
+    kx::Object obj = object.empty() ? nullptr : kx::Build(type.c_str());
+    if (obj != nullptr) SetFields(obj.get(), object);
     kx::SetChild(com(), "objptr", std::move(obj));
     const int result = do_pbcmd(name_, com());
     EXPECT_EQ(result, pb_errno == 0 ? 0 : -1);
@@ -80,24 +67,38 @@ class Client {
   // Carries on a conversation. A command a line: its name, its fields, and
   // behind "|" those of its object; behind "=>" what comes of it: the error
   // number, fields of the object that comes back ("palias=Bob") or of the
-  // command object (".pbmax=2"), the aliases of a list ("[a b]"). A line "new"
-  // begins with a new command object.
+  // command object (".pbmax=2"), the aliases of a list ("[a b]"). Besides,
+  //   new             begins with a new command object
+  //   persons a b     adds persons of these aliases
+  //   group g a b     adds a group and its members
+  //   other COMMAND   is another client's, of the same user
+  //   members g:a     is what is left of memberships, in the order of groups
   void Talk(const std::string& text) {
     std::istringstream stream(text);
     for (std::string line; std::getline(stream, line);) {
-      if (line == "new") Reset();
-      if (line.empty() || line == "new") continue;
       SCOPED_TRACE(line);
-      Speak(line);
+      std::istringstream words(line);
+      std::string first, alias, more;
+      words >> first;
+      if (first == "new") {
+        Reset();
+      } else if (first == "persons") {
+        while (words >> alias) Say("peradd", "palias=" + alias);
+      } else if (first == "group") {
+        words >> alias;
+        Say("grpadd", "galias=" + alias);
+        while (words >> more)
+          Say("memadd", "galias=" + alias + " palias=" + more);
+      } else if (first == "other") {
+        Client(name_).Speak(line.substr(line.find(' ') + 1));
+      } else if (first == "members") {
+        EXPECT_EQ(first + Client(name_).Memberships(), line);
+      } else if (!first.empty()) {
+        Speak(line);
+      }
     }
   }
-  void Set(const std::string& words) { Set(Words(words)); }
-  void Set(const Fields& fields) {
-    for (const auto& [field, text] : fields) {
-      EXPECT_EQ(kx::SetText(com(), field.c_str(), text.c_str()), 0)
-          << field << " = " << text;
-    }
-  }
+  void Set(const Fields& fields) { SetFields(com(), fields); }
   kx_object* com() const { return com_.get(); }
   std::string Get(const char* field) const {
     return kx::TextOrEmpty(com(), field);
@@ -111,24 +112,30 @@ class Client {
   std::string Listed() const {
     std::string all;
     for (kx_object* element : kx::Elements(kx::Child(com(), "objptr"))) {
-      if (!all.empty()) all += ' ';
       const bool group = Kfx_Is_Obj_Type(element, "obj-group") != 0;
-      all += kx::TextOrEmpty(element, group ? "galias" : "palias");
+      all += (all.empty() ? "" : " ") +
+             std::string(kx::TextOrEmpty(element, group ? "galias" : "palias"));
     }
     return all;
   }
 
  private:
+  static const char* TypeOf(const std::string& command) {
+    return command.starts_with("per")   ? "obj-person"
+           : command.starts_with("grp") ? "obj-group"
+                                        : "obj-member";
+  }
+  void Say(const char* command, const std::string& object) {
+    EXPECT_EQ(Send(command, {}, Words(object)), 0) << object;
+  }
   void Speak(const std::string& line) {
     const size_t arrow = line.find("=>");
     const std::string said = line.substr(0, arrow);
-    const size_t bar = said.find('|');
-    const char* type = said.starts_with("per")   ? "obj-person"
-                       : said.starts_with("grp") ? "obj-group"
-                                                 : "obj-member";
-    kx::Object obj;
-    if (bar != said.npos) obj = Make(type, Words(said.substr(bar + 1)));
-    const int error = Send(said.substr(0, bar), std::move(obj));
+    const size_t bar = std::min(said.find('|'), said.size());
+    const size_t end = std::min(said.find(' '), bar);
+    const int error =
+        Send(said.substr(0, end), Words(said.substr(end, bar - end)),
+             Words(bar < said.size() ? said.substr(bar + 1) : ""));
     const std::string due =
         arrow != line.npos ? line.substr(line.find_first_not_of("=> ", arrow))
                            : "0";
@@ -138,11 +145,19 @@ class Client {
       return;
     }
     for (const auto& [name, value] : Words(due)) {
-      if (isdigit(name[0])) continue;
+      if (std::isdigit(static_cast<unsigned char>(name[0]))) continue;
       EXPECT_EQ(name[0] == '.' ? Get(name.c_str() + 1) : Result(name.c_str()),
                 value)
           << name;
     }
+  }
+  std::string Memberships() {
+    std::string all;
+    for (const char* step = "pbc-first"; Send("memget", {{"rcmd", step}}) == 0;
+         step = "pbc-next") {
+      all += " " + Result("galias") + ":" + Result("palias");
+    }
+    return all;
   }
 
   const char* const name_;
@@ -154,30 +169,7 @@ class BookTest : public ::testing::Test {
   BookTest() {
     setenv("KFAXDIR", root_.path().c_str(), 1);
     Kut_env_reset();
-    EXPECT_EQ(client_.Send("create"), 0);
-  }
-  void AddPersons(std::initializer_list<const char*> aliases) {
-    for (const char* alias : aliases) {
-      EXPECT_EQ(client_.Send("peradd", Person(std::string("palias=") + alias)),
-                0);
-    }
-  }
-  void AddGroup(const char* alias, std::initializer_list<const char*> members) {
-    EXPECT_EQ(client_.Send("grpadd", Group(std::string("galias=") + alias)), 0);
-    for (const char* member : members) {
-      EXPECT_EQ(client_.Send("memadd", Member(alias, member)), 0);
-    }
-  }
-  // The person aliases of all memberships of a group, "?" for persons that are
-  // no more.
-  std::string Memberships() {
-    Client other;
-    std::string all;
-    for (const char* step = "memget rcmd=pbc-first"; other.Send(step) == 0;
-         step = "memget rcmd=pbc-next") {
-      all += other.Result("galias") + ":" + other.Result("palias") + " ";
-    }
-    return all;
+    client_.Talk("create");
   }
 
   TempDir root_;

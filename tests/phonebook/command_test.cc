@@ -1,33 +1,16 @@
 // What a command does to its object and to the book as a whole.
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "book.h"
-#include "util/kutio.h"
+#include "support/child.h"
 
 namespace {
 
 using Command = BookTest;
 
-TEST_F(Command, OpenAndCloseTellTheState) {
-  client_.Talk(R"(
-open => .curper=0 .curgrp=0 .curmem=0 .pbsort=pbs-alias
-open curper=7 pbsort=pbs-company => .curper=7
-)");
-  // Close needs no book, and knows nothing of the commands before.
-  Client other("nobody");
-  other.Set("pbmode= pbsort=");
-  EXPECT_EQ(other.Send("close", Person("")), 0);
-  EXPECT_EQ(other.Get("pbmode") + other.Get("pbsort") + other.Get("curper"),
-            "");
-  EXPECT_EQ(other.Result("palias"), "none");
-}
-
 TEST_F(Command, FailuresHaveTheirNumbers) {
-  AddPersons({"a"});
-  AddGroup("g", {"a"});
+  client_.Talk("persons a\ngroup g a");
   for (const char* line : {
            "open pbtype=pbt-lcl => 37",
            "create pbtype=pbt-lcl => 37",
@@ -68,13 +51,13 @@ TEST_F(Command, FailuresHaveTheirNumbers) {
            "lstprl pboffset=-2 => 37",
        }) {
     client_.Reset();
-    client_.Set("pbmax=0 curgrp=3");
+    client_.Set(Words("pbmax=0 curgrp=3"));
     client_.Talk(line);
     // Nothing is written back.
     EXPECT_EQ(client_.Get("curgrp"), "3") << line;
     EXPECT_EQ(client_.Result("palias"), "none") << line;
   }
-  EXPECT_EQ(client_.Send("peradd", Group("galias=b")), 37);
+  EXPECT_EQ(client_.Send("peradd", {}, {{"galias", "b"}}, "obj-group"), 37);
   client_.Talk(R"(
 peradd | palias=A => 33
 grpadd | gdesc=b => 37
@@ -90,44 +73,24 @@ memdel | galias=h palias=a => 30
 )");
 }
 
-TEST_F(Command, ReadingBookRefusesEveryChange) {
-  AddPersons({"a"});
-  AddGroup("g", {});
-  client_.Talk(R"(
-peradd pbmode=pbm-read | palias=b => 35
-perupd | palias=a => 35
-perdel pbkey=a => 35
-grpadd | galias=h => 35
-grpupd | galias=g => 35
-grpdel pbkey=g => 35
-memadd | galias=g palias=a => 35
-memdel | galias=g palias=a => 35
-perget rcmd=pbc-first
-)");
-}
-
 TEST_F(Command, ClosedBookRefusesEverything) {
   pb_setup("alice", root_.path().c_str(), nullptr);
-  kx::Object person = Person("palias=a");
-  EXPECT_EQ(pb_per_add(kx_pbt_usr, person.get()), -1);
-  EXPECT_EQ(pb_errno, 34);
+  EXPECT_EQ(pb_per_add(kx_pbt_usr, nullptr), -1);
+  EXPECT_EQ(pb_errno, kx_err_not_open);
   EXPECT_EQ(pb_list_grp_get(kx_pbt_usr, kx_pbc_first, nullptr, 0), nullptr);
-  EXPECT_EQ(pb_errno, 34);
-  EXPECT_EQ(pb_count_persons(kx_pbt_usr, -1, nullptr, nullptr, nullptr), -1);
-  EXPECT_EQ(pb_errno, 34);
+  EXPECT_EQ(pb_errno, kx_err_not_open);
   EXPECT_EQ(pb_close(kx_pbt_usr), 0);
   ASSERT_EQ(pb_open(kx_pbt_usr, kx_pbm_read), 0);
   EXPECT_EQ(pb_open(kx_pbt_usr, kx_pbm_write), 0);
   EXPECT_EQ(pb_usr.mode, kx_pbm_read);
   EXPECT_EQ(pb_delete(kx_pbt_usr), -1);
-  EXPECT_EQ(pb_errno, 29);
+  EXPECT_EQ(pb_errno, kx_err_database);
   EXPECT_EQ(pb_create(kx_pbt_usr), 0);
   EXPECT_EQ(pb_close(kx_pbt_usr), 0);
 }
 
 TEST_F(Command, BooksAreApart) {
-  AddPersons({"a"});
-  client_.Talk("create pbtype=pbt-sys\nperadd | palias=s");
+  client_.Talk("persons a\ncreate pbtype=pbt-sys\npersons s");
   Client bob("bob");
   bob.Talk(R"(
 open => 38
@@ -147,10 +110,7 @@ TEST_F(Command, NameThatIsNoUsersHasNoBook) {
 }
 
 TEST_F(Command, CreateKeepsWhatIsThereAndDeleteRemovesAll) {
-  AddPersons({"a"});
-  AddGroup("g", {"a"});
-  EXPECT_EQ(client_.Send("create"), 0);
-  EXPECT_EQ(Memberships(), "g:a ");
+  client_.Talk("persons a\ngroup g a\ncreate\nmembers g:a");
   struct stat st;
   ASSERT_EQ(stat((root_ / "faxq/alice/options/pbgrp.idx").c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 07777, 0660u);
@@ -167,6 +127,21 @@ delete => 29
 )");
 }
 
+TEST_F(Command, ABookIsCheckedAndRepaired) {
+  client_.Talk("persons a b");
+  pb_setup("alice", root_.path().c_str(), nullptr);
+  const auto check = [](auto* what) {
+    return what(kx_pbt_usr, pb_per_name, nullptr, nullptr) == 0 ? 0 : pb_errno;
+  };
+  EXPECT_EQ(check(pb_check), 0);
+  unlink((root_ / "faxq/alice/options/pbper.idx").c_str());
+  EXPECT_EQ(check(pb_check), kx_err_database);
+  EXPECT_EQ(check(pb_repair), 0);
+  EXPECT_EQ(check(pb_check), 0);
+  client_.Talk("lstper rcmd=pbc-first => [a b]\ndelete");
+  EXPECT_EQ(check(pb_check), kx_err_no_book);
+}
+
 TEST_F(Command, DirectoryThatCannotBeMadeIsASystemError) {
   WriteFile(root_ / "faxq/carol", "");
   Client carol("carol");
@@ -175,8 +150,7 @@ TEST_F(Command, DirectoryThatCannotBeMadeIsASystemError) {
 
 // A user owns the directory that "options" lies in.
 TEST_F(Command, BookBehindALinkIsNotTheUsers) {
-  AddPersons({"a"});
-  client_.Talk("create pbtype=pbt-sys\nperadd | palias=s");
+  client_.Talk("persons a\ncreate pbtype=pbt-sys\npersons s");
   std::filesystem::create_directories(root_ / "faxq/mallory");
   for (const char* target : {"../alice/options", "../.."}) {
     SCOPED_TRACE(target);
@@ -207,7 +181,7 @@ TEST_F(Command, TableOfAnotherLayoutIsNoBook) {
       db_delete(path.c_str());
       ASSERT_EQ(db_create(path.c_str(), fields, fields == wide ? none : keys),
                 0);
-      EXPECT_EQ(client_.Send("open"), 29) << table;
+      client_.Talk("open => 29");
     }
     client_.Talk("delete\ncreate");
   }
@@ -219,35 +193,21 @@ TEST_F(Command, TableOfAnotherLayoutIsNoBook) {
 TEST_F(Command, ProcessesShareABook) {
   constexpr const char* kOwnFields[] = {"addr1", "addr2", "city"};
   constexpr int kEach = 12;
-  AddPersons({"all"});
-  AddGroup("g", {});
+  client_.Talk("persons all\ngroup g");
   std::vector<pid_t> children;
-  for (const char* own : kOwnFields) {
-    const pid_t pid = fork();
-    ASSERT_NE(pid, -1);
-    if (pid == 0) {
+  for (const std::string own : kOwnFields) {
+    children.push_back(BeginChild([&] {
       Client client;
-      int failures = 0;
       for (int i = 0; i < kEach; ++i) {
         const std::string alias = own + std::to_string(i);
-        failures += client.Send("peradd", Person("palias=" + alias)) != 0;
-        failures += client.Send("memadd", Member("g", alias)) != 0;
-        failures +=
-            client.Send("perupd", Person("palias=all " + std::string(own) +
-                                         "=" + alias)) != 0;
-        if (i % 3 == 0) {
-          failures += client.Send("perdel pbkey=" + alias) != 0;
-        }
+        client.Talk("persons " + alias + "\nmemadd | galias=g palias=" + alias +
+                    "\nperupd | palias=all " + own + "=" + alias);
+        if (i % 3 == 0) client.Talk("perdel pbkey=" + alias);
       }
-      _exit(failures == 0 ? 0 : 1);
-    }
-    children.push_back(pid);
+      return HasFailure() ? 1 : 0;
+    }));
   }
-  for (const pid_t pid : children) {
-    int status = 0;
-    waitpid(pid, &status, 0);
-    EXPECT_EQ(status, 0);
-  }
+  for (const pid_t pid : children) EXPECT_EQ(Reaped(pid), 0);
   client_.Talk(R"(
 cntper => .pbmax=25
 cntper pbkey=g => .pbmax=24

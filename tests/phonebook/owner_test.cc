@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -12,10 +11,9 @@
 
 #include "book.h"
 #include "cm/cmlimits.h"
-#include "isam/isam.h"
 #include "isam/issys.h"
+#include "support/child.h"
 #include "support/own_accounts.h"
-#include "util/kutident.h"
 #include "util/kutio.h"
 
 namespace {
@@ -71,42 +69,19 @@ class Owner : public testing::Test {
     ASSERT_EQ(chown(path.c_str(), uid, gid), 0);
     ASSERT_EQ(chmod(path.c_str(), mode), 0);
   }
-  void RebuildAsOwner(const std::string& folder,
-                      const std::string& files) const;
   // "uid:gid mode" of a file.
   std::string Is(const std::string& name) const {
     struct stat st = {};
     if (lstat((root_ / name).c_str(), &st) != 0) return "none";
     char text[40];
-    snprintf(text, sizeof text, "%u:%u %o", st.st_uid, st.st_gid,
-             st.st_mode & 07777);
+    std::snprintf(text, sizeof text, "%u:%u %o", st.st_uid, st.st_gid,
+                  st.st_mode & 07777);
     return text;
   }
 
   const OwnAccounts accounts_;
   TempDir root_;
 };
-
-// Checks and rebuilds a table as whoever repairs other people's books does.
-void Owner::RebuildAsOwner(const std::string& folder,
-                           const std::string& files) const {
-  const UniqueFd fd(
-      Kut_open((root_ / folder).c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW));
-  kut_fsid owner;
-  ASSERT_TRUE(Kut_owner_of(fd.get(), &owner));
-  ASSERT_EQ(INTISAM(1, 1, 1), 0);
-  {
-    const FileIdentity identity(owner);
-    isam_set_folder(fd.get());
-    EXPECT_EQ(isam_remove("pbper.idx"), 0);
-    EXPECT_EQ(isam_check("pbper.dat", nullptr, nullptr), kIsamDamaged);
-    EXPECT_EQ(isam_rebuild("pbper.dat", nullptr, nullptr), 0);
-    EXPECT_EQ(isam_check("pbper.dat", nullptr, nullptr), 0);
-    isam_set_folder(AT_FDCWD);
-  }
-  CLISAM();
-  EXPECT_EQ(Is(folder + "/pbper.idx"), files);
-}
 
 TEST_F(Owner, ABookIsTheFoldersOwnersFromItsFirstByte) {
   const struct {
@@ -124,27 +99,31 @@ TEST_F(Owner, ABookIsTheFoldersOwnersFromItsFirstByte) {
   for (const auto& book : kBooks) {
     SCOPED_TRACE(std::string(book.client) + " " + book.folder);
     Client client(book.client);
-    client.Set(std::string("pbtype=pbt-") + book.type);
-    client.Talk("create\nperadd | palias=a\nlstper rcmd=pbc-first => [a]");
+    client.Set({{"pbtype", std::string("pbt-") + book.type}});
+    client.Talk("create\npersons a\nlstper rcmd=pbc-first => [a]");
     EXPECT_EQ(Is(book.folder), book.made);
     for (const char* name : {"/pbper.dat", "/pbper.idx", "/pbmem.idx"}) {
       EXPECT_EQ(Is(book.folder + std::string(name)), book.files) << name;
     }
   }
-  RebuildAsOwner("faxq/alice/options", "64102:64101 660");
+  // Whoever repairs other people's books does it as they.
+  pb_setup("alice", root_.path().c_str(), nullptr);
+  fs::remove(root_ / "faxq/alice/options/pbper.idx");
+  EXPECT_EQ(pb_check(kx_pbt_usr, "pbper", nullptr, nullptr), -1);
+  EXPECT_EQ(pb_repair(kx_pbt_usr, "pbper", nullptr, nullptr), 0);
+  EXPECT_EQ(pb_check(kx_pbt_usr, "pbper", nullptr, nullptr), 0);
+  EXPECT_EQ(Is("faxq/alice/options/pbper.idx"), "64102:64101 660");
   // A later daemon that is not root goes on with it through the group.
-  const pid_t pid = fork();
-  if (pid == 0) {
-    if (setgroups(0, nullptr) != 0 || setgid(kFax) != 0 || setuid(kFax) != 0) {
-      _exit(2);
-    }
-    Client client;
-    client.Talk("peradd | palias=b\nlstper rcmd=pbc-first => [a b]\ndelete");
-    _exit(HasFailure() ? 1 : 0);
-  }
-  int status = -1;
-  ASSERT_EQ(waitpid(pid, &status, 0), pid);
-  EXPECT_EQ(status, 0);
+  EXPECT_EQ(InChild([] {
+              if (setgroups(0, nullptr) != 0 || setgid(kFax) != 0 ||
+                  setuid(kFax) != 0) {
+                return 2;
+              }
+              Client client;
+              client.Talk("persons b\nlstper rcmd=pbc-first => [a b]\ndelete");
+              return HasFailure() ? 1 : 0;
+            }),
+            0);
   EXPECT_EQ(Is("faxq/alice/options/pbper.dat"), "none");
 }
 
@@ -154,18 +133,18 @@ TEST_F(Owner, AFolderLeadsNowhereItsOwnerCouldNotGo) {
   const std::string secret = root_ / "secret";
   Client alice;
   Client bob("bob");
-  bob.Talk("create\nperadd | palias=b");
+  bob.Talk("create\npersons b");
+  constexpr char kNoBook[] = "open => 38\ncreate => 40\ndelete => 29";
   const struct {
     const char* what;
     std::function<void()> lay;
     const char* comes;
   } kTraps[] = {
       {"a link to a foreign folder", [&] { fs::create_symlink(secret, mine); },
-       "open => 38\ncreate => 40\ndelete => 29"},
+       kNoBook},
       {"a link to another's options", [&] { fs::create_symlink(bobs, mine); },
-       "open => 38\ncreate => 40\ndelete => 29"},
-      {"a fifo", [&] { ASSERT_EQ(mkfifo(mine.c_str(), 0666), 0); },
-       "open => 38\ncreate => 40\ndelete => 29"},
+       kNoBook},
+      {"a fifo", [&] { ASSERT_EQ(mkfifo(mine.c_str(), 0666), 0); }, kNoBook},
       {"a foreign folder", [&] { fs::rename(secret, mine); },
        "open => 29\ncreate => 29\ndelete => 29"},
       {"tables of another",
@@ -207,11 +186,7 @@ std::vector<UniqueFd> LockAll(const std::string& folder) {
 TEST_F(Owner, LocksHeldForEverHoldNobodyUp) {
   ASSERT_EQ(cm_set_limits("book-wait=300"), nullptr);
   Client alice;
-  alice.Talk(R"(
-create
-peradd | palias=a
-grpadd | galias=g
-)");
+  alice.Talk("create\npersons a\ngroup g");
   auto held = LockAll(root_ / "faxq/alice/options");
   const auto begin = std::chrono::steady_clock::now();
   alice.Talk(R"(
@@ -244,19 +219,16 @@ TEST_F(Owner, TheSystemsBookIsWaitedFor) {
   alice.Talk("create pbtype=pbt-sys");
   int ready[2];
   ASSERT_EQ(pipe(ready), 0);
-  const pid_t pid = fork();
-  if (pid == 0) {
+  const pid_t pid = BeginChild([&] {
     const auto held = LockAll(root_.path());
-    if (write(ready[1], "", 1) != 1) _exit(2);
+    if (write(ready[1], "", 1) != 1) return 2;
     usleep(900'000);  // so long they are kept
-    _exit(HasFailure() ? 1 : 0);
-  }
+    return HasFailure() ? 1 : 0;
+  });
   char byte;
   EXPECT_EQ(read(ready[0], &byte, 1), 1);
-  alice.Talk("peradd | palias=a");
-  int status = -1;
-  ASSERT_EQ(waitpid(pid, &status, 0), pid);
-  EXPECT_EQ(status, 0);
+  alice.Talk("persons a");
+  EXPECT_EQ(Reaped(pid), 0);
 }
 
 }  // namespace

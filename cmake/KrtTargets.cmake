@@ -52,7 +52,7 @@ function(krt_test folder)
   add_executable(${name}_test ${arg_SOURCES})
   target_include_directories(${name}_test PRIVATE ${PROJECT_SOURCE_DIR}/tests)
   target_link_libraries(${name}_test PRIVATE ${arg_DEPENDS} krt_options
-                                             GTest::gtest_main)
+                                             krt_test_main)
   gtest_discover_tests(
     ${name}_test
     TEST_PREFIX "${folder}."

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <utility>
+#include <tuple>
 #include <vector>
 
 #include "cm/cmfiltp.h"
@@ -13,32 +13,22 @@
 
 namespace {
 
-struct Code {
-  int value;
-  const char* text;
-  int error;
-};
-
-struct Name {
-  const char* text;
-  int value;
-  int error;
-};
-
-void CheckToText(const char* (*function)(int), const std::vector<Code>& all) {
-  for (const Code& test : all) {
+// The text of each value, and the error beside it.
+void CheckToText(const char* (*function)(int),
+                 const std::vector<std::tuple<int, const char*, int>>& all) {
+  for (const auto& [value, text, error] : all) {
     kx_errno = -7;
-    EXPECT_STREQ(function(test.value), test.text) << test.value;
-    EXPECT_EQ(kx_errno, test.error) << test.value;
+    EXPECT_STREQ(function(value), text) << value;
+    EXPECT_EQ(kx_errno, error) << value;
   }
 }
 
-void CheckFromText(int (*function)(const char*), const std::vector<Name>& all) {
-  for (const Name& test : all) {
-    const char* shown = test.text != nullptr ? test.text : "(null)";
+void CheckFromText(int (*function)(const char*),
+                   const std::vector<std::tuple<const char*, int, int>>& all) {
+  for (const auto& [text, value, error] : all) {
     kx_errno = -7;
-    EXPECT_EQ(function(test.text), test.value) << shown;
-    EXPECT_EQ(kx_errno, test.error) << shown;
+    EXPECT_EQ(function(text), value) << (text != nullptr ? text : "(null)");
+    EXPECT_EQ(kx_errno, error) << value;
   }
 }
 
@@ -97,7 +87,6 @@ TEST(Tables, AreListedInTheirOrder) {
   EXPECT_EQ(shown(cm_prior_list()), "x=none;l=low;m=medium;h=high;u=urgent;");
   EXPECT_EQ(shown(cm_reso_list()), "std=standard;fine=fine;");
   const std::string results = shown(cm_result_list());
-  EXPECT_EQ(std::count(results.begin(), results.end(), ';'), 39);
   EXPECT_NE(results.find(";CANCEL=Cancelled - work;CANCEL=Cancelled - idle;"),
             results.npos)
       << results;

@@ -1,26 +1,20 @@
 // Who may ask for what: command files of real accounts, answered by the real
 // daemon.
-#include "accounts_test.h"
+#include "served.h"
 
 namespace {
 
-using support::Command;
-
-class Access : public AccountsTest {
- protected:
-  Access() { setenv("KFAXLIMITS", "object-bytes=64K", 1); }
-  ~Access() override { unsetenv("KFAXLIMITS"); }
-};
+using Access = AccountsTest;
 INSTANTIATE_TEST_SUITE_P(Modes, Access, ::testing::Values("0", "1"));
 
 TEST_P(Access, TheOwnerDecidesForWhom) {
-  Start({kClosed});
+  StartIn({kClosed});
   const struct {
     CommandFile file;
     const char* client;
     bool denied;
   } kCases[] = {
-      {{kRoot}, "bob", false},      {{kFax}, "bob", false},
+      {{kRoot}, "bob", false},      {{kKrtfax}, "bob", false},
       {{kClerk}, "bob", false},     {{kClerk}, "clerk", false},
       {{kAlice}, "alice", false},   {{kAlice}, "bob", true},
       {{kAlice}, "root", true},     {{kAlice}, "", true},
@@ -32,11 +26,9 @@ TEST_P(Access, TheOwnerDecidesForWhom) {
         << c.file.uid << " for " << c.client;
   }
   // Also who asks too much is told so only as the client it may be.
-  const std::string much = ListField("objptr", "obj-text",
-                                     std::vector<std::string>(400, "text=x\n"));
-  EXPECT_EQ(Ask({kAlice}, "cmd-noop", "bob", much), kDenied);
+  EXPECT_EQ(Ask({kAlice}, "cmd-noop", "bob", Much()), kDenied);
   EXPECT_TRUE(
-      Ask({kAlice}, "cmd-noop", "alice", much).starts_with("result=24"));
+      Ask({kAlice}, "cmd-noop", "alice", Much()).starts_with("result=24"));
   EXPECT_TRUE(daemon_->AwaitLog(
       "Refused cmd-noop for bob (1-6): its file belongs to alice (uid 64102)"));
   EXPECT_TRUE(daemon_->AwaitLog("belongs to nobody known (uid 64109)"));
@@ -44,44 +36,38 @@ TEST_P(Access, TheOwnerDecidesForWhom) {
 
 // Wherever a command names a user to act for.
 TEST_P(Access, NobodyElseIsNamedInsideTheCommand) {
-  WriteFile(root_.path() / "faxq/bob/f.fax", "Bob's");
-  WriteFile(root_.path() / "faxq/alice/f.fax", "Alice's");
-  Start({kClosed});
-  const auto Info = [](const std::string& user) {
-    return "filename=f.fax\nclientid=" + user + "\n";
-  };
-  WriteFile(root_.path() / "faxq/alice/g.fax", "Alice's");
-  const auto Route = [](const std::string& from, const std::string& to,
-                        const std::string& name = "f.fax") {
-    return Argument("obj-route", "fromid=" + from + "\ntoid=" + to +
-                                     "\nfilename=" + name + "\n");
-  };
-  const std::string stored = Argument(
-      "obj-reqsto", Field("finfoptr", "obj-faxinfo", Info("bob")) +
-                        Field("filobjptr", "obj-file", "pathname=x\n"));
+  for (const char* fax : {"bob/f.fax", "alice/f.fax", "alice/g.fax"}) {
+    root_.Put(std::string("faxq/") + fax, "");
+  }
+  StartIn({kClosed});
   const struct {
     std::string type, argument;
     bool denied;
   } kCases[] = {
-      {"cmd-imgret", Argument("obj-faxinfo", Info("bob")), true},
-      {"cmd-imgret", Argument("obj-faxinfo", Info("alice")), false},
-      {"cmd-imgdel", Argument("obj-faxinfo", Info("bob")), true},
-      {"cmd-imgstore", stored, true},
-      {"cmd-copyfax", Route("bob", "alice"), true},
+      {"cmd-imgret", FaxInfo("f.fax", "bob"), true},
+      {"cmd-imgret", FaxInfo("f.fax", "alice"), false},
+      {"cmd-imgdel", FaxInfo("f.fax", "bob"), true},
+      {"cmd-imgstore",
+       Argument("obj-reqsto",
+                Field("finfoptr", "obj-faxinfo", "clientid=bob\n") +
+                    Field("filobjptr", "obj-file", "pathname=x\n")),
+       true},
+      {"cmd-copyfax", Route("bob", "alice", "f.fax"), true},
       {"cmd-copyfax", Route("alice", "bob", "g.fax"), false},
       {"cmd-setmon",
        Argument("obj-monitor", "clientid=bob\nmontype=mon-excall\n"), true},
       {"cmd-noop",
-       ListField("objptr", "obj-faxinfo", {Info("alice"), Info("bob")}), true},
+       ListField("objptr", "obj-faxinfo",
+                 {"clientid=alice\n", "clientid=bob\n"}),
+       true},
   };
   for (const auto& c : kCases) {
     const std::string answer = Ask({kAlice}, c.type, "alice", c.argument);
     EXPECT_EQ(answer == kDenied, c.denied) << c.type << c.argument << answer;
     EXPECT_TRUE(c.denied || answer.starts_with(kDone)) << answer;
   }
-  EXPECT_TRUE(
-      Ask({kClerk}, "cmd-imgret", "alice", Argument("obj-faxinfo", Info("bob")))
-          .starts_with(kDone));
+  EXPECT_TRUE(Ask({kClerk}, "cmd-imgret", "alice", FaxInfo("f.fax", "bob"))
+                  .starts_with(kDone));
 }
 
 // A file says no more of its owner than those who could have written it, or put
@@ -89,39 +75,39 @@ TEST_P(Access, NobodyElseIsNamedInsideTheCommand) {
 TEST_P(Access, AFileIsNeverMoreTrustedThanItsFolder) {
   const Spool kRoots = {kPrivate, kRoot, 0};
   const Spool kFaxSystems = {kPrivate};
-  const Spool kAlices = {kPrivate, kAlice, kAliceGroup};
+  const Spool kAlices = {kPrivate, kAlice, kAlice};
   const Spool kStaffs = {0770, kRoot, kStaff};
-  Start({kClosed});
+  StartIn({kClosed});
   const struct {
     Spool spool;
     CommandFile file;
     const char* client;
     bool denied;
   } kCases[] = {
-      {{kClosed}, {kRoot, kFaxGroup, 0666}, "bob", false},
-      {{kClosed}, {kRoot, kFaxGroup, 0660}, "bob", false},
+      {{kClosed}, {kRoot, kKrtfax, 0666}, "bob", false},
+      {{kClosed}, {kRoot, kKrtfax, 0660}, "bob", false},
       {{kClosed}, {kRoot, kStaff, 0660}, "bob", true},
-      {{kClosed}, {kAlice, kAliceGroup, 0664}, "alice", false},
+      {{kClosed}, {kAlice, kAlice, 0664}, "alice", false},
       {{kClosed, kRoot, 0}, {kClerk}, "bob", false},
       {{kOpen}, {kRoot}, "bob", true},
       {{kOpen}, {kRoot}, "root", true},
-      {{kOpen}, {kFax, kFaxGroup}, "bob", true},
+      {{kOpen}, {kKrtfax, kKrtfax}, "bob", true},
       {{kOpen}, {kClerk}, "clerk", true},
-      {{kOpen}, {kRoot, kFaxGroup, 0666}, "bob", true},
-      {{kOpen}, {kAlice, kAliceGroup, 0644}, "alice", false},
-      {{kOpen}, {kAlice, kAliceGroup, 0644}, "bob", true},
-      {{kOpen}, {kAlice, kAliceGroup, 0646}, "alice", true},
+      {{kOpen}, {kRoot, kKrtfax, 0666}, "bob", true},
+      {{kOpen}, {kAlice, kAlice, 0644}, "alice", false},
+      {{kOpen}, {kAlice, kAlice, 0644}, "bob", true},
+      {{kOpen}, {kAlice, kAlice, 0646}, "alice", true},
       {kStaffs, {kRoot}, "bob", true},
       {kStaffs, {kAlice}, "alice", false},
       {kRoots, {kRoot}, "bob", false},
       {kRoots, {kAlice}, "alice", false},
       {kRoots, {kRoot, 0, 0666}, "bob", true},
       {kFaxSystems, {kRoot}, "bob", false},
-      {kFaxSystems, {kFax}, "bob", false},
+      {kFaxSystems, {kKrtfax}, "bob", false},
       {kAlices, {kAlice}, "alice", false},
       {kAlices, {kAlice}, "bob", true},
       {kAlices, {kRoot}, "alice", true},
-      {kAlices, {kFax}, "bob", true},
+      {kAlices, {kKrtfax}, "bob", true},
   };
   for (const auto& c : kCases) {
     Set(c.spool);
@@ -133,19 +119,16 @@ TEST_P(Access, AFileIsNeverMoreTrustedThanItsFolder) {
 }
 
 TEST_P(Access, OnlyRootsOwnFileInRootsOwnFolderRunsAProgramAsRoot) {
-  Start({kPrivate, kRoot, 0});
-  const std::string who = Argument("obj-extcmd", "cmdstr=id -u\n");
-  const auto Ran = [](const std::string& uid) {
-    return kDone + Argument("obj-msg", ListField("lines", "obj-text",
-                                                 {"text=" + uid + "\n"}));
-  };
+  StartIn({kPrivate, kRoot, 0});
+  const std::string who = External("id -u");
+  const auto Ran = [](const std::string& uid) { return kDone + Text({uid}); };
   EXPECT_EQ(Ask({kRoot}, "cmd-extcmd", "root", who), Ran("0"));
   EXPECT_EQ(Ask({kRoot}, "cmd-extcmd", "alice", who), Ran("64102"));
   EXPECT_EQ(Ask({kClerk}, "cmd-extcmd", "alice", who), Ran("64102"));
   EXPECT_EQ(Ask({kAlice}, "cmd-extcmd", "alice", who), Ran("64102"));
   EXPECT_EQ(Ask({kAlice}, "cmd-extcmd", "clerk", who), kDenied);
   for (const CommandFile& file :
-       {CommandFile{kFax}, {kClerk}, {kAlice}, {kRoot, kFaxGroup, 0660}}) {
+       {CommandFile{kKrtfax}, {kClerk}, {kAlice}, {kRoot, kKrtfax, 0660}}) {
     SCOPED_TRACE(file.uid);
     EXPECT_EQ(Ask(file, "cmd-extcmd", "root", who), kDenied);
     EXPECT_EQ(Ask(file, "cmd-imgprint", "root",
@@ -161,9 +144,8 @@ TEST_P(Access, OnlyRootsOwnFileInRootsOwnFolderRunsAProgramAsRoot) {
 // What the daemon makes for a user is the user's, and so no way to a file of
 // root's with the user's words in it.
 TEST_P(Access, WhatAUserAskedForBelongsToTheUser) {
-  const std::string options = root_.path() / "faxq/alice/options";
-  ASSERT_EQ(chown(options.c_str(), kAlice, kFaxGroup), 0);
-  Start({kClosed});
+  Own("faxq/alice/options", kAlice, 0755);
+  StartIn({kClosed});
   EXPECT_EQ(
       Ask({kAlice}, "cmd-setcfg", "alice", Argument("obj-config", "bname=a\n")),
       kDone);
@@ -175,7 +157,8 @@ TEST_P(Access, WhatAUserAskedForBelongsToTheUser) {
                                                       {"rname=bob\n"}))),
             kDone);
   int files = 0;
-  for (const auto& file : std::filesystem::directory_iterator(options)) {
+  for (const auto& file :
+       std::filesystem::directory_iterator(Path("faxq/alice/options"))) {
     struct stat st;
     ASSERT_EQ(stat(file.path().c_str(), &st), 0);
     EXPECT_EQ(st.st_uid, kAlice) << file.path();
@@ -185,9 +168,9 @@ TEST_P(Access, WhatAUserAskedForBelongsToTheUser) {
 }
 
 TEST_P(Access, AFileWithASecondNameIsNoCommand) {
-  const std::string path = root_.path() / "mine";
-  WriteFile(path, Command("cmd-noop", 1, 1, "clientid=bob\n"));
-  Start({kClosed});
+  const std::string path = Path("mine");
+  WriteFile(path, support::Command("cmd-noop", 1, 1, "clientid=bob\n"));
+  StartIn({kClosed});
   std::filesystem::create_hard_link(path, root_.spool() / "a.new");
   std::filesystem::rename(root_.spool() / "a.new", root_.spool() / "a.cmd");
   EXPECT_TRUE(daemon_->AwaitLog("Error processing cmd file a."));
@@ -198,20 +181,17 @@ TEST_P(Access, AFileWithASecondNameIsNoCommand) {
 
 // A daemon that is not root believes its own user.
 TEST_P(Access, TheDaemonsOwnUserIsTrusted) {
-  const std::string program = root_.path() / "as-alice";
-  WriteFile(program,
-            "#!/bin/sh\nexec setpriv --reuid=64102 --regid=64102 "
-            "--clear-groups " KRTCMD_PATH " \"$@\"\n");
-  ASSERT_EQ(chmod(program.c_str(), 0755), 0);
-  for (const char* dir : {"", "krtnet"}) {
-    ASSERT_EQ(chown((root_.path() / dir).c_str(), kAlice, kAliceGroup), 0);
-  }
-  Start({0770, kAlice, kAliceGroup}, program);
-  EXPECT_FALSE(IsDenied({kAlice, kAliceGroup}, "bob"));
+  root_.PutProgram(
+      "as-alice",
+      "exec setpriv --reuid=64102 --regid=64102 --clear-groups " KRTCMD_PATH
+      " \"$@\"");
+  for (const char* dir : {"", "krtnet"}) Own(dir, kAlice, 0755, kAlice);
+  StartIn({0770, kAlice, kAlice}, Path("as-alice"));
+  EXPECT_FALSE(IsDenied({kAlice, kAlice}, "bob"));
   EXPECT_TRUE(IsDenied({kNameless, 0, 0644}, "bob"));
   EXPECT_FALSE(IsDenied({kRoot, 0, 0644}, "bob"));
-  Set({0777, kAlice, kAliceGroup});
-  EXPECT_TRUE(IsDenied({kAlice, kAliceGroup}, "bob"));
+  Set({0777, kAlice, kAlice});
+  EXPECT_TRUE(IsDenied({kAlice, kAlice}, "bob"));
 }
 
 }  // namespace

@@ -4,16 +4,13 @@
 
 #include <fstream>
 
-#include "accounts_test.h"
+#include "served.h"
 #include "util/kutio.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using support::Command;
 using support::Eventually;
-
-constexpr uid_t kBob = 64105;
 
 class Folders : public AccountsTest {
  protected:
@@ -28,15 +25,9 @@ class Folders : public AccountsTest {
       fs::remove(root_.path() / "faxq" / user / "options");
     }
     // No path leads there for the user, but what is open does.
-    Own("faxq", kFax, 0700);
-    Own("krtnet", kFax, 0755);
-    Start({kClosed});
-  }
-  std::string Path(const std::string& name) const { return root_ / name; }
-  void Own(const std::string& name, uid_t uid, mode_t mode,
-           gid_t gid = kFaxGroup) const {
-    ASSERT_EQ(chown(Path(name).c_str(), uid, gid), 0) << name;
-    ASSERT_EQ(chmod(Path(name).c_str(), mode), 0) << name;
+    Own("faxq", kKrtfax, 0700);
+    Own("krtnet", kKrtfax, 0755);
+    StartIn({kClosed});
   }
   void Put(const std::string& name, const std::string& content, uid_t uid,
            mode_t mode = 0660) const {
@@ -44,23 +35,14 @@ class Folders : public AccountsTest {
     Own(name, uid, mode);
   }
   struct stat Status(const std::string& name) const {
-    struct stat st = {};
-    EXPECT_EQ(lstat(Path(name).c_str(), &st), 0) << name;
-    return st;
+    return StatusOf(Path(name));
   }
-  std::string Route(const std::string& type, const std::string& name,
-                    const std::string& to = "bob") {
-    return Ask({kAlice}, type, "alice",
-               Argument("obj-route", "fromid=alice\ntoid=" + to +
-                                         "\nfilename=" + name + "\n"));
+  std::string Send(const std::string& type, const std::string& name) {
+    return Ask({kAlice}, type, "alice", Route("alice", "bob", name));
   }
   std::string Store(const std::string& path, const std::string& name,
                     uid_t uid = kAlice) {
-    return Ask({uid}, "cmd-imgstore", "alice",
-               Argument("obj-reqsto", Field("finfoptr", "obj-faxinfo",
-                                            "filename=" + name + "\n") +
-                                          Field("filobjptr", "obj-file",
-                                                "pathname=" + path + "\n")));
+    return Ask({uid}, "cmd-imgstore", "alice", Upload(path, name));
   }
   // The answer to a command, while every entry below the queue is looked at:
   // what is there belongs to its user, at any moment.
@@ -77,9 +59,7 @@ class Folders : public AccountsTest {
       }
       return root_.Has("krtnet/filspool/" + name + ".rsp");
     }));
-    std::string answer = root_.Response(name);
-    answer.erase(0, answer.find("result="));
-    return answer.substr(0, answer.rfind("objend="));
+    return support::Outcome(root_.Response(name));
   }
 };
 INSTANTIATE_TEST_SUITE_P(Modes, Folders, ::testing::Values("0", "1"));
@@ -88,8 +68,7 @@ INSTANTIATE_TEST_SUITE_P(Modes, Folders, ::testing::Values("0", "1"));
 // would be a command of root's once it was renamed into a spool directory.
 TEST_P(Folders, NothingThereIsEverRoots) {
   Put("faxq/alice/big.fax", std::string(16 << 20, 'x'), kAlice);
-  const std::string copy =
-      Argument("obj-route", "fromid=alice\ntoid=alice\nfilename=big.fax\n");
+  const std::string copy = Route("alice", "alice", "big.fax");
   EXPECT_EQ(AskAndWatch("cmd-copyfax", copy, "alice", kAlice), kDone);
   EXPECT_EQ(AskAndWatch("cmd-fwdfax", copy, "alice", kAlice), kDone);
   EXPECT_EQ(fs::file_size(Path("faxq/alice/big.fax")), 16u << 20);
@@ -103,23 +82,23 @@ TEST_P(Folders, NothingThereIsEverRoots) {
   // The fax system's group goes on having what it had.
   EXPECT_EQ(Status("faxq/alice/options").st_mode, S_IFDIR | 02770u);
   for (const char* name : {"options", "options/config", "options/monitors"}) {
-    EXPECT_EQ(Status("faxq/alice/" + std::string(name)).st_gid, kFaxGroup);
+    EXPECT_EQ(Status("faxq/alice/" + std::string(name)).st_gid, kKrtfax);
   }
 }
 
 // The group is the queue's, also where the file system does not hand it down
 // and the receiver is not in it.
 TEST_P(Folders, AFaxArrivesAsTheReceiversWhole) {
-  for (const mode_t mode : {02770, 0770}) {
+  for (const mode_t mode : {02770U, 0770U}) {
     Own("faxq/bob", kBob, mode);
     Put("faxq/alice/a.fax", "image", kAlice);
     const timespec old[2] = {{1000, 0}, {2000, 0}};
     utimensat(AT_FDCWD, Path("faxq/alice/a.fax").c_str(), old, 0);
-    EXPECT_EQ(Route("cmd-fwdfax", "a.fax"), kDone);
+    EXPECT_EQ(Send("cmd-fwdfax", "a.fax"), kDone);
     EXPECT_FALSE(root_.Has("faxq/alice/a.fax"));
     const struct stat st = Status("faxq/bob/a.fax");
     EXPECT_EQ(st.st_uid, kBob);
-    EXPECT_EQ(st.st_gid, kFaxGroup);
+    EXPECT_EQ(st.st_gid, kKrtfax);
     EXPECT_EQ(st.st_mode, S_IFREG | 0666u);
     EXPECT_EQ(st.st_mtime, 2000);
     fs::remove(Path("faxq/bob/a.fax"));
@@ -133,7 +112,7 @@ TEST_P(Folders, AForwardedFaxIsNobodyElsesAnyMore) {
   fs::create_hard_link(Path("carols"), Path("faxq/alice/b.fax"));
   std::ofstream kept(Path("faxq/alice/a.fax"), std::ios::in | std::ios::out);
   for (const char* name : {"a.fax", "b.fax"}) {
-    EXPECT_EQ(Route("cmd-fwdfax", name), kDone);
+    EXPECT_EQ(Send("cmd-fwdfax", name), kDone);
   }
   kept << "IMAGE" << std::flush;
   root_.Put("carols", "IMAGE");
@@ -149,11 +128,8 @@ TEST_P(Folders, ForwardsOfOneStemDoNotMeet) {
   for (int i = 0; i < kFaxes; ++i) {
     const std::string fax = "a." + std::to_string(i);
     Put("faxq/alice/" + fax, std::string(100000, 'x') + fax, kAlice);
-    names.push_back(Drop({kAlice}, "cmd-fwdfax", "alice",
-                         Argument("obj-route",
-                                  "fromid=alice\ntoid=bob\n"
-                                  "filename=" +
-                                      fax + "\n")));
+    names.push_back(
+        Drop({kAlice}, "cmd-fwdfax", "alice", Route("alice", "bob", fax)));
   }
   for (int i = 0; i < kFaxes; ++i) {
     const std::string fax = "a." + std::to_string(i);
@@ -167,7 +143,7 @@ TEST_P(Folders, ForwardsOfOneStemDoNotMeet) {
 }
 
 TEST_P(Folders, WhatTheFaxSystemDeliveredIsReadAndNoOthers) {
-  Put("faxq/alice/a.fax", "fax", kFax, 0600);
+  Put("faxq/alice/a.fax", "fax", kKrtfax, 0600);
   Put("faxq/alice/b.fax", "fax", kRoot, 0600);
   Put("faxq/alice/c.fax", "fax", kBob, 0600);
   Put("faxq/alice/d.fax", "fax", kRoot, 0600);
@@ -176,7 +152,7 @@ TEST_P(Folders, WhatTheFaxSystemDeliveredIsReadAndNoOthers) {
                                    {"b.fax", true},
                                    {"c.fax", false},
                                    {"d.fax", false}}) {
-    EXPECT_EQ(Route("cmd-copyfax", name) == kDone, read) << name;
+    EXPECT_EQ(Send("cmd-copyfax", name) == kDone, read) << name;
   }
 }
 
@@ -217,17 +193,12 @@ TEST_P(Folders, TheFaxSystemIsNotRoot) {
   Own("roots/secret", kRoot, 0600, 0);
   fs::create_directory_symlink(Path("roots"), Path("faxq/evil"));
   for (const auto& [type, argument] :
-       {std::pair<std::string, std::string>{
-            "cmd-imgret",
-            Argument("obj-faxinfo", "clientid=evil\nfilename=secret\n")},
-        {"cmd-imgdel",
-         Argument("obj-faxinfo", "clientid=evil\nfilename=secret\n")},
-        {"cmd-copyfax", Argument("obj-route",
-                                 "fromid=evil\ntoid=alice\n"
-                                 "filename=secret\n")},
-        {"cmd-pbcmd", Argument("obj-pbcom",
-                               "pbcmd=pbc-create\n"
-                               "pbtype=pbt-usr\n")},
+       {std::pair<std::string, std::string>{"cmd-imgret",
+                                            FaxInfo("secret", "evil")},
+        {"cmd-imgdel", FaxInfo("secret", "evil")},
+        {"cmd-copyfax", Route("evil", "alice", "secret")},
+        {"cmd-pbcmd",
+         Argument("obj-pbcom", "pbcmd=pbc-create\npbtype=pbt-usr\n")},
         {"cmd-setcfg", Argument("obj-config", "bname=a\n")}}) {
     EXPECT_NE(Ask({kClerk}, type, "evil", argument), kDone) << type;
   }
@@ -236,19 +207,18 @@ TEST_P(Folders, TheFaxSystemIsNotRoot) {
   fs::remove(Path("faxq/evil"));
   root_.PutProgram("Covers/own",
                    "id -u > " + Path("in/uid") + "; echo to:R:F:Courier:30:x");
-  Own("in", kFax, 0755);
-  EXPECT_NE(Ask({kAlice}, "cmd-cvrtags", "alice",
-                Argument("obj-resource", "rname=own\n"))
-                .find("tagname=to"),
-            std::string::npos);
-  EXPECT_EQ(ReadFile(Path("in/uid")), std::to_string(kFax) + "\n");
+  Own("in", kKrtfax, 0755);
+  EXPECT_NE(
+      Ask({kAlice}, "cmd-cvrtags", "alice", Named("own")).find("tagname=to"),
+      std::string::npos);
+  EXPECT_EQ(ReadFile(Path("in/uid")), std::to_string(kKrtfax) + "\n");
 }
 
 // Nor are files of root's read through links in a tree that is krtfax's, or
 // reached by a command of root's file that others could have written.
 TEST_P(Folders, LinksInTheTreeLeadToNothingOfRoots) {
   daemon_.reset();
-  Own("", kFax, 0755);
+  Own("", kKrtfax, 0755);
   fs::create_directories(Path("roots"));
   root_.Put("roots/secret", std::string(212, 's'));
   Own("roots/secret", kRoot, 0600, 0);
@@ -259,24 +229,20 @@ TEST_P(Folders, LinksInTheTreeLeadToNothingOfRoots) {
   }
   fs::remove_all(Path("groups"));
   fs::create_directory_symlink(Path("roots"), Path("groups"));
-  Start({kClosed});
+  StartIn({kClosed});
   EXPECT_EQ(Ask({kClerk}, "cmd-state", "clerk").find("sss"), std::string::npos);
   for (const char* list : {"lst-retrys", "lst-groups"}) {
     const std::string answer =
-        Ask({kClerk}, "cmd-reslist", "clerk",
-            Argument("obj-reqlst", std::string("listtype=") + list + "\n"));
+        Ask({kClerk}, "cmd-reslist", "clerk", ListOf(list));
     EXPECT_EQ(answer.find("secret"), answer.npos) << answer;
     EXPECT_EQ(answer.find("sss"), answer.npos) << answer;
   }
   EXPECT_EQ(daemon_->Log().find("sss"), std::string::npos);
   // As krtfax's at most: what the group could write, in its directory.
   fs::create_directories(Path("faxq/root"));
-  Own("faxq/root", kFax, 02770);
-  EXPECT_NE(Ask({kRoot, kFaxGroup, 0660}, "cmd-imgstore", "root",
-                Argument("obj-reqsto",
-                         Field("finfoptr", "obj-faxinfo", "filename=loot\n") +
-                             Field("filobjptr", "obj-file",
-                                   "pathname=" + Path("roots/secret") + "\n"))),
+  Own("faxq/root", kKrtfax, 02770);
+  EXPECT_NE(Ask({kRoot, kKrtfax, 0660}, "cmd-imgstore", "root",
+                Upload(Path("roots/secret"), "loot")),
             kDone);
   EXPECT_TRUE(root_.Has("roots/secret"));
   // A spool directory that has become a link is not worked in.
@@ -292,11 +258,11 @@ TEST_P(Folders, LinksInTheTreeLeadToNothingOfRoots) {
 TEST_P(Folders, AUserPutsNothingInAnothersPlace) {
   Put("faxq/alice/r.fax", "root's", kRoot, 0600);
   Own("faxq/alice/r.fax", kRoot, 0600, 0);
-  EXPECT_NE(Route("cmd-copyfax", "r.fax"), kDone);
+  EXPECT_NE(Send("cmd-copyfax", "r.fax"), kDone);
   Put("faxq/alice/a.fax", "alice's", kAlice);
   Put("faxq/bob/a.fax", "bob's", kBob);
   for (const char* type : {"cmd-copyfax", "cmd-fwdfax"}) {
-    EXPECT_TRUE(Route(type, "a.fax").ends_with("failed: File exists\n"));
+    EXPECT_TRUE(Send(type, "a.fax").ends_with("failed: File exists\n"));
   }
   EXPECT_EQ(ReadFile(Path("faxq/bob/a.fax")), "bob's");
   EXPECT_EQ(ReadFile(Path("faxq/alice/a.fax")), "alice's");
@@ -330,8 +296,7 @@ TEST_P(Folders, ListsShowWhatIsTheUsers) {
         {"lst-events", ""},
         {"lst-srvmsgs", ""}}) {
     const std::string answer =
-        Ask({kAlice}, "cmd-msglist", "alice",
-            Argument("obj-reqlst", std::string("listtype=") + type + "\n"));
+        Ask({kAlice}, "cmd-msglist", "alice", ListOf(type));
     EXPECT_TRUE(answer.starts_with(kDone)) << type << answer;
     EXPECT_NE(answer.find(shown), answer.npos) << type << answer;
   }
@@ -339,10 +304,10 @@ TEST_P(Folders, ListsShowWhatIsTheUsers) {
 
 // A directory that another owner may not enter holds nothing that is gone.
 TEST_P(Folders, EventsOfRequestsThatTheUserMayNotSeeAreKept) {
-  Put("requests/r-5", "", kFax, 0600);
-  Own("requests", kFax, 0700);
+  Put("requests/r-5", "", kKrtfax, 0600);
+  Own("requests", kKrtfax, 0700);
   Put("faxq/alice/events/5", "", kAlice);
-  Put("faxq/alice/events/6", "", kFax);
+  Put("faxq/alice/events/6", "", kKrtfax);
   EXPECT_EQ(Ask({kAlice}, "cmd-faxcln", "alice"), kDone);
   EXPECT_TRUE(root_.Has("faxq/alice/events/5"));
   EXPECT_FALSE(root_.Has("faxq/alice/events/6"));

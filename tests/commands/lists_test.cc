@@ -1,33 +1,28 @@
 // Lists, cover pages and file types: what the commands make of what the library
 // reads.
-#include "handler_test.h"
+#include "handler.h"
 
 namespace {
 
 using Lists = HandlerTest;
 
-std::string Request(const std::string& type, const std::string& more = "") {
-  return Argument("obj-reqlst", "listtype=" + type + "\n" + more);
-}
-
 TEST_F(Lists, EachCommandServesItsOwnTypes) {
-  EXPECT_EQ(Run("cmd-reslist", Request("lst-tnps")),
-            kDone + Request("lst-tnps"));
+  EXPECT_EQ(Run("cmd-reslist", ListOf("lst-tnps")), kDone + ListOf("lst-tnps"));
   for (const char* type :
        {"lst-srvmsgs", "lst-tmsgs", "lst-routes", "lst-events"}) {
-    EXPECT_TRUE(Run("cmd-msglist", Request(type)).starts_with(kDone)) << type;
+    EXPECT_TRUE(Run("cmd-msglist", ListOf(type)).starts_with(kDone)) << type;
   }
   // A list whose source is missing is refused in the same words.
   for (const char* type :
        {"lst-events", "lst-cvrtags", "cmd-noop", "lst-queues"}) {
     ExpectFailure(19, std::string("Invalid list type ") + type, "cmd-reslist",
-                  Request(type));
+                  ListOf(type));
   }
   for (const char* type : {"cmd-reslist", "cmd-msglist"}) {
     ExpectFailure(19, "Invalid list type ", type, Argument("obj-reqlst"));
   }
   ExpectFailure(19, "Invalid msg type lst-covers", "cmd-msglist",
-                Request("lst-covers"));
+                ListOf("lst-covers"));
 }
 
 // Of the request only the time counts: a client sees its own lists.
@@ -40,11 +35,10 @@ TEST_F(Lists, MessagesAreTheClientsOwnSinceATime) {
       ListField("listptr", "obj-faxinfo",
                 {"filename=a.fax\nclientid=jsmith\nfstatus=fst-new\n"
                  "rcvtime=19700102000000\n"});
-  const std::string bobs = Request("lst-faxfiles", "listid=bob\n");
+  const std::string bobs = ListOf("lst-faxfiles", "listid=bob\n");
   EXPECT_EQ(Run("cmd-msglist", bobs),
-            kDone + Request("lst-faxfiles", "listid=bob\n" + fax));
-  const std::string later =
-      Request("lst-faxfiles", "listtime=19700103000000\n");
+            kDone + ListOf("lst-faxfiles", "listid=bob\n" + fax));
+  const std::string later = ListOf("lst-faxfiles", "listtime=19700103000000\n");
   EXPECT_EQ(Run("cmd-msglist", later), kDone + later);
   EXPECT_EQ(Run("cmd-msglist", bobs, "clientid=carol\n"),
             "result=19\nerrmsg=Invalid msg type lst-faxfiles\n");
@@ -53,18 +47,15 @@ TEST_F(Lists, MessagesAreTheClientsOwnSinceATime) {
 TEST_F(Lists, CoverPagesTellTheirTags) {
   root_.PutProgram("Covers/plain.cvr", "echo 'to:R cc:o'");
   root_.PutProgram("Covers/bare.cvr", "exit 1");
-  const auto page = [](const std::string& name) {
-    return Argument("obj-resource", "rname=" + name + "\n");
-  };
-  EXPECT_EQ(Run("cmd-cvrtags", page("plain")),
-            kDone + Request("lst-cvrtags",
-                            "listid=plain\n" +
-                                ListField("listptr", "obj-cvrtag",
-                                          {"tagname=to\ntagtype=tag-req\n",
-                                           "tagname=cc\ntagtype=tag-opt\n"})));
+  EXPECT_EQ(Run("cmd-cvrtags", Named("plain")),
+            kDone + ListOf("lst-cvrtags",
+                           "listid=plain\n" +
+                               ListField("listptr", "obj-cvrtag",
+                                         {"tagname=to\ntagtype=tag-req\n",
+                                          "tagname=cc\ntagtype=tag-opt\n"})));
   for (const char* name : {"none", "bare", "../bin/sh"}) {
     ExpectFailure(19, std::string("Invalid coverpage ") + name, "cmd-cvrtags",
-                  page(name));
+                  Named(name));
   }
   const auto match = [&](const std::vector<std::string>& tags) {
     return Run("cmd-cvrmatch",
@@ -81,7 +72,7 @@ TEST_F(Lists, CoverPagesTellTheirTags) {
 
 TEST_F(Lists, FileTypesAreToldByTheExtension) {
   EXPECT_EQ(Run("cmd-filetype", Argument("obj-file", "pathname=/x/y.tif\n")),
-            kDone + Argument("obj-resource", "rname=tif\n"));
+            kDone + Named("tif"));
   ExpectFailure(19, "No filename specified", "cmd-filetype",
                 Argument("obj-file"));
 }

@@ -7,8 +7,9 @@
 #include "daemon/spool/kfifo.h"
 #include "faxserver/fscom.h"
 #include "faxserver/fsshm.h"
-#include "handler_test.h"
+#include "handler.h"
 #include "support/own_ipc.h"
+#include "util/kutuser.h"
 
 namespace {
 
@@ -16,12 +17,9 @@ using Requests = HandlerTest;
 
 // ---- Submit ----
 
+// The announcement of a saved command.
 std::string Record(const std::string& name) {
-  std::string record = name;
-  record.resize(16);
-  record += "hostA";
-  record.resize(80);
-  return record;
+  return Bytes(name, 16) + Bytes("hostA", 64);
 }
 
 TEST_F(Requests, SubmitKeepsTheCommandAndAnnouncesIt) {
@@ -37,9 +35,7 @@ TEST_F(Requests, SubmitKeepsTheCommandAndAnnouncesIt) {
     EXPECT_EQ(fifo.Take(), Record("0001-002"));
     const std::string queued = "krtnet/queued/0001-002";
     EXPECT_EQ(ReadFile(root_ / queued), Object("obj-cmdrsp", sent + respond));
-    struct stat st;
-    EXPECT_EQ(stat((root_ / queued).c_str(), &st), 0);
-    EXPECT_EQ(st.st_mode & 0777, 0660u);
+    EXPECT_EQ(PermsOf(root_ / queued), 0660u);
     EXPECT_EQ(std::filesystem::hard_link_count(root_ / queued), 1u);
     std::filesystem::remove(root_ / queued);
   }
@@ -86,60 +82,61 @@ TEST_F(Requests, SubmitThatFailsLeavesNothingBehind) {
 
 // ---- Cancel and try ----
 
-std::string SchedulerRecord(char code, int seqno) {
-  std::string record(68, '\0');
-  record[0] = code;
-  record.replace(8, 4, reinterpret_cast<const char*>(&seqno), 4);
-  return record;
-}
-
 class Scheduled : public HandlerTest {
  protected:
-  void PutRequest(int seqno, const std::string& uid) const {
-    std::string lines = std::to_string(seqno) + "\n" + uid + "\n";
-    for (int i = 2; i < 34; ++i) lines += "\n";
-    root_.Put("requests/r-" + std::to_string(seqno), lines);
+  Scheduled() {
+    root_.AddUser(self_);
+    std::string lines = "7\n" + std::to_string(getuid()) + "\n";
+    root_.Put("requests/r-7", lines + std::string(32, '\n'));
   }
-  // jsmith is no user of the system: what jsmith may do is what this process
-  // may.
-  const std::string self_ = std::to_string(getuid());
+  // As this process's user, whose the request is.
+  std::string RunOwn(const std::string& type, const std::string& argument) {
+    return Run(type, argument, "clientid=" + self_ + "\n");
+  }
+  const std::string self_ = Kut_get_usrname();
   const FifoReader fifo_{root_ / "FIFO"};
   EventReaders events_{root_};
   const OwnIpc ipc_;
 };
 
-const std::string kRequest =
-    Argument("obj-reqid", "seqno=7\nreqtype=req-regular\n");
+const std::string kRequest = RequestId("7");
 
 TEST_F(Scheduled, CancelAndTryReachTheScheduler) {
   SKIP_WITHOUT(ipc_);
   ASSERT_EQ(fx_creat_stat_shm("", 1), 0);
-  PutRequest(7, self_);
-  EXPECT_EQ(Run("cmd-cancel", kRequest), kDone);
-  EXPECT_EQ(fifo_.Take(), SchedulerRecord(7, 7));
-  EXPECT_EQ(events_.Take(), "16 jsmith\n");
-  EXPECT_EQ(Run("cmd-try", kRequest), kDone);
-  EXPECT_EQ(fifo_.Take(), SchedulerRecord(12, 7));
+  EXPECT_EQ(RunOwn("cmd-cancel", kRequest), kDone);
+  EXPECT_EQ(fifo_.Take(), Text(fx_encode_sched(7, 7)));
+  EXPECT_EQ(events_.Take(), "16 " + self_ + "\n");
+  EXPECT_EQ(RunOwn("cmd-try", kRequest), kDone);
+  EXPECT_EQ(fifo_.Take(), Text(fx_encode_sched(12, 7)));
   EXPECT_EQ(events_.Take(), "");
   EXPECT_EQ(returned_, 0);
+  const std::string state = Run("cmd-state");
+  EXPECT_TRUE(state.starts_with(
+      kDone + std::string("objptr=obj-state\nobjbeg=obj-state\nschedup=true\n"
+                          "freqlist=obj-list\n")))
+      << state;
+  EXPECT_NE(state.find("clientid=" + self_ + "\nseqno=7\n"), state.npos);
 }
 
 TEST_F(Scheduled, CancelAndTryTellWhyNot) {
   SKIP_WITHOUT(ipc_);
-  const std::string kCancel = "Cannot cancel request: ";
-  const std::string kTry = "Cannot try request: ";
-  const auto reqid = [](const std::string& fields) {
-    return Argument("obj-reqid", fields);
-  };
-  PutRequest(7, self_);
-  ExpectFailure(13, kCancel + "Command failed", "cmd-cancel", kRequest);
-  ExpectFailure(17, kTry + "Scheduler not running", "cmd-try", kRequest);
+  const std::string cancel = "errmsg=Cannot cancel request: ";
+  const std::string attempt = "errmsg=Cannot try request: ";
+  const std::string missing = RequestId("8");
+  EXPECT_EQ(RunOwn("cmd-cancel", kRequest),
+            "result=13\n" + cancel + "Command failed\n");
+  EXPECT_EQ(RunOwn("cmd-try", kRequest),
+            "result=17\n" + attempt + "Scheduler not running\n");
   ASSERT_EQ(fx_creat_stat_shm("", 1), 0);
-  ExpectFailure(3, kCancel + "No such file or directory", "cmd-cancel",
-                reqid("seqno=8\nreqtype=req-regular\n"));
-  ExpectFailure(19, kTry + "Invalid data", "cmd-try", reqid("seqno=8\n"));
+  EXPECT_EQ(RunOwn("cmd-cancel", missing),
+            "result=3\n" + cancel + "No such file or directory\n");
+  EXPECT_EQ(returned_, -1);
+  EXPECT_EQ(RunOwn("cmd-try", missing),
+            "result=19\n" + attempt + "Invalid data\n");
+  EXPECT_EQ(returned_, -1);
   EXPECT_EQ(Run("cmd-cancel", kRequest, "clientid=nobody-here\n"),
-            "result=19\nerrmsg=" + kCancel + "Invalid data\n");
+            "result=19\n" + cancel + "Invalid data\n");
   EXPECT_EQ(fifo_.Take() + events_.Take(), "");
 }
 
@@ -155,7 +152,7 @@ TEST_F(Requests, StatusIsTheUsersOwn) {
             kDone + ListField("objptr", "obj-status", {status}));
   for (const char* type : {"cmd-status", "cmd-statatt"}) {
     ExpectFailure(13, "Cannot get status for 8: No such file or directory",
-                  type, Argument("obj-reqid", "seqno=8\n"));
+                  type, RequestId("8"));
     ExpectFailure(13, "Cannot get status for -1: No such file or directory",
                   type, Argument("obj-reqid"));
   }
@@ -164,11 +161,6 @@ TEST_F(Requests, StatusIsTheUsersOwn) {
 // ---- Copying and forwarding ----
 
 struct Routing : HandlerTest {
-  std::string Route(const std::string& from, const std::string& to,
-                    const std::string& name) const {
-    return Argument("obj-route", "fromid=" + from + "\ntoid=" + to +
-                                     "\nfilename=" + name + "\n");
-  }
   EventReaders events_{root_};
 };
 
@@ -185,9 +177,6 @@ TEST_F(Routing, MovesOrCopiesWithTimesAndOwner) {
     chmod(fax.c_str(), 0640);
     const timespec times[2] = {{1000, 0}, {2000, 0}};
     utimensat(AT_FDCWD, fax.c_str(), times, 0);
-    if (getuid() == 0) {
-      ASSERT_EQ(chown((root_ / "faxq/bob").c_str(), 1, 2), 0);
-    }
     EXPECT_EQ(Run(type, Route("jsmith", "bob", "a.fax")), kDone);
     EXPECT_EQ(events_.Take(), events);
     EXPECT_EQ(std::filesystem::exists(fax), stays);
@@ -196,9 +185,6 @@ TEST_F(Routing, MovesOrCopiesWithTimesAndOwner) {
     EXPECT_EQ(ReadFile(arrived), "image");
     EXPECT_EQ(st.st_mode & 07777, 0666u);
     EXPECT_EQ(st.st_mtime, 2000);
-    if (getuid() == 0) {
-      EXPECT_EQ(st.st_uid + 10 * st.st_gid, 21u);
-    }
     EXPECT_FALSE(root_.Has("faxq/bob/a.tmp"));
   }
 }
@@ -282,7 +268,34 @@ TEST_F(Requests, WrongArgumentsHaveTheirTexts) {
        {11, "Invalid image print command", "cmd-imgprint",
         Argument("obj-reqprt", Field("finfoptr", "obj-route"))},
        {19, "No filename specified", "cmd-msgret", Argument("obj-resource")},
-       {19, "No filename specified", "cmd-msgdel", Argument("obj-resource")}});
+       {19, "No filename specified", "cmd-msgdel", Argument("obj-resource")},
+       {19, "Invalid phone-book cmd", "cmd-pbcmd", Argument("obj-person")}});
+}
+
+// Both books, each with its answer in the argument's place.
+TEST_F(Requests, PhoneBookCommandsAreAnsweredWithTheirArgument) {
+  for (const std::string type : {"usr", "sys"}) {
+    const auto ask = [&](const std::string& verb, const std::string& more) {
+      return Run(
+          "cmd-pbcmd",
+          Argument("obj-pbcom", "pbcmd=pbc-" + verb + "\npbtype=pbt-" + type +
+                                    "\npbmode=pbm-write\n" + more));
+    };
+    const std::string ann = Argument("obj-person", "palias=Ann\n");
+    EXPECT_TRUE(
+        ask("open", "")
+            .starts_with("result=38\nerrmsg=Phone-book does not exist\n"));
+    EXPECT_TRUE(ask("create", "").starts_with(kDone));
+    const std::string added = ask("peradd", ann);
+    EXPECT_TRUE(added.starts_with(kDone) &&
+                added.find("curper=1\n") != added.npos)
+        << added;
+    EXPECT_TRUE(
+        ask("peradd", ann).starts_with("result=33\nerrmsg=Duplicate alias\n"));
+    EXPECT_TRUE(ask("gteq", "").starts_with("result=37\n"));
+    const std::string found = ask("perget", "rcmd=pbc-alias\npbkey=ANN\n");
+    EXPECT_NE(found.find(ann), found.npos) << found;
+  }
 }
 
 TEST(CommandTable, OnlySubmitLeavesTheAnswerToTheClient) {

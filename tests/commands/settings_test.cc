@@ -1,52 +1,36 @@
 // Users' settings, and commands run for them.
-#include <pwd.h>
-
-#include "handler_test.h"
+#include "handler.h"
+#include "util/kutuser.h"
 
 namespace {
 
 using Settings = HandlerTest;
 
-TEST_F(Settings, ConfigurationIsTheClients) {
+TEST_F(Settings, AreTheClientsOrTheUsersWhomTheyName) {
   const std::string config = Argument("obj-config", "queue=sales\n");
+  const auto monitor = [](const std::string& user) {
+    return Argument("obj-monitor",
+                    "clientid=" + user + "\nmontype=mon-incall\n" +
+                        ListField("names", "obj-resource", {"rname=carol\n"}));
+  };
   EXPECT_EQ(Run("cmd-setcfg", config), kDone);
   EXPECT_EQ(Run("cmd-getcfg"), kDone + config);
   EXPECT_EQ(Run("cmd-getcfg", "", "clientid=bob\n"),
             kDone + Argument("obj-config"));
-  for (const std::string user : {"carol", ".."}) {
-    const std::string client = "clientid=" + user + "\n";
-    EXPECT_EQ(Run("cmd-getcfg", "", client),
-              "result=13\nerrmsg=Cannot get config object for " + user + "\n");
-    EXPECT_EQ(Run("cmd-setcfg", config, client),
-              "result=11\nerrmsg=Cannot set config\n");
-  }
-}
-
-TEST_F(Settings, MonitorsBelongToTheUserTheyName) {
-  const auto monitor = [](const std::string& user, const std::string& type) {
-    return Argument("obj-monitor",
-                    "clientid=" + user + "\nmontype=" + type + "\n" +
-                        ListField("names", "obj-resource", {"rname=carol\n"}));
-  };
-  const std::string set = monitor("bob", "mon-incall");
-  EXPECT_EQ(Run("cmd-setmon", set), kDone);
-  EXPECT_EQ(Run("cmd-getmon", "", "clientid=bob\n"), kDone + set);
+  EXPECT_EQ(Run("cmd-setmon", monitor("bob")), kDone);
+  EXPECT_EQ(Run("cmd-getmon", "", "clientid=bob\n"), kDone + monitor("bob"));
   EXPECT_EQ(
       Run("cmd-getmon"),
       kDone + Argument("obj-monitor", "clientid=jsmith\nmontype=mon-excall\n"));
   ExpectFailure(11, "Cannot set monitor list: Invalid data", "cmd-setmon",
-                monitor("..", "mon-incall"));
-  EXPECT_EQ(Run("cmd-getmon", "", "clientid=carol\n"),
+                monitor(".."));
+  const std::string nobody = "clientid=carol\n";
+  EXPECT_EQ(Run("cmd-getmon", "", nobody),
             "result=13\nerrmsg=Cannot get monitor list for carol\n");
-}
-
-TEST_F(Settings, CleaningKeepsEventsOfLivingRequests) {
-  root_.Put("requests/r-7", "");
-  root_.Put("faxq/jsmith/events/7", "");
-  root_.Put("faxq/jsmith/events/8", "");
-  EXPECT_EQ(Run("cmd-faxcln"), kDone);
-  EXPECT_TRUE(root_.Has("faxq/jsmith/events/7"));
-  EXPECT_FALSE(root_.Has("faxq/jsmith/events/8"));
+  EXPECT_EQ(Run("cmd-getcfg", "", nobody),
+            "result=13\nerrmsg=Cannot get config object for carol\n");
+  EXPECT_EQ(Run("cmd-setcfg", config, nobody),
+            "result=11\nerrmsg=Cannot set config\n");
   EXPECT_EQ(Run("cmd-faxcln", "", "clientid=..\n"), kDone);
 }
 
@@ -62,14 +46,14 @@ TEST_F(Settings, LinksInPlaceOfAUsersDirectoriesLeadNowhere) {
     std::filesystem::remove(path);
     symlink((root_ / "outside").c_str(), path.c_str());
   }
-  const std::string seven = Argument("obj-resource", "rname=7\n");
+  const std::string seven = Named("7");
   const std::string monitor =
       Argument("obj-monitor", "clientid=jsmith\nmontype=mon-excall\n");
   ExpectFailures(
       {{13, "Cannot create msg object: Not a directory", "cmd-msgret", seven},
        {13, "Cannot delete file 7: Not a directory", "cmd-msgdel", seven},
        {13, "Cannot get status for 7: Not a directory", "cmd-status",
-        Argument("obj-reqid", "seqno=7\n")},
+        RequestId("7")},
        {13, "Cannot get config object for jsmith", "cmd-getcfg", ""},
        {11, "Cannot set config", "cmd-setcfg", Argument("obj-config")},
        {11, "Cannot set monitor list: Not a directory", "cmd-setmon",
@@ -81,8 +65,7 @@ TEST_F(Settings, LinksInPlaceOfAUsersDirectoriesLeadNowhere) {
 }
 
 TEST_F(Settings, OutputOfACommandComesWithItsFailureToo) {
-  const passwd* self = getpwuid(getuid());
-  ASSERT_NE(self, nullptr);
+  const std::string self = Kut_get_usrname();
   const auto run = [&](const std::string& line, const std::string& user) {
     return Run("cmd-extcmd", Argument("obj-extcmd", "cmdstr=" + line + "\n"),
                "clientid=" + user + "\n");
@@ -92,9 +75,9 @@ TEST_F(Settings, OutputOfACommandComesWithItsFailureToo) {
                     ListField("lines", "obj-text", {"text=" + line + "\n"}));
   };
   const std::string failed = "result=13\nerrmsg=Extern cms failed: ";
-  EXPECT_EQ(run("printf %s,", self->pw_name), kDone + text(","));
+  EXPECT_EQ(run("printf %s,", self), kDone + text(","));
   root_.PutProgram("fail", "echo lost; echo why >&2; exit 2");
-  EXPECT_EQ(run(root_ / "fail", self->pw_name),
+  EXPECT_EQ(run(root_ / "fail", self),
             failed + "Command failed\n" + text("why"));
   EXPECT_EQ(returned_, 13);
   EXPECT_EQ(run("true", "nobody-here"),

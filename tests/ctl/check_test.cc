@@ -7,8 +7,8 @@
 #include <utime.h>
 
 #include "cm/cmkrt.h"
+#include "support/accounts.h"
 #include "support/ctl.h"
-#include "support/own_accounts.h"
 
 namespace {
 
@@ -57,9 +57,7 @@ TEST(Check, MissingFoldersAreMadeAndOpenOnesNamed) {
   EXPECT_EQ(Troubles(before), "FAIL  " + spool + missing + "FAIL  " +
                                   server.Path("krtnet/queued") + missing);
   EXPECT_EQ(Check(server, "--offline --fix"), "");
-  struct stat st;
-  ASSERT_EQ(stat(spool.c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 07777, 02770U);
+  EXPECT_EQ(PermsOf(spool), 02770U);
   EXPECT_EQ(Check(server, "--offline"), "");
   EXPECT_EQ(server.Run({"--root", "/nonexistent", "check", "-q"}).status, 1);
   chmod(spool.c_str(), 0777);
@@ -72,11 +70,8 @@ TEST(Check, MissingFoldersAreMadeAndOpenOnesNamed) {
 }
 
 TEST(Check, DirectoriesThatLetStrangersInAreNamed) {
-  const OwnAccounts accounts(
-      "krtfax:x:64800:64800::/:/bin/sh\n"
-      "mallory:x:64801:64801::/:/bin/sh\n",
-      "krtfax:x:64800:\nmallory:x:64801:\n");
-  if (!accounts.made()) GTEST_SKIP() << "needs root and mount(2)";
+  const OwnAccounts accounts;
+  SKIP_WITHOUT_ACCOUNTS(accounts);
   const Server server;
   // As it is laid out again, nothing is wrong with it.
   for (const char* dir : {"krtnet", "faxq", "Covers", "temp"}) {
@@ -98,23 +93,23 @@ TEST(Check, DirectoriesThatLetStrangersInAreNamed) {
        "FAIL  * can be written by everybody; fix: chmod 0755 *\n"},
       {"Covers", 01777, 0, 0,
        "FAIL  * can be written by everybody; fix: chmod 0755 *\n"},
-      {"Covers", 0775, 0, 64800,
+      {"Covers", 0775, 0, kKrtfax,
        "warn  * can be written by its group; fix: chmod g-w *\n"},
-      {"Covers", 0755, 64801, 0,
+      {"Covers", 0755, kMallory, 0,
        "warn  * belongs to mallory; fix: chown root *\n"},
-      {"Covers", 0755, 64800, 64800, ""},
-      {"krtnet", 0755, 64801, 64800,
+      {"Covers", 0755, kKrtfax, kKrtfax, ""},
+      {"krtnet", 0755, kMallory, kKrtfax,
        "warn  * belongs to mallory; fix: chown krtfax *\n"},
-      {"krtnet/filspool", 02775, 64800, 64800,
+      {"krtnet/filspool", 02775, kKrtfax, kKrtfax,
        "warn  * can be entered by everybody; fix: chmod o-rwx *\n"},
-      {"krtnet/filspool", 02777, 64800, 64800,
+      {"krtnet/filspool", 02777, kKrtfax, kKrtfax,
        "FAIL  * can be written by everybody; fix: chmod 2770 *\n"},
-      {"krtnet/filspool", 03777, 64800, 64800, ""},
-      {"krtnet/filspool", 02750, 64800, 64800,
+      {"krtnet/filspool", 03777, kKrtfax, kKrtfax, ""},
+      {"krtnet/filspool", 02750, kKrtfax, kKrtfax,
        "warn  * is not open to its group; fix: chmod g+rwx *\n"},
-      {"krtnet/filspool", 02770, 64800, 0,
+      {"krtnet/filspool", 02770, kKrtfax, 0,
        "warn  * does not belong to the group krtfax; fix: chgrp krtfax *\n"},
-      {"", 0777, 64800, 64800,
+      {"", 0777, kKrtfax, kKrtfax,
        "FAIL  * can be written by everybody; fix: chmod 0755 *\n"},
   };
   for (const auto& c : kCases) {
@@ -217,9 +212,7 @@ TEST(Check, DamagedPhoneBookIsFoundAndMadeAnew) {
   ASSERT_EQ(server.Run({"pb", "add", "palias=a", "lname=b"}).status, 0);
   EXPECT_EQ(Check(server), "");
   const std::string index = server.Queue("options/pbper.idx");
-  std::string bytes = ReadFile(index);
-  for (size_t i = 64; i < bytes.size(); ++i) bytes[i] ^= 0x55;
-  WriteFile(index, bytes);
+  ctl::Damage(index);
   const Exit end = server.Run({"check", "-q"});
   EXPECT_EQ(end.status, 1);
   EXPECT_NE(Troubles(end).find("FAIL  " + server.Queue("options/pbper.dat")),

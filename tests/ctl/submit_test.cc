@@ -1,7 +1,7 @@
 // A fax's whole life, with the daemon and the simulator of the rest.
 #include "support/ctl.h"
 #include "support/own_ipc.h"
-#include "support/simulator_process.h"
+#include "support/processes.h"
 
 namespace {
 

@@ -2,11 +2,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <algorithm>
-#include <chrono>
 #include <tuple>
 
-#include "support/daemon_process.h"
+#include "support/processes.h"
 
 namespace {
 
@@ -20,7 +18,8 @@ std::string Answer(const std::string& head, const std::string& tail) {
          "iscmd=false\n" + tail + "objend=obj-cmdrsp\n";
 }
 
-// Each mode answers alike: workers, and inline.
+// Each mode answers alike: workers, and inline. The daemon sleeps for a minute
+// a pass; each command wakes it.
 class Exchange : public ::testing::TestWithParam<const char*> {
  protected:
   std::vector<std::string> Args() const {
@@ -111,38 +110,6 @@ TEST_P(Exchange, CopiesAreKeptOnDemand) {
   const std::string response = root.Response("0007-001");
   EXPECT_EQ(ReadFile(root.spool() / "save/0007-001.cmd"), command);
   EXPECT_EQ(ReadFile(root.spool() / "save/0007-001.rsp"), response);
-}
-
-// The daemon sleeps for a minute a pass; each command wakes it.
-TEST_P(Exchange, LoneCommandIsAnsweredAtOnce) {
-  const SampleRoot root;
-  DaemonProcess daemon(KRTCMD_PATH, root, Args());
-  for (int i = 1; i <= 20; ++i) {
-    const auto start = std::chrono::steady_clock::now();
-    root.Drop("a", Command("cmd-noop", 1, i));
-    const std::string name = support::ExchangeName(1, i);
-    EXPECT_NE(root.Response(name), "") << name;
-    EXPECT_LT(std::chrono::steady_clock::now() - start,
-              std::chrono::seconds(10));
-  }
-}
-
-long Count(const SampleRoot& root, const std::string& ending) {
-  const auto names = root.SpoolNames();
-  return std::count_if(names.begin(), names.end(), [&](const auto& name) {
-    return name.ends_with(ending);
-  });
-}
-
-TEST(Workers, LimitHoldsAndEveryCommandIsAnswered) {
-  const SampleRoot root;
-  DaemonProcess daemon(KRTCMD_PATH, root, {"-M", "3"});
-  for (int i = 1; i <= 200; ++i) {
-    root.Drop(std::to_string(i), Command("cmd-noop", i, 1));
-  }
-  EXPECT_TRUE(Eventually([&] { return Count(root, ".rsp") == 200; }));
-  EXPECT_EQ(root.SpoolNames().size(), 200U);
-  EXPECT_EQ(daemon.Stop(), 0);
 }
 
 TEST(Workers, WithoutRoomForAWorkerCommandsWait) {

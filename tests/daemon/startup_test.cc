@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <tuple>
 
-#include "support/daemon_process.h"
+#include "support/processes.h"
 
 namespace {
 

@@ -1,37 +1,15 @@
 // Claiming, reading and writing exchange files, within one process.
-#include "daemon/spool/sxfile.h"
-
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
 #include <set>
 
 #include "cm/cmlimits.h"
-#include "daemon/sxready.h"
-#include "support/sample_root.h"
+#include "spool_files.h"
 
 namespace {
 
 using support::Command;
-using support::SampleRoot;
 
-class SxFile : public ::testing::Test {
+class SxFile : public SpoolFiles {
  protected:
-  // The process has one list of names: nothing of it is left to the next test.
-  ~SxFile() override {
-    while (!Claim().empty()) {
-    }
-  }
-  const char* dir() const { return dir_.c_str(); }
-  std::string Path(const std::string& name) const { return dir_ + "/" + name; }
-  // The claimed name, or "" when none is ready.
-  std::string Claim() const {
-    char name[kSxNameSize] = "cmd";
-    return sx_ready(dir(), name) == 0 ? name : "";
-  }
   std::string Claimed(const std::string& base) const {
     return base + "." + std::to_string(getpid());
   }
@@ -43,16 +21,7 @@ class SxFile : public ::testing::Test {
     kx_errno = error;
     return cmd;
   }
-  SampleRoot root_;
-  std::string dir_ = root_.spool();
 };
-
-kx::Object Response(int session, int reference) {
-  kx::Object rsp = kx::Build("obj-cmdrsp");
-  kx::SetNumber(rsp.get(), "sessionid", session);
-  kx::SetNumber(rsp.get(), "reference", reference);
-  return rsp;
-}
 
 TEST_F(SxFile, ClaimsInByteOrderAndOnlyTheExtension) {
   for (const char* name : {"b.cmd", "a.cmd", "B.cmd", "a.CMD", "c.cmd.bak",
@@ -70,11 +39,9 @@ TEST_F(SxFile, MoreThanOneScanfulIsFoundAlthoughTheTimeStandsStill) {
   for (int i = 0; i < 150; ++i) WriteFile(Path(std::to_string(i) + ".cmd"), "");
   std::vector<std::string> claimed;
   // The directory's time is held where it was at the first scan.
-  struct stat st;
-  stat(dir(), &st);
-  const timespec times[2] = {st.st_mtim, st.st_mtim};
+  const timespec time = StatusOf(dir_).st_mtim;
   for (int calls = 0; calls < 400 && claimed.size() < 150; ++calls) {
-    utimensat(AT_FDCWD, dir(), times, 0);
+    SetTime(time);
     const std::string name = Claim();
     if (!name.empty()) claimed.push_back(name);
   }
@@ -96,18 +63,16 @@ TEST_F(SxFile, NoCommandIsLeftLyingBetweenTwoScans) {
 }
 
 TEST_F(SxFile, OldUnchangedDirectoryIsNotReadAgain) {
-  const timespec old[2] = {{1000, 0}, {1000, 0}};
   EXPECT_EQ(Claim(), "");
   for (int i = 0; i < 3; ++i) {
-    utimensat(AT_FDCWD, dir(), old, 0);
+    SetTime({1000, 0});
     EXPECT_EQ(Claim(), "");
   }
   // Hidden behind an unchanged time: seen only by a scan, and there is none.
   WriteFile(Path("x.cmd"), "");
-  utimensat(AT_FDCWD, dir(), old, 0);
+  SetTime({1000, 0});
   EXPECT_EQ(Claim(), "");
-  const timespec later[2] = {{1000, 1}, {1000, 1}};  // a nanosecond is enough
-  utimensat(AT_FDCWD, dir(), later, 0);
+  SetTime({1000, 1});  // a nanosecond is enough
   EXPECT_EQ(Claim(), Claimed("x"));
 }
 
@@ -222,9 +187,7 @@ TEST_F(SxFile, WritesResponsesWholeAndAfresh) {
   EXPECT_EQ(ReadFile(Path("3456-007.rsp")),
             "objbeg=obj-cmdrsp\nsessionid=123456\nreference=7\n"
             "objend=obj-cmdrsp\n");
-  struct stat st;
-  stat(Path("3456-007.rsp").c_str(), &st);
-  EXPECT_EQ(st.st_mode & 07777, 0666U);
+  EXPECT_EQ(PermsOf(Path("3456-007.rsp")), 0666U);
   EXPECT_EQ(root_.SpoolNames(), (std::vector<std::string>{"3456-007.rsp"}));
 }
 

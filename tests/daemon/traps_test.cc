@@ -1,45 +1,31 @@
 // What others lay in the daemon's way: in the spool directory, in the place of
 // responses and of copies. All as root, who can be tricked into most.
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <functional>
 #include <tuple>
 
 #include "daemon/spool/logfile.h"
 #include "daemon/spool/rsp.h"
-#include "daemon/spool/sxfile.h"
 #include "daemon/subtask.h"
-#include "daemon/sxready.h"
-#include "support/sample_root.h"
+#include "spool_files.h"
 #include "util/kutident.h"
 
 namespace {
 
 using support::Command;
-using support::SampleRoot;
 
 constexpr uid_t kMallory = 61001;
 constexpr uid_t kAlice = 61002;
 
-class Traps : public ::testing::Test {
+class Traps : public SpoolFiles {
  protected:
   void SetUp() override {
     if (geteuid() != 0) GTEST_SKIP() << "needs root";
     chmod(root_.root(), 0755);
     dmn_log_open((root_ / "log").c_str(), 0, 0);
   }
-  ~Traps() override {
-    while (!Claim().empty()) {
-    }
-    dmn_log_close();
-  }
-  const char* dir() const { return dir_.c_str(); }
-  std::string Path(const std::string& name) const { return dir_ + "/" + name; }
+  ~Traps() override { dmn_log_close(); }
   std::string Log() const { return ReadFile(root_ / "log"); }
   void Put(const std::string& name, uid_t owner,
            const std::string& content = "") const {
@@ -51,31 +37,18 @@ class Traps : public ::testing::Test {
     EXPECT_EQ(chown(Path(name).c_str(), owner, owner), 0) << name;
   }
   struct stat Look(const std::string& name) const {
-    struct stat st {};
-    lstat(Path(name).c_str(), &st);
-    return st;
+    return StatusOf(Path(name));
   }
   // The claimed file's name without the ending, or "" when none is ready.
   std::string Claim() const {
-    char name[kSxNameSize] = "cmd";
-    if (sx_ready(dir(), name) != 0) return "";
-    const std::string claimed = name;
+    const std::string claimed = SpoolFiles::Claim();
     return claimed.substr(0, claimed.rfind('.'));
   }
   kx::Object Read(const std::string& content, uid_t owner, int save = 0) const {
     Put("x.1", owner, content);
     return kx::Object(sx_cmd(dir(), "x.1", save));
   }
-  SampleRoot root_;
-  std::string dir_ = root_.spool();
 };
-
-kx::Object Response(int session, int reference) {
-  kx::Object rsp = kx::Build("obj-cmdrsp");
-  kx::SetNumber(rsp.get(), "sessionid", session);
-  kx::SetNumber(rsp.get(), "reference", reference);
-  return rsp;
-}
 
 TEST_F(Traps, NamesThatCannotBeClaimedKeepNobodyOut) {
   const std::string pid = "." + std::to_string(getpid());
@@ -106,13 +79,12 @@ TEST_F(Traps, NamesThatCannotBeClaimedKeepNobodyOut) {
                 names, [](const auto& name) { return name.ends_with(".cmd"); }),
             200);
   // They stand for no work that waits: an old directory is left alone.
-  const timespec old[2] = {{1000, 0}, {1000, 0}};
   for (int i = 0; i < 3; ++i) {
-    utimensat(AT_FDCWD, dir(), old, 0);
+    SetTime({1000, 0});
     EXPECT_EQ(Claim(), "");
   }
   Put("late.cmd", kAlice);
-  utimensat(AT_FDCWD, dir(), old, 0);
+  SetTime({1000, 0});
   EXPECT_EQ(Claim(), "");
   utimensat(AT_FDCWD, dir(), nullptr, 0);
   EXPECT_EQ(Claim(), "late");

@@ -12,8 +12,8 @@
 #include <set>
 
 #include "endurance/spool_client.h"
-#include "faxserver/fax_root.h"
-#include "support/daemon_process.h"
+#include "support/peers.h"
+#include "support/processes.h"
 #include "util/kutuser.h"
 
 namespace endurance {
@@ -130,8 +130,7 @@ class FullDisk : public testing::TestWithParam<Mode> {
                 Argument("obj-config", "queue=q" + std::to_string(n) + "\n"),
                 ""};
       default:
-        return {"cmd-reslist", Argument("obj-reqlst", "listtype=lst-results\n"),
-                ""};
+        return {"cmd-reslist", ListOf("lst-results"), ""};
     }
   }
   // The answers that have come. A submit that is done has its record in the

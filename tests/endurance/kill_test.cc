@@ -13,8 +13,8 @@
 #include <random>
 
 #include "endurance/spool_client.h"
-#include "faxserver/fax_root.h"
-#include "support/daemon_process.h"
+#include "support/peers.h"
+#include "support/processes.h"
 #include "util/kutuser.h"
 
 namespace endurance {
@@ -172,8 +172,7 @@ class Kill : public testing::Test {
           client_.Send("cmd-sendfax",
                        "respond=false\n" + Argument("obj-senv", "tofnum=1\n")));
     } else if (n % 11 == 0) {
-      client_.Send("cmd-reslist",
-                   Argument("obj-reqlst", "listtype=lst-results\n"));
+      client_.Send("cmd-reslist", ListOf("lst-results"));
     } else {
       client_.Send("cmd-noop");
     }

@@ -13,7 +13,7 @@
 #include "kx/object.h"
 #include "simulator/sim_root.h"
 #include "support/own_ipc.h"
-#include "support/simulator_process.h"
+#include "support/processes.h"
 
 namespace endurance {
 namespace {
@@ -84,16 +84,7 @@ struct Kind {
   int weight;                // how often, beside the others
 };
 
-std::string Id() {
-  return Argument("obj-reqid", "seqno=%n\nreqtype=req-regular\n");
-}
-std::string List(const std::string& type) {
-  return Argument("obj-reqlst", "listtype=" + type + "\n");
-}
-
 std::vector<Kind> MakeKinds(const std::string& user) {
-  const std::string fax =
-      Argument("obj-faxinfo", "filename=in-1.fax\nclientid=" + user + "\n");
   const std::string person = Person("P%n");
   std::vector<Kind> kinds = {
       {"cmd-noop", "", {0}, 20},
@@ -102,25 +93,21 @@ std::vector<Kind> MakeKinds(const std::string& user) {
        {0},
        2},
       {"cmd-sendfax", "respond=true\n" + Argument("obj-env"), {19}, 1},
-      {"cmd-status", Id(), {0, 13}, 5},
-      {"cmd-statatt", Id(), {0, 13}, 3},
-      {"cmd-cancel", Id(), {0, 3, 13}, 1},
-      {"cmd-try", Id(), {0, 19}, 1},
+      {"cmd-status", RequestId("%n"), {0, 13}, 5},
+      {"cmd-statatt", RequestId("%n"), {0, 13}, 3},
+      {"cmd-cancel", RequestId("%n"), {0, 3, 13}, 1},
+      {"cmd-try", RequestId("%n"), {0, 19}, 1},
       {"cmd-state", "", {0}, 5},
-      {"cmd-msglist", List("lst-faxfiles"), {0}, 3},
-      {"cmd-msglist", List("lst-tmsgs"), {0}, 3},
-      {"cmd-msglist", List("lst-events"), {0}, 1},
-      {"cmd-msglist", List("lst-covers"), {19}, 1},
-      {"cmd-msgret", Argument("obj-resource", "rname=none\n"), {13}, 2},
-      {"cmd-msgdel", Argument("obj-resource", "rname=../x\n"), {13}, 1},
-      {"cmd-copyfax",
-       Argument("obj-route",
-                "filename=in-1.fax\nfromid=" + user + "\ntoid=bob\n"),
-       {0},
-       1},
-      {"cmd-imgret", fax, {0}, 3},
+      {"cmd-msglist", ListOf("lst-faxfiles"), {0}, 3},
+      {"cmd-msglist", ListOf("lst-tmsgs"), {0}, 3},
+      {"cmd-msglist", ListOf("lst-events"), {0}, 1},
+      {"cmd-msglist", ListOf("lst-covers"), {19}, 1},
+      {"cmd-msgret", Named("none"), {13}, 2},
+      {"cmd-msgdel", Named("../x"), {13}, 1},
+      {"cmd-copyfax", Route(user, "bob", "in-1.fax"), {0}, 1},
+      {"cmd-imgret", FaxInfo("in-1.fax", user), {0}, 3},
       {"cmd-image", "", {13}, 1},
-      {"cmd-cvrtags", Argument("obj-resource", "rname=standard\n"), {0}, 1},
+      {"cmd-cvrtags", Named("standard"), {0}, 1},
       {"cmd-filetype", Argument("obj-file", "pathname=x.ps\n"), {0}, 2},
       {"cmd-extcmd",
        Argument("obj-extcmd", "cmdstr=echo hello\n"),
@@ -149,14 +136,14 @@ std::vector<Kind> MakeKinds(const std::string& user) {
       {"cmd-login", "respond=true\n", {19}, 1},
       {"cmd-status", "", {13}, 1},
       {"cmd-route", "respond=true\n" + person, {19}, 1},
-      {"cmd-reslist", List("lst-events"), {19}, 1},
+      {"cmd-reslist", ListOf("lst-events"), {19}, 1},
       {"cmd-getcfg", "clientid=nobody.here\n", {13}, 1},
   };
   for (const char* type :
        {"lst-covers", "lst-allcovers", "lst-filetypes", "lst-pglengths",
         "lst-priorities", "lst-queues", "lst-resolutions", "lst-results",
         "lst-groups", "lst-prtdests", "lst-retrys", "lst-tnps"}) {
-    kinds.push_back({"cmd-reslist", List(type), {0}, 1});
+    kinds.push_back({"cmd-reslist", ListOf(type), {0}, 1});
   }
   return kinds;
 }

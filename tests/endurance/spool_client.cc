@@ -55,11 +55,6 @@ void Write(const std::string& path, const std::string& content) {
 
 }  // namespace
 
-std::string Argument(const std::string& type, const std::string& fields) {
-  return "objptr=" + type + "\nobjbeg=" + type + "\n" + fields +
-         "objend=" + type + "\n";
-}
-
 std::string Book(const std::string& verb, const std::string& lines) {
   return Argument(
       "obj-pbcom",

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "support/objects.h"
 #include "support/temp_dir.h"
 #include "util/kutio.h"
 
@@ -25,8 +26,6 @@ struct Answer {
   std::string text;    // the whole of it
 };
 
-// An object in text form as the field "objptr".
-std::string Argument(const std::string& type, const std::string& fields = "");
 // The argument of a phone-book command on the user's own book.
 std::string Book(const std::string& verb, const std::string& lines = "");
 std::string Person(const std::string& alias);

@@ -1,7 +1,6 @@
 // The exchange of commands and responses with the real daemon, while calls of
 // the daemon and its workers fail.
 #include <gtest/gtest.h>
-#include <pwd.h>
 #include <signal.h>
 #include <sys/ioctl.h>
 
@@ -10,11 +9,12 @@
 #include <optional>
 
 #include "faults/sweep.h"
-#include "faxserver/fax_root.h"
 #include "faxserver/fsshm.h"
 #include "phonebook/pb.h"
-#include "support/daemon_process.h"
 #include "support/own_ipc.h"
+#include "support/peers.h"
+#include "support/processes.h"
+#include "util/kutuser.h"
 
 namespace {
 
@@ -24,7 +24,7 @@ using support::Eventually;
 using support::SampleRoot;
 
 // A root, and the other ends of its fifos.
-struct World : SampleRoot {
+struct World : InMemory, SampleRoot {
   FifoReader queue{*this / "krtnet/filspool/kfifo"};
   UniqueFd queue_look{
       open((*this / "krtnet/filspool/kfifo").c_str(), O_RDONLY | O_NONBLOCK)};
@@ -93,9 +93,6 @@ std::string CheckPerson(const World& world, bool done) {
 const std::string kMonitor =
     "clientid=jsmith\nmontype=mon-excall\n" +
     ListField("names", "obj-resource", {"rname=carol\n", "rname=dave\n"});
-const std::string kStore =
-    Field("finfoptr", "obj-faxinfo", "filename=up.fax\n") +
-    Field("filobjptr", "obj-file", "pathname=ROOT/krtnet/filspool/load\n");
 const std::string kAddPerson =
     "pbcmd=pbc-peradd\npbtype=pbt-usr\npbmode=pbm-write\n" +
     Field("objptr", "obj-person", "palias=ann\nlname=Lee\n");
@@ -109,14 +106,13 @@ const Kind kKinds[] = {
      .argument = "respond=true\n",
      .check = CheckQueued,
      .silent = true},
-    {"GetImage", "cmd-imgret",
-     Argument("obj-faxinfo", "filename=a.fax\nclientid=jsmith\n")},
-    {"StoreImage", "cmd-imgstore", Argument("obj-reqsto", kStore),
-     "faxq/jsmith/up.fax", "Dog", "Cat"},
+    {"GetImage", "cmd-imgret", FaxInfo("a.fax", "jsmith")},
+    {"StoreImage", "cmd-imgstore",
+     Upload("ROOT/krtnet/filspool/load", "up.fax"), "faxq/jsmith/up.fax", "Dog",
+     "Cat"},
     {.name = "CopyFax",
      .type = "cmd-copyfax",
-     .argument =
-         Argument("obj-route", "fromid=jsmith\ntoid=bob\nfilename=a.fax\n"),
+     .argument = Route("jsmith", "bob", "a.fax"),
      .check = CheckCopied},
     {"SetConfig", "cmd-setcfg", Argument("obj-config", "queue=new\n"),
      "faxq/jsmith/options/config", Object("obj-config", "queue=old\n"),
@@ -125,20 +121,17 @@ const Kind kKinds[] = {
     {"SetMonitors", "cmd-setmon", Argument("obj-monitor", kMonitor),
      "faxq/jsmith/options/monitors", "bob\n", "carol\ndave\n"},
     {"GetMonitors", "cmd-getmon", ""},
-    {"ListFaxes", "cmd-msglist",
-     Argument("obj-reqlst", "listtype=lst-faxfiles\n")},
-    {"ListEvents", "cmd-msglist",
-     Argument("obj-reqlst", "listtype=lst-events\n")},
-    {"GetMessage", "cmd-msgret", Argument("obj-resource", "rname=m\n")},
-    {"CoverTags", "cmd-cvrtags", Argument("obj-resource", "rname=std\n")},
+    {"ListFaxes", "cmd-msglist", ListOf("lst-faxfiles")},
+    {"ListEvents", "cmd-msglist", ListOf("lst-events")},
+    {"GetMessage", "cmd-msgret", Named("m")},
+    {"CoverTags", "cmd-cvrtags", Named("std")},
     {"External", "cmd-extcmd",
-     std::string("clientid=") + getpwuid(getuid())->pw_name + "\n" +
-         Argument("obj-extcmd", "cmdstr=echo hi\n")},
-    {"Status", "cmd-statatt", Argument("obj-reqid", "seqno=7\n")},
+     "clientid=USER\n" + Argument("obj-extcmd", "cmdstr=echo hi\n")},
+    {"Status", "cmd-statatt", RequestId("7")},
     {"State", "cmd-state", ""},
     {.name = "Cancel",
      .type = "cmd-cancel",
-     .argument = Argument("obj-reqid", "seqno=7\nreqtype=req-regular\n"),
+     .argument = "clientid=USER\n" + RequestId("7"),
      .check = CheckCancelled},
     {.name = "AddPerson",
      .type = "cmd-pbcmd",
@@ -153,9 +146,9 @@ class Exchange
     page_ = fault::MapPage((world_ / "page").c_str());
     world_.AddUser("jsmith");
     world_.AddUser("bob");
-    std::string request = "7\n" + std::to_string(getuid()) + "\n";
-    for (int i = 2; i < 34; ++i) request += "\n";
-    world_.Put("requests/r-7", request);
+    world_.AddUser(Kut_get_usrname());
+    world_.Put("requests/r-7",
+               "7\n" + std::to_string(getuid()) + std::string(33, '\n'));
     world_.Put("faxq/jsmith/a.fax", "image");
     world_.Put("faxq/jsmith/b.fax", "image");
     world_.Put("faxq/jsmith/msgs/m", "hello\nworld\n");
@@ -189,11 +182,15 @@ class Exchange
   // the exchange.
   std::string Drop(const char* type, std::string argument) {
     const int number = ++number_;
-    const std::size_t at = argument.find("ROOT");
-    if (at != argument.npos) argument.replace(at, 4, world_.root());
-    world_.Drop(support::ExchangeName(number / 1000, number % 1000),
-                Command(type, number / 1000, number % 1000, argument));
-    return support::ExchangeName(number / 1000, number % 1000);
+    for (const auto& [word, text] :
+         {std::pair("ROOT", world_.root()), {"USER", Kut_get_usrname()}}) {
+      const std::size_t at = argument.find(word);
+      if (at != argument.npos) argument.replace(at, 4, text);
+    }
+    const std::string name =
+        support::ExchangeName(number / 1000, number % 1000);
+    world_.Drop(name, Command(type, number / 1000, number % 1000, argument));
+    return name;
   }
   bool InSpool(const std::string& name) const {
     return std::filesystem::exists(world_.spool() / name);

@@ -242,7 +242,7 @@ const Work kWorks[] = {
     {"ListPersons", ListPersons, CreateBook},
 };
 
-class Library : public ::testing::TestWithParam<Work> {
+class Library : InMemory, public ::testing::TestWithParam<Work> {
  protected:
   // One run with the fault at call `n`. What is wrong, or "".
   std::string Run(const FaultRow& row, int n) {

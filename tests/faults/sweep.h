@@ -36,12 +36,17 @@ constexpr FaultRow kFaults[] = {
     {fault::kWrite, ENOSPC, true},  {fault::kMemory, ENOMEM, true},
 };
 
-// Thousands of runs: in memory, where that is a file system like another.
-inline const bool kInMemory = [] {
-  struct statvfs shm;
-  return statvfs("/dev/shm", &shm) == 0 && (shm.f_flag & ST_NOEXEC) == 0 &&
-         access("/dev/shm", W_OK) == 0 && setenv("TMPDIR", "/dev/shm", 0) == 0;
-}();
+// Thousands of runs: in memory, where that is a file system like another. For
+// a fixture to derive from, before its root.
+struct InMemory {
+  InMemory() {
+    struct statvfs shm;
+    if (statvfs("/dev/shm", &shm) == 0 && (shm.f_flag & ST_NOEXEC) == 0 &&
+        access("/dev/shm", W_OK) == 0) {
+      setenv("TMPDIR", "/dev/shm", 0);
+    }
+  }
+};
 
 inline std::string Describe(const FaultRow& row, int n) {
   std::ostringstream text;

@@ -5,16 +5,20 @@
 
 #include "cm/cmdaemon.h"
 #include "cm/cmpaths.h"
-#include "fax_root.h"
 #include "faxserver/fscom.h"
 #include "faxserver/fsdmnlst.h"
 #include "faxserver/fsefifo.h"
+#include "support/peers.h"
 #include "util/kutfifo.h"
 
 namespace {
 
-TEST(SchedulerFifo, RecordIsExactlyThese68Bytes) {
-  const FaxRoot root;
+using SchedulerFifo = FaxTest;
+using Fifo = FaxTest;
+using Events = FaxTest;
+using EventFifo = FaxTest;
+
+TEST_F(SchedulerFifo, RecordIsExactlyThese68Bytes) {
   const FifoReader scheduler(root / "FIFO");
   ASSERT_EQ(fx_send_cmd(root.root(), fx_encode_sched(kFxSchedTry, -5)), 0);
   EXPECT_EQ(kx_errno, 0);
@@ -24,8 +28,7 @@ TEST(SchedulerFifo, RecordIsExactlyThese68Bytes) {
   EXPECT_EQ(scheduler.Take(), expected);
 }
 
-TEST(SchedulerFifo, WhatIsNoFifoIsASystemError) {
-  const FaxRoot root;
+TEST_F(SchedulerFifo, WhatIsNoFifoIsASystemError) {
   const fx_sched_record record = fx_encode_sched(kFxSchedCancel, 1);
   EXPECT_EQ(ErrorOf(fx_send_cmd(root.root(), record)), 3);
   root.Put("FIFO", "a file");
@@ -33,8 +36,7 @@ TEST(SchedulerFifo, WhatIsNoFifoIsASystemError) {
   EXPECT_EQ(ReadFile(root / "FIFO"), "a file");
 }
 
-TEST(Fifo, WaitForAReaderEnds) {
-  const FaxRoot root;
+TEST_F(Fifo, WaitForAReaderEnds) {
   ASSERT_EQ(mkfifo((root / "FIFO").c_str(), 0600), 0);
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(Kut_send_record((root / "FIFO").c_str(), "x", 1, 1), -1);
@@ -43,8 +45,7 @@ TEST(Fifo, WaitForAReaderEnds) {
   EXPECT_LT(taken, std::chrono::seconds(10));
 }
 
-TEST(Fifo, ReaderThatDoesNotReadHoldsNobody) {
-  const FaxRoot root;
+TEST_F(Fifo, ReaderThatDoesNotReadHoldsNobody) {
   const FifoReader reader(root / "FIFO");
   const std::string record(68, 'r');
   const char* path = cm_get_fifo_file(root.root());
@@ -59,8 +60,7 @@ TEST(Fifo, ReaderThatDoesNotReadHoldsNobody) {
   EXPECT_EQ(all.size(), static_cast<size_t>(sent) * record.size());
 }
 
-TEST(Fifo, ReaderThatGoesAwayIsAnErrorAndNoSignal) {
-  const FaxRoot root;
+TEST_F(Fifo, ReaderThatGoesAwayIsAnErrorAndNoSignal) {
   ASSERT_EQ(fx_efifo_make(root.root()), 0);
   ASSERT_EQ(fx_efifo_open(root.root(), 0), 0);
   ASSERT_EQ(fx_efifo_open(root.root(), 1), 0);
@@ -83,8 +83,7 @@ std::string Event(const std::string& user, int32_t code) {
   return Bytes(user, 16) + Bytes(Bytes(code), 20);
 }
 
-TEST(Events, GoToEachRegisteredAndLivingDaemon) {
-  const FaxRoot root;
+TEST_F(Events, GoToEachRegisteredAndLivingDaemon) {
   const SessionDaemons daemons(root);
   const fx_event_record event = fx_encode_event("bob", kFxEventCancelled);
 
@@ -103,8 +102,7 @@ TEST(Events, GoToEachRegisteredAndLivingDaemon) {
   EXPECT_EQ(daemons.network.Take(), Event("bob", 16));
 }
 
-TEST(Events, WithoutAReaderNobodyWaits) {
-  const FaxRoot root;
+TEST_F(Events, WithoutAReaderNobodyWaits) {
   ASSERT_EQ(mkfifo((root / "krtnet/filspool/efifo").c_str(), 0600), 0);
   fx_add_daemon_list(root.root(), kCmFileDaemon, getpid());
   fx_add_daemon_list(root.root(), kCmNetDaemon, getpid());
@@ -113,22 +111,19 @@ TEST(Events, WithoutAReaderNobodyWaits) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
 }
 
-TEST(Events, LongUserNameIsCutByItsField) {
+TEST_F(Events, LongUserNameIsCutByItsField) {
   const fx_event_record event = fx_encode_event("a-name-of-twenty-by", 2);
   EXPECT_EQ(Text(event), Event("a-name-of-twent", 2));
   EXPECT_EQ(fx_event_user(event), "a-name-of-twent");
 }
 
-TEST(EventFifo, ReadsWholeRecordsOnly) {
-  const FaxRoot root;
+TEST_F(EventFifo, ReadsWholeRecordsOnly) {
   fx_event_record event;
   EXPECT_EQ(fx_efifo_open(root.root(), 0), -1) << "no fifo yet";
   EXPECT_EQ(fx_efifo_read(0, &event), -1) << "not open";
   ASSERT_EQ(fx_efifo_make(root.root()), 0);
   ASSERT_EQ(fx_efifo_make(root.root()), 0) << "it is there already";
-  struct stat st;
-  ASSERT_EQ(lstat((root / "efifo").c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 07777, 0660u);
+  EXPECT_EQ(PermsOf(root / "efifo"), 0660u);
   EXPECT_EQ(fx_efifo_open(root.root(), 2), -1) << "no such mode";
   EXPECT_EQ(fx_efifo_open(root.root(), 1), -1) << "no reader";
   ASSERT_EQ(fx_efifo_open(root.root(), 0), 0);

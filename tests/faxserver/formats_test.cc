@@ -4,7 +4,6 @@
 #include <random>
 #include <tuple>
 
-#include "fax_root.h"
 #include "faxserver/fsbytes.h"
 #include "faxserver/fsdstat.h"
 #include "faxserver/fsfile.h"
@@ -12,8 +11,15 @@
 #include "faxserver/fsolog.h"
 #include "faxserver/fsqstat.h"
 #include "faxserver/fsqueue.h"
+#include "support/peers.h"
 
 namespace {
+
+using FaxHeader = FaxTest;
+using OutgoingLog = FaxTest;
+using QueueStatus = FaxTest;
+using Queues = FaxTest;
+using Formats = FaxTest;
 
 int Count(const kx::Object& list) { return Kfx_Bcount(list.get()); }
 
@@ -41,7 +47,7 @@ fx_faxhdr Header(bool foreign) {
   return header;
 }
 
-TEST(FaxHeader, OtherByteOrderIsTurnedRoundInItsNumbersOnly) {
+TEST_F(FaxHeader, OtherByteOrderIsTurnedRoundInItsNumbersOnly) {
   fx_faxhdr header = Header(true);
   ASSERT_TRUE(fx_fix_faxhdr(&header));
   EXPECT_EQ(Bytes(header), Bytes(Header(false)));
@@ -49,8 +55,7 @@ TEST(FaxHeader, OtherByteOrderIsTurnedRoundInItsNumbersOnly) {
   EXPECT_EQ(Bytes(header), Bytes(Header(false)));
 }
 
-TEST(FaxHeader, IsReadWholeOrNotAtAll) {
-  const FaxRoot root;
+TEST_F(FaxHeader, IsReadWholeOrNotAtAll) {
   const fx_faxhdr made = fx_make_faxhdr(7);
   const std::string image = Bytes(made);
   fx_faxhdr foreign = Header(true);
@@ -100,7 +105,7 @@ std::vector<int32_t> Attempts(const std::vector<fx_olog_record>& records) {
   return attempts;
 }
 
-TEST(OutgoingLog, RecordHasItsFixedLayout) {
+TEST_F(OutgoingLog, RecordHasItsFixedLayout) {
   fx_olog_record record = Attempt(0x01020304, 2);
   record.naks = -3;
   record.clientid = "bob";
@@ -118,8 +123,7 @@ TEST(OutgoingLog, RecordHasItsFixedLayout) {
   EXPECT_EQ(Text(fx_encode_olog(fx_decode_olog(bytes))), Text(bytes));
 }
 
-TEST(OutgoingLog, GivesTheLastRecordsOfARequestFromTheEnd) {
-  const FaxRoot root;
+TEST_F(OutgoingLog, GivesTheLastRecordsOfARequestFromTheEnd) {
   // More than two of the blocks in which the log is read.
   std::string log;
   for (int i = 1; i <= 1000; ++i) {
@@ -145,8 +149,7 @@ TEST(OutgoingLog, GivesTheLastRecordsOfARequestFromTheEnd) {
   }
 }
 
-TEST(OutgoingLog, GrowsByWholeRecords) {
-  const FaxRoot root;
+TEST_F(OutgoingLog, GrowsByWholeRecords) {
   EXPECT_TRUE(fx_read_olog_list(root.root(), 1, "", 1).empty());
   EXPECT_EQ(kx_errno, 3);
   for (const int attempt : {2, 1, 3}) {
@@ -163,7 +166,7 @@ TEST(OutgoingLog, GrowsByWholeRecords) {
   }
 }
 
-TEST(OutgoingLog, MergedStatusTellsThatAttemptAndNoOther) {
+TEST_F(OutgoingLog, MergedStatusTellsThatAttemptAndNoOther) {
   const kx::Object status =
       Parsed("obj-status", "csi=of an earlier one\nnaks=9\nqueue=its own\n");
   fx_olog_record record = Attempt(5, 2);
@@ -188,8 +191,7 @@ fx_qstat_record Queue(const std::string& name, int16_t type) {
   return record;
 }
 
-TEST(QueueStatus, RecordBecomesAnObject) {
-  const FaxRoot root;
+TEST_F(QueueStatus, RecordBecomesAnObject) {
   fx_qstat_record record = Queue("sales", 1);
   record.accepting = -1;
   record.asince = 86400;
@@ -209,8 +211,7 @@ TEST(QueueStatus, RecordBecomesAnObject) {
   EXPECT_EQ(Shown(kx::Child(At(list, 0), "devices"), {"rname"}), "tty1;tty2;");
 }
 
-TEST(QueueStatus, DamageLeavesFieldsUnsetAndReadsNoStrangersFile) {
-  const FaxRoot root;
+TEST_F(QueueStatus, DamageLeavesFieldsUnsetAndReadsNoStrangersFile) {
   root.Put("secret", "device\n");
   fx_qstat_bytes full = fx_encode_qstat(Queue("", 7));
   memset(full.data(), 'x', 28);       // no NUL, and longer than the field
@@ -225,8 +226,7 @@ TEST(QueueStatus, DamageLeavesFieldsUnsetAndReadsNoStrangersFile) {
   EXPECT_EQ(Kfx_Get(At(list, 1), "devices"), nullptr);
 }
 
-TEST(QueueStatus, MissingFileIsAnErrorAndEmptyOneIsNot) {
-  const FaxRoot root;
+TEST_F(QueueStatus, MissingFileIsAnErrorAndEmptyOneIsNot) {
   for (const auto read : {fx_rd_qstat, fx_queue_list, fx_rd_dstat}) {
     EXPECT_EQ(ErrorOf(read(root.root())), 3);
   }
@@ -235,8 +235,7 @@ TEST(QueueStatus, MissingFileIsAnErrorAndEmptyOneIsNot) {
   EXPECT_EQ(kx_errno, 0);
 }
 
-TEST(Queues, AreListedByName) {
-  const FaxRoot root;
+TEST_F(Queues, AreListedByName) {
   std::string file;
   for (const char* name : {"m", "b", "z", "a", "a-name-that-is-too-long"}) {
     file += Text(fx_encode_qstat(Queue(name, 0)));
@@ -246,8 +245,7 @@ TEST(Queues, AreListedByName) {
             "a=a;b=b;m=m;z=z;");
 }
 
-TEST(Queues, DefaultIsTheFirstLine) {
-  const FaxRoot root;
+TEST_F(Queues, DefaultIsTheFirstLine) {
   const auto get = [&] {
     const std::string name = fx_queue_get_default(root.root());
     return name + std::to_string(kx_errno);
@@ -278,8 +276,7 @@ TEST(DeviceStatus, RecordHasItsFixedLayout) {
 
 // ---- Any bytes ----
 
-TEST(Formats, NoBytesCrashAReader) {
-  const FaxRoot root;
+TEST_F(Formats, NoBytesCrashAReader) {
   std::mt19937 random(20240501);
   for (int round = 0; round < 50; ++round) {
     std::string noise(random() % 3000, '\0');

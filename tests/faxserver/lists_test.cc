@@ -2,7 +2,6 @@
 #include <utime.h>
 
 #include "cm/cmlimits.h"
-#include "fax_root.h"
 #include "faxserver/fscover.h"
 #include "faxserver/fshdr.h"
 #include "faxserver/fslist.h"
@@ -13,8 +12,15 @@
 #include "faxserver/fspopen.h"
 #include "faxserver/fsres.h"
 #include "faxserver/fsstat.h"
+#include "support/peers.h"
 
 namespace {
+
+using ResourceLists = FaxTest;
+using CoverTags = FaxTest;
+using CoverMatch = FaxTest;
+using Messages = BobTest;
+using MessageLists = BobTest;
 
 std::string Resources(const FaxRoot& root, int listtype) {
   return Shown(kx::Object(fx_get_res_list(root.root(), listtype)),
@@ -23,8 +29,7 @@ std::string Resources(const FaxRoot& root, int listtype) {
 
 constinit int g_logged = 0;
 
-TEST(ResourceLists, AreBuiltFromTheirSources) {
-  const FaxRoot root;
+TEST_F(ResourceLists, AreBuiltFromTheirSources) {
   root.PutProgram("Covers/plain.cvr", "");
   root.PutProgram("Covers/plain-2", "");
   root.PutProgram("Covers/plain.ps", "");
@@ -62,8 +67,7 @@ TEST(ResourceLists, AreBuiltFromTheirSources) {
   EXPECT_EQ(kx_errno, 0);
 }
 
-TEST(ResourceLists, AreTwelve) {
-  const FaxRoot root;
+TEST_F(ResourceLists, AreTwelve) {
   for (int type = -1; type <= 22; ++type) {
     const kx::Object list(fx_get_res_list(root.root(), type));
     const bool served = type >= 1 && type <= 12;
@@ -72,7 +76,7 @@ TEST(ResourceLists, AreTwelve) {
   }
 }
 
-TEST(ResourceLists, KeepTheirOrderWhenOneIsAdded) {
+TEST_F(ResourceLists, KeepTheirOrderWhenOneIsAdded) {
   kx_object* list = nullptr;
   for (const char* fields :
        {"rname=m\nrdesc=0\n", "rname=z\nrdesc=1\n", "rname=a\nrdesc=2\n",
@@ -85,7 +89,7 @@ TEST(ResourceLists, KeepTheirOrderWhenOneIsAdded) {
 
 // ---- Cover pages ----
 
-TEST(CoverTags, LineIsTakenApart) {
+TEST_F(CoverTags, LineIsTakenApart) {
   const std::initializer_list<const char*> kFields = {
       "tagname", "tagtype", "fonttype", "fontname", "maxlen", "tagdesc"};
   const std::pair<const char*, const char*> cases[] = {
@@ -109,8 +113,7 @@ TEST(CoverTags, LineIsTakenApart) {
   }
 }
 
-TEST(CoverTags, AreAskedFromTheCoverItself) {
-  const FaxRoot root;
+TEST_F(CoverTags, AreAskedFromTheCoverItself) {
   const std::string name = "it's $(x) \"q";  // one word, whatever it holds
   root.PutProgram("Covers/" + name + ".cvr",
                   "[ \"$#$1\" = 1-dump ] && echo 'to:R FXPAGES:S\nmore:R'\n"
@@ -131,8 +134,7 @@ TEST(CoverTags, AreAskedFromTheCoverItself) {
   }
 }
 
-TEST(CoverMatch, FindsThePagesWithAllTags) {
-  const FaxRoot root;
+TEST_F(CoverMatch, FindsThePagesWithAllTags) {
   root.PutProgram("Covers/z.cvr", "echo to:R from:O\n");
   root.PutProgram("Covers/a.cvr", "echo from:O to:R subject:O\n");
   root.PutProgram("Covers/b.cvr", "echo to:R\n");
@@ -152,9 +154,7 @@ TEST(CoverMatch, FindsThePagesWithAllTags) {
 
 // ---- Messages ----
 
-TEST(Messages, KeepEveryLine) {
-  const FaxRoot root;
-  root.AddUser("bob");
+TEST_F(Messages, KeepEveryLine) {
   const std::string a(255, 'a'), b(254, 'b');
   const std::pair<std::string, std::string> cases[] = {
       {"", ""},
@@ -174,9 +174,7 @@ TEST(Messages, KeepEveryLine) {
   }
 }
 
-TEST(Messages, AreFilesOfTheUsersOwnDirectory) {
-  const FaxRoot root;
-  root.AddUser("bob");
+TEST_F(Messages, AreFilesOfTheUsersOwnDirectory) {
   root.Put("secret", "secret");
   std::filesystem::create_symlink(root / "secret", root / "faxq/bob/msgs/l");
   mkfifo((root / "faxq/bob/msgs/f").c_str(), 0600);
@@ -195,9 +193,7 @@ void SetTime(const std::string& path, time_t when) {
   ASSERT_EQ(utime(path.c_str(), &times), 0);
 }
 
-TEST(MessageLists, HoldRegularVisibleFilesByName) {
-  const FaxRoot root;
-  root.AddUser("bob");
+TEST_F(MessageLists, HoldRegularVisibleFilesByName) {
   const fx_faxhdr header = fx_make_faxhdr(3);
   root.Put("faxq/bob/b.fax", Bytes(header));
   root.Put("faxq/bob/a.tif", "not a fax file");
@@ -227,9 +223,7 @@ TEST(MessageLists, HoldRegularVisibleFilesByName) {
   EXPECT_EQ(kx_errno, 0);
 }
 
-TEST(MessageLists, OfTheServerAreTheObjectsOfItsFile) {
-  const FaxRoot root;
-  root.AddUser("bob");
+TEST_F(MessageLists, OfTheServerAreTheObjectsOfItsFile) {
   const std::string path = root / "faxq/bob/msgs/msg.srv";
   EXPECT_EQ(fx_get_srv_list(root.root(), "bob", 0), nullptr);
   EXPECT_EQ(kx_errno, 0) << "no file, no messages";
@@ -245,9 +239,7 @@ TEST(MessageLists, OfTheServerAreTheObjectsOfItsFile) {
   EXPECT_EQ(kx_errno, 0);
 }
 
-TEST(MessageLists, OfEventsAreByNumber) {
-  const FaxRoot root;
-  root.AddUser("bob");
+TEST_F(MessageLists, OfEventsAreByNumber) {
   for (const std::string seqno : {"10", "9"}) {
     root.Put("faxq/bob/events/" + seqno,
              Object("obj-status", "seqno=" + seqno + "\n"));
@@ -259,8 +251,7 @@ TEST(MessageLists, OfEventsAreByNumber) {
       "9;10;");
 }
 
-TEST(MessageLists, OfRoutesAreTheOtherUsers) {
-  const FaxRoot root;
+TEST_F(MessageLists, OfRoutesAreTheOtherUsers) {
   for (const char* user : {"bob", "carol", "ann", "a-user-with-a-long-name"}) {
     root.AddUser(user);
   }
@@ -270,9 +261,10 @@ TEST(MessageLists, OfRoutesAreTheOtherUsers) {
             "bob=ann;bob=carol;");
 }
 
-TEST(MessageLists, AreForValidUsersOnly) {
-  const FaxRoot root;
-  root.MakeDir("faxq/fresh");
+TEST_F(MessageLists, AreForValidUsersOnly) {
+  std::filesystem::rename(root / "faxq/bob", root / "faxq/fresh");
+  std::filesystem::remove_all(root / "faxq/fresh/msgs");
+  std::filesystem::remove_all(root / "faxq/fresh/events");
   for (const auto list : {fx_get_srv_list, fx_get_fax_list, fx_get_msg_list,
                           fx_get_rte_list, fx_get_evt_list}) {
     for (const char* user : {"nobody", "", ".", "..", "../faxq/fresh"}) {
@@ -285,9 +277,7 @@ TEST(MessageLists, AreForValidUsersOnly) {
 
 // What a user fills with names and large objects is refused whole, not held in
 // memory.
-TEST(MessageLists, HaveABudget) {
-  const FaxRoot root;
-  root.AddUser("bob");
+TEST_F(MessageLists, HaveABudget) {
   ASSERT_EQ(cm_set_limits("object-bytes=64K message-lines=9"), nullptr);
   for (int i = 0; i <= 64; ++i) {
     root.Put("faxq/bob/" + std::to_string(i), "");

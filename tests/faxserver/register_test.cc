@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
-#include "fax_root.h"
 #include "faxserver/fsdmnlst.h"
+#include "support/peers.h"
 
 namespace {
+
+using Register = FaxTest;
 
 constexpr char kList[] = "krtnet/krtnet.lck";
 
@@ -11,8 +13,7 @@ std::string Line(pid_t pid, const std::string& name) {
   return std::to_string(pid) + ":" + name + "\n";
 }
 
-TEST(Register, MissingListIsNoDaemon) {
-  const FaxRoot root;
+TEST_F(Register, MissingListIsNoDaemon) {
   EXPECT_EQ(fx_chk_daemon_list(root.root(), "d"), -1);
   EXPECT_EQ(fx_kill_daemons(root.root(), "d"), -1);
   EXPECT_EQ(fx_upd_daemon_list(root.root(), "d"), 0);
@@ -20,8 +21,7 @@ TEST(Register, MissingListIsNoDaemon) {
   EXPECT_EQ(fx_add_daemon_list((root / "none").c_str(), "d", 1), -1);
 }
 
-TEST(Register, FirstLivingEntryOfTheNameIsFound) {
-  const FaxRoot root;
+TEST_F(Register, FirstLivingEntryOfTheNameIsFound) {
   const pid_t dead = DeadPid();
   const LivePid alive;
   fx_add_daemon_list(root.root(), "d", dead);
@@ -35,8 +35,7 @@ TEST(Register, FirstLivingEntryOfTheNameIsFound) {
   EXPECT_EQ(fx_chk_daemon_list(root.root(), "x"), 0);
 }
 
-TEST(Register, RewriteKeepsTheOthersThatLive) {
-  const FaxRoot root;
+TEST_F(Register, RewriteKeepsTheOthersThatLive) {
   // Who may not signal the first of all processes sees that it runs.
   const std::string keep =
       Line(getpid(), "keep") + Line(getpid(), "k:2") + Line(1, "first");
@@ -45,13 +44,10 @@ TEST(Register, RewriteKeepsTheOthersThatLive) {
   ASSERT_EQ(fx_upd_daemon_list(root.root(), "gone"), 0);
   EXPECT_EQ(ReadFile(root / kList), keep);
   EXPECT_EQ(fx_chk_daemon_list(root.root(), "first"), geteuid() == 0 ? 1 : 0);
-  struct stat st;
-  ASSERT_EQ(stat((root / kList).c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 07777, 0664u);
+  EXPECT_EQ(PermsOf(root / kList), 0664u);
 }
 
-TEST(Register, StopsEveryDaemonOfTheNameAndNobodyElse) {
-  const FaxRoot root;
+TEST_F(Register, StopsEveryDaemonOfTheNameAndNobodyElse) {
   LivePid first, second, other;
   // "0" and "-1" would be groups of processes, this one among them.
   root.Put(kList, "0:d\n-1:d\n:d\nxyz:d\n" + Line(first.get(), "d") +

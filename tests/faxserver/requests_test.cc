@@ -6,14 +6,21 @@
 #include <tuple>
 
 #include "cm/cmkrt.h"
-#include "fax_root.h"
 #include "faxserver/fsfiles.h"
 #include "faxserver/fsfreq.h"
 #include "faxserver/fslaunch.h"
 #include "faxserver/fsmkfreq.h"
 #include "faxserver/fstags.h"
+#include "support/peers.h"
 
 namespace {
+
+using RequestFile = FaxTest;
+using RequestList = FaxTest;
+using RequestNames = FaxTest;
+using SequenceNumbers = FaxTest;
+using NewRequest = FaxTest;
+using Launch = FaxTest;
 
 // A request with every field that its file keeps, as it comes back.
 const std::string kRequest =
@@ -43,8 +50,7 @@ std::string Join(const std::vector<std::string>& lines) {
   return text;
 }
 
-TEST(RequestFile, HasThese34LinesAndComesBack) {
-  const FaxRoot root;
+TEST_F(RequestFile, HasThese34LinesAndComesBack) {
   ASSERT_EQ(Save(root), 0);
   EXPECT_EQ(ReadFile(root / "requests/r-42"),
             "42\n0\n" + std::to_string(cm_get_krt_gid()) +
@@ -64,8 +70,7 @@ TEST(RequestFile, HasThese34LinesAndComesBack) {
   EXPECT_EQ(ErrorOf(fx_del_freq(root.root(), 42, 0)), 3);
 }
 
-TEST(RequestFile, OddLinesReadAsTheyAlwaysDid) {
-  const FaxRoot root;
+TEST_F(RequestFile, OddLinesReadAsTheyAlwaysDid) {
   ASSERT_EQ(Save(root), 0);
   const std::vector<std::string> lines =
       Lines(ReadFile(root / "requests/r-42"));
@@ -98,8 +103,7 @@ TEST(RequestFile, OddLinesReadAsTheyAlwaysDid) {
   }
 }
 
-TEST(RequestFile, CutAtAnyLengthIsNoRequest) {
-  const FaxRoot root;
+TEST_F(RequestFile, CutAtAnyLengthIsNoRequest) {
   ASSERT_EQ(Save(root), 0);
   const std::string whole = ReadFile(root / "requests/r-42");
   for (size_t size = 0; size < whole.size(); ++size) {
@@ -110,8 +114,7 @@ TEST(RequestFile, CutAtAnyLengthIsNoRequest) {
   EXPECT_NE(kx::Object(fx_load_freq(root.root(), 1, 0)), nullptr);
 }
 
-TEST(RequestFile, ExpiredRequestIsWrittenWhereTheSchedulerLooks) {
-  const FaxRoot root;
+TEST_F(RequestFile, ExpiredRequestIsWrittenWhereTheSchedulerLooks) {
   const kx::Object freq =
       Parsed("obj-freq", kRequest +
                              "active=act-expired\nsendres=superfine\n"
@@ -129,8 +132,7 @@ TEST(RequestFile, ExpiredRequestIsWrittenWhereTheSchedulerLooks) {
   EXPECT_NE(kx::Object(fx_load_freq(root.root(), 9, 1)), nullptr);
 }
 
-TEST(RequestFile, EmptyRequestIsEmptyLines) {
-  const FaxRoot root;
+TEST_F(RequestFile, EmptyRequestIsEmptyLines) {
   ASSERT_EQ(fx_save_freq(root.root(), Parsed("obj-freq", "seqno=1\n").get()),
             0);
   const auto lines = Lines(ReadFile(root / "requests/r-1"));
@@ -144,14 +146,11 @@ TEST(RequestFile, EmptyRequestIsEmptyLines) {
   EXPECT_EQ(Save(root), 3);
 }
 
-TEST(RequestFile, ReplacingKeepsModeAndLeavesNothingBehind) {
-  const FaxRoot root;
+TEST_F(RequestFile, ReplacingKeepsModeAndLeavesNothingBehind) {
   root.Put("requests/r-42", "old");
   chmod((root / "requests/r-42").c_str(), 0640);
   ASSERT_EQ(Save(root), 0);
-  struct stat st;
-  ASSERT_EQ(stat((root / "requests/r-42").c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 07777, 0640u);
+  EXPECT_EQ(PermsOf(root / "requests/r-42"), 0640u);
   size_t entries = 0;
   for ([[maybe_unused]] const auto& entry :
        std::filesystem::directory_iterator(root / "requests")) {
@@ -160,8 +159,7 @@ TEST(RequestFile, ReplacingKeepsModeAndLeavesNothingBehind) {
   EXPECT_EQ(entries, 1u);
 }
 
-TEST(RequestList, IsByNumberWithoutWhatIsNoRequest) {
-  const FaxRoot root;
+TEST_F(RequestList, IsByNumberWithoutWhatIsNoRequest) {
   ASSERT_EQ(Save(root), 0);
   const std::string whole = ReadFile(root / "requests/r-42");
   for (const char* name : {"r-9", "r-100", "r-1x", "r-", "x-5", ".r-7"}) {
@@ -176,8 +174,7 @@ TEST(RequestList, IsByNumberWithoutWhatIsNoRequest) {
   EXPECT_EQ(ErrorOf(fx_rd_freqs((root / "none").c_str())), 3);
 }
 
-TEST(RequestNames, AreThese) {
-  const FaxRoot root;
+TEST_F(RequestNames, AreThese) {
   const std::string pid = std::to_string(getpid());
   EXPECT_EQ(fx_cvr_file(root.root(), 7), root / "temp/c-7.fax");
   root.Put("temp/f-" + pid + "-0.fax", "");
@@ -191,8 +188,7 @@ TEST(RequestNames, AreThese) {
 
 // ---- New requests ----
 
-TEST(SequenceNumbers, AreGivenOutOnceToMany) {
-  const FaxRoot root;
+TEST_F(SequenceNumbers, AreGivenOutOnceToMany) {
   const std::string file = root / "OSEQF";
   std::vector<pid_t> children;
   int ends[2];
@@ -221,8 +217,7 @@ TEST(SequenceNumbers, AreGivenOutOnceToMany) {
   EXPECT_EQ(ReadFile(file), "200\n");
 }
 
-TEST(SequenceNumbers, SurviveDamage) {
-  const FaxRoot root;
+TEST_F(SequenceNumbers, SurviveDamage) {
   const std::pair<const char*, long> cases[] = {
       {"", 1},
       {"41", 42},
@@ -241,8 +236,7 @@ TEST(SequenceNumbers, SurviveDamage) {
   EXPECT_EQ(kx_errno, 3);
 }
 
-TEST(NewRequest, IsMadeOfEnvelopeTagsAndDefaults) {
-  const FaxRoot root;
+TEST_F(NewRequest, IsMadeOfEnvelopeTagsAndDefaults) {
   root.AddUser("root");
   root.Put("OSEQF", "6\n");
   root.Put("requests/r-7", "in use");
@@ -278,8 +272,7 @@ TEST(NewRequest, IsMadeOfEnvelopeTagsAndDefaults) {
   EXPECT_EQ(Missing(next.get(), "seqno=10\nqueue=defq\n"), "");
 }
 
-TEST(Launch, RunsTheProgramOfTheTagWithTheNumber) {
-  const FaxRoot root;
+TEST_F(Launch, RunsTheProgramOfTheTagWithTheNumber) {
   const std::string script =
       "echo \"$# $1\" > " + (root / "ran") + "\nexit 3\n";
   fx_reset_tags();

@@ -5,20 +5,23 @@
 #include <tuple>
 
 #include "cm/cmlimits.h"
-#include "fax_root.h"
 #include "faxserver/fsconfig.h"
 #include "faxserver/fsextcmd.h"
 #include "faxserver/fsmon.h"
 #include "faxserver/fspopen.h"
-#include "support/own_accounts.h"
+#include "support/accounts.h"
+#include "support/peers.h"
 #include "util/kutenv.h"
 
 namespace {
 
+using Configuration = FaxTest;
+using Monitors = FaxTest;
+using ExternalCommand = FaxTest;
+
 // ---- Configuration ----
 
-TEST(Configuration, IsTheUsersOrEmpty) {
-  const FaxRoot root;
+TEST_F(Configuration, IsTheUsersOrEmpty) {
   root.MakeDir("faxq/bob");
   const kx::Object fresh(fx_get_config(root.root(), "bob"));
   ASSERT_NE(fresh, nullptr);
@@ -44,8 +47,7 @@ TEST(Configuration, IsTheUsersOrEmpty) {
 
 // ---- Monitors ----
 
-TEST(Monitors, FileIsReadByItsRules) {
-  const FaxRoot root;
+TEST_F(Monitors, FileIsReadByItsRules) {
   root.AddUser("bob");
   const auto read = [&] {
     const kx::Object monitor(fx_get_monlist(root.root(), "bob"));
@@ -87,8 +89,7 @@ kx::Object Monitor(const char* user, const char* type,
   return monitor;
 }
 
-TEST(Monitors, FileIsWrittenByTheKind) {
-  const FaxRoot root;
+TEST_F(Monitors, FileIsWrittenByTheKind) {
   root.MakeDir("faxq/bob");
   const auto write = [&](const char* type,
                          const std::vector<std::string>& names) {
@@ -103,8 +104,7 @@ TEST(Monitors, FileIsWrittenByTheKind) {
   EXPECT_EQ(write("mon-excall", {}), "");
 }
 
-TEST(Monitors, RefusedListLeavesTheFileAsItWas) {
-  const FaxRoot root;
+TEST_F(Monitors, RefusedListLeavesTheFileAsItWas) {
   root.AddUser("bob");
   root.Put("faxq/bob/options/monitors", "carol\n");
   const std::tuple<const char*, const char*, const char*> cases[] = {
@@ -161,7 +161,7 @@ std::string Shell(const std::string& script) {
   return std::to_string(error) + " " + Lines(output);
 }
 
-TEST(ExternalCommand, OutputIsTheAnswer) {
+TEST_F(ExternalCommand, OutputIsTheAnswer) {
   EXPECT_EQ(Lines(Execute(Command("printf %s|  one two", {"a b", "", "*"}))),
             "one|two|a b||*|;");
   EXPECT_EQ(Shell("exit 0"), "0 ");
@@ -171,7 +171,7 @@ TEST(ExternalCommand, OutputIsTheAnswer) {
       << "three descriptors, and that of ls";
 }
 
-TEST(ExternalCommand, FailureIsItsErrorOutput) {
+TEST_F(ExternalCommand, FailureIsItsErrorOutput) {
   EXPECT_EQ(Shell("echo out; echo bad news >&2; exit 2"), "13 bad news;");
   EXPECT_EQ(Shell("kill -9 $$"), "13 ");
   const kx::Object nothing = Execute(Command("/no/such/command", {}));
@@ -182,8 +182,7 @@ TEST(ExternalCommand, FailureIsItsErrorOutput) {
   EXPECT_NE(access(name, F_OK), 0) << "the error file is left";
 }
 
-TEST(ExternalCommand, ObjectIsDataAndNothingIsUnpacked) {
-  const FaxRoot root;
+TEST_F(ExternalCommand, ObjectIsDataAndNothingIsUnpacked) {
   const auto print = [](const std::string& text) {
     const kx::Object object = Execute(Command("printf %s", {text}, true));
     return object == nullptr
@@ -201,7 +200,7 @@ TEST(ExternalCommand, ObjectIsDataAndNothingIsUnpacked) {
   }
 }
 
-TEST(ExternalCommand, ArgumentsAndOutputHaveTheirLimits) {
+TEST_F(ExternalCommand, ArgumentsAndOutputHaveTheirLimits) {
   std::vector<std::string> args(kFxMaxArgs - 2, "x");
   const std::string shown = Lines(Execute(Command("echo x", args)));
   EXPECT_EQ(std::count(shown.begin(), shown.end(), 'x'), 255);
@@ -212,7 +211,7 @@ TEST(ExternalCommand, ArgumentsAndOutputHaveTheirLimits) {
   }
 }
 
-TEST(ExternalCommand, NothingOfItStaysBehind) {
+TEST_F(ExternalCommand, NothingOfItStaysBehind) {
   for (const char* start :
        {"sleep 600 &", "setsid sleep 600 &", "set -m; sleep 600 &",
         "trap '' HUP; sleep 600 &"}) {
@@ -222,7 +221,7 @@ TEST(ExternalCommand, NothingOfItStaysBehind) {
   }
 }
 
-TEST(ExternalCommand, EnvironmentAndDirectoryAreTheUsers) {
+TEST_F(ExternalCommand, EnvironmentAndDirectoryAreTheUsers) {
   setenv("SECRET", "secret", 1);
   const passwd self = *getpwuid(geteuid());
   const std::string path = getenv("PATH");
@@ -239,7 +238,6 @@ TEST(ExternalCommand, EnvironmentAndDirectoryAreTheUsers) {
   got[fread(got, 1, sizeof got - 1, pipe)] = '\0';
   fx_pclose(pipe);
   EXPECT_EQ(got, wanted) << "a command line";
-  const FaxRoot root;
   root.Put("wanted", wanted);
   EXPECT_EQ(fx_run_as(Me().c_str(),
                       ("env | grep -v ^_= | sort | tr '\\n' ';' | cmp " +
@@ -248,12 +246,12 @@ TEST(ExternalCommand, EnvironmentAndDirectoryAreTheUsers) {
             0);
 }
 
-TEST(ExternalCommand, AHomeThatTheUserCannotEnterIsTheRoot) {
+TEST_F(ExternalCommand, AHomeThatTheUserCannotEnterIsTheRoot) {
   const TempDir home;
   chmod(home.path().c_str(), 0700);
   const OwnAccounts accounts("krthome:x:54321:54321::" + home.path() + ":\n",
                              "");
-  if (!accounts.made()) GTEST_SKIP() << "needs root and mount(2)";
+  SKIP_WITHOUT_ACCOUNTS(accounts);
   EXPECT_EQ(
       Lines(Execute(Command("sh -c", {"pwd; echo $HOME $SHELL"}), "krthome")),
       "/;" + home.path() + " /bin/sh;");
@@ -315,7 +313,7 @@ TEST(Budget, AProgramThatExceedsItEndsAndSaysWhich) {
   }
 }
 
-TEST(ExternalCommand, RunsAsTheUserOrNotAtAll) {
+TEST_F(ExternalCommand, RunsAsTheUserOrNotAtAll) {
   EXPECT_EQ(Failed(Command("id", {}), "no-such-user"), 12);
   EXPECT_EQ(Failed(Command("id", {}), ""), 12);
   if (geteuid() != 0) GTEST_SKIP() << "needs root";

@@ -6,7 +6,6 @@
 #include <tuple>
 
 #include "cm/cmkrt.h"
-#include "fax_root.h"
 #include "faxserver/fscom.h"
 #include "faxserver/fsdstat.h"
 #include "faxserver/fsfreq.h"
@@ -17,8 +16,13 @@
 #include "faxserver/fsstat.h"
 #include "faxserver/fsstate.h"
 #include "support/own_ipc.h"
+#include "support/peers.h"
 
 namespace {
+
+using Status = BobTest;
+using StatusList = BobTest;
+using CleanEvents = BobTest;
 
 class StatusMemory : public testing::Test {
  protected:
@@ -193,7 +197,7 @@ TEST_F(State, OfAnEmptyRootIsAStateAllTheSame) {
 
 // ---- Cancel and try ----
 
-kx::Object RequestId(const char* seqno, const char* type) {
+kx::Object RequestObject(const char* seqno, const char* type) {
   kx::Object id = kx::Build("obj-reqid");
   kx::SetText(id.get(), "seqno", seqno);
   kx::SetText(id.get(), "reqtype", type);
@@ -223,13 +227,13 @@ TEST_F(Cancel, IsTheOwnersAndTheAdministrators) {
       {"", "1", "req-regular", 19},
   };
   for (const auto& [client, seqno, type, error] : cases) {
-    const kx::Object id = RequestId(seqno, type);
+    const kx::Object id = RequestObject(seqno, type);
     EXPECT_EQ(ErrorOf(fx_cancel(root_.root(), client, id.get())), error)
         << client << " " << seqno << " " << type;
     EXPECT_EQ(scheduler.Take(), error == 0 ? Text(fx_encode_sched(7, 1)) : "");
   }
   fx_rm_stat_shm("");
-  const kx::Object id = RequestId("1", "req-regular");
+  const kx::Object id = RequestObject("1", "req-regular");
   EXPECT_EQ(ErrorOf(fx_cancel(root_.root(), "root", id.get())), 13)
       << "no scheduler";
 }
@@ -238,7 +242,7 @@ TEST_F(Try, NeedsASchedulerAndARequest) {
   const FifoReader scheduler(root_ / "FIFO");
   PutRequest(root_, 1, "root");
   const auto attempt = [&](const char* seqno) {
-    return ErrorOf(fx_try(root_.root(), RequestId(seqno, "").get()));
+    return ErrorOf(fx_try(root_.root(), RequestObject(seqno, "").get()));
   };
   EXPECT_EQ(attempt("1"), 17);
   ASSERT_EQ(fx_creat_stat_shm("", 0), 0);
@@ -268,9 +272,7 @@ fx_olog_record Attempt(int seqno, int attempt,
   return record;
 }
 
-TEST(Status, IsReadFromTheClientsOwnEvents) {
-  const FaxRoot root;
-  root.AddUser("bob");
+TEST_F(Status, IsReadFromTheClientsOwnEvents) {
   PutStatus(root, "5", "seqno=5\nclientid=bob\n");
   const kx::Object status(fx_read_status(root.root(), "bob", 5));
   ASSERT_NE(status, nullptr);
@@ -291,9 +293,7 @@ TEST(Status, IsReadFromTheClientsOwnEvents) {
   EXPECT_EQ(ToText(tagged.get()), Object("obj-status", "seqno=8\n"));
 }
 
-TEST(StatusList, HoldsTheAttemptsAndThenTheSummary) {
-  const FaxRoot root;
-  root.AddUser("bob");
+TEST_F(StatusList, HoldsTheAttemptsAndThenTheSummary) {
   for (const int attempt : {1, 2, 3}) {
     fx_append_olog(root.root(), Attempt(attempt == 2 ? 6 : 5, attempt));
   }
@@ -309,9 +309,7 @@ TEST(StatusList, HoldsTheAttemptsAndThenTheSummary) {
             "0==1007=====q;");
 }
 
-TEST(StatusList, WithoutAttemptsIsTheOneStatus) {
-  const FaxRoot root;
-  root.AddUser("bob");
+TEST_F(StatusList, WithoutAttemptsIsTheOneStatus) {
   for (const char* attempt : {"attempt=0\n", ""}) {
     PutStatus(root, "5", std::string("rresult=1008\n") + attempt);
     EXPECT_EQ(
@@ -326,9 +324,7 @@ TEST(StatusList, WithoutAttemptsIsTheOneStatus) {
       << "no record in it";
 }
 
-TEST(CleanEvents, DropsThoseOfRequestsThatAreGone) {
-  const FaxRoot root;
-  root.AddUser("bob");
+TEST_F(CleanEvents, DropsThoseOfRequestsThatAreGone) {
   for (const char* name : {"1", "2", "3", "1x", "01", "note.tmp"}) {
     PutStatus(root, name, "");
   }

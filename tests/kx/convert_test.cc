@@ -23,7 +23,7 @@ TEST(Enum, ValuesAreAContract) {
     EXPECT_EQ(Kfx_Str_To_Enum(name), value) << name;
     EXPECT_TRUE(names.insert(name).second) << name;
   }
-  for (const int value : {INT_MIN, -1, 0, 129, 158, INT_MAX}) {
+  for (const int value : {INT_MIN, -1, 0, 129, INT_MAX}) {
     EXPECT_STREQ(Kfx_Enum_To_Str(value), "-1") << value;
   }
   for (const char* name : {"", "-1", "cmd-", "cmd-noop ", "CMD-NOOP", "zzz"}) {

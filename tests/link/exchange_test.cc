@@ -51,18 +51,6 @@ std::string Claim(const Server& server, const std::string& name) {
   return rename(from.c_str(), to.c_str()) == 0 ? to.string() : "";
 }
 
-// The first command in the spool, once there is one: its base name.
-std::string AwaitCommand(const Server& server) {
-  std::string found;
-  Eventually([&] {
-    for (const std::string& name : server.root().SpoolNames()) {
-      if (name.ends_with(".cmd")) found = name.substr(0, name.size() - 4);
-    }
-    return !found.empty();
-  });
-  return found;
-}
-
 TEST(Slots, NoTwoAreAlikeAndNoneIsLeft) {
   const Server server;
   const Place place = PlaceOf(server);
@@ -200,7 +188,7 @@ TEST(GivingUp, ClaimedCommandIsCollectedLater) {
   server.Pretend();
   std::string name;
   std::thread daemon([&] {
-    name = AwaitCommand(server);
+    name = server.AwaitCommand();
     Claim(server, name);
   });
   const Exit end = server.Run({"ping", "--timeout", "1"});

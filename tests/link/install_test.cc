@@ -7,6 +7,7 @@ namespace {
 using ctl::Server;
 using support::Exit;
 using support::RunProgram;
+using support::RunShell;
 
 constexpr char kSaid[] = "scheduler up: false\n";
 
@@ -45,7 +46,7 @@ TEST(ExampleProgram, BuildsAgainstAnInstallation) {
     end = RunProgram(dir / program, {}, server.root().path());
     EXPECT_EQ(end.out, kSaid) << program << end.err;
   }
-  if (RunProgram("/bin/sh", {"-c", "pkg-config --version"}).status != 0) return;
+  if (RunShell("pkg-config --version").status != 0) return;
   const std::string line =
       "export PKG_CONFIG_PATH=$(dirname $(find " + prefix +
       " -name krtclient.pc)); " C_COMPILER " " C_FLAGS " " EXAMPLES_DIR
@@ -53,19 +54,18 @@ TEST(ExampleProgram, BuildsAgainstAnInstallation) {
       "-Wl,-rpath,$(pkg-config --variable=libdir krtclient) -o " +
       dir.path() + "/packaged && KFAXDIR=" + server.root().path().string() +
       " " + dir.path() + "/packaged";
-  end = RunProgram("/bin/sh", {"-c", line});
+  end = RunShell(line);
   EXPECT_EQ(end.out, kSaid) << end.err;
 }
 
 // Only C functions, and only ours, can be seen from outside.
 TEST(SharedLibrary, ExportsTheInterfaceAlone) {
-  const Exit end = RunProgram(
-      "/bin/sh",
-      {"-c", "nm -D --defined-only " BUILD_DIR
-             "/src/link/libkrtclient.so | awk '{print $3}' | "
-             "grep -cv '^Kfx_\\|^krt_'; nm -D --defined-only " BUILD_DIR
-             "/src/link/libkrtclient.so | "
-             "grep -c ' T krt_call$'"});
+  const Exit end =
+      RunShell("nm -D --defined-only " BUILD_DIR
+               "/src/link/libkrtclient.so | awk '{print $3}' | "
+               "grep -cv '^Kfx_\\|^krt_'; nm -D --defined-only " BUILD_DIR
+               "/src/link/libkrtclient.so | "
+               "grep -c ' T krt_call$'");
   EXPECT_EQ(end.out, "0\n1\n") << end.err;
 }
 

@@ -10,18 +10,13 @@
 #include <thread>
 
 #include "link/exchange.h"
+#include "support/accounts.h"
 #include "support/ctl.h"
-#include "support/own_accounts.h"
 
 namespace {
 
 using ctl::Server;
 using support::Exit;
-
-constexpr uid_t kKrtfax = 64800;
-constexpr uid_t kMallory = 64801;
-constexpr uid_t kAlice = 64802;
-constexpr uid_t kRunner = 64803;
 
 // What this process does as somebody else while it lives.
 class As {
@@ -33,7 +28,7 @@ class As {
 class Strangers : public testing::Test {
  protected:
   void SetUp() override {
-    if (!accounts_.made()) GTEST_SKIP() << "no accounts of its own";
+    SKIP_WITHOUT_ACCOUNTS(accounts_);
     chmod(server_.root().root(), 0755);
     Own(server_.root().spool(), kKrtfax, 03777);
     Own(server_.Path("krtnet/sessions"), kKrtfax, 03777);
@@ -50,10 +45,7 @@ class Strangers : public testing::Test {
     Own(server_.root().spool() / name, owner, 0666);
   }
 
-  const OwnAccounts accounts_{
-      "krtfax:x:64800:64800::/:/bin/sh\nmallory:x:64801:64801::/:/bin/sh\n"
-      "alice:x:64802:64802::/:/bin/sh\nrunner:x:64803:64803::/:/bin/sh\n",
-      "krtfax:x:64800:\nmallory:x:64801:\nalice:x:64802:\n"};
+  const OwnAccounts accounts_;
   const Server server_;
   client::Place place_;
 };
@@ -139,16 +131,9 @@ TEST_F(Strangers, TheirFilesAreNamedAndTheAnswerIsStillTaken) {
 // An answer can name any file; what it does not carry is not fetched.
 TEST_F(Strangers, AnswersPathIsNotOpened) {
   WriteFile(server_.Path("secret"), "secret");
-  server_.root().Put("krtnet/krtnet.lck",
-                     std::to_string(getpid()) + ":krtcmd\n");
+  server_.Pretend();
   std::thread daemon([&] {
-    std::string name;
-    support::Eventually([&] {
-      for (const std::string& file : server_.root().SpoolNames()) {
-        if (file.ends_with(".cmd")) name = file.substr(0, file.size() - 4);
-      }
-      return !name.empty();
-    });
+    const std::string name = server_.AwaitCommand();
     std::string text = ReadFile(server_.root().spool() / (name + ".cmd"));
     text.insert(text.find("objptr="),
                 "result=0\nobjptr=obj-file\nobjbeg=obj-file\npathname=" +
@@ -215,7 +200,8 @@ TEST_F(Strangers, TheirFilesLeaveSessionNumbers) {
       other.Release(true);
     }
     for (int i = client::kSlotShare; i < client::kSlots; ++i) {
-      if (i != kFree) make(spool, i, 70000 + i / client::kSlotShare);
+      if (i != kFree)
+        make(spool, i, static_cast<uid_t>(70000 + i / client::kSlotShare));
     }
     const As alice(kAlice);
     client::Slot slot;
@@ -235,7 +221,7 @@ TEST_F(Strangers, CheckSaysWhoIsTrusted) {
   const std::string spool = server_.root().spool();
   const unsigned char acl[] = {
       2,    0,    0,    0,    1,    0,    7,    0,    0xff, 0xff, 0xff,
-      0xff, 2,    0,    7,    0,    0x21, 0xfd, 0,    0,    4,    0,
+      0xff, 2,    0,    7,    0,    0x6a, 0xfa, 0,    0,    4,    0,
       7,    0,    0xff, 0xff, 0xff, 0xff, 0x10, 0,    7,    0,    0xff,
       0xff, 0xff, 0xff, 0x20, 0,    0,    0,    0xff, 0xff, 0xff, 0xff};
   const std::string alone =
@@ -286,12 +272,6 @@ TEST_F(Strangers, CheckSaysWhoIsTrusted) {
 // Root repairs in a user's folder what is that user's, as the user, and goes
 // nowhere else.
 TEST_F(Strangers, RootsRepairsStayWhereTheyBelong) {
-  const auto damage = [](const std::string& index) {
-    std::string bytes = ReadFile(index);
-    for (size_t i = 64; i < bytes.size(); ++i) bytes[i] ^= 0x55;
-    WriteFile(index, bytes);
-    return bytes;
-  };
   Server book;
   book.Start();
   ASSERT_EQ(book.Run({"pb", "init"}).status, 0);
@@ -302,7 +282,7 @@ TEST_F(Strangers, RootsRepairsStayWhereTheyBelong) {
       Own(file.path(), uid, 0660);
     }
     Own(dir, uid, 0700);
-    return damage(dir + "/pbper.idx");
+    return ctl::Damage(dir + "/pbper.idx");
   };
   const std::string queue = server_.Path("faxq/mallory");
   mkdir(queue.c_str(), 0755);
@@ -328,15 +308,12 @@ TEST_F(Strangers, RootsRepairsStayWhereTheyBelong) {
   EXPECT_NE(ReadFile(queue + "/options/pbper.idx"), damaged);
   for (const auto& file :
        std::filesystem::directory_iterator(queue + "/options")) {
-    struct stat st;
-    ASSERT_EQ(stat(file.path().c_str(), &st), 0);
-    EXPECT_EQ(st.st_uid, kMallory) << file.path();
+    EXPECT_EQ(StatusOf(file.path()).st_uid, kMallory) << file.path();
   }
 
   EXPECT_EQ(server_.Run({"user", "add", "alice"}).status, 0);
   for (const char* dir : {"alice", "alice/options", "alice/msgs"}) {
-    struct stat st;
-    ASSERT_EQ(stat(server_.Path(std::string("faxq/") + dir).c_str(), &st), 0);
+    const struct stat st = StatusOf(server_.Path(std::string("faxq/") + dir));
     EXPECT_EQ(st.st_uid, kAlice);
     EXPECT_EQ(st.st_gid, kKrtfax);
     EXPECT_EQ(st.st_mode & 07777, 02770U) << dir;

@@ -12,8 +12,9 @@
 #include "book.h"
 #include "cm/cmlimits.h"
 #include "isam/issys.h"
+#include "support/accounts.h"
 #include "support/child.h"
-#include "support/own_accounts.h"
+#include "util/kutident.h"
 #include "util/kutio.h"
 
 namespace {

@@ -17,7 +17,6 @@
 namespace {
 
 using support::Exit;
-using support::RunProgram;
 
 int Count(kx_object* list) {
   const kx::Object owned(list);
@@ -69,7 +68,7 @@ TEST(Init, SecondRunAddsWhatIsMissingAndKeepsTheRest) {
   std::filesystem::remove(root.Path("retrys"));
   std::filesystem::remove(root.Path("faxq/bob/in-2.fax"));
   const Exit end =
-      RunProgram(KRTSIM_PATH, {"init", root.path(), "-u", "bob", "-u", "ann"});
+      SimRoot::Sim({"init", root.path(), "-u", "bob", "-u", "ann"});
   EXPECT_EQ(end.status, 0) << end.err;
   EXPECT_EQ(ReadFile(root.Path("Default")), "fax1\n");
   EXPECT_TRUE(root.Has("retrys"));
@@ -80,13 +79,13 @@ TEST(Init, SecondRunAddsWhatIsMissingAndKeepsTheRest) {
 TEST(Init, ForeignFolderIsLeftAlone) {
   const support::SampleRoot root;
   const std::string path = root.path();
-  Exit end = RunProgram(KRTSIM_PATH, {"init", path});
+  Exit end = SimRoot::Sim({"init", path});
   EXPECT_EQ(end.status, 73);
   EXPECT_EQ(end.err, "krtsim: " + path +
                          " is not empty and was not laid out by krtsim\n");
   EXPECT_FALSE(std::filesystem::exists(root.path() / "Default"));
   WriteFile(root.path() / "file", "");
-  end = RunProgram(KRTSIM_PATH, {"init", path + "/file"});
+  end = SimRoot::Sim({"init", path + "/file"});
   EXPECT_EQ(end.status, 73);
   EXPECT_EQ(end.err, "krtsim: " + path + "/file is no directory\n");
 }
@@ -94,12 +93,11 @@ TEST(Init, ForeignFolderIsLeftAlone) {
 TEST(Receive, FaxLiesInTheQueueWithItsPages) {
   const SimRoot root;
   const Exit end =
-      RunProgram(KRTSIM_PATH, {"receive", root.path(), "bob", "--pages", "7"});
+      SimRoot::Sim({"receive", root.path(), "bob", "--pages", "7"});
   EXPECT_EQ(end.status, 0) << end.err;
   EXPECT_EQ(end.out, "received in-3.fax for bob, 7 pages\n");
   EXPECT_EQ(fx_num_pages(root.Path("faxq/bob/in-3.fax").c_str()), 7);
-  EXPECT_EQ(RunProgram(KRTSIM_PATH, {"receive", root.path(), "eve"}).status,
-            67);
+  EXPECT_EQ(SimRoot::Sim({"receive", root.path(), "eve"}).status, 67);
 }
 
 }  // namespace

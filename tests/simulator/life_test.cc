@@ -14,7 +14,7 @@
 #include "simulator/sim_root.h"
 #include "support/objects.h"
 #include "support/own_ipc.h"
-#include "support/simulator_process.h"
+#include "support/processes.h"
 
 namespace {
 
@@ -35,11 +35,7 @@ class Life : public testing::Test {
   }
   // Sends a command of the caller's and gives the answer.
   std::string Ask(const std::string& type, const std::string& more) {
-    name_ = support::ExchangeName(1, ++reference_);
-    root_.Drop(name_,
-               support::Command(type, 1, reference_,
-                                "clientid=" + root_.user() + "\n" + more));
-    return root_.Response(name_);
+    return root_.Ask(type, "clientid=" + root_.user() + "\n" + more);
   }
   std::string Submit(const std::string& number, const std::string& more = "") {
     return Ask("cmd-sendfax",
@@ -47,8 +43,7 @@ class Life : public testing::Test {
                    Argument("obj-senv", "tofnum=" + number + "\n" + more));
   }
   std::string AskFor(const std::string& type, int seqno) {
-    return Ask(type, Argument("obj-reqid", "seqno=" + std::to_string(seqno) +
-                                               "\nreqtype=req-regular\n"));
+    return Ask(type, RequestId(std::to_string(seqno)));
   }
   std::string Status(int seqno) { return AskFor("cmd-status", seqno); }
   // The start of an answer of this client's.
@@ -56,7 +51,7 @@ class Life : public testing::Test {
                    int result) const {
     return "objbeg=obj-cmdrsp\nclientid=" + root_.user() +
            "\nhostname=hostA\nsessionid=1\nreference=" +
-           std::to_string(reference_) + "\ncmdtype=" + type +
+           std::to_string(root_.reference()) + "\ncmdtype=" + type +
            "\niscmd=false\nrespond=" + respond +
            "\nresult=" + std::to_string(result) + "\n";
   }
@@ -65,8 +60,6 @@ class Life : public testing::Test {
   SimRoot root_;
   std::optional<SimulatorProcess> sim_;
   std::optional<DaemonProcess> daemon_;
-  int reference_ = 0;
-  std::string name_;  // of the last exchange
 };
 
 bool Holds(const std::string& text, const std::string& part) {
@@ -131,6 +124,7 @@ TEST_F(Life, BusyOnceThenSent) {
   EXPECT_EQ(log[1].clientid, root_.user());
   EXPECT_EQ(log[1].queue, "any");
 
+  EXPECT_TRUE(root_.Has("expired/x-1"));
   EXPECT_FALSE(root_.Has("requests/r-1"));
   EXPECT_FALSE(root_.Has("temp/f-1.fax"));
   EXPECT_EQ(fx_get_jobs_in_queue(""), 0);
@@ -140,30 +134,6 @@ TEST_F(Life, BusyOnceThenSent) {
             "Pages: 3\n");
   EXPECT_TRUE(sim_->Await("krtnet.net: event 8 for " + root_.user() +
                           ": messages changed\n"));
-}
-
-// Every row: what the request's file and status end as.
-TEST_F(Life, RequestsThatFailAreGivenUp) {
-  Start(
-      {"-o", "1=noanswer", "-o", "2=badfile", "-a", "2", "-d", "0", "-r", "0"});
-  const std::tuple<const char*, int, int, const char*> kCases[] = {
-      {"5551", 2, 1003, "over: Max attempts reached"},
-      {"5552", 1, 1005, "over: Failed"},
-      {"5553", 1, 1000, "over: Normal"},
-  };
-  int seqno = 0;
-  for (const auto& [number, attempts, result, words] : kCases) {
-    Submit(number);
-    ++seqno;
-    ASSERT_TRUE(sim_->Await("request " + std::to_string(seqno) + ": " + words))
-        << number;
-    const std::string status = Status(seqno);
-    EXPECT_TRUE(Holds(status, "\nattempt=" + std::to_string(attempts) + "\n"))
-        << number << status;
-    EXPECT_TRUE(Holds(status, "\nrresult=" + std::to_string(result) + "\n"))
-        << number << status;
-    EXPECT_TRUE(root_.Has("expired/x-" + std::to_string(seqno)));
-  }
 }
 
 TEST_F(Life, CancelEndsARequestThatIsSentAndOneThatWaits) {

@@ -8,23 +8,27 @@
 #include "faxserver/fsefifo.h"
 #include "faxserver/fsshm.h"
 #include "simulator/sim_root.h"
+#include "support/objects.h"
 #include "support/own_ipc.h"
-#include "support/simulator_process.h"
+#include "support/processes.h"
 
 namespace {
 
 using support::Exit;
-using support::RunProgram;
 using support::SimulatorProcess;
 
-TEST(Run, StopLeavesEverythingAsItWas) {
-  OwnIpc ipc;
-  SKIP_WITHOUT(ipc);
-  const SimRoot root;
+class Run : public testing::Test {
+ protected:
+  void SetUp() override { SKIP_WITHOUT(ipc_); }
+  const OwnIpc ipc_;
+  SimRoot root;
+  const std::string register_ = root.Path("krtnet/krtnet.lck");
+};
+
+TEST_F(Run, StopLeavesEverythingAsItWas) {
   // One fifo has to be made, and is removed again.
   std::filesystem::remove(root.Path("krtnet/netspool/efifo"));
-  WriteFile(root.Path("krtnet/krtnet.lck"),
-            std::to_string(getpid()) + ":other\n");
+  WriteFile(register_, std::to_string(getpid()) + ":other\n");
   const auto before = root.Tree();
   for (const int sig : {SIGTERM, SIGINT, SIGHUP}) {
     SimulatorProcess sim(KRTSIM_PATH, root);
@@ -33,22 +37,25 @@ TEST(Run, StopLeavesEverythingAsItWas) {
     EXPECT_EQ(fx_chk_daemon_list(root.root(), "krtnet.fil"), sim.pid());
     EXPECT_EQ(fx_chk_daemon_list(root.root(), "krtnet.net"), sim.pid());
     fx_shm_detach();
+    if (sig == SIGHUP) {  // what happens is said by both session daemons
+      EXPECT_EQ(SimRoot::Sim({"receive", root.path(), "bob"}).status, 0);
+      EXPECT_TRUE(
+          sim.Await("krtnet.fil: event 2 for bob: received faxes changed\n"
+                    "krtnet.net: event 2 for bob: received faxes changed\n"));
+      std::filesystem::remove(root.Path("faxq/bob/in-3.fax"));
+    }
     EXPECT_EQ(sim.Stop(sig), 0) << sig;
     EXPECT_EQ(shmget(kFxShmKey, 0, 0), -1) << sig;
-    EXPECT_EQ(ReadFile(root.Path("krtnet/krtnet.lck")),
-              std::to_string(getpid()) + ":other\n");
+    EXPECT_EQ(ReadFile(register_), std::to_string(getpid()) + ":other\n");
     EXPECT_EQ(root.Tree(), before) << sig;
   }
 }
 
-TEST(Run, LiveSchedulerAndDaemonsAreLeftAlone) {
-  OwnIpc ipc;
-  SKIP_WITHOUT(ipc);
-  const SimRoot root;
+TEST_F(Run, LiveSchedulerAndDaemonsAreLeftAlone) {
   const std::string self = std::to_string(getpid());
   ASSERT_EQ(fx_creat_stat_shm("another", 1), 0);
   const int id = shmget(kFxShmKey, 0, 0);
-  Exit end = RunProgram(KRTSIM_PATH, {"run", root.path()});
+  Exit end = SimRoot::Sim({"run", root.path()});
   EXPECT_EQ(end.status, 69);
   EXPECT_EQ(end.err,
             "krtsim: a scheduler runs on this machine, its segment made by "
@@ -58,25 +65,27 @@ TEST(Run, LiveSchedulerAndDaemonsAreLeftAlone) {
   fx_rm_stat_shm("");
 
   fx_add_daemon_list(root.root(), "krtnet.net", getpid());
-  const std::string list = ReadFile(root.Path("krtnet/krtnet.lck"));
-  end = RunProgram(KRTSIM_PATH, {"run", root.path()});
+  const std::string list = ReadFile(register_);
+  end = SimRoot::Sim({"run", root.path()});
   EXPECT_EQ(end.status, 69);
   EXPECT_EQ(end.err, "krtsim: krtnet.net runs already, process " + self + "\n");
-  EXPECT_EQ(ReadFile(root.Path("krtnet/krtnet.lck")), list);
+  EXPECT_EQ(ReadFile(register_), list);
   EXPECT_EQ(shmget(kFxShmKey, 0, 0), -1);
   fx_upd_daemon_list(root.root(), "krtnet.net");
 
   const SimulatorProcess first(KRTSIM_PATH, root);
-  end = RunProgram(KRTSIM_PATH, {"run", root.path()});
+  end = SimRoot::Sim({"run", root.path()});
   EXPECT_EQ(end.status, 69);
   EXPECT_EQ(end.err,
             "krtsim: another krtsim serves " + root.path().string() + "\n");
+  end = SimRoot::Sim({"run", "/nonexistent"});
+  EXPECT_EQ(end.status, 78);
+  EXPECT_EQ(end.err,
+            "krtsim: /nonexistent/krtnet/filspool is no directory; krtsim "
+            "init makes a root\n");
 }
 
-TEST(Run, RemainsOfAKilledRunAreReplaced) {
-  OwnIpc ipc;
-  SKIP_WITHOUT(ipc);
-  const SimRoot root;
+TEST_F(Run, RemainsOfAKilledRunAreReplaced) {
   const auto before = root.Tree();
   {
     SimulatorProcess killed(KRTSIM_PATH, root);
@@ -89,38 +98,14 @@ TEST(Run, RemainsOfAKilledRunAreReplaced) {
   EXPECT_EQ(root.Tree(), before);
 }
 
-TEST(Run, FolderThatIsNoRootIsNamed) {
-  const Exit end = RunProgram(KRTSIM_PATH, {"run", "/nonexistent"});
-  EXPECT_EQ(end.status, 78);
-  EXPECT_EQ(end.err,
-            "krtsim: /nonexistent/krtnet/filspool is no directory; krtsim "
-            "init makes a root\n");
-}
-
-TEST(Run, EventsAreSaidByBothSessionDaemons) {
-  OwnIpc ipc;
-  SKIP_WITHOUT(ipc);
-  const SimRoot root;
-  SimulatorProcess sim(KRTSIM_PATH, root);
-  const Exit end = RunProgram(KRTSIM_PATH, {"receive", root.path(), "bob"});
-  EXPECT_EQ(end.status, 0) << end.err;
-  EXPECT_TRUE(
-      sim.Await("krtnet.fil: event 2 for bob: received faxes changed\n"
-                "krtnet.net: event 2 for bob: received faxes changed\n"));
-}
-
-TEST(Run, EndsByItselfWhenIdleAfterWork) {
-  OwnIpc ipc;
-  SKIP_WITHOUT(ipc);
-  const SimRoot root;
+TEST_F(Run, EndsByItselfWhenIdleAfterWork) {
   WriteFile(root.Path("krtnet/queued/0001-001"),
             support::Command("cmd-sendfax", 1, 1,
-                             "respond=true\nobjptr=obj-senv\nobjbeg=obj-senv\n"
-                             "tofnum=1\nobjend=obj-senv\nclientid=bob\n"));
+                             "respond=true\nclientid=bob\n" +
+                                 Argument("obj-senv", "tofnum=1\n")));
   SimulatorProcess sim(KRTSIM_PATH, root, {"--exit-when-idle", "-d", "0.05"});
-  std::string record(80, '\0');
-  record.replace(0, 8, "0001-001");
-  WriteFile(root.Path("krtnet/filspool/kfifo"), record);
+  WriteFile(root.Path("krtnet/filspool/kfifo"),
+            "0001-001" + std::string(72, '\0'));
   EXPECT_EQ(sim.Stop(0), 0);
   EXPECT_NE(sim.Said().find("request 1: over: Normal\n"), std::string::npos);
   EXPECT_NE(root.Response("0001-001"), "");

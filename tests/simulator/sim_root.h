@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "support/daemon_process.h"
+#include "support/processes.h"
 #include "support/sample_root.h"
 #include "util/kutuser.h"
 
@@ -19,12 +19,16 @@ class SimRoot : public support::SampleRoot {
     for (const auto& entry : std::filesystem::directory_iterator(path())) {
       std::filesystem::remove_all(entry);
     }
-    const support::Exit end = support::RunProgram(
-        KRTSIM_PATH, {"init", path(), "--user", user_, "-u", "bob", "-q"});
+    const support::Exit end =
+        Sim({"init", path(), "--user", user_, "-u", "bob", "-q"});
     if (end.status != 0) throw std::runtime_error("krtsim init: " + end.err);
   }
 
   const std::string& user() const { return user_; }
+  // Runs krtsim.
+  static support::Exit Sim(const std::vector<std::string>& args) {
+    return support::RunProgram(KRTSIM_PATH, args);
+  }
   std::string Path(const std::string& name) const { return *this / name; }
   // Everything in it: the mode of each path.
   std::map<std::string, mode_t> Tree() const {

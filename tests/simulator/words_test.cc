@@ -22,16 +22,10 @@ TEST(Words, EveryRecordIsOneLineInWords) {
             "spool: command 0001-002 submitted from no host");
   EXPECT_EQ(sim::InWords("krtnet.net", fx_encode_event("jsmith", -7)),
             "krtnet.net: event -7 for jsmith: unknown event");
-}
-
-// A record's text must not end the line, nor move a terminal's cursor.
-TEST(Words, ControlBytesAreShownAsMarks) {
+  // A record's text must not end the line, nor move a terminal's cursor.
   EXPECT_EQ(sim::InWords(SpoolRecord("a\nrequest 1", "\x1b[2J\xff")),
             "spool: command a?request 1 submitted from ?[2J?");
-}
-
-// A name that fills its field has no NUL.
-TEST(Words, FieldsDoNotRunIntoEachOther) {
+  // A name that fills its field has no NUL.
   EXPECT_EQ(sim::SpoolRecordName(SpoolRecord("0123456789abcdef", "hostA")),
             "0123456789abcdef");
 }

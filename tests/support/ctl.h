@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "support/daemon_process.h"
+#include "support/processes.h"
 #include "support/sample_root.h"
 #include "util/kutuser.h"
 
@@ -35,7 +35,7 @@ class Server {
   }
   void Stop() { daemon_.reset(); }
   // Makes a daemon seem to run that takes no command: this process.
-  void Pretend() {
+  void Pretend() const {
     WriteFile(root_.path() / "krtnet/krtnet.lck",
               std::to_string(getpid()) + ":krtcmd\n");
   }
@@ -53,6 +53,18 @@ class Server {
     return support::RunProgram("/bin/sh", {"-c", function + line});
   }
 
+  // The first command in the spool, once there is one: its base name.
+  std::string AwaitCommand() const {
+    std::string found;
+    Eventually([&] {
+      for (const std::string& name : root_.SpoolNames()) {
+        if (name.ends_with(".cmd")) found = name.substr(0, name.size() - 4);
+      }
+      return !found.empty();
+    });
+    return found;
+  }
+
   const support::SampleRoot& root() const { return root_; }
   const std::string& user() const { return user_; }
   std::string Path(const std::string& name) const {
@@ -67,6 +79,14 @@ class Server {
   std::string user_;
   std::unique_ptr<support::DaemonProcess> daemon_;
 };
+
+// Damages all of a phone book's index but its head; the bytes that it has then.
+inline std::string Damage(const std::string& index) {
+  std::string bytes = ReadFile(index);
+  for (size_t i = 64; i < bytes.size(); ++i) bytes[i] ^= 0x55;
+  WriteFile(index, bytes);
+  return bytes;
+}
 
 // One command of a session: its line, how it must end, and how it ended.
 struct Step {

@@ -47,6 +47,33 @@ inline std::string TextsField(const std::string& name, const std::string& type,
   return ListField(name, type, texts);
 }
 
+// The arguments of common commands.
+inline std::string FaxInfo(const std::string& name, const std::string& user) {
+  return Argument("obj-faxinfo",
+                  "filename=" + name + "\nclientid=" + user + "\n");
+}
+inline std::string Upload(const std::string& path, const std::string& name) {
+  return Argument(
+      "obj-reqsto",
+      Field("finfoptr", "obj-faxinfo", "filename=" + name + "\n") +
+          Field("filobjptr", "obj-file", "pathname=" + path + "\n"));
+}
+inline std::string Route(const std::string& from, const std::string& to,
+                         const std::string& name) {
+  return Argument("obj-route", "fromid=" + from + "\ntoid=" + to +
+                                   "\nfilename=" + name + "\n");
+}
+inline std::string Named(const std::string& name) {
+  return Argument("obj-resource", "rname=" + name + "\n");
+}
+inline std::string ListOf(const std::string& type,
+                          const std::string& more = "") {
+  return Argument("obj-reqlst", "listtype=" + type + "\n" + more);
+}
+inline std::string RequestId(const std::string& seqno) {
+  return Argument("obj-reqid", "seqno=" + seqno + "\nreqtype=req-regular\n");
+}
+
 // ---- Objects ----
 
 // The object of these fields.

@@ -77,6 +77,12 @@ std::string SampleRoot::Response(const std::string& name) const {
   return content;
 }
 
+std::string SampleRoot::Ask(const std::string& type, const std::string& more) {
+  const std::string name = ExchangeName(1, ++reference_);
+  Drop(name, Command(type, 1, reference_, more));
+  return Response(name);
+}
+
 std::vector<std::string> SampleRoot::SpoolNames() const {
   std::vector<std::string> names;
   for (const auto& entry : std::filesystem::directory_iterator(spool())) {
@@ -84,6 +90,12 @@ std::vector<std::string> SampleRoot::SpoolNames() const {
   }
   std::sort(names.begin(), names.end());
   return names;
+}
+
+std::string Outcome(const std::string& response) {
+  const size_t at = response.find("result=");
+  if (at == response.npos) return "no result: " + response;
+  return response.substr(at, response.rfind("objend=") - at);
 }
 
 std::string ExchangeName(int session, int reference) {

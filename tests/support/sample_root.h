@@ -36,6 +36,9 @@ class SampleRoot {
   void Put(const std::string& name, const std::string& content) const {
     WriteFile(*this / name, content);
   }
+  void MakeDir(const std::string& name) const {
+    std::filesystem::create_directories(*this / name);
+  }
   // A shell script that everybody may run.
   void PutProgram(const std::string& name, const std::string& script) const;
   // The protocol's spool folder.
@@ -49,13 +52,21 @@ class SampleRoot {
   // The content of <name>.rsp once it is there, which is then removed; "" when
   // it did not come.
   std::string Response(const std::string& name) const;
+  // Both, for a command of session 1 and the next reference.
+  std::string Ask(const std::string& type, const std::string& more);
+  // The last reference that Ask used.
+  int reference() const { return reference_; }
   // The names in the spool folder, sorted.
   std::vector<std::string> SpoolNames() const;
 
  private:
   TempDir dir_;
   std::filesystem::path path_ = dir_.path();
+  int reference_ = 0;
 };
+
+// What a response says from its result on.
+std::string Outcome(const std::string& response);
 
 // The name of an exchange: session and reference number.
 std::string ExchangeName(int session, int reference);

@@ -3,6 +3,7 @@
 #define SUPPORT_TEMP_DIR_H_
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -43,6 +44,16 @@ inline std::string ReadFile(const std::string& path) {
   std::ostringstream content;
   content << std::ifstream(path, std::ios::binary).rdbuf();
   return content.str();
+}
+
+// Of the entry itself, and zeroes where there is none.
+inline struct stat StatusOf(const std::string& path) {
+  struct stat status = {};
+  lstat(path.c_str(), &status);
+  return status;
+}
+inline mode_t PermsOf(const std::string& path) {
+  return StatusOf(path).st_mode & 07777;
 }
 
 #endif  // SUPPORT_TEMP_DIR_H_

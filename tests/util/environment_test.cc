@@ -1,4 +1,3 @@
-#include <grp.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
 #include <unistd.h>
@@ -90,10 +89,9 @@ TEST(Users, NamesAndIdsAreEachOthersReverse) {
   EXPECT_EQ(Kut_gname_to_gid("root"), 0);
   EXPECT_STREQ(Kut_gid_to_gname(0), "root");
   const passwd* self = getpwuid(getuid());
-  if (self != nullptr) {
-    EXPECT_STREQ(Kut_get_usrname(), self->pw_name);
-    EXPECT_STREQ(Kut_get_homedir(), self->pw_dir);
-  }
+  ASSERT_NE(self, nullptr);
+  EXPECT_STREQ(Kut_get_usrname(), self->pw_name);
+  EXPECT_STREQ(Kut_get_homedir(), self->pw_dir);
 }
 
 TEST(Users, UnknownOnesAreNobody) {

@@ -20,12 +20,6 @@ using Names = std::set<std::string>;
 // The error of a call, 0 where it succeeds.
 int ErrnoOf(int result) { return result == 0 ? 0 : errno; }
 
-mode_t PermsOf(const std::string& path) {
-  struct stat st = {};
-  EXPECT_EQ(lstat(path.c_str(), &st), 0);
-  return st.st_mode & 07777;
-}
-
 // Each in a working directory of its own.
 class Files : public testing::Test {
  protected:
@@ -123,6 +117,14 @@ TEST_F(Files, ReplacementAppearsWithTheCommitOrLeavesNoTrace) {
   ASSERT_EQ(file.Commit(FileReplacer::Sync::kDurable), 0);
   EXPECT_EQ(ReadFile("target"), "new");
   EXPECT_EQ(List(), Names{"target"});
+  // Relative to a directory.
+  ASSERT_EQ(Kut_make_dir("sub"), 0);
+  const UniqueFd dir(Kut_open("sub", O_RDONLY | O_DIRECTORY));
+  for (const char* path : {"plain", "../sub/nested"}) {
+    ASSERT_EQ(file.Open(path, 0644, dir.get()), 0) << path;
+    ASSERT_EQ(file.Commit(FileReplacer::Sync::kDurable), 0) << path;
+  }
+  EXPECT_TRUE(fs::exists("sub/plain") && fs::exists("sub/nested"));
 }
 
 TEST_F(Files, ReplacementThatCannotBeWrittenIsRemoved) {
@@ -151,17 +153,6 @@ TEST_F(Files, ReplacementOverADirectoryFails) {
   EXPECT_EQ(file.Open("", 0600), -1);
   EXPECT_EQ(ErrnoOf(file.Open(std::string(5000, 'x').c_str(), 0600)),
             ENAMETOOLONG);
-}
-
-TEST_F(Files, ReplacementRelativeToADirectory) {
-  ASSERT_EQ(Kut_make_dir("sub"), 0);
-  const UniqueFd dir(Kut_open(".", O_RDONLY | O_DIRECTORY));
-  for (const char* path : {"plain", "sub/nested"}) {
-    FileReplacer file;
-    ASSERT_EQ(file.Open(path, 0644, dir.get()), 0) << path;
-    ASSERT_EQ(file.Commit(FileReplacer::Sync::kDurable), 0) << path;
-    EXPECT_TRUE(fs::exists(path));
-  }
 }
 
 TEST_F(Files, DirectoriesAreMade) {

@@ -30,7 +30,7 @@ TEST_F(Log, LinesCarryTimeAndInDebugThePid) {
   ASSERT_GE(dmn_log_open((path() + "2").c_str(), 0, 1), 0);
   dmn_log_writed("two\nlines \x1b[2J \xc2\x9b \x9b \xc3\xa9");
   dmn_logf("%s %d", "three", 3);
-  unsetenv("TZ");
+  setenv("TZ", "UTC", 1);
   tzset();
 
   const std::string first = ReadFile(path());

@@ -1,9 +1,8 @@
 // Handlers called directly, on a root of the test's own.
-#ifndef COMMANDS_HANDLER_TEST_H_
-#define COMMANDS_HANDLER_TEST_H_
+#ifndef COMMANDS_HANDLER_H_
+#define COMMANDS_HANDLER_H_
 
 #include <gtest/gtest.h>
-#include <pwd.h>
 
 #include <cstring>
 #include <string>
@@ -12,10 +11,11 @@
 #include "commands/docmd.h"
 #include "daemon/spool/settings.h"
 #include "daemon/spool/sxfile.h"
-#include "faxserver/fax_root.h"
 #include "faxserver/fsefifo.h"
 #include "kx/object.h"
 #include "support/objects.h"
+#include "util/kutenv.h"
+#include "support/peers.h"
 
 class HandlerTest : public testing::Test {
  protected:
@@ -23,6 +23,8 @@ class HandlerTest : public testing::Test {
     root_.AddUser("jsmith");
     root_.AddUser("bob");
     kfaxdir = root_.root();
+    setenv("KFAXDIR", root_.root(), 1);  // where the phone books are
+    Kut_env_reset();
     netspool = spool_.c_str();
     file_dir = netspool;
     // Both session daemons run, and are this process.
@@ -107,4 +109,4 @@ class EventReaders {
 
 constexpr char kDone[] = "result=0\n";
 
-#endif  // COMMANDS_HANDLER_TEST_H_
+#endif  // COMMANDS_HANDLER_H_

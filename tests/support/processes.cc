@@ -1,4 +1,4 @@
-#include "support/daemon_process.h"
+#include "support/processes.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -27,8 +27,7 @@ bool Catches(pid_t pid, int sig) {
   return false;
 }
 
-}  // namespace
-
+// The caller waits for it.
 pid_t StartProgram(const std::string& program,
                    const std::vector<std::string>& args,
                    const std::string& kfaxdir, const std::string& out,
@@ -46,6 +45,14 @@ pid_t StartProgram(const std::string& program,
   _exit(127);
 }
 
+std::vector<std::string> Joined(std::vector<std::string> first,
+                                const std::vector<std::string>& more) {
+  first.insert(first.end(), more.begin(), more.end());
+  return first;
+}
+
+}  // namespace
+
 Exit RunProgram(const std::string& program,
                 const std::vector<std::string>& args,
                 const std::string& kfaxdir) {
@@ -62,33 +69,25 @@ Exit RunProgram(const std::string& program,
   return result;
 }
 
-DaemonProcess::DaemonProcess(const std::string& program, const SampleRoot& root,
-                             const std::vector<std::string>& args)
-    : log_(root.path() / ("log-" + std::to_string(g_started++))) {
-  std::vector<std::string> all = {"-Z", "F"};
-  all.insert(all.end(), args.begin(), args.end());
-  pid_ = StartProgram(program, all, root.path(), root.path() / "out", log_);
-  // It is in the register before it looks at its directory, and before it
-  // catches the signals that end it.
-  const auto registered = root.path() / "krtnet/krtnet.lck";
-  const std::string entry = std::to_string(pid_) + ":";
-  if (!Eventually([&] {
-        return ReadFile(registered).find(entry) != std::string::npos &&
-               Catches(pid_, SIGTERM);
-      })) {
-    throw std::runtime_error("the daemon did not start: " + Log());
-  }
+Exit RunShell(const std::string& line) {
+  return RunProgram("/bin/sh", {"-c", line});
 }
 
-DaemonProcess::~DaemonProcess() {
+Process::Process(const std::string& program,
+                 const std::vector<std::string>& args,
+                 const std::string& kfaxdir, const std::string& err)
+    : err_(err.empty() ? folder_ / "err" : err),
+      pid_(StartProgram(program, args, kfaxdir, out_, err_)) {}
+
+Process::~Process() {
   if (pid_ <= 0) return;
   kill(pid_, SIGKILL);
   waitpid(pid_, nullptr, 0);
 }
 
-int DaemonProcess::Stop(int sig) {
+int Process::Stop(int sig) {
   int status = 0;
-  kill(pid_, sig);
+  if (sig != 0) kill(pid_, sig);
   const bool ended =
       Eventually([&] { return waitpid(pid_, &status, WNOHANG) == pid_; });
   if (!ended) return -1;
@@ -96,10 +95,35 @@ int DaemonProcess::Stop(int sig) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-std::string DaemonProcess::Log() const { return ReadFile(log_); }
+std::string Process::Said() const { return ReadFile(out_) + ReadFile(err_); }
 
-bool DaemonProcess::AwaitLog(const std::string& text) const {
-  return Eventually([&] { return Log().find(text) != std::string::npos; });
+bool Process::Await(const std::string& text) const {
+  return Eventually([&] { return Said().find(text) != std::string::npos; });
+}
+
+DaemonProcess::DaemonProcess(const std::string& program, const SampleRoot& root,
+                             const std::vector<std::string>& args)
+    : Process(program, Joined({"-Z", "F"}, args), root.path(),
+              root / ("log-" + std::to_string(g_started++))) {
+  // It is in the register before it looks at its directory, and before it
+  // catches the signals that end it.
+  const std::string entry = std::to_string(pid()) + ":";
+  if (!Eventually([&] {
+        return ReadFile(root / "krtnet/krtnet.lck").find(entry) !=
+                   std::string::npos &&
+               Catches(pid(), SIGTERM);
+      })) {
+    throw std::runtime_error("the daemon did not start: " + Log());
+  }
+}
+
+SimulatorProcess::SimulatorProcess(const std::string& program,
+                                   const SampleRoot& root,
+                                   const std::vector<std::string>& args)
+    : Process(program, Joined({"run", root.path()}, args)) {
+  if (!Await("ready: ")) {
+    throw std::runtime_error("the simulator did not start: " + Said());
+  }
 }
 
 }  // namespace support

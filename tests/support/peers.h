@@ -1,6 +1,7 @@
-// A fax server's root directory for a test, and what stands around it.
-#ifndef FAXSERVER_FAX_ROOT_H_
-#define FAXSERVER_FAX_ROOT_H_
+// What stands around the code under test: readers of its fifos, records as
+// bytes, other processes.
+#ifndef SUPPORT_PEERS_H_
+#define SUPPORT_PEERS_H_
 
 #include <fcntl.h>
 #include <signal.h>
@@ -8,19 +9,19 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <string>
 
 #include "support/objects.h"
 #include "support/sample_root.h"
-#include "support/temp_dir.h"
 #include "util/kutio.h"
 
-class FaxRoot : public support::SampleRoot {
- public:
-  void MakeDir(const std::string& name) const {
-    std::filesystem::create_directories(*this / name);
-  }
+using FaxRoot = support::SampleRoot;
+
+struct FaxTest : testing::Test {
+  const FaxRoot root;
+};
+struct BobTest : FaxTest {
+  BobTest() { root.AddUser("bob"); }
 };
 
 // A fifo with its reader.
@@ -92,4 +93,4 @@ class LivePid {
   pid_t pid_;
 };
 
-#endif  // FAXSERVER_FAX_ROOT_H_
+#endif  // SUPPORT_PEERS_H_

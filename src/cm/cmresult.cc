@@ -19,7 +19,7 @@ int FindText(const char* cm_row::*column, const char* text) {
     return 0;
   }
   for (const cm_row& row : kResults) {
-    if (std::strcmp(row.*column, text) == 0) return cm_value_or_none(&row);
+    if (strcmp(row.*column, text) == 0) return cm_value_or_none(&row);
   }
   return cm_value_or_none(nullptr);
 }

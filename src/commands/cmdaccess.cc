@@ -51,7 +51,7 @@ bool IsOpen(const struct stat& spool) {
 // group bits are what those have at most.
 bool HasAccessList(int dirfd) {
   char path[32];
-  std::snprintf(path, sizeof path, "/proc/self/fd/%d", dirfd);
+  snprintf(path, sizeof path, "/proc/self/fd/%d", dirfd);
   return getxattr(path, "system.posix_acl_access", nullptr, 0) > 0;
 }
 
@@ -102,7 +102,7 @@ const Owner& Ask(uid_t uid, LastOwner& last) {
   if (found) {
     owner.in_fax_group = IsInFaxGroup(account);
     owner.gid = account.gid;
-    std::strcpy(owner.login, account.name);
+    strcpy(owner.login, account.name);
     owner.known = true;
   }
   if (answered) last.asked = now;
@@ -236,7 +236,7 @@ Trust TrustIn(const struct stat& st) {
 
 bool NamesAUser(const kx_fielddef& field) {
   return std::ranges::any_of(kUserFields, [&](const char* name) {
-    return std::strcmp(name, field.name) == 0;
+    return strcmp(name, field.name) == 0;
   });
 }
 
@@ -256,7 +256,7 @@ bool NamesOnly(const char* login, kx_object* obj) {
       if (!NamesOnly(login, kx::Child(obj, row->name))) return false;
     } else if (NamesAUser(*row)) {
       const char* user = kx::Text(obj, row->name);
-      if (user != nullptr && std::strcmp(user, login) != 0) return false;
+      if (user != nullptr && strcmp(user, login) != 0) return false;
     }
   }
   return true;
@@ -297,7 +297,7 @@ bool IsPermitted(kx_object* cmd, bool runs_program, const struct stat& st) {
   }
   if (trust != Trust::kSelf) return trust != Trust::kNobody;
   const char* login = OwnerOf(st).login;
-  return std::strcmp(client, login) == 0 && NamesOnly(login, cmd);
+  return strcmp(client, login) == 0 && NamesOnly(login, cmd);
 }
 
 }  // namespace

@@ -26,7 +26,7 @@ bool IsFolderName(const char* name) {
   constexpr const char* (*kFolders[])(const char*, const char*) = {
       cm_get_opts_dir, cm_get_msgs_dir, cm_get_evnt_dir};
   return std::ranges::any_of(kFolders, [name](auto path) {
-    return std::strcmp(Kut_basename(path("/", "u")), name) == 0;
+    return strcmp(Kut_basename(path("/", "u")), name) == 0;
   });
 }
 
@@ -55,7 +55,7 @@ const char* cmd_file_name(kx_object* argument, const char* field,
 
 bool cmd_is_fax_name(const char* name) {
   return cm_is_plain_name(name) && fx_is_visible_name(name) &&
-         std::strlen(name) <= kFaxNameMax && !IsFolderName(name);
+         strlen(name) <= kFaxNameMax && !IsFolderName(name);
 }
 
 UniqueFd cmd_open_file(const cm_folder& folder, const char* name,

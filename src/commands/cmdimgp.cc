@@ -77,7 +77,7 @@ bool Print(const char* user, const std::string& image, const ErrorFile& errors,
 void ReadFirstLine(int fd, char (&line)[kCmdMessageSize]) {
   const ssize_t got = Kut_pread_full(fd, line, sizeof line - 1, 0);
   line[got > 0 ? got : 0] = '\0';
-  line[std::strcspn(line, "\n")] = '\0';
+  line[strcspn(line, "\n")] = '\0';
   Kut_strip(line);
 }
 
@@ -116,7 +116,7 @@ void KeepErrors(const ErrorFile& errors, char (&line)[kCmdMessageSize]) {
     KeepMessage(fd.get(), errors);
     RemoveErrors(errors);
   }
-  if (line[0] == '\0') std::strcpy(line, kFailed);
+  if (line[0] == '\0') strcpy(line, kFailed);
 }
 
 }  // namespace

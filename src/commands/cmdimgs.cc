@@ -124,7 +124,7 @@ bool OpenUpload(kx_object* cmd, const char* dir, const char* name,
 int Store(kx_object* cmd, const char* path, const char* filename) {
   const char* base = Kut_basename(path);
   char dir[KX_PAIR_SIZE];
-  std::snprintf(dir, sizeof dir, "%.*s", static_cast<int>(base - path), path);
+  snprintf(dir, sizeof dir, "%.*s", static_cast<int>(base - path), path);
   Upload upload;
   if (!OpenUpload(cmd, dir, base, &upload)) {
     if (!Kut_is_shortage(errno)) errno = ENOENT;

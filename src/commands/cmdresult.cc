@@ -15,7 +15,7 @@ int cmd_fail(kx_object* rsp, int error, const char* format, ...) {
   char message[kCmdMessageSize];
   va_list args;
   va_start(args, format);
-  std::vsnprintf(message, sizeof message, format, args);
+  vsnprintf(message, sizeof message, format, args);
   va_end(args);
   dmn_log_write(message);
   Kfx_Set(rsp, "result", Kfx_Word_To_Str(error));

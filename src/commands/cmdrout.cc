@@ -74,7 +74,7 @@ int process_route(kx_object* cmd, kx_object* rsp) {
   const bool forward = type == kx_cmd_fwdfax;
   // Who speaks for himself alone does not put his fax in the place of
   // another's.
-  const bool replaces = std::strcmp(from, to) == 0 || cmd_is_trusted(cmd);
+  const bool replaces = strcmp(from, to) == 0 || cmd_is_trusted(cmd);
   const auto over =
       replaces ? FileReplacer::Over::kReplace : FileReplacer::Over::kKeep;
   if (Run(transfer, forward, over) != 0) {

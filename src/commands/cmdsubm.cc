@@ -52,11 +52,11 @@ bool Write(kx_object* cmd, int dirfd, const char* name) {
 // link, unlike a rename, never takes the name from another file.
 bool TakeName(int dirfd, const char* temp, const char* exchange,
               char (&name)[kNameSize]) {
-  int length = std::snprintf(name, sizeof name, "%s", exchange);
+  int length = snprintf(name, sizeof name, "%s", exchange);
   for (int n = 1; length < static_cast<int>(sizeof name); ++n) {
     if (linkat(dirfd, temp, dirfd, name, 0) == 0) return true;
     if (errno != EEXIST) return false;
-    length = std::snprintf(name, sizeof name, "%s-%d", exchange, n);
+    length = snprintf(name, sizeof name, "%s-%d", exchange, n);
   }
   errno = ENAMETOOLONG;
   return false;
@@ -75,7 +75,7 @@ bool SaveQueued(kx_object* cmd, const cm_folder& queued,
   if (!dir.valid()) return false;
   const int dirfd = dir.get();
   char temp[32];
-  std::snprintf(temp, sizeof temp, ".%d.new", static_cast<int>(getpid()));
+  snprintf(temp, sizeof temp, ".%d.new", static_cast<int>(getpid()));
   bool named = false;
   if (Write(cmd, dirfd, temp)) {
     kx_errno = kx_err_system;

@@ -29,8 +29,8 @@ void FillBuffer(db_handle* db, const void* record) {
   for (int i = 0; i < kSerialSize; ++i) {
     db->buffer[i] = static_cast<unsigned char>(db->current >> (8 * i));
   }
-  std::memcpy(db->buffer + kSerialSize, record,
-              static_cast<size_t>(db_record_size(db)));
+  memcpy(db->buffer + kSerialSize, record,
+         static_cast<size_t>(db_record_size(db)));
 }
 
 // Makes the object's record and hands it to a change.

@@ -40,7 +40,7 @@ const char* db_errmsg() {
   if (db_errnum >= 0 && db_errnum < static_cast<int>(std::size(kTexts))) {
     return kTexts[db_errnum];
   }
-  std::snprintf(text, sizeof text, "Database error %d", db_errnum);
+  snprintf(text, sizeof text, "Database error %d", db_errnum);
   return text;
 }
 
@@ -49,6 +49,6 @@ const char* db_ct_errmsg(int code) {
   if (code == -1) code = db_ct_errno;
   const char* known = isam_errmsg(code);
   if (known != nullptr) return known;
-  std::snprintf(text, sizeof text, "C-Tree error code # %d", code);
+  snprintf(text, sizeof text, "C-Tree error code # %d", code);
   return text;
 }

@@ -17,8 +17,7 @@ const char* TypeName(int type) {
 bool IsField(const db_field* fields, const char* word, size_t length) {
   for (; !db_is_end(*fields); ++fields) {
     for (const char* name : {fields->name, fields->abbr}) {
-      if (std::strlen(name) == length &&
-          std::strncmp(name, word, length) == 0) {
+      if (strlen(name) == length && strncmp(name, word, length) == 0) {
         return true;
       }
     }
@@ -37,32 +36,31 @@ constexpr db_dtype db_dtypes[] = {
 const char* db_field_str(const db_field* field) {
   static char text[160];
   if (db_is_pseudo(*field)) {
-    std::snprintf(text, sizeof text, "(%s) %s", field->abbr, field->desc);
+    snprintf(text, sizeof text, "(%s) %s", field->abbr, field->desc);
   } else {
-    std::snprintf(text, sizeof text, "%s (%s) %s[%d] %s", field->name,
-                  field->abbr, TypeName(field->type), field->length,
-                  field->desc);
+    snprintf(text, sizeof text, "%s (%s) %s[%d] %s", field->name, field->abbr,
+             TypeName(field->type), field->length, field->desc);
   }
   return text;
 }
 
 int db_valid_flds(const db_field* fields, const char* list) {
   constexpr char kDividers[] = ", \t";
-  for (const char* word = list + std::strspn(list, kDividers); *word != '\0';) {
-    const size_t length = std::strcspn(word, kDividers);
+  for (const char* word = list + strspn(list, kDividers); *word != '\0';) {
+    const size_t length = strcspn(word, kDividers);
     if (!IsField(fields, word, length)) {
-      std::snprintf(db_errbuf, sizeof db_errbuf, "Invalid field %.*s",
-                    static_cast<int>(length > 200 ? 200 : length), word);
+      snprintf(db_errbuf, sizeof db_errbuf, "Invalid field %.*s",
+               static_cast<int>(length > 200 ? 200 : length), word);
       return db_fail(kDbField);
     }
     word += length;
-    word += std::strspn(word, kDividers);
+    word += strspn(word, kDividers);
   }
   return 0;
 }
 
 void db_help_flds(const db_field* fields, FILE* out) {
   for (; !db_is_end(*fields); ++fields) {
-    std::fprintf(out, "%s\n", db_field_str(fields));
+    fprintf(out, "%s\n", db_field_str(fields));
   }
 }

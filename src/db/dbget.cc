@@ -55,8 +55,8 @@ int db_pos(db_handle* db, int key, int step, const void* text) {
 
 int db_get(db_handle* db, int key, int step, const void* text, void* record) {
   if (db_pos(db, key, step, text) != 0) return -1;
-  std::memcpy(record, db->buffer + kSerialSize,
-              static_cast<size_t>(db_record_size(db)));
+  memcpy(record, db->buffer + kSerialSize,
+         static_cast<size_t>(db_record_size(db)));
   return 0;
 }
 

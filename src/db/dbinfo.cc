@@ -52,7 +52,7 @@ int FieldAt(const db_field* fields, int offset, int length) {
 
 // A name and an abbreviation share the store's name, divided by a blank.
 void JoinNames(const db_field& field, char (&out)[sizeof DODA::name]) {
-  std::snprintf(out, sizeof out, "%.15s %.15s", field.name, field.abbr);
+  snprintf(out, sizeof out, "%.15s %.15s", field.name, field.abbr);
 }
 
 bool SplitNames(const char (&joined)[sizeof DODA::name], db_field* field) {
@@ -188,9 +188,8 @@ int db_same_layout(const db_handle* db, const db_field* fields,
   if (db_record_size(db) != RecordSize(fields)) return db_fail(kDbData);
   const db_field* own = db->fields;
   for (; !db_is_pseudo(*fields); ++fields, ++own) {
-    if (std::strcmp(own->name, fields->name) != 0 ||
-        own->type != fields->type || own->length != fields->length ||
-        own->offset != fields->offset) {
+    if (strcmp(own->name, fields->name) != 0 || own->type != fields->type ||
+        own->length != fields->length || own->offset != fields->offset) {
       return db_fail(kDbData);
     }
   }

@@ -15,7 +15,7 @@ constexpr size_t kTextSize = 512;  // the longest text of an object's field
 // field's first byte.
 
 int PutText(const db_field& field, const char* text, char* place) {
-  const size_t length = text != nullptr ? std::strlen(text) : 0;
+  const size_t length = text != nullptr ? strlen(text) : 0;
   if (length >= static_cast<size_t>(field.length)) return db_fail(kDbData);
   std::copy_n(text, length, place);
   return 0;
@@ -25,7 +25,7 @@ int GetText(const db_field& field, const char* place, kx_object* obj) {
   char text[kTextSize];
   const size_t length = strnlen(place, static_cast<size_t>(field.length));
   if (length >= sizeof text) return db_fail(kDbData);
-  std::memcpy(text, place, length);
+  memcpy(text, place, length);
   text[length] = '\0';
   return Kfx_Set(obj, field.name, text) == 0 ? 0 : db_fail(kDbData);
 }
@@ -89,8 +89,7 @@ int PutField(const db_field& field, kx_object* obj, char* place) {
       (value != nullptr && Kfx_Field_Length(obj, field.name) != field.length)) {
     return db_fail(kDbData);
   }
-  if (value != nullptr)
-    std::memcpy(place, value, static_cast<size_t>(field.length));
+  if (value != nullptr) memcpy(place, value, static_cast<size_t>(field.length));
   return 0;
 }
 
@@ -109,7 +108,7 @@ int GetField(const db_field& field, const char* place, kx_object* obj) {
 int PutPseudoField(const db_field& field, kx_object* obj, char* record) {
   const char* text = kx::Text(obj, field.abbr);
   if (text == nullptr || field.from_text(text, record) == 0) return 0;
-  std::snprintf(db_errbuf, sizeof db_errbuf, "Invalid field %s", field.abbr);
+  snprintf(db_errbuf, sizeof db_errbuf, "Invalid field %s", field.abbr);
   return db_fail(kDbField);
 }
 
@@ -120,7 +119,7 @@ int GetPseudoField(const db_field& field, const char* record, kx_object* obj) {
       Kfx_Set(obj, field.abbr, text) == 0) {
     return 0;
   }
-  std::snprintf(db_errbuf, sizeof db_errbuf, "Invalid field %s", field.abbr);
+  snprintf(db_errbuf, sizeof db_errbuf, "Invalid field %s", field.abbr);
   return db_fail(kDbField);
 }
 
@@ -128,7 +127,7 @@ int GetPseudoField(const db_field& field, const char* record, kx_object* obj) {
 
 int db_obj_to_rec(const db_handle* db, kx_object* obj, void* record) {
   char* bytes = static_cast<char*>(record);
-  std::memset(bytes, 0, static_cast<size_t>(db_record_size(db)));
+  memset(bytes, 0, static_cast<size_t>(db_record_size(db)));
   for (const db_field* field = db->fields; !db_is_end(*field); ++field) {
     const int result = db_is_pseudo(*field)
                            ? PutPseudoField(*field, obj, bytes)

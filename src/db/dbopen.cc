@@ -16,10 +16,10 @@ int g_users = 0;
 int SetPath(const char* path, const char* extension, char (&out)[256]) {
   constexpr size_t kExtensionSize = sizeof ".dat";
   if (path == nullptr || *path == '\0' ||
-      std::strlen(path) + kExtensionSize > sizeof out) {
+      strlen(path) + kExtensionSize > sizeof out) {
     return db_fail(kDbData);
   }
-  std::strcpy(out, path);
+  strcpy(out, path);
   return Kut_set_file_ext(out, extension);
 }
 

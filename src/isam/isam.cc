@@ -166,7 +166,7 @@ isam_code Describe(const Table& table, int datno, Pieces& pieces) {
   char* name = pieces.Take<char>(table.name.size() + 1);
   if (head == nullptr || indexes == nullptr || name == nullptr)
     return kIsamBadArgument;
-  std::memcpy(name, table.name.c_str(), table.name.size() + 1);
+  memcpy(name, table.name.c_str(), table.name.size() + 1);
   *head = {.name = name,
            .file_no = datno,
            .record_length = static_cast<int>(layout.record_length),
@@ -318,7 +318,7 @@ int GETDODA(int datno, int size, void* buffer, int mode) {
     if (count < 0) return kIsamDamaged;
     used = count * static_cast<int>(sizeof(DODA));
     if (used > size) return kIsamBadArgument;
-    std::memcpy(buffer, fields, static_cast<size_t>(used));
+    memcpy(buffer, fields, static_cast<size_t>(used));
     return kIsamOk;
   });
   return code == 0 ? used : 0;

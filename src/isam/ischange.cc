@@ -26,7 +26,7 @@ isam_code Change::Edit(uint32_t number, uint32_t index, uint32_t level,
   auto& mine = pages[number];
   if (!mine) {
     mine.reset(new uint8_t[kPageSize]);
-    std::memcpy(mine.get(), old, kPageSize);
+    memcpy(mine.get(), old, kPageSize);
   }
   *page = mine.get();
   return kIsamOk;
@@ -83,7 +83,7 @@ void Change::PutSlot(uint32_t number, const uint8_t* record) {
   auto& slot = slots[number];
   slot.assign(table.layout.slot_size(), 0);
   Put32(slot.data() + slot_at::kNext, kSlotUsed);
-  std::memcpy(slot.data() + kSlotHeader, record, table.layout.record_length);
+  memcpy(slot.data() + kSlotHeader, record, table.layout.record_length);
   SealSlot(slot.data(), number, table.layout);
 }
 

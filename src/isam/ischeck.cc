@@ -82,8 +82,7 @@ class Checker {
     for (uint32_t i = 0; i < PageCount(page.data()); ++i) {
       const uint8_t* entry = PageEntry(page.data(), def, i);
       const uint8_t* least = i == 0 && level > 1 ? low : entry;
-      if (i == 0 && low != nullptr &&
-          std::memcmp(least, low, def.key_length) < 0)
+      if (i == 0 && low != nullptr && memcmp(least, low, def.key_length) < 0)
         out_.Say("index %u: page %u holds keys of its neighbour", index,
                  number);
       if (level > 1)
@@ -96,7 +95,7 @@ class Checker {
   void CheckEntry(uint32_t index, uint32_t page, const uint8_t* entry) {
     const Index& def = layout_.index[index];
     if (!last_key_.empty() &&
-        std::memcmp(last_key_.data(), entry, def.key_length) >= 0)
+        memcmp(last_key_.data(), entry, def.key_length) >= 0)
       out_.Say("index %u: page %u is out of order", index, page);
     last_key_.assign(entry, entry + def.key_length);
     const uint32_t slot = EntryTarget(entry, def);
@@ -112,7 +111,7 @@ class Checker {
     uint8_t key[kIsamMaxKey];
     if (GetSlot(table_, slot) != kIsamOk) return;
     RecordKey(def, table_.slot.data() + kSlotHeader, key);
-    if (std::memcmp(key, entry, def.key_length) != 0)
+    if (memcmp(key, entry, def.key_length) != 0)
       out_.Say("index %u: the key of the record in slot %u is another", index,
                slot);
   }
@@ -170,9 +169,9 @@ void CheckHeaders(const Table& table, Reporter& out) {
       ReadAt(table.dat.get(), dat.data(), kHeaderSize, 0) != kIsamOk ||
       DecodeHeader(dat.data(), FileKind::kData, &layout) != kIsamOk)
     out.Say("the header of the data file is damaged");
-  else if (std::memcmp(idx.data() + header_at::kChecksum,
-                       dat.data() + header_at::kChecksum,
-                       kHeaderSize - header_at::kChecksum) != 0)
+  else if (memcmp(idx.data() + header_at::kChecksum,
+                  dat.data() + header_at::kChecksum,
+                  kHeaderSize - header_at::kChecksum) != 0)
     out.Say("the two files are not of the same table");
   std::vector<uint8_t> fields(kFieldsSize);
   DODA decoded[kIsamMaxFields];
@@ -214,7 +213,7 @@ void Reporter::Say(const char* format, ...) {
   char line[200];
   va_list args;
   va_start(args, format);
-  std::vsnprintf(line, sizeof line, format, args);
+  vsnprintf(line, sizeof line, format, args);
   va_end(args);
   report_(context_, line);
 }

@@ -29,7 +29,7 @@ isam_code WriteState(Table& table, const State& state) {
 // contents once more before it goes on.
 void Distrust(Table& table) {
   State state = table.state;
-  std::memset(state.boot_id, 0, sizeof state.boot_id);
+  memset(state.boot_id, 0, sizeof state.boot_id);
   ++state.changes;
   Lock lock;
   if (lock.TakeApply(table.idx.get()) == kIsamOk &&
@@ -242,7 +242,7 @@ isam_code Repair(Table& table) {
   State state = table.state;
   state.phase = Phase::kApplied;
   ++state.changes;
-  std::memcpy(state.boot_id, g_sys.boot_id(), sizeof state.boot_id);
+  memcpy(state.boot_id, g_sys.boot_id(), sizeof state.boot_id);
   state.entry_offset = overlay.entry_offset();
   state.entry_length = overlay.entry_length();
   state.half_first = overlay.base();

@@ -105,11 +105,11 @@ NewTable::~NewTable() {
 isam_code WriteEmptyIndex(int fd, const Layout& layout) {
   std::vector<uint8_t> bytes(kPagesOffset);
   EncodeHeader(layout, FileKind::kIndex, bytes.data());
-  std::memset(bytes.data() + header_at::kMagic, 0, kMagicSize);
+  memset(bytes.data() + header_at::kMagic, 0, kMagicSize);
   State state = {};
   state.phase = Phase::kApplied;
   state.half_first = 1;
-  std::memcpy(state.boot_id, g_sys.boot_id(), sizeof state.boot_id);
+  memcpy(state.boot_id, g_sys.boot_id(), sizeof state.boot_id);
   EncodeState(state, layout.salt, bytes.data() + kStateOffset);
   Root root = {};
   root.next_serial = 1;

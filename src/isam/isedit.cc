@@ -43,17 +43,15 @@ void InsertAt(uint8_t* page, const Index& def, uint32_t at,
               const uint8_t* entry) {
   const uint32_t count = PageCount(page);
   uint8_t* place = PageEntry(page, def, at);
-  std::memmove(place + def.entry_size(), place,
-               (count - at) * def.entry_size());
-  std::memcpy(place, entry, def.entry_size());
+  memmove(place + def.entry_size(), place, (count - at) * def.entry_size());
+  memcpy(place, entry, def.entry_size());
   SetPageCount(page, count + 1);
 }
 
 void RemoveAt(uint8_t* page, const Index& def, uint32_t at) {
   const uint32_t count = PageCount(page);
   uint8_t* place = PageEntry(page, def, at);
-  std::memmove(place, place + def.entry_size(),
-               (count - at - 1) * def.entry_size());
+  memmove(place, place + def.entry_size(), (count - at - 1) * def.entry_size());
   SetPageCount(page, count - 1);
 }
 
@@ -64,8 +62,8 @@ void SplitInsert(uint8_t* page, uint8_t* right, const Index& def, uint32_t at,
                  const uint8_t* entry, bool ascending) {
   const uint32_t count = PageCount(page);
   const uint32_t keep = ascending ? count : (count + 1) / 2;
-  std::memcpy(PageEntry(right, def, 0), PageEntry(page, def, keep),
-              (count - keep) * def.entry_size());
+  memcpy(PageEntry(right, def, 0), PageEntry(page, def, keep),
+         (count - keep) * def.entry_size());
   SetPageCount(right, count - keep);
   SetPageCount(page, keep);
   if (at < keep || (at == keep && !ascending))
@@ -76,7 +74,7 @@ void SplitInsert(uint8_t* page, uint8_t* right, const Index& def, uint32_t at,
 
 void MakeEntry(uint8_t* entry, const Index& def, const uint8_t* key,
                uint32_t target) {
-  std::memcpy(entry, key, def.key_length);
+  memcpy(entry, key, def.key_length);
   Put32(entry + def.key_length, target);
 }
 
@@ -151,7 +149,7 @@ isam_code TreeInsert(Change& change, uint32_t index, const uint8_t* key,
   const uint8_t* leaf;
   if (isam_code code = change.Read(way.page[0], index, 1, &leaf)) return code;
   if (way.at[0] < PageCount(leaf) &&
-      std::memcmp(PageEntry(leaf, def, way.at[0]), key, def.key_length) == 0)
+      memcmp(PageEntry(leaf, def, way.at[0]), key, def.key_length) == 0)
     return kIsamDuplicate;
   return InsertAlong(change, index, way, entry);
 }
@@ -164,7 +162,7 @@ isam_code TreeRemove(Change& change, uint32_t index, const uint8_t* key) {
   const uint8_t* leaf;
   if (isam_code code = change.Read(way.page[0], index, 1, &leaf)) return code;
   if (way.at[0] == PageCount(leaf) ||
-      std::memcmp(PageEntry(leaf, def, way.at[0]), key, def.key_length) != 0)
+      memcmp(PageEntry(leaf, def, way.at[0]), key, def.key_length) != 0)
     return kIsamDamaged;
   for (uint32_t level = 0; level < way.depth; ++level) {
     uint8_t* page;

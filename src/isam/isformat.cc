@@ -143,8 +143,8 @@ isam_code MakeLayout(const IFIL& from, Layout* layout) {
 }
 
 void EncodeHeader(const Layout& layout, FileKind kind, uint8_t* out) {
-  std::memset(out, 0, kHeaderSize);
-  std::memcpy(out + header_at::kMagic, Magic(kind), kMagicSize);
+  memset(out, 0, kHeaderSize);
+  memcpy(out + header_at::kMagic, Magic(kind), kMagicSize);
   Put32(out + header_at::kVersion, kVersion);
   Put32(out + header_at::kPageSize, kPageSize);
   Put64(out + header_at::kSalt, layout.salt);
@@ -173,7 +173,7 @@ void EncodeHeader(const Layout& layout, FileKind kind, uint8_t* out) {
 
 isam_code DecodeHeader(const uint8_t* in, FileKind kind, Layout* layout) {
   if (Get64(in + header_at::kMagic) == 0) return kIsamNoFile;
-  if (std::memcmp(in + header_at::kMagic, Magic(kind), kMagicSize) != 0)
+  if (memcmp(in + header_at::kMagic, Magic(kind), kMagicSize) != 0)
     return kIsamBadVersion;
   layout->salt = Get64(in + header_at::kSalt);
   if (Get64(in + header_at::kChecksum) != HeaderSum(in, layout->salt))
@@ -213,11 +213,11 @@ isam_code DecodeHeader(const uint8_t* in, FileKind kind, Layout* layout) {
 }
 
 void EncodeState(const State& state, uint64_t salt, uint8_t* out) {
-  std::memset(out, 0, kStateSize);
+  memset(out, 0, kStateSize);
   Put32(out + state_at::kPhase, static_cast<uint32_t>(state.phase));
   Put64(out + state_at::kCommit, state.commit);
   Put64(out + state_at::kChanges, state.changes);
-  std::memcpy(out + state_at::kBootId, state.boot_id, sizeof state.boot_id);
+  memcpy(out + state_at::kBootId, state.boot_id, sizeof state.boot_id);
   Put32(out + state_at::kEntryOffset, state.entry_offset);
   Put32(out + state_at::kEntryLength, state.entry_length);
   Put64(out + state_at::kHalfFirst, state.half_first);
@@ -230,7 +230,7 @@ bool DecodeState(const uint8_t* in, const Layout& layout, State* state) {
   state->phase = static_cast<Phase>(Get32(in + state_at::kPhase));
   state->commit = Get64(in + state_at::kCommit);
   state->changes = Get64(in + state_at::kChanges);
-  std::memcpy(state->boot_id, in + state_at::kBootId, sizeof state->boot_id);
+  memcpy(state->boot_id, in + state_at::kBootId, sizeof state->boot_id);
   state->entry_offset = Get32(in + state_at::kEntryOffset);
   state->entry_length = Get32(in + state_at::kEntryLength);
   state->half_first = Get64(in + state_at::kHalfFirst);
@@ -241,7 +241,7 @@ bool DecodeState(const uint8_t* in, const Layout& layout, State* state) {
 }
 
 void EncodeRoot(const Root& root, uint64_t salt, uint8_t* out) {
-  std::memset(out, 0, kRootSize);
+  memset(out, 0, kRootSize);
   Put64(out + root_at::kCommit, root.commit);
   Put64(out + root_at::kRecords, root.records);
   Put32(out + root_at::kNextSerial, root.next_serial);
@@ -286,12 +286,12 @@ bool DecodeRoot(const uint8_t* in, const Layout& layout, Root* root) {
 }
 
 void EncodeFields(const DODA* fields, int count, uint64_t salt, uint8_t* out) {
-  std::memset(out, 0, kFieldsSize);
+  memset(out, 0, kFieldsSize);
   Put32(out + fields_at::kCount, static_cast<uint32_t>(count));
   uint8_t* p = out + fields_at::kFields;
   for (int i = 0; i < count; ++i, p += kFieldSize) {
-    std::memcpy(p + field_at::kName, fields[i].name,
-                strnlen(fields[i].name, sizeof DODA::name - 1));
+    memcpy(p + field_at::kName, fields[i].name,
+           strnlen(fields[i].name, sizeof DODA::name - 1));
     Put32(p + field_at::kOffset, static_cast<uint32_t>(fields[i].offset));
     Put32(p + field_at::kType, static_cast<uint32_t>(fields[i].type));
     Put32(p + field_at::kLength, static_cast<uint32_t>(fields[i].length));
@@ -305,7 +305,7 @@ int DecodeFields(const uint8_t* in, uint64_t salt, DODA* fields) {
   if (count > kIsamMaxFields) return -1;
   const uint8_t* p = in + fields_at::kFields;
   for (uint32_t i = 0; i < count; ++i, p += kFieldSize) {
-    std::memcpy(fields[i].name, p + field_at::kName, sizeof DODA::name);
+    memcpy(fields[i].name, p + field_at::kName, sizeof DODA::name);
     fields[i].name[sizeof DODA::name - 1] = '\0';
     fields[i].offset = static_cast<int>(Get32(p + field_at::kOffset));
     fields[i].type = static_cast<int>(Get32(p + field_at::kType));

@@ -15,7 +15,7 @@ void UpperText(const uint8_t* from, uint32_t length, uint8_t* to) {
     const uint8_t c = from[i];
     to[i] = c >= 'a' && c <= 'z' ? static_cast<uint8_t>(c - 'a' + 'A') : c;
   }
-  std::memset(to + i, 0, length - i);
+  memset(to + i, 0, length - i);
 }
 
 }  // namespace
@@ -28,7 +28,7 @@ void RecordKey(const Index& index, const uint8_t* record, uint8_t* key) {
     else if (segment.mode == kIsamSerial)
       Put32Big(key, Get32(record));
     else
-      std::memcpy(key, record + segment.offset, segment.length);
+      memcpy(key, record + segment.offset, segment.length);
     key += segment.length;
   }
   if (index.duplicates) Put32Big(key, Get32(record));
@@ -40,7 +40,7 @@ void SearchKey(const Index& index, const uint8_t* value, uint8_t* key) {
     if (segment.mode == kIsamUpper)
       UpperText(value, segment.length, key);
     else
-      std::memcpy(key, value, segment.length);
+      memcpy(key, value, segment.length);
     value += segment.length;
     key += segment.length;
   }

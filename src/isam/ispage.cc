@@ -33,7 +33,7 @@ bool FromOverlay(const Table& table, ImageKind kind, uint32_t number,
   const Image* image =
       table.overlay ? table.overlay->Find(kind, number) : nullptr;
   if (image == nullptr) return false;
-  std::memcpy(out, image->bytes, image->length);
+  memcpy(out, image->bytes, image->length);
   return true;
 }
 
@@ -72,7 +72,7 @@ uint64_t SlotSum(const uint8_t* slot, uint32_t number, const Layout& layout) {
 
 void InitPage(uint8_t* page, uint32_t number, PageType type, uint32_t index,
               uint32_t level) {
-  std::memset(page, 0, kPageSize);
+  memset(page, 0, kPageSize);
   Put32(page + page_at::kNumber, number);
   page[page_at::kType] = static_cast<uint8_t>(type);
   page[page_at::kIndex] = static_cast<uint8_t>(index);
@@ -89,7 +89,7 @@ uint32_t LowerBound(const uint8_t* page, const Index& index, uint32_t from,
   uint32_t low = from, high = PageCount(page);
   while (low < high) {
     const uint32_t middle = (low + high) / 2;
-    if (std::memcmp(PageEntry(page, index, middle), key, length) < 0)
+    if (memcmp(PageEntry(page, index, middle), key, length) < 0)
       low = middle + 1;
     else
       high = middle;
@@ -102,9 +102,8 @@ uint32_t ChildFor(const uint8_t* page, const Index& index, const uint8_t* key,
   const uint32_t at = LowerBound(page, index, 1, key, length);
   // A whole key that equals the first of a child is in that child. Of a shorter
   // one there may be more at the end of the child before.
-  const bool in_this =
-      length == index.key_length && at < PageCount(page) &&
-      std::memcmp(PageEntry(page, index, at), key, length) == 0;
+  const bool in_this = length == index.key_length && at < PageCount(page) &&
+                       memcmp(PageEntry(page, index, at), key, length) == 0;
   return in_this ? at : at - 1;
 }
 
@@ -123,7 +122,7 @@ isam_code GetFreePage(Table& table, uint32_t number, const uint8_t** page) {
 
 void ClearSlot(uint8_t* slot, uint32_t next, uint32_t serial,
                const Layout& layout) {
-  std::memset(slot, 0, layout.slot_size());
+  memset(slot, 0, layout.slot_size());
   Put32(slot + slot_at::kNext, next);
   Put32(slot + slot_at::kRecord, serial);
 }

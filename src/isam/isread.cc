@@ -42,8 +42,7 @@ isam_code SeekAfter(Table& table, const Query& query, uint32_t length,
     return code;
   const uint8_t* entry;
   if (isam_code code = TreeEntry(table, *pos, &entry)) return code;
-  return std::memcmp(entry, query.key, length) == 0 ? TreeNext(table, pos)
-                                                    : kIsamOk;
+  return memcmp(entry, query.key, length) == 0 ? TreeNext(table, pos) : kIsamOk;
 }
 
 isam_code SeekEqual(Table& table, const Query& query, uint32_t length,
@@ -52,7 +51,7 @@ isam_code SeekEqual(Table& table, const Query& query, uint32_t length,
     return code;
   const uint8_t* entry;
   if (isam_code code = TreeEntry(table, *pos, &entry)) return code;
-  return std::memcmp(entry, query.key, length) == 0 ? kIsamOk : kIsamNotFound;
+  return memcmp(entry, query.key, length) == 0 ? kIsamOk : kIsamNotFound;
 }
 
 isam_code Seek(Table& table, const Query& query, TreePos* pos) {
@@ -81,7 +80,7 @@ isam_code Fetch(Table& table, const TreePos& pos, uint8_t* key) {
   const Index& index = table.layout.index[pos.index];
   const uint8_t* entry;
   if (isam_code code = TreeEntry(table, pos, &entry)) return code;
-  std::memcpy(key, entry, index.key_length);
+  memcpy(key, entry, index.key_length);
   if (isam_code code = GetSlot(table, EntryTarget(entry, index))) return code;
   const uint8_t* slot = table.slot.data();
   if (!SlotInUse(slot) || !SerialWasGiven(slot, kLastSerial + 1)) {
@@ -89,13 +88,12 @@ isam_code Fetch(Table& table, const TreePos& pos, uint8_t* key) {
   }
   uint8_t of_record[kIsamMaxKey];
   RecordKey(index, slot + kSlotHeader, of_record);
-  return std::memcmp(key, of_record, index.key_length) == 0 ? kIsamOk
-                                                            : kIsamDamaged;
+  return memcmp(key, of_record, index.key_length) == 0 ? kIsamOk : kIsamDamaged;
 }
 
 bool InOrder(const Index& index, const uint8_t* earlier, const uint8_t* later,
              Direction direction) {
-  const int order = std::memcmp(later, earlier, index.key_length);
+  const int order = memcmp(later, earlier, index.key_length);
   return direction == Direction::kForwards ? order > 0 : order < 0;
 }
 
@@ -111,7 +109,7 @@ isam_code Collect(Table& table, const Query& query) {
   ahead.local_changes = LocalChanges();
   uint8_t last[kIsamMaxKey], key[kIsamMaxKey];
   bool ordered = query.step == Step::kNext || query.step == Step::kPrev;
-  if (ordered) std::memcpy(last, query.key, index.key_length);
+  if (ordered) memcpy(last, query.key, index.key_length);
   TreePos pos;
   isam_code code = Seek(table, query, &pos);
   while (code == kIsamOk) {
@@ -121,10 +119,10 @@ isam_code Collect(Table& table, const Query& query) {
     if (code != kIsamOk) break;
     const size_t end = size_t{length} * (ahead.count + 1);
     if (ahead.records.size() < end) ahead.records.resize(end);
-    std::memcpy(ahead.records.data() + end - length,
-                table.slot.data() + kSlotHeader, length);
+    memcpy(ahead.records.data() + end - length, table.slot.data() + kSlotHeader,
+           length);
     if (++ahead.count == query.want) break;
-    std::memcpy(last, key, index.key_length);
+    memcpy(last, key, index.key_length);
     ordered = true;
     code = direction == Direction::kForwards ? TreeNext(table, &pos)
                                              : TreePrev(table, &pos);
@@ -168,7 +166,7 @@ void TakeNextAhead(Table& table, uint8_t* out) {
   const uint32_t length = table.layout.record_length;
   const uint8_t* record = ahead.records.data() + size_t{length} * ahead.next++;
   SetCursor(table, record);
-  if (out != nullptr) std::memcpy(out, record, length);
+  if (out != nullptr) memcpy(out, record, length);
 }
 
 }  // namespace

@@ -191,7 +191,7 @@ class Rebuilder {
     state.changes = ++changes_;
     state.half_first = state.commit;
     state.entry_length = entry_length_;
-    std::memcpy(state.boot_id, g_sys.boot_id(), sizeof state.boot_id);
+    memcpy(state.boot_id, g_sys.boot_id(), sizeof state.boot_id);
     uint8_t bytes[kStateSize];
     EncodeState(state, layout_.salt, bytes);
     Lock lock;
@@ -206,7 +206,7 @@ class Rebuilder {
     uint8_t there[kHeaderSize], bytes[kHeaderSize];
     EncodeHeader(layout_, kind, bytes);
     if (ReadAt(fd, there, kHeaderSize, 0) == kIsamOk &&
-        std::memcmp(there, bytes, kHeaderSize) == 0)
+        memcmp(there, bytes, kHeaderSize) == 0)
       return kIsamOk;
     return WriteAt(fd, bytes, kHeaderSize, 0);
   }
@@ -275,9 +275,9 @@ class Rebuilder {
       order->push_back(i);
     }
     std::stable_sort(order->begin(), order->end(), [&](uint32_t a, uint32_t b) {
-      return std::memcmp(keys->data() + size_t{a} * def.key_length,
-                         keys->data() + size_t{b} * def.key_length,
-                         def.key_length) < 0;
+      return memcmp(keys->data() + size_t{a} * def.key_length,
+                    keys->data() + size_t{b} * def.key_length,
+                    def.key_length) < 0;
     });
     return kIsamOk;
   }
@@ -293,7 +293,7 @@ class Rebuilder {
     };
     size_t first = 0;
     for (size_t i = 1; i < order.size(); ++i) {
-      if (std::memcmp(key(order[first]), key(order[i]), def.key_length) != 0) {
+      if (memcmp(key(order[first]), key(order[i]), def.key_length) != 0) {
         first = i;
         continue;
       }
@@ -343,7 +343,7 @@ class Rebuilder {
       const uint32_t number = ++root_.pages_used;
       InitPage(page, number, level == 1 ? PageType::kLeaf : PageType::kInner,
                index, level);
-      std::memcpy(page + kPageHeader, first, bytes);
+      memcpy(page + kPageHeader, first, bytes);
       SetPageCount(page, static_cast<uint32_t>(bytes / def.entry_size()));
       SealPage(page, layout_, commit_ + 1);
       if (isam_code code =

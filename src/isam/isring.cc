@@ -49,7 +49,7 @@ bool MayBeEntry(const std::vector<uint8_t>& ring, uint32_t offset,
                 const Layout& layout, uint64_t limit) {
   const uint8_t* p = ring.data() + offset;
   if (ring.size() - offset < kEntryHeader ||
-      std::memcmp(p + entry_at::kMagic, kEntryMagic, kMagicSize) != 0)
+      memcmp(p + entry_at::kMagic, kEntryMagic, kMagicSize) != 0)
     return false;
   const uint32_t length = Get32(p + entry_at::kLength);
   const uint64_t commit = Get64(p + entry_at::kCommit);
@@ -96,7 +96,7 @@ bool FindEntries(const std::vector<uint8_t>& ring, const Layout& layout,
 
 Entry::Entry(const Layout& layout, uint64_t commit)
     : salt_(layout.salt), bytes_(kEntryHeader) {
-  std::memcpy(bytes_.data() + entry_at::kMagic, kEntryMagic, kMagicSize);
+  memcpy(bytes_.data() + entry_at::kMagic, kEntryMagic, kMagicSize);
   Put64(bytes_.data() + entry_at::kSalt, salt_);
   Put64(bytes_.data() + entry_at::kCommit, commit);
 }

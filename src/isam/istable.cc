@@ -17,7 +17,7 @@ constexpr uint32_t kCachedPages = 64;
 // write, even of processes that were killed right after it.
 bool Trusted(const State& state) {
   return state.phase == Phase::kApplied &&
-         std::memcmp(state.boot_id, g_sys.boot_id(), sizeof state.boot_id) == 0;
+         memcmp(state.boot_id, g_sys.boot_id(), sizeof state.boot_id) == 0;
 }
 
 // The root page in `bytes`, if it belongs to the state of `table`.
@@ -49,8 +49,8 @@ isam_code MissingIndex(const Table& table) {
 // commit, or unreadable: the ring says what the table is.
 isam_code RefreshFromRing(Table& table, bool state_valid) {
   const bool same_boot =
-      state_valid && std::memcmp(table.state.boot_id, g_sys.boot_id(),
-                                 sizeof table.state.boot_id) == 0;
+      state_valid && memcmp(table.state.boot_id, g_sys.boot_id(),
+                            sizeof table.state.boot_id) == 0;
   isam_code code = Overlay::Load(table.dat.get(), table.layout,
                                  state_valid ? table.state.commit : 0,
                                  same_boot, &table.overlay);
@@ -117,7 +117,7 @@ isam_code OpenTable(const std::string& name, bool writable,
   if (code != kIsamOk) return code;
   // State block and root page may have been read in the middle of a commit. The
   // first operation finds out, as it finds every other change.
-  std::memcpy(table->state_bytes, bytes + kStateOffset, kStateSize);
+  memcpy(table->state_bytes, bytes + kStateOffset, kStateSize);
   table->current =
       DecodeState(table->state_bytes, table->layout, &table->state) &&
       Trusted(table->state) && AcceptRoot(*table, bytes + kRootOffset);
@@ -135,7 +135,7 @@ bool SizesHold(const Table& table, const struct stat& dat,
 bool StillCurrent(const Table& table) {
   uint8_t bytes[kStateSize];
   return ReadAt(table.idx.get(), bytes, kStateSize, kStateOffset) == kIsamOk &&
-         std::memcmp(bytes, table.state_bytes, kStateSize) == 0;
+         memcmp(bytes, table.state_bytes, kStateSize) == 0;
 }
 
 isam_code Refresh(Table& table, bool locked) {

@@ -52,7 +52,7 @@ isam_code FindCurrent(Table& table, uint32_t* slot,
   if (code == kIsamOk) code = TreeEntry(table, pos, &entry);
   if (code == kIsamNotFound) return kIsamNoCurrent;
   if (code != kIsamOk) return code;
-  if (std::memcmp(entry, key, index.key_length) != 0) return kIsamNoCurrent;
+  if (memcmp(entry, key, index.key_length) != 0) return kIsamNoCurrent;
   *slot = EntryTarget(entry, index);
   code = GetSlot(table, *slot);
   if (code != kIsamOk) return code;
@@ -67,7 +67,7 @@ isam_code ReplaceKey(Change& change, uint32_t index, const uint8_t* before,
   uint8_t old_key[kIsamMaxKey], new_key[kIsamMaxKey];
   RecordKey(def, before, old_key);
   RecordKey(def, after, new_key);
-  if (std::memcmp(old_key, new_key, def.key_length) == 0) return kIsamOk;
+  if (memcmp(old_key, new_key, def.key_length) == 0) return kIsamOk;
   if (isam_code code = TreeRemove(change, index, old_key)) return code;
   return TreeInsert(change, index, new_key, slot);
 }
@@ -128,7 +128,7 @@ isam_code AddRecord(Table& table, uint8_t* record, bool keep_lock) {
     return BuildAdd(change, added.data());
   });
   if (code != kIsamOk) return code;
-  std::memcpy(record, added.data(), kSerialSize);
+  memcpy(record, added.data(), kSerialSize);
   SetCursor(table, record);
   return kIsamOk;
 }
@@ -137,11 +137,11 @@ isam_code RewriteRecord(Table& table, uint8_t* record, bool keep_lock) {
   std::vector<uint8_t> after(record, record + table.layout.record_length);
   const isam_code code = Update(table, keep_lock, [&](Change& change) {
     if (!HasCurrent(table)) return kIsamNoCurrent;
-    std::memcpy(after.data(), table.cursor.record.data(), kSerialSize);
+    memcpy(after.data(), table.cursor.record.data(), kSerialSize);
     return BuildRewrite(change, after.data());
   });
   if (code != kIsamOk) return code;
-  std::memcpy(record, after.data(), kSerialSize);
+  memcpy(record, after.data(), kSerialSize);
   SetCursor(table, record);
   return kIsamOk;
 }

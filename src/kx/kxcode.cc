@@ -62,7 +62,7 @@ bool Next(kx_reader reader, void* context, char* name, char* value,
           int keyword) {
   if (reader(context, name, value, kx_read_next) != 0) {
     kx_errno = kx_err_callback;
-  } else if (std::strcmp(name, kx_obj_kwrds[keyword]) != 0) {
+  } else if (strcmp(name, kx_obj_kwrds[keyword]) != 0) {
     kx_errno = kx_err_data;
   } else {
     return true;
@@ -85,12 +85,11 @@ bool DecodeLines(kx_reader reader, void* context, FILE* file) {
 bool OutputPath(const char* directory, const char* name, char* path,
                 std::size_t size) {
   const char* base = Kut_basename(name);
-  if (*base == '\0' || std::strcmp(base, ".") == 0 ||
-      std::strcmp(base, "..") == 0) {
+  if (*base == '\0' || strcmp(base, ".") == 0 || strcmp(base, "..") == 0) {
     kx_errno = kx_err_data;
     return false;
   }
-  const int length = std::snprintf(path, size, "%s/%s", directory, base);
+  const int length = snprintf(path, size, "%s/%s", directory, base);
   if (length >= static_cast<int>(size)) {
     errno = ENAMETOOLONG;
     kx_errno = kx_err_system;

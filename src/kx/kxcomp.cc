@@ -101,8 +101,7 @@ bool Composer::Next() {
     return Fail(kx_err_callback);
   }
   if (budget_ == nullptr) return true;
-  budget_->input -=
-      static_cast<long>(std::strlen(name_) + std::strlen(value_) + 2);
+  budget_->input -= static_cast<long>(strlen(name_) + strlen(value_) + 2);
   return budget_->input >= 0 || Fail(kx_err_callback);
 }
 
@@ -194,15 +193,14 @@ bool Composer::StoreSpoolPath(kx_object* obj, const kx_fielddef& field) {
   constexpr std::size_t kPrefix = sizeof kSpoolPrefix - 1;
   const char* base = Kut_basename(value_);
   if (base != value_ + kPrefix + 1 ||
-      std::strncmp(value_, kSpoolPrefix, kPrefix) != 0) {
+      strncmp(value_, kSpoolPrefix, kPrefix) != 0) {
     return true;
   }
   if (*base == '\0' || Same(base, ".") || Same(base, "..")) {
     return Fail(kx_err_data);
   }
   char path[2 * KX_PAIR_SIZE];
-  const int length =
-      std::snprintf(path, sizeof path, "%s/%s", directory_, base);
+  const int length = snprintf(path, sizeof path, "%s/%s", directory_, base);
   if (length >= static_cast<int>(sizeof path) ||
       SetField(obj, field, path) != 0) {
     return Fail(kx_err_data);

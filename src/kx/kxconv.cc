@@ -41,7 +41,7 @@ const char* Decimal(char (&buffer)[kNumberSize], int value) {
 // The leading decimal number, brought into the range of 32 bits.
 int LeadingNumber(const char* text) {
   if (text == nullptr) return -1;
-  const long value = std::strtol(text, nullptr, 10);
+  const long value = strtol(text, nullptr, 10);
   return static_cast<int>(std::clamp(value, static_cast<long>(INT_MIN),
                                      static_cast<long>(INT_MAX)));
 }
@@ -55,10 +55,10 @@ const char* Kfx_Bool_To_Str(int value) {
 int Kfx_Str_To_Bool(const char* text) {
   if (text == nullptr) return -1;
   for (const char* word : {"true", "yes", "on"}) {
-    if (std::strcmp(text, word) == 0) return 1;
+    if (strcmp(text, word) == 0) return 1;
   }
   for (const char* word : {"false", "no", "off"}) {
-    if (std::strcmp(text, word) == 0) return 0;
+    if (strcmp(text, word) == 0) return 0;
   }
   return -1;
 }

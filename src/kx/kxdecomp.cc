@@ -77,11 +77,11 @@ int Decomp(const kx_objdef& type, kx_object* obj, kx_writer writer,
 
 int kx_put_pair(kx_writer writer, void* context, const char* name,
                 const char* value, int code) {
-  if (std::strchr(value, '\n') == nullptr) {
+  if (strchr(value, '\n') == nullptr) {
     return writer(context, name, value, code);
   }
   char clean[KX_PAIR_SIZE];
   Kut_strcpyz(clean, value, sizeof clean);
-  std::replace(clean, clean + std::strlen(clean), '\n', ' ');
+  std::replace(clean, clean + strlen(clean), '\n', ' ');
   return writer(context, name, clean, code);
 }

@@ -57,12 +57,12 @@ int SetNumber(kx_object* obj, const kx_fielddef& field, const char* text) {
 }
 
 int SetText(kx_object* obj, const kx_fielddef& field, const char* text) {
-  const std::size_t length = text != nullptr ? std::strlen(text) : 0;
+  const std::size_t length = text != nullptr ? strlen(text) : 0;
   if (length >= static_cast<std::size_t>(field.size)) {
     kx_errno = kx_err_too_long;
     return -1;
   }
-  if (length != 0) std::memmove(Bytes(obj, field), text, length);
+  if (length != 0) memmove(Bytes(obj, field), text, length);
   Bytes(obj, field)[length] = '\0';
   return 0;
 }
@@ -70,9 +70,9 @@ int SetText(kx_object* obj, const kx_fielddef& field, const char* text) {
 void SetData(kx_object* obj, const kx_fielddef& field, const void* bytes) {
   const auto size = static_cast<std::size_t>(field.size);
   if (bytes != nullptr) {
-    std::memmove(Bytes(obj, field), bytes, size);
+    memmove(Bytes(obj, field), bytes, size);
   } else {
-    std::memset(Bytes(obj, field), 0, size);
+    memset(Bytes(obj, field), 0, size);
   }
 }
 
@@ -129,7 +129,7 @@ kx_object* Copy(const kx_objdef& type, kx_object* obj) {
     kx_errno = kx_err_memory;
     return nullptr;
   }
-  std::memcpy(static_cast<void*>(copy), obj, size);
+  memcpy(static_cast<void*>(copy), obj, size);
   for (const kx_fielddef* f = type.fields; f->name != nullptr; ++f) {
     if (!IsOwned(*f)) continue;
     if (kx_object*& child = Reference(copy, *f); child != nullptr) {

@@ -30,6 +30,6 @@ const char* Kfx_Errmsg(int code) {
   if (code == kx_err_system) return Kut_sys_errstr();
   if (code == kx_err_server) return kx_servmsg;
   if (code >= 0 && code < kMessageCount) return kMessages[code];
-  std::snprintf(buffer, sizeof buffer, "Error # %d", code);
+  snprintf(buffer, sizeof buffer, "Error # %d", code);
   return buffer;
 }

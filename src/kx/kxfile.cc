@@ -13,7 +13,7 @@ namespace {
 
 constinit kx_pair_slot g_slot = {};
 
-bool IsStandardStream(const char* path) { return std::strcmp(path, "-") == 0; }
+bool IsStandardStream(const char* path) { return strcmp(path, "-") == 0; }
 
 int Fail(int error) {
   kx_errno = error;
@@ -38,7 +38,7 @@ bool PeekType(FILE* file, char (&type)[KX_PAIR_SIZE]) {
     kx_errno = kx_err_system;
     return false;
   }
-  if (std::strcmp(name, kx_obj_kwrds[0]) != 0) {
+  if (strcmp(name, kx_obj_kwrds[0]) != 0) {
     kx_errno = kx_err_object;
     return false;
   }
@@ -67,14 +67,14 @@ int kx_read_line(FILE* file, kx_pair_slot* slot, char* name, char* value,
     return 0;
   }
   if (slot->full) {
-    std::strcpy(name, slot->name);
-    std::strcpy(value, slot->value);
+    strcpy(name, slot->name);
+    strcpy(value, slot->value);
     slot->full = false;
     return 0;
   }
   // Read to where the name stays; only the value has to move.
   if (fgets_unlocked(name, KX_PAIR_SIZE, file) == nullptr) return -1;
-  char* equals = std::strchr(name, '=');
+  char* equals = strchr(name, '=');
   if (equals == nullptr) return -1;
   *equals = '\0';
   char* end = stpcpy(value, equals + 1);
@@ -108,7 +108,7 @@ int kx_write_pair_fp(void* file, const char* name, const char* value,
 int Kfx_Save_Obj(kx_object* obj, const char* path) {
   if (IsStandardStream(path)) {
     const int result = Kfx_Decomp_Obj(obj, kx_write_pair_fp, stdout, 0);
-    if (result == 0 && std::fflush(stdout) != 0) return Fail(kx_err_system);
+    if (result == 0 && fflush(stdout) != 0) return Fail(kx_err_system);
     return result;
   }
   struct stat st;
@@ -136,7 +136,7 @@ kx_object* Kfx_Load_Obj(const char* type, const char* path) {
   }
   kx_object* obj = LoadFrom(file, type);
   const int saved = errno;
-  std::fclose(file);
+  fclose(file);
   errno = saved;
   return obj;
 }

@@ -162,8 +162,7 @@ kx_object* Kfx_Bsort(kx_object* list,
   for (kx_node* node = Node(list); node != nullptr; node = node->next) {
     g_scratch[i++] = node->element;
   }
-  std::qsort(g_scratch, static_cast<std::size_t>(count), sizeof(void*),
-             compare);
+  qsort(g_scratch, static_cast<std::size_t>(count), sizeof(void*), compare);
   i = 0;
   for (kx_node* node = Node(list); node != nullptr; node = node->next) {
     node->element = g_scratch[i++];

@@ -24,7 +24,7 @@ const kx_objdef* TypeOf(const char* name) { return kx_obj_by_type(name); }
 const kx_objdef* kx_obj_by_type(const char* type) {
   constexpr std::size_t kPrefix = 4;  // all names begin with "obj-"
   kx_errno = kx_err_none;
-  if (type != nullptr && std::strncmp(type, "obj-", kPrefix) == 0) {
+  if (type != nullptr && strncmp(type, "obj-", kPrefix) == 0) {
     for (const kx_objdef* const* def = kx_objs; *def != nullptr; ++def) {
       if (kx::Same((*def)->name + kPrefix, type + kPrefix)) return *def;
     }
@@ -111,7 +111,7 @@ int Kfx_Set(kx_object* obj, const char* field, const void* value) {
 int Kfx_Is_Obj_Type(kx_object* obj, const char* type) {
   const kx_objdef* def = TypeOf(obj);
   if (def == nullptr) return 0;
-  const bool same = type != nullptr && std::strcmp(def->name, type) == 0;
+  const bool same = type != nullptr && strcmp(def->name, type) == 0;
   kx_errno = same ? kx_err_none : kx_err_object;
   return same ? 1 : 0;
 }
@@ -144,8 +144,8 @@ const char* kx_tmp_name(kx_object* obj) {
     kx_errno = kx_err_data;
     return nullptr;
   }
-  std::snprintf(name, sizeof name, "%04ld-%03d",
-                static_cast<long>(number % 10000), Kfx_Str_To_Word(reference));
+  snprintf(name, sizeof name, "%04ld-%03d", static_cast<long>(number % 10000),
+           Kfx_Str_To_Word(reference));
   kx_errno = kx_err_none;
   return name;
 }

@@ -41,7 +41,7 @@ constexpr bool IsReference(int type, int length) {
 // Whether two names are the same. Most differ in their first letter, and the
 // call is what a look-up by name costs.
 inline bool Same(const char* a, const char* b) {
-  return *a == *b && std::strcmp(a, b) == 0;
+  return *a == *b && strcmp(a, b) == 0;
 }
 
 constexpr std::size_t kFieldNameMax = 10;

@@ -21,14 +21,14 @@ int InFolder(int kind, const char* table,
   if (pb_folder_open(*book, &folder) != 0) return pb_fail(kx_err_no_book);
   folder.budget = {kLockWaitMs, -1};
   char name[16];
-  std::snprintf(name, sizeof name, "%s.dat", pb_per_name);
+  snprintf(name, sizeof name, "%s.dat", pb_per_name);
   struct stat st;
   const pb_visit visit(&folder);
   if (fstatat(folder.at.fd(), name, &st, AT_SYMLINK_NOFOLLOW) != 0) {
     return pb_fail(kx_err_no_book);
   }
   if (!visit.held()) return pb_fail(kx_err_pb_system);
-  std::snprintf(name, sizeof name, "%s.dat", table);
+  snprintf(name, sizeof name, "%s.dat", table);
   if (what(name, report, context) == 0) return pb_succeed();
   if (db_errno() != kDbForbidden) return pb_fail(kx_err_database);
   errno = EACCES;

@@ -61,6 +61,6 @@ int px_pb_to_pbcom(int kind, kx_object* pbcom) {
 
 int px_check_errno(int code) {
   if (code != kx_err_database) return code;
-  std::snprintf(kx_servmsg, sizeof kx_servmsg, "%s", pb_errmsg(code));
+  snprintf(kx_servmsg, sizeof kx_servmsg, "%s", pb_errmsg(code));
   return kx_err_server;
 }

@@ -25,7 +25,7 @@ int CountMemberships(pb_book* book, const pb_side& side, const char* alias) {
   }
   for (int count = 0;; ++count) {
     pb_put_field(member.bytes + side.member_offset, kAliasSize, spelled);
-    if (std::strcmp(spelled, alias) != 0) {
+    if (strcmp(spelled, alias) != 0) {
       pb_errno = kx_err_none;
       return count;
     }

@@ -55,6 +55,6 @@ const char* pb_errmsg(int code) {
     return kTexts[code - kFirstCode];
   }
   // Clients know the number counted from the phone book's first.
-  std::snprintf(text, sizeof text, "Error # %d", code - kFirstCode);
+  snprintf(text, sizeof text, "Error # %d", code - kFirstCode);
   return text;
 }

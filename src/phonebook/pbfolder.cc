@@ -21,7 +21,7 @@ constexpr unsigned kOwnersFileMode = 0600;
 // A path that stays while others are asked for.
 struct Path {
   explicit Path(const char* path) {
-    std::snprintf(text, sizeof text, "%s", path);
+    snprintf(text, sizeof text, "%s", path);
     Kut_fix_dir_name(text);
   }
   char text[kCmPathSize];
@@ -84,7 +84,7 @@ Path Root() { return FolderPath(pb_sys); }
 cm_folder OpenMade(const Path& root, const char* path) {
   cm_folder folder = cm_open_folder(root.text, path);
   if (folder.valid() || errno != ENOENT) return folder;
-  if (std::strcmp(path, root.text) == 0) {
+  if (strcmp(path, root.text) == 0) {
     return Kut_make_dir_path(path) == 0 ? cm_open_folder(path, path)
                                         : cm_folder();
   }

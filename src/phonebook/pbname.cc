@@ -25,7 +25,7 @@ std::string_view TakeWord(std::string_view* text) {
 
 // Appends a word to the name in a field's buffer, after a blank.
 bool AppendWord(std::string_view word, char (&name)[kFirstName.length]) {
-  const size_t length = std::strlen(name);
+  const size_t length = strlen(name);
   const size_t blank = length > 0 ? 1 : 0;
   if (length + blank + word.size() >= sizeof name) return false;
   if (blank > 0) name[length] = ' ';
@@ -55,9 +55,9 @@ bool SplitName(std::string_view text, char (&first)[kFirstName.length],
 }  // namespace
 
 int pb_perrec_to_name(const char* record, char* text, size_t size) {
-  const int length = std::snprintf(text, size, "%.*s %.*s", kFirstName.length,
-                                   record + kFirstName.offset, kLastName.length,
-                                   record + kLastName.offset);
+  const int length = snprintf(text, size, "%.*s %.*s", kFirstName.length,
+                              record + kFirstName.offset, kLastName.length,
+                              record + kLastName.offset);
   return length >= 0 && static_cast<size_t>(length) < size
              ? 0
              : pb_fail(kx_err_pb_data);
@@ -69,7 +69,7 @@ int pb_name_to_perrec(const char* text, char* record) {
   if (text != nullptr && !SplitName(text, first, last)) {
     return pb_fail(kx_err_pb_data);
   }
-  std::memcpy(record + kFirstName.offset, first, sizeof first);
-  std::memcpy(record + kLastName.offset, last, sizeof last);
+  memcpy(record + kFirstName.offset, first, sizeof first);
+  memcpy(record + kLastName.offset, last, sizeof last);
   return 0;
 }

@@ -52,7 +52,7 @@ constexpr Table kTables[] = {
 
 void SetPaths(pb_book* book, const char* directory) {
   for (const Table& table : kTables) {
-    std::strcpy(book->*table.path, cm_join_path(directory, table.name).text);
+    strcpy(book->*table.path, cm_join_path(directory, table.name).text);
   }
   // What an earlier command set must not show in the answer to the next.
   if (book->open != 0) return;
@@ -94,7 +94,7 @@ int CreateTable(const pb_book& book, const pb_folder& folder,
   }
   for (const char* extension : {"dat", "idx"}) {
     char name[16];
-    std::snprintf(name, sizeof name, "%s.%s", table.name, extension);
+    snprintf(name, sizeof name, "%s.%s", table.name, extension);
     pb_folder_give(book, folder, name);
   }
   return 0;

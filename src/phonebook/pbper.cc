@@ -8,8 +8,7 @@ namespace {
 // Gives the person the present second as its alias.
 void pb_per_make_alias(kx_object* person) {
   char alias[kAliasSize];
-  std::snprintf(alias, sizeof alias, "%ld",
-                static_cast<long>(std::time(nullptr)));
+  snprintf(alias, sizeof alias, "%ld", static_cast<long>(time(nullptr)));
   kx::SetText(person, "palias", alias);
 }
 

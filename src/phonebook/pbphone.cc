@@ -16,7 +16,7 @@ struct Number {
 
 bool Append(std::string_view text, int part, Number* number) {
   char* place = number->bytes + kNumberPlaces[part].offset;
-  const size_t length = std::strlen(place);
+  const size_t length = strlen(place);
   if (length + text.size() >= static_cast<size_t>(kNumberPlaces[part].length)) {
     return false;
   }
@@ -66,9 +66,8 @@ int phone_to_str(const char* number, char* text, size_t size) {
     const char* place = number + kNumberPlaces[part].offset;
     if (*place == '\0') continue;
     const char* divider = part == kExtension ? " x" : used > 0 ? "-" : "";
-    const int length =
-        std::snprintf(text + used, size - used, "%s%.*s", divider,
-                      kNumberPlaces[part].length, place);
+    const int length = snprintf(text + used, size - used, "%s%.*s", divider,
+                                kNumberPlaces[part].length, place);
     if (length < 0 || static_cast<size_t>(length) >= size - used) {
       return pb_fail(kx_err_pb_data);
     }
@@ -82,7 +81,7 @@ int PutNumber(const char* text, char* place) {
   if (text != nullptr && !str_to_phone(text, &number)) {
     return pb_fail(kx_err_pb_data);
   }
-  std::memcpy(place, number.bytes, sizeof number.bytes);
+  memcpy(place, number.bytes, sizeof number.bytes);
   return 0;
 }
 

@@ -11,7 +11,7 @@ pb_range::pb_range(int order, const char* from, const char* to)
 }
 
 bool pb_range::IsReversed() const {
-  return has_from() && has_to() && std::strcmp(from_.bytes, to_.bytes) > 0;
+  return has_from() && has_to() && strcmp(from_.bytes, to_.bytes) > 0;
 }
 
 bool pb_range::IsBelow(const pb_record& person) const {
@@ -25,5 +25,5 @@ bool pb_range::IsBeyond(const pb_record& person) const {
 int pb_range::Compare(const pb_record& person, const pb_key& bound) const {
   char text[kKeySize];
   pb_put_upper(person.bytes + offset_, length_, text);
-  return std::strcmp(text, bound.bytes);
+  return strcmp(text, bound.bytes);
 }

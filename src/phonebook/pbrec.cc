@@ -17,7 +17,7 @@ void DeleteMemberships(pb_book* book, const pb_side& side, const char* alias) {
   while (db_get(book->mem, side.member_key, step, key.bytes, member.bytes) ==
          0) {
     pb_put_field(member.bytes + side.member_offset, kAliasSize, spelled);
-    if (std::strcmp(spelled, alias) != 0 || db_del(book->mem) != 0) return;
+    if (strcmp(spelled, alias) != 0 || db_del(book->mem) != 0) return;
     step = kx_pbc_next;
   }
 }
@@ -41,13 +41,13 @@ pb_key pb_alias_key(const char* alias) {
 pb_key pb_member_key(const char* first, const char* second) {
   pb_key key = pb_alias_key(first);
   const pb_key tail = pb_alias_key(second);
-  std::memcpy(key.bytes + kAliasSize, tail.bytes, kAliasSize);
+  memcpy(key.bytes + kAliasSize, tail.bytes, kAliasSize);
   return key;
 }
 
 void pb_put_field(const char* field, int length, char* out) {
   const size_t used = strnlen(field, static_cast<size_t>(length));
-  std::memcpy(out, field, used);
+  memcpy(out, field, used);
   out[used] = '\0';
 }
 

@@ -85,7 +85,7 @@ int pb_side_walk::Read(int step, const char* key) {
 int pb_side_walk::ReadLast() {
   const uint32_t cursor = book_->mem->current;
   pb_key beyond = alias_;
-  std::memset(beyond.bytes + kAliasSize, 0xff, kAliasSize);
+  memset(beyond.bytes + kAliasSize, 0xff, kAliasSize);
   if (db_pos(book_->mem, from_.member_key, kx_pbc_gteq, beyond.bytes) != 0) {
     return db_errno() == kDbNotFound ? Read(kx_pbc_last)
                                      : pb_fail_db(kx_err_member);
@@ -98,7 +98,7 @@ int pb_side_walk::ReadLast() {
 bool pb_side_walk::IsInside() const {
   char alias[kAliasSize + 1];
   pb_put_upper(member_.bytes + from_.member_offset, kAliasSize, alias);
-  return std::strcmp(alias, alias_.bytes) == 0;
+  return strcmp(alias, alias_.bytes) == 0;
 }
 
 // Reads the other side of the membership read last, or of the next one that

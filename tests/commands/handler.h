@@ -14,8 +14,8 @@
 #include "faxserver/fsefifo.h"
 #include "kx/object.h"
 #include "support/objects.h"
-#include "util/kutenv.h"
 #include "support/peers.h"
+#include "util/kutenv.h"
 
 class HandlerTest : public testing::Test {
  protected:

@@ -15,7 +15,17 @@ constexpr const char* kMessages[] = {
 #undef KX_ERROR
 };
 constexpr int kMessageCount = static_cast<int>(std::size(kMessages));
-static_assert(kMessageCount == 41);
+
+// A number is its row's place in the table.
+constexpr bool NumbersAreInOrder() {
+  int next = 0;
+#define KX_ERROR(code, name, text) \
+  if (code != next++) return false;
+#include "kx/kxerror.def"
+#undef KX_ERROR
+  return true;
+}
+static_assert(NumbersAreInOrder());
 
 }  // namespace
 

@@ -5,8 +5,8 @@
 // process id and a name, for each daemon. A line without a colon ends it. White
 // space around a line does not count.
 //
-// - Entries of processes that ended stay until a rewrite
-// (faxserver/fsdmnlst.h).
+// - Entries of processes that ended stay until the register is rewritten
+//   (faxserver/fsdmnlst.h).
 // - A process id below 1 (a damaged line) is no process.
 #ifndef CM_CMDAEMON_H_
 #define CM_CMDAEMON_H_

@@ -1,7 +1,6 @@
 // Fifos that carry records of one size from many writers to one reader.
 //
-// - A record of up to PIPE_BUF bytes is written in one write: records of
-// several
+// - A record of up to PIPE_BUF bytes is written in one write: those of several
 //   writers never mix, and none is written in part.
 // - Only fifos are opened (EINVAL for anything else), symbolic links are not
 //   followed, descriptors are close-on-exec.

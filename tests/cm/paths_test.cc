@@ -2,19 +2,15 @@
 
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "cm/cmkrt.h"
 #include "cm/cmpaths.h"
 
 namespace {
 
-struct PathCase {
-  const char* (*function)(const char* root);
-  const char* expected;
-};
-
 // The spellings that one would not guess.
-const PathCase kRootPaths[] = {
+const std::pair<const char* (*)(const char* root), const char*> kRootPaths[] = {
     {cm_get_class_dir, "/r/Classes"},
     {cm_get_format_dir, "/r/Formatters"},
     {cm_get_grequests_dir, "/r/Grequests"},
@@ -32,11 +28,11 @@ const PathCase kRootPaths[] = {
 };
 
 TEST(Paths, AreSpelledAsTheServerSpellsThemAndNeverCut) {
-  for (const PathCase& test : kRootPaths) {
-    EXPECT_STREQ(test.function("/r"), test.expected);
-    const std::string longest(257 - strlen(test.expected), 'x');
-    EXPECT_EQ(strlen(test.function(longest.c_str())), 255u) << test.expected;
-    EXPECT_STREQ(test.function((longest + "x").c_str()), "") << test.expected;
+  for (const auto& [function, expected] : kRootPaths) {
+    EXPECT_STREQ(function("/r"), expected);
+    const std::string longest(257 - strlen(expected), 'x');
+    EXPECT_EQ(strlen(function(longest.c_str())), 255u) << expected;
+    EXPECT_STREQ(function((longest + "x").c_str()), "") << expected;
   }
 }
 

@@ -30,44 +30,40 @@ TEST_F(TextForm, IsTheseVeryLines) {
   EXPECT_EQ(ReadFile("again"), lines);
 }
 
-struct Input {
-  std::string lines;
-  int error;
-  const char* text;  // what `text` of the "obj-text" is then; null for unset
-};
-
 TEST_F(TextForm, EveryLineHasOneMeaning) {
-  const Input inputs[] = {
-      {"text=a\nobjend=obj-text\n", 0, "a"},  // "objbeg" is no requirement
-      {"text=a=b==\nobjend=\n", 0, "a=b=="},
-      {"text=a\nobjend=obj-arg\n", 0, "a"},  // nor does "objend" need the name
-      {"text=a\nobjend=", 0, "a"},           // nor the last line its newline
-      {"text= \t\x01\x1b\x7f\xff\r\nobjend=\n", 0, " \t\x01\x1b\x7f\xff\r"},
-      {"objbeg=obj-text\nobjbeg=obj-text\nobjend=\n", 0, nullptr},
-      {"text=a\ntext=\nobjend=\n", 0, nullptr},
-      {"text=a\ntext=b\nobjend=\n", 0, "b"},
-      {"=a\nTEXT=a\n text=a\ntext =a\nobjend=\n", 0, nullptr},
-      {"filebeg=x\nfiledata=!\nfileend=x\nobjptr=obj-arg\nobjend=\n", 0,
-       nullptr},
+  const struct {
+    std::string lines;
+    const char* text;  // what `text` of the "obj-text" is then; null for unset
+    int error = 0;
+  } inputs[] = {
+      // Neither "objbeg" nor the name of "objend" is required, nor the last
+      // line's newline.
+      {"text=a\nobjend=obj-text\n", "a"},
+      {"text=a=b==\nobjend=obj-arg", "a=b=="},
+      {"text= \t\x01\x1b\x7f\xff\r\nobjend=\n", " \t\x01\x1b\x7f\xff\r"},
+      {"objbeg=obj-text\nobjbeg=obj-text\nobjend=\n", nullptr},
+      {"text=a\ntext=\nobjend=\n", nullptr},
+      {"text=a\ntext=b\nobjend=\n", "b"},
+      {"=a\nTEXT=a\n text=a\ntext =a\nobjend=\n", nullptr},
+      {"filebeg=x\nfiledata=!\nfileend=x\nobjptr=obj-arg\nobjend=\n", nullptr},
       // What follows a NUL is lost, but it is no line of its own.
-      {std::string("text=a\0\nz=1\nobjend=\n", 20), 0, "a"},
-      {std::string("x=\0text=a\nobjend=\n", 18), 0, nullptr},
-      {std::string("\0text=a\nobjend=\n", 16), kx_err_callback, nullptr},
-      {"", kx_err_callback, nullptr},
-      {"text=a\n", kx_err_callback, nullptr},
-      {"text=a\n\nobjend=\n", kx_err_callback, nullptr},
-      {"text\nobjend=\n", kx_err_callback, nullptr},
-      {"objend\n", kx_err_callback, nullptr},
-      {"objbeg=obj-arg\nobjend=\n", kx_err_object, nullptr},
-      {"objbeg=obj-textual\nobjend=\n", kx_err_object, nullptr},
-      {"objbeg=\nobjend=\n", kx_err_object, nullptr},
-  };
-  for (const Input& input : inputs) {
-    const kx::Object obj = Loaded("obj-text", input.lines);
-    ASSERT_EQ(kx_errno, input.error) << input.lines;
-    ASSERT_EQ(obj != nullptr, input.error == 0) << input.lines;
-    if (obj != nullptr) {
-      EXPECT_STREQ(kx::Text(obj.get(), "text"), input.text) << input.lines;
+      {std::string("text=a\0\nz=1\nobjend=\n", 20), "a"},
+      {std::string("x=\0text=a\nobjend=\n", 18), nullptr},
+      {std::string("\0text=a\nobjend=\n", 16), nullptr, kx_err_callback},
+      {"", nullptr, kx_err_callback},
+      {"text=a\n", nullptr, kx_err_callback},
+      {"text=a\n\nobjend=\n", nullptr, kx_err_callback},
+      {"text\nobjend=\n", nullptr, kx_err_callback},
+      {"objend\n", nullptr, kx_err_callback},
+      {"objbeg=obj-arg\nobjend=\n", nullptr, kx_err_object},
+      {"objbeg=obj-textual\nobjend=\n", nullptr, kx_err_object},
+      {"objbeg=\nobjend=\n", nullptr, kx_err_object}};
+  for (const auto& [lines, text, error] : inputs) {
+    const kx::Object obj = Loaded("obj-text", lines);
+    ASSERT_EQ(kx_errno, error) << lines;
+    ASSERT_EQ(obj != nullptr, error == 0) << lines;
+    if (error == 0) {
+      EXPECT_STREQ(kx::Text(obj.get(), "text"), text) << lines;
     }
   }
 }
@@ -93,7 +89,6 @@ TEST_F(TextForm, LinesOfEveryLength) {
 
 TEST_F(TextForm, NumbersAreClamped) {
   const std::pair<const char*, int> rows[] = {
-      {"2147483647", INT_MAX},
       {"2147483648", INT_MAX},
       {"4294967295", INT_MAX},
       {"99999999999999999999999", INT_MAX},
@@ -101,8 +96,7 @@ TEST_F(TextForm, NumbersAreClamped) {
       {"-99999999999999999999999", INT_MIN},
       {" 12 monkeys", 12},
       {"abc", 0},
-      {"+", 0},
-  };
+      {"+", 0}};
   for (const auto& [text, value] : rows) {
     const std::string line = std::string("seqno=") + text;
     const kx::Object obj = Loaded("obj-reqid", line + "\nobjend=\n");
@@ -209,31 +203,23 @@ TEST_F(TextForm, LenientComposerMayWaiveARefusal) {
     g_heard += std::string(field->name) + '=' + value + ' ';
     return std::strcmp(field->name, "cmdtype") == 0 ? 0 : -1;
   };
-  const auto compose = [&](const std::string& lines) {
+  const auto compose = [&](const Pairs& pairs) {
     g_heard.clear();
     kx_budget budget;
-    Stream stream;
-    std::istringstream in(lines);
-    for (std::string line; std::getline(in, line);) {
-      const std::size_t at = line.find('=');
-      stream.pairs.push_back({line.substr(0, at), line.substr(at + 1), 3});
-    }
+    Stream stream{.pairs = pairs};
     return kx::Object(kx_comp_object_within(&budget, "obj-cmdrsp", Stream::Read,
                                             &stream, waive_cmdtype));
   };
-  kx::Object obj = compose("cmdtype=cmd-bogus\nclientid=me\nobjend=\n");
-  ASSERT_NE(obj, nullptr);
-  EXPECT_EQ(g_heard, "cmdtype=cmd-bogus ");
-  EXPECT_EQ(Kfx_Get(obj.get(), "cmdtype"), nullptr);
-  EXPECT_STREQ(kx::Text(obj.get(), "clientid"), "me");
+  const Pair bogus = {"cmdtype", "cmd-bogus", 3}, end = {"objend", "", 2};
   // A refused value does not leave an earlier one standing.
-  obj = compose("cmdtype=cmd-noop\ncmdtype=cmd-bogus\nobjend=\n");
-  ASSERT_NE(obj, nullptr);
-  EXPECT_EQ(Kfx_Get(obj.get(), "cmdtype"), nullptr);
-  EXPECT_EQ(ErrorOf(compose("result=-1\nobjend=\n").release()), kx_err_data);
+  const kx::Object obj =
+      compose({{"cmdtype", "cmd-noop", 3}, bogus, {"clientid", "me", 3}, end});
+  EXPECT_EQ(g_heard, "cmdtype=cmd-bogus ");
+  EXPECT_EQ(ToText(obj.get()), Object("obj-cmdrsp", "clientid=me\n"));
+  EXPECT_EQ(ErrorOf(compose({{"result", "-1", 3}, end}).release()),
+            kx_err_data);
   EXPECT_EQ(g_heard, "result=-1 ");
-  EXPECT_EQ(compose("objptr=obj-cmdrsp\ncmdtype=x\nobjend=\nobjend=\n"),
-            nullptr);
+  EXPECT_EQ(compose({{"objptr", "obj-cmdrsp", 3}, bogus, end, end}), nullptr);
   EXPECT_EQ(g_heard, "") << "a nested object is as strict as ever";
 }
 

@@ -3,11 +3,11 @@
 #include <grp.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 
+#include "support/child.h"
 #include "support/temp_dir.h"
 #include "util/kutident.h"
 #include "util/kutio.h"
@@ -23,20 +23,6 @@ class Identity : public testing::Test {
   void SetUp() override {
     if (geteuid() != 0) GTEST_SKIP() << "needs root";
   }
-  // In a child: the groups of this process are not for a test to change.
-  void InChild(void (*test)(const TempDir&)) {
-    const TempDir dir;
-    ASSERT_EQ(chmod(dir.path().c_str(), 0777), 0);
-    const pid_t pid = fork();
-    if (pid == 0) {
-      if (setgroups(1, &kDaemonsGroup) != 0) _exit(2);
-      test(dir);
-      _exit(HasFailure() ? 1 : 0);
-    }
-    int status = -1;
-    ASSERT_EQ(waitpid(pid, &status, 0), pid);
-    EXPECT_EQ(status, 0);
-  }
 };
 
 struct stat Made(const TempDir& dir, const char* name) {
@@ -47,38 +33,45 @@ struct stat Made(const TempDir& dir, const char* name) {
 }
 
 TEST_F(Identity, FilesAreReachedAsTheUserAndHisLoginGroupAlone) {
-  InChild([](const TempDir& dir) {
-    WriteFile(dir / "roots", "");
-    WriteFile(dir / "groups", "");
-    EXPECT_EQ(chmod((dir / "roots").c_str(), 0600), 0);
-    EXPECT_EQ(chmod((dir / "groups").c_str(), 0640), 0);
-    EXPECT_EQ(chown((dir / "groups").c_str(), 0, kDaemonsGroup), 0);
-    {
-      const FileIdentity user(kUser);
-      EXPECT_TRUE(user.held());
-      const struct stat st = Made(dir, "a");
-      EXPECT_EQ(st.st_uid, kUser.uid);
-      EXPECT_EQ(st.st_gid, kUser.gid);
-      for (const char* name : {"roots", "groups"}) {
-        EXPECT_FALSE(
-            UniqueFd(Kut_open((dir / name).c_str(), O_RDONLY)).valid());
-        EXPECT_EQ(errno, EACCES) << name;
-      }
-      {
-        const FileIdentity other(kOther);
-        EXPECT_EQ(Made(dir, "b").st_uid, kOther.uid);
-        const FileIdentity self({0, 0});
-        EXPECT_EQ(Made(dir, "c").st_uid, 0U);
-        EXPECT_EQ(getgroups(0, nullptr), 1);
-      }
-      EXPECT_EQ(Made(dir, "d").st_uid, kUser.uid);
-      EXPECT_EQ(getgroups(0, nullptr), 0);
-    }
-    EXPECT_TRUE(UniqueFd(Kut_open((dir / "roots").c_str(), O_RDONLY)).valid());
-    gid_t group = 0;
-    EXPECT_EQ(getgroups(1, &group), 1);
-    EXPECT_EQ(group, kDaemonsGroup);
-  });
+  const TempDir dir;
+  ASSERT_EQ(chmod(dir.path().c_str(), 0777), 0);
+  // The groups of this process are not for a test to change.
+  EXPECT_EQ(
+      InChild([&] {
+        if (setgroups(1, &kDaemonsGroup) != 0) return 2;
+        WriteFile(dir / "roots", "");
+        WriteFile(dir / "groups", "");
+        EXPECT_EQ(chmod((dir / "roots").c_str(), 0600), 0);
+        EXPECT_EQ(chmod((dir / "groups").c_str(), 0640), 0);
+        EXPECT_EQ(chown((dir / "groups").c_str(), 0, kDaemonsGroup), 0);
+        {
+          const FileIdentity user(kUser);
+          EXPECT_TRUE(user.held());
+          const struct stat st = Made(dir, "a");
+          EXPECT_EQ(st.st_uid, kUser.uid);
+          EXPECT_EQ(st.st_gid, kUser.gid);
+          for (const char* name : {"roots", "groups"}) {
+            EXPECT_EQ(Kut_open((dir / name).c_str(), O_RDONLY), -1);
+            EXPECT_EQ(errno, EACCES) << name;
+          }
+          {
+            const FileIdentity other(kOther);
+            EXPECT_EQ(Made(dir, "b").st_uid, kOther.uid);
+            const FileIdentity self({0, 0});
+            EXPECT_EQ(Made(dir, "c").st_uid, 0U);
+            EXPECT_EQ(getgroups(0, nullptr), 1);
+          }
+          EXPECT_EQ(Made(dir, "d").st_uid, kUser.uid);
+          EXPECT_EQ(getgroups(0, nullptr), 0);
+        }
+        EXPECT_TRUE(
+            UniqueFd(Kut_open((dir / "roots").c_str(), O_RDONLY)).valid());
+        gid_t group = 0;
+        EXPECT_EQ(getgroups(1, &group), 1);
+        EXPECT_EQ(group, kDaemonsGroup);
+        return HasFailure() ? 1 : 0;
+      }),
+      0);
 }
 
 TEST_F(Identity, AnOwnerWithoutAnAccountHasTheFoldersGroup) {

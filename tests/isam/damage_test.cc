@@ -353,15 +353,10 @@ TEST(Creation, DeathAndFailureAtEveryCall) {
         return Create(name) != 0 ? 1 : 0;
       });
       Faults none;
-      if (mode == Faults::kFailOnce && status == 1) {
-        EXPECT_FALSE(std::filesystem::exists(name + ".idx"));
-      }
+      EXPECT_FALSE(mode == Faults::kFailOnce && status == 1 &&
+                   std::filesystem::exists(name + ".idx"));
       const int file = Open(name, kIsamRead);
-      if (file < 0) {
-        EXPECT_EQ(kIsamNoFile, isam_err);
-      } else {
-        CLRFIL(file);
-      }
+      EXPECT_EQ(file < 0 ? kIsamNoFile : 0, file < 0 ? isam_err : CLRFIL(file));
       EXPECT_EQ(file < 0 ? 0 : kIsamDataExists, Create(name));
       EXPECT_EQ("", Verify(name, {}));
     }

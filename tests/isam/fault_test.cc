@@ -18,8 +18,7 @@ constexpr uint32_t kUntilGrowth = 1000, kUntilWrap = 1001;
 // A table as it stands before, and the work during which something happens.
 struct Scenario {
   const char* name;
-  uint32_t
-      records;  // of the table before; the ring then has had as many commits
+  uint32_t records;  // of the table before, and commits in the ring
   std::vector<Op> before;
   Op op;
   bool restarted = false;  // the machine was started anew before it
@@ -215,9 +214,10 @@ std::vector<Attempt> TryChanges(const std::string& name, Recorder& recorder,
     Model made = model;
     const int code = Do(file, op, made);
     EXPECT_TRUE(code == 0 || code == kIsamDuplicate || code == kIsamIo) << code;
-    if (code == kIsamIo && op.kind == Op::kAdd) made[last_serial + 1] = op.rec;
-    if (code == kIsamIo && op.kind == Op::kDelete) made.erase(op.serial);
-    if (code == kIsamIo && op.kind == Op::kRewrite) made[op.serial] = op.rec;
+    if (code == kIsamIo && op.kind == Op::kDelete)
+      made.erase(op.serial);
+    else if (code == kIsamIo)
+      made[op.kind == Op::kAdd ? last_serial + 1 : op.serial] = op.rec;
     attempts.push_back({begin, recorder.events(), made, code == 0});
     if (code == 0) model = made;
     if (code == 0 && op.kind == Op::kAdd) last_serial = isam_current(file);

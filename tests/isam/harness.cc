@@ -87,16 +87,9 @@ std::string Upper(std::string text) {
 // The order of index `index`: its key as text, then the serial number.
 using Key = std::pair<std::string, uint32_t>;
 Key KeyOf(int index, uint32_t serial, const Rec& rec) {
-  switch (index) {
-    case 0:
-      return {"", serial};
-    case 1:
-      return {Upper(rec.alias), serial};
-    case 2:
-      return {Upper(rec.name), serial};
-    default:
-      return {Padded(rec.mark, kMark) + Upper(rec.alias), serial};
-  }
+  const std::string keys[] = {"", Upper(rec.alias), Upper(rec.name),
+                              Padded(rec.mark, kMark) + Upper(rec.alias)};
+  return {keys[index], serial};
 }
 
 // "" when a walk by the index gives the model's records, else what it gives.
@@ -166,26 +159,12 @@ int Create(const std::string& name) {
   ISEG alias = {4, kAlias, kIsamUpper};
   ISEG name_seg = {4 + kAlias, kName, kIsamUpper};
   ISEG mark[] = {{4 + kAlias + kName, kMark, kIsamPlain}, alias};
-  IIDX indexes[kIndexes] = {
-      {.key_length = 4, .segment_count = 1, .segments = &serial},
-      {.key_length = kAlias, .segment_count = 1, .segments = &alias},
-      {.key_length = kName + 4,
-       .duplicates = 1,
-       .segment_count = 1,
-       .segments = &name_seg},
-      {.key_length = kMark + kAlias + 4,
-       .duplicates = 1,
-       .segment_count = 2,
-       .segments = mark}};
-  IFIL description = {.name = name.c_str(),
-                      .file_no = -1,
-                      .record_length = kRecord,
-                      .data_extension = 4096,
-                      .data_mode = 2,
-                      .index_count = kIndexes,
-                      .index_extension = 4096,
-                      .index_mode = 2,
-                      .indexes = indexes};
+  IIDX indexes[kIndexes] = {{4, 0, 0, 0, 0, 1, &serial},
+                            {kAlias, 0, 0, 0, 0, 1, &alias},
+                            {kName + 4, 0, 1, 0, 0, 1, &name_seg},
+                            {kMark + kAlias + 4, 0, 1, 0, 0, 2, mark}};
+  IFIL description = {name.c_str(), -1,   kRecord, 4096,   2,
+                      kIndexes,     4096, 2,       indexes};
   if (int code = CREIFIL(&description)) return code;
   const DODA fields[] = {{"alias", 0, 22, kAlias}, {"name", kAlias, 22, kName}};
   const int put = PUTDODA(description.file_no, fields, 2);

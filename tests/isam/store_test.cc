@@ -244,9 +244,7 @@ TEST_F(Store, OnlyATableThatIsNotThereIsCreated) {
   const mode_t before = umask(077);
   ASSERT_EQ(0, Create(name_));
   umask(before);
-  struct stat st;
-  ASSERT_EQ(0, stat((name_ + ".idx").c_str(), &st));
-  EXPECT_EQ(0660u, st.st_mode & 0777);
+  EXPECT_EQ(0660u, PermsOf(name_ + ".idx"));
   EXPECT_EQ(kIsamDataExists, Create(name_));
   unlink((name_ + ".dat").c_str());
   EXPECT_EQ(kIsamNoFile, ErrorOf(Open(name_)));
@@ -304,31 +302,18 @@ TEST_F(Store, ImpossibleCallsAreRefused) {
 
   // One thing wrong with each description.
   ISEG serial = {0, 4, kIsamSerial}, text = {4, 8, kIsamUpper};
-  const auto index = [](int length, int duplicates, int count, ISEG* segment) {
-    return IIDX{.key_length = length,
-                .duplicates = duplicates,
-                .segment_count = count,
-                .segments = segment};
-  };
   const std::tuple<const char*, int, int, IIDX> kWrong[] = {
       {"record too long", kIsamMaxRecord + 1, 1, {}},
       {"no index", 100, 0, {}},
-      {"key length without the serial number", 100, 2, index(8, 1, 1, &text)},
-      {"segment behind the record", 11, 2, index(8, 0, 1, &text)},
-      {"no segments", 100, 2, index(8, 0, 0, &text)},
+      {"key length without the serial number", 100, 2,
+       IIDX{8, 0, 1, 0, 0, 1, &text}},
+      {"segment behind the record", 11, 2, IIDX{8, 0, 0, 0, 0, 1, &text}},
+      {"no segments", 100, 2, IIDX{8, 0, 0, 0, 0, 0, &text}},
   };
   for (const auto& [what, length, count, second] : kWrong) {
-    IIDX indexes[2] = {index(4, 0, 1, &serial), second};
+    IIDX indexes[2] = {IIDX{4, 0, 0, 0, 0, 1, &serial}, second};
     const std::string wrong = dir_ / "wrong";
-    IFIL table = {.name = wrong.c_str(),
-                  .file_no = -1,
-                  .record_length = length,
-                  .data_extension = 0,
-                  .data_mode = 0,
-                  .index_count = count,
-                  .index_extension = 0,
-                  .index_mode = 0,
-                  .indexes = indexes};
+    IFIL table = {wrong.c_str(), -1, length, 0, 0, count, 0, 0, indexes};
     EXPECT_EQ(kIsamBadArgument, CREIFIL(&table)) << what;
     EXPECT_FALSE(std::filesystem::exists(wrong + ".dat")) << what;
   }

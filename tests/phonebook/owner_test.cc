@@ -49,7 +49,7 @@ class Owner : public testing::Test {
     Kut_env_reset();
   }
   void SetUp() override {
-    if (!accounts_.made()) GTEST_SKIP() << "needs root and mount(2)";
+    SKIP_WITHOUT_ACCOUNTS(accounts_);
     umask(022);
     Lay("", kFax, kFax, 0755);
     Lay("faxq", kFax, kFax, 0755);
@@ -72,8 +72,8 @@ class Owner : public testing::Test {
   }
   // "uid:gid mode" of a file.
   std::string Is(const std::string& name) const {
-    struct stat st = {};
-    if (lstat((root_ / name).c_str(), &st) != 0) return "none";
+    const struct stat st = StatusOf(root_ / name);
+    if (st.st_nlink == 0) return "none";
     char text[40];
     std::snprintf(text, sizeof text, "%u:%u %o", st.st_uid, st.st_gid,
                   st.st_mode & 07777);

@@ -1,11 +1,7 @@
 // Submitting, cancelling, retrying, routing, and what is told of requests.
-#include <sys/ipc.h>
 
-#include <cerrno>
 #include <tuple>
 
-#include "daemon/spool/kfifo.h"
-#include "faxserver/fscom.h"
 #include "faxserver/fsshm.h"
 #include "handler.h"
 #include "support/own_ipc.h"
@@ -82,80 +78,34 @@ TEST_F(Requests, SubmitThatFailsLeavesNothingBehind) {
 
 // ---- Cancel and try ----
 
-class Scheduled : public HandlerTest {
- protected:
-  Scheduled() {
-    root_.AddUser(self_);
-    std::string lines = "7\n" + std::to_string(getuid()) + "\n";
-    root_.Put("requests/r-7", lines + std::string(32, '\n'));
-  }
+TEST_F(Requests, CancelAndTryTellWhyNot) {
+  const OwnIpc ipc;
+  SKIP_WITHOUT(ipc);
+  const std::string self = Kut_get_usrname();
+  root_.AddUser(self);
+  root_.Put("requests/r-7",
+            "7\n" + std::to_string(getuid()) + std::string(33, '\n'));
+  const FifoReader fifo(root_ / "FIFO");
+  EventReaders events(root_);
   // As this process's user, whose the request is.
-  std::string RunOwn(const std::string& type, const std::string& argument) {
-    return Run(type, argument, "clientid=" + self_ + "\n");
-  }
-  const std::string self_ = Kut_get_usrname();
-  const FifoReader fifo_{root_ / "FIFO"};
-  EventReaders events_{root_};
-  const OwnIpc ipc_;
-};
-
-const std::string kRequest = RequestId("7");
-
-TEST_F(Scheduled, CancelAndTryReachTheScheduler) {
-  SKIP_WITHOUT(ipc_);
-  ASSERT_EQ(fx_creat_stat_shm("", 1), 0);
-  EXPECT_EQ(RunOwn("cmd-cancel", kRequest), kDone);
-  EXPECT_EQ(fifo_.Take(), Text(fx_encode_sched(7, 7)));
-  EXPECT_EQ(events_.Take(), "16 " + self_ + "\n");
-  EXPECT_EQ(RunOwn("cmd-try", kRequest), kDone);
-  EXPECT_EQ(fifo_.Take(), Text(fx_encode_sched(12, 7)));
-  EXPECT_EQ(events_.Take(), "");
-  EXPECT_EQ(returned_, 0);
-  const std::string state = Run("cmd-state");
-  EXPECT_TRUE(state.starts_with(
-      kDone + std::string("objptr=obj-state\nobjbeg=obj-state\nschedup=true\n"
-                          "freqlist=obj-list\n")))
-      << state;
-  EXPECT_NE(state.find("clientid=" + self_ + "\nseqno=7\n"), state.npos);
-}
-
-TEST_F(Scheduled, CancelAndTryTellWhyNot) {
-  SKIP_WITHOUT(ipc_);
+  const auto run = [&](const char* type, const char* seqno) {
+    return Run(type, RequestId(seqno), "clientid=" + self + "\n");
+  };
   const std::string cancel = "errmsg=Cannot cancel request: ";
   const std::string attempt = "errmsg=Cannot try request: ";
-  const std::string missing = RequestId("8");
-  EXPECT_EQ(RunOwn("cmd-cancel", kRequest),
+  EXPECT_EQ(run("cmd-cancel", "7"),
             "result=13\n" + cancel + "Command failed\n");
-  EXPECT_EQ(RunOwn("cmd-try", kRequest),
+  EXPECT_EQ(run("cmd-try", "7"),
             "result=17\n" + attempt + "Scheduler not running\n");
   ASSERT_EQ(fx_creat_stat_shm("", 1), 0);
-  EXPECT_EQ(RunOwn("cmd-cancel", missing),
+  EXPECT_EQ(run("cmd-cancel", "8"),
             "result=3\n" + cancel + "No such file or directory\n");
   EXPECT_EQ(returned_, -1);
-  EXPECT_EQ(RunOwn("cmd-try", missing),
-            "result=19\n" + attempt + "Invalid data\n");
+  EXPECT_EQ(run("cmd-try", "8"), "result=19\n" + attempt + "Invalid data\n");
   EXPECT_EQ(returned_, -1);
-  EXPECT_EQ(Run("cmd-cancel", kRequest, "clientid=nobody-here\n"),
+  EXPECT_EQ(Run("cmd-cancel", RequestId("7"), "clientid=nobody-here\n"),
             "result=19\n" + cancel + "Invalid data\n");
-  EXPECT_EQ(fifo_.Take() + events_.Take(), "");
-}
-
-// ---- Status ----
-
-TEST_F(Requests, StatusIsTheUsersOwn) {
-  const std::string status = "clientid=jsmith\nseqno=7\nattempt=0\n";
-  root_.Put("faxq/jsmith/events/7", Object("obj-status", status));
-  root_.Put("faxq/bob/events/8", Object("obj-status", "seqno=8\n"));
-  EXPECT_EQ(Run("cmd-status", kRequest),
-            kDone + Argument("obj-status", status));
-  EXPECT_EQ(Run("cmd-statatt", kRequest),
-            kDone + ListField("objptr", "obj-status", {status}));
-  for (const char* type : {"cmd-status", "cmd-statatt"}) {
-    ExpectFailure(13, "Cannot get status for 8: No such file or directory",
-                  type, RequestId("8"));
-    ExpectFailure(13, "Cannot get status for -1: No such file or directory",
-                  type, Argument("obj-reqid"));
-  }
+  EXPECT_EQ(fifo.Take() + events.Take(), "");
 }
 
 // ---- Copying and forwarding ----
@@ -219,17 +169,6 @@ TEST_F(Routing, RefusesWhatIsNoFaxOrNoUser) {
   EXPECT_EQ(ReadFile(root_ / "faxq/jsmith/a.fax"), "image");
 }
 
-// The envelope's type decides, also against the table's row.
-TEST_F(Routing, OtherTypesAreNoRoute) {
-  root_.Put("faxq/jsmith/a.fax", "image");
-  const kx::Object cmd = Parsed("obj-cmdrsp", Route("jsmith", "bob", "a.fax"));
-  const kx::Object rsp = kx::Build("obj-cmdrsp");
-  EXPECT_EQ(find_ptbl(kx_cmd_fwdfax, cmd_table)->handler(cmd.get(), rsp.get()),
-            -1);
-  EXPECT_STREQ(kx::Text(rsp.get(), "errmsg"), "Invalid route command");
-  EXPECT_EQ(kx::Number(rsp.get(), "result"), 11);
-}
-
 // ---- Every command ----
 
 // What an argument that is missing, or is of another type, is answered with.
@@ -260,8 +199,12 @@ TEST_F(Requests, WrongArgumentsHaveTheirTexts) {
     ExpectFailure(number, text, type, Argument("obj-person"));
   }
   // A cover page is any object with a name.
+  const std::string nothing =
+      "Cannot get status for -1: No such file or directory";
   ExpectFailures(
-      {{19, "No coverpage supplied", "cmd-cvrtags", ""},
+      {{13, nothing, "cmd-status", Argument("obj-reqid")},
+       {13, nothing, "cmd-statatt", Argument("obj-reqid")},
+       {19, "No coverpage supplied", "cmd-cvrtags", ""},
        {19, "Invalid coverpage ", "cmd-cvrtags", Argument("obj-person")},
        {11, "Invalid image print command", "cmd-imgprint",
         Argument("obj-reqprt")},
@@ -270,45 +213,6 @@ TEST_F(Requests, WrongArgumentsHaveTheirTexts) {
        {19, "No filename specified", "cmd-msgret", Argument("obj-resource")},
        {19, "No filename specified", "cmd-msgdel", Argument("obj-resource")},
        {19, "Invalid phone-book cmd", "cmd-pbcmd", Argument("obj-person")}});
-}
-
-// Both books, each with its answer in the argument's place.
-TEST_F(Requests, PhoneBookCommandsAreAnsweredWithTheirArgument) {
-  for (const std::string type : {"usr", "sys"}) {
-    const auto ask = [&](const std::string& verb, const std::string& more) {
-      return Run(
-          "cmd-pbcmd",
-          Argument("obj-pbcom", "pbcmd=pbc-" + verb + "\npbtype=pbt-" + type +
-                                    "\npbmode=pbm-write\n" + more));
-    };
-    const std::string ann = Argument("obj-person", "palias=Ann\n");
-    EXPECT_TRUE(
-        ask("open", "")
-            .starts_with("result=38\nerrmsg=Phone-book does not exist\n"));
-    EXPECT_TRUE(ask("create", "").starts_with(kDone));
-    const std::string added = ask("peradd", ann);
-    EXPECT_TRUE(added.starts_with(kDone) &&
-                added.find("curper=1\n") != added.npos)
-        << added;
-    EXPECT_TRUE(
-        ask("peradd", ann).starts_with("result=33\nerrmsg=Duplicate alias\n"));
-    EXPECT_TRUE(ask("gteq", "").starts_with("result=37\n"));
-    const std::string found = ask("perget", "rcmd=pbc-alias\npbkey=ANN\n");
-    EXPECT_NE(found.find(ann), found.npos) << found;
-  }
-}
-
-TEST(CommandTable, OnlySubmitLeavesTheAnswerToTheClient) {
-  for (const cmd_row* row = cmd_table; row->type != 0; ++row) {
-    EXPECT_EQ((row->flags & kCmdClientDecides) != 0,
-              row->type == kx_cmd_sendfax)
-        << row->type;
-    EXPECT_EQ(find_ptbl(row->type, cmd_table), row);
-  }
-  EXPECT_EQ(find_ptbl(kx_cmd_statlst, cmd_table), nullptr);
-  EXPECT_EQ(find_ptbl(0, cmd_table), nullptr);
-  const cmd_row empty[] = {{0, nullptr, 0, {}}};
-  EXPECT_EQ(find_ptbl(kx_cmd_noop, empty), nullptr);
 }
 
 }  // namespace

@@ -77,11 +77,9 @@ $ krtctl pb drop -yq
 TEST_F(Book, BooksAndOrdersAreChosen) {
   Session(server_, R"(
 $ krtctl -q pb init --book system
-$ krtctl -q pb add palias=x lname=Zoe company=B
+$ for p in 'x Zoe B' 'y Amy C' 'z Max A'; do set -- $p; krtctl -q pb add palias=$1 lname=$2 company=$3; done
 x
-$ krtctl -q pb add palias=y lname=Amy company=C
 y
-$ krtctl -q pb add palias=z lname=Max company=A
 z
 $ krtctl -q pb add --book system palias=s lname=Sys
 s
@@ -217,7 +215,7 @@ TEST_F(Book, ExportThenImportReproducesTheBook) {
       "city,state,country,zip,email,info\n"
       "x1,\"O'Neil; Jr.\",\"J\xC3\xBCrgen\",\"A \"\"B\"\", \\C;\",\"n, m\","
       "+49,,555 01-42,,\"S;1\",\"\\n\",T,S,L,Z,e@x,\"" +
-      std::string(63, 'i') + "\"\nX2,,,,,,,,,,,,,,,,\n";
+      std::string(63, ';') + "\"\nX2,,,,,,,,,,,,,,,,\n";
   for (int i = 0; i < 60; ++i) {
     text += "p" + std::to_string(i) + ",L" + std::to_string(i) + ",,,,,,1\n";
   }
@@ -229,6 +227,7 @@ $ krtctl pb group add g1 'One, "two"' && krtctl pb group add empty && krtctl -q 
 g1 added
 empty added
 $ for f in book.csv book.vcf '--vcard-version 3.0 book3.vcf' '--groups groups.csv'; do cd ROOT; krtctl -q pb export $f; done
+1$ LC_ALL=C grep -hE '.{77}' ROOT/book.vcf ROOT/book3.vcf
 $ krtctl -j pb export | head -c 30; echo
 [{"type":"obj-person","palias"
 $ krtctl -j pb export --groups

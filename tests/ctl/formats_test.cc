@@ -1,6 +1,5 @@
 // Texts in and out: times, CSV, vCards, completions.
 #include <cstdlib>
-#include <tuple>
 
 #include "ctl/app/output.h"
 #include "ctl/app/parse.h"
@@ -8,7 +7,6 @@
 #include "ctl/format/format.h"
 #include "ctl/format/person.h"
 #include "ctl/format/vcard.h"
-#include "ctl/verbs.h"
 #include "kx/object.h"
 #include "support/ctl.h"
 
@@ -125,35 +123,6 @@ TEST(Vcards, ForeignCardsAreUnderstood) {
   }
 }
 
-TEST(Vcards, PersonComesBackInFull) {
-  kx::Object person = kx::Build("obj-person");
-  for (const char* field : client::PersonFields()) {
-    const int room = Kfx_Field_Length(person.get(), field) - 1;
-    std::string text = std::string(field) + ",;\\ \xC3\xA9";
-    text.resize(static_cast<size_t>(room), 'x');
-    ASSERT_EQ(Kfx_Set(person.get(), field, text.c_str()), 0);
-  }
-  // What a number in one piece could not tell: no area, blanks in the number.
-  Kfx_Set(person.get(), "farea", nullptr);
-  Kfx_Set(person.get(), "flocal", "555 01-42");
-  for (const char* version : {"3.0", "4.0"}) {
-    const std::string card = client::VcardOf(person.get(), version);
-    for (size_t at = 0, end; at < card.size(); at = end + 2) {
-      end = card.find("\r\n", at);
-      EXPECT_LE(end - at, 75U) << card.substr(at, end - at);
-    }
-    std::vector<Card> cards;
-    ASSERT_TRUE(client::ParseVcards(card, &cards).ok());
-    for (const char* field : client::PersonFields()) {
-      std::string found;
-      for (const auto& [name, value] : cards[0].values) {
-        if (name == field) found = value;
-      }
-      EXPECT_EQ(found, kx::TextOrEmpty(person.get(), field)) << field;
-    }
-  }
-}
-
 TEST(Aliases, MadeOnesAreFreeAndFit) {
   std::set<std::string> used = {"ANNLEE", "ANNLEE2"};
   const std::pair<const char*, const char*> kCases[] = {
@@ -203,25 +172,20 @@ TEST(Color, IsForTerminalsThatWantIt) {
     GTEST_SKIP() << "no script(1)";
   }
   const ctl::Server server;
-  const std::tuple<const char*, const char*, bool> kCases[] = {
-      {"TERM=xterm", "", false},  // not a terminal
-      {"TERM=xterm", "--color always", true},
-      {"NO_COLOR=1", "--color always", true},
-      {"TERM=dumb", "--color never", false}};
-  for (const auto& [setting, option, colored] : kCases) {
-    const Exit end = server.Shell(std::string("export ") + setting +
-                                  "; krtctl " + option + " check --offline");
-    EXPECT_EQ(end.out.find("\033[") != std::string::npos, colored)
-        << setting << " " << option;
-  }
-  for (const char* setting : {"TERM=xterm", "TERM=dumb", "NO_COLOR=1"}) {
-    const Exit end = support::RunShell(
-        std::string("TERM=xterm; export TERM; export ") + setting +
-        "; script -qec '" KRTCTL_PATH " check --offline --root " +
-        server.root().path().string() + "' /dev/null </dev/null");
-    EXPECT_EQ(end.out.find("\033[") != std::string::npos,
-              std::string(setting) == "TERM=xterm")
-        << setting << end.out;
+  const std::string terminal =
+      " script -qec \"$KRTCTL check --offline --root " +
+      server.root().path().string() + "\" /dev/null </dev/null";
+  const std::pair<std::string, bool> kCases[] = {
+      {"krtctl check --offline", false},
+      {"krtctl --color always check --offline", true},
+      {"NO_COLOR=1 krtctl --color always check --offline", true},
+      {"TERM=xterm" + terminal, true},
+      {"TERM=dumb" + terminal, false},
+      {"TERM=xterm NO_COLOR=1" + terminal, false}};
+  for (const auto& [line, colored] : kCases) {
+    const Exit end = server.Shell("export TERM=xterm; " + line);
+    EXPECT_EQ(end.out.find("\033[") != end.out.npos, colored)
+        << line << end.out;
   }
 }
 
@@ -273,23 +237,6 @@ TEST(Completions, LoadAndOfferWhatFits) {
     }
   }
   EXPECT_GT(tried, 0);
-}
-
-// Help, parser and completions come from one table: every verb is in it once.
-TEST(Help, EveryVerbHasItsOwn) {
-  const ctl::Server server;
-  const std::string all = server.Run({"help"}).out;
-  for (const client::VerbRow& row : client::Verbs().verbs) {
-    EXPECT_NE(all.find(std::string("\n  ") + row.name), all.npos) << row.name;
-    const Exit end = server.Shell(std::string("krtctl help ") + row.name);
-    EXPECT_EQ(end.status, 0) << row.name;
-    EXPECT_EQ(end.out.find(std::string("usage: krtctl ") + row.name), 0U)
-        << row.name;
-    for (const client::OptionRow& option : row.options) {
-      EXPECT_NE(end.out.find(std::string("--") + option.name), end.out.npos)
-          << row.name << " " << option.name;
-    }
-  }
 }
 
 }  // namespace

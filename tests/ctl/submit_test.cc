@@ -115,12 +115,7 @@ TEST_F(Submit, NumbersComeFromThePhoneBook) {
   Simulate({"--delay", "0.1"});
   Session(server_, R"(
 $ krtctl -q pb init && krtctl -q pb init --book system
-$ krtctl -q pb add palias=ann fname=Ann lname=Lee fax='49 89 1234 x5'
-ann
-$ krtctl -q pb add palias=bob lname=Bob fax=2
-bob
-$ krtctl -q pb add palias=nofax lname=C
-nofax
+$ printf 'palias,lname,fax\nann,Lee,49 89 1234 x5\nbob,Bob,2\nnofax,C,\n' | krtctl -q pb import -
 $ krtctl -q pb group add all && krtctl -q pb group join all ann bob nofax
 $ krtctl -q pb add --book system palias=sys fax=3
 sys

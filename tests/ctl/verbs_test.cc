@@ -1,6 +1,4 @@
 // Each verb against the real daemon, with its usual failure.
-#include <sys/stat.h>
-
 #include "support/ctl.h"
 
 namespace {
@@ -22,8 +20,6 @@ TEST(CommandLine, WrongUseIsNamedAndEndsWith64) {
 ! no verb given; see: krtctl help
 64$ krtctl pign
 ! unknown verb "pign"; did you mean "ping"?
-64$ krtctl zzzz
-! unknown verb "zzzz"
 64$ krtctl fax
 ! fax: one of list get put rm print route
 64$ krtctl fax lits
@@ -52,12 +48,8 @@ TEST(CommandLine, WrongUseIsNamedAndEndsWith64) {
 !{"type":"error","verb":"ping","message":"--json and --text exclude each other","status":64}
 64$ krtctl list prioritys
 ! unknown kind "prioritys"; one of covers allcovers filetypes pglengths priorities queues resolutions results groups prtdests retrys tnps; did you mean "priorities"?
-64$ krtctl config set quue=x
-! unknown field "quue"; did you mean "queue"?
 64$ krtctl submit x
 ! submit: needs --to NUMBER
-64$ krtctl completion csh
-! unknown shell "csh"; one of: bash zsh fish
 )");
 }
 
@@ -103,7 +95,6 @@ objend=obj-cmdrsp
 
 TEST_F(Verbs, System) {
   Session(server_, R"(
-$ krtctl ping -q
 $ krtctl state
 scheduler      not running
 $ krtctl state -j
@@ -116,11 +107,6 @@ $ krtctl list resolutions
 NAME	DESCRIPTION
 std	standard
 fine	fine
-$ krtctl -q list resolutions
-std	standard
-fine	fine
-$ krtctl list groups -j
-[]
 $ krtctl list resolutions -j
 [{"type":"obj-resource","rname":"std","rdesc":"standard"},
  {"type":"obj-resource","rname":"fine","rdesc":"fine"}]
@@ -156,7 +142,6 @@ $ (krtctl state --watch 1; echo $? >&2) | true
 TEST_F(Verbs, ReceivedFaxes) {
   server_.root().AddUser("bob");
   WriteFile(server_.Queue("in.fax"), std::string("a\0b\n", 4));
-  const std::string out = server_.Path("got");
   Session(server_, R"(
 $ krtctl fax get in.fax -o ROOT/got
 in.fax -> ROOT/got
@@ -185,9 +170,9 @@ $ krtctl fax get new.tif -o -
 $ krtctl fax rm new.tif
 new.tif deleted
 )");
-  EXPECT_EQ(ReadFile(out), std::string("a\0b\n", 4));
-  EXPECT_EQ(ReadFile(server_.Path("faxq/bob/in.fax")),
-            std::string("a\0b\n", 4));
+  for (const char* copy : {"got", "faxq/bob/in.fax"}) {
+    EXPECT_EQ(ReadFile(server_.Path(copy)), std::string("a\0b\n", 4)) << copy;
+  }
   EXPECT_EQ(server_.root().SpoolNames(), std::vector<std::string>{});
 }
 
@@ -218,19 +203,13 @@ $ krtctl msg list --since 2037-01-01
 1$ krtctl msg rm m1 m1
 m1 deleted
 ! msg rm m1: Cannot delete file m1: No such file or directory (13)
-65$ krtctl msg show xxxxxxxxxxxxxxxx
-! msg show xxxxxxxxxxxxxxxx: rname: at most 15 bytes, not 16
 )");
 }
 
 TEST_F(Verbs, CoverPages) {
-  const std::string cover = server_.Path("Covers/std.sh");
-  WriteFile(cover,
-            "#!/bin/sh\necho 'to:R:F:Courier:30:\"To whom\" re:O:P::60:'\n");
-  chmod(cover.c_str(), 0755);
+  server_.root().PutProgram("Covers/std.sh",
+                            "echo 'to:R:F:Courier:30:\"To whom\" re:O:P::60:'");
   Session(server_, R"(
-$ krtctl cover list -q
-std	
 $ krtctl cover tags std
 NAME	KIND	LENGTH	FONT	FONT NAME	DESCRIPTION
 to	req	30	fixed	Courier	To whom
@@ -289,8 +268,6 @@ a  b|-n|
 ! run sh: Command failed (13)
 65$ krtctl run -- 'a b'
 ! run a b: the program's name has a blank in it
-66$ krtctl raw /nonexistent
-! raw: /nonexistent: No such file or directory
 64$ krtctl collect 12-1
 ! "12-1" is no exchange (NNNN-RRR)
 $ printf 'objbeg=obj-cmdrsp\ncmdtype=cmd-noop\nobjend=\n' | krtctl raw
@@ -300,10 +277,6 @@ $ printf 'objbeg=obj-cmdrsp\ncmdtype=cmd-noop\nobjend=\n' | krtctl raw
 ! raw: Unsupported command type cmd-login (19)
 65$ printf 'objbeg=obj-cmdrsp\ncmdtyp=cmd-noop\n' | krtctl raw
 ! raw -: line 2: unknown field "cmdtyp"
-65$ printf 'objbeg=obj-cmdrsp\ncmdtype=cmd-nope\n' | krtctl raw
-! raw -: line 2: cmdtype: "cmd-nope" is no value for it
-65$ printf 'objbeg=obj-cmdrsp\nobjptr=obj-reqid\nobjbeg=obj-reqid\nqueue=sixteen-letters-\n' | krtctl raw
-! raw -: line 4: queue: at most 15 bytes, not 16
 65$ printf 'objbeg=obj-cmdrsp\n' | krtctl raw
 ! raw -: line 1: the text ends inside an object
 66$ echo | krtctl raw
@@ -362,29 +335,13 @@ TEST(JsonOutput, IsReadByAnotherParser) {
             "[{'type': 'obj-msg', 'lines': [{'type': 'obj-text', 'text': "
             "'q\" b\\\\ t\\x01 \\xe9 \\ufffd \\ufffd\\ufffd\\ufffd "
             "\\U0001f4e0'}]}]\n");
-  for (const char* verb : {"ping",
-                           "state",
-                           "list results",
-                           "queue",
-                           "fax list",
-                           "msg list",
-                           "cover list",
-                           "config show",
-                           "config set queue=q",
-                           "monitor show",
-                           "monitor except",
-                           "clean",
-                           "run -- echo x",
-                           "check",
-                           "user list",
-                           "completion bash",
-                           "help",
-                           "help fax",
-                           "ping --help",
-                           "--help",
-                           "-n user list",
-                           "--no-wait clean"}) {
-    const Exit end = server.Shell(std::string("krtctl -j ") + verb + python);
+  std::istringstream verbs(
+      "ping;state;list results;queue;fax list;msg list;cover list;config show;"
+      "config set queue=q;monitor show;monitor except;clean;run -- echo x;"
+      "check;user list;completion bash;help;help fax;ping --help;--help;"
+      "-n user list;--no-wait clean");
+  for (std::string verb; std::getline(verbs, verb, ';');) {
+    const Exit end = server.Shell("krtctl -j " + verb + python);
     EXPECT_EQ(end.status, 0) << verb << ": " << end.out << end.err;
     EXPECT_NE(end.out, "") << verb;
   }

@@ -2,13 +2,11 @@
 // others' programs as, and what becomes of them.
 #include "served.h"
 
-#include <pwd.h>
 #include <signal.h>
 
 #include <fstream>
 #include <tuple>
 
-#include "support/peers.h"
 #include "util/kutuser.h"
 
 namespace {
@@ -17,22 +15,6 @@ using support::Command;
 using support::Eventually;
 
 INSTANTIATE_TEST_SUITE_P(Modes, Served, ::testing::Values("0", "1"));
-
-// Who wants an answer to a submit gets it from the other side, who wants none
-// from this daemon. Its failure is this daemon's to tell.
-TEST_P(Served, SubmitIsAnsweredByOneSide) {
-  const FifoReader spool(Path("krtnet/filspool/kfifo"));
-  Start();
-  EXPECT_EQ(Ask("cmd-sendfax", "respond=false\n"), kDone);
-  EXPECT_EQ(spool.Take().size(), 80u);
-  root_.Drop("a", Command("cmd-sendfax", 2, 1, "respond=true\n"));
-  EXPECT_TRUE(Eventually([&] { return spool.Take().size() == 80; }));
-  std::filesystem::remove(Path("krtnet/filspool/kfifo"));
-  EXPECT_EQ(Ask("cmd-sendfax", "respond=true\n"),
-            "result=13\nerrmsg=Cannot open cmd fifo: No such file or "
-            "directory\n");
-  EXPECT_TRUE(root_.SpoolNames().empty());
-}
 
 // A fetched image comes with its file; what a program printed, or a user's file
 // says, is not what the daemon reads.
@@ -218,23 +200,11 @@ pid_t ReadPid(const std::string& path) {
   return pid;
 }
 
-// A field of a process's /proc/PID/stat, from the state on; "" when it is gone.
-std::string StatOf(pid_t pid, int field) {
-  std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-  std::string text;
-  for (int i = -2; i <= field; ++i) {
-    if (!(stat >> text)) return "";
-  }
-  return text;
-}
-
 // Gone, or dead and waiting for somebody to notice.
 bool HasEnded(pid_t pid) {
-  const std::string state = StatOf(pid, 0);
-  return state.empty() || state == "Z";
+  const std::string stat = ReadFile("/proc/" + std::to_string(pid) + "/stat");
+  return stat.empty() || stat.find(") Z ") != stat.npos;
 }
-
-pid_t ParentOf(pid_t pid) { return std::atoi(StatOf(pid, 1).c_str()); }
 
 class Orphans : public Served {
  protected:
@@ -259,12 +229,10 @@ INSTANTIATE_TEST_SUITE_P(Workers, Orphans, ::testing::Values("0"));
 
 TEST_P(Orphans, ACommandDiesWithItsWorker) {
   ASSERT_NO_FATAL_FAILURE(StartForEver());
-  pid_t worker = command_;
-  while (ParentOf(worker) > 1 && ParentOf(worker) != daemon_->pid()) {
-    worker = ParentOf(worker);
-  }
-  ASSERT_NE(worker, command_);
-  kill(worker, SIGKILL);
+  const std::vector<pid_t> workers = support::ChildrenOf(daemon_->pid());
+  ASSERT_EQ(workers.size(), 1U);
+  ASSERT_NE(workers[0], command_);
+  kill(workers[0], SIGKILL);
   EXPECT_TRUE(Eventually([&] { return HasEnded(command_); }));
   EXPECT_TRUE(Eventually([&] { return HasEnded(child_); }));
   EXPECT_EQ(Ask("cmd-noop", ""), kDone);

@@ -71,23 +71,6 @@ class SmallDisk {
   bool mounted_ = false;
 };
 
-// A root on the small disk.
-class DiskRoot {
- public:
-  explicit DiskRoot(const SmallDisk& disk) {
-    const char* before = getenv("TMPDIR");
-    const std::string kept = before != nullptr ? before : "";
-    setenv("TMPDIR", disk.path().c_str(), 1);
-    root_.emplace();
-    before != nullptr ? setenv("TMPDIR", kept.c_str(), 1) : unsetenv("TMPDIR");
-  }
-  const SampleRoot& operator*() const { return *root_; }
-  const SampleRoot* operator->() const { return &*root_; }
-
- private:
-  std::optional<SampleRoot> root_;
-};
-
 // Workers, and inline; out of bytes, and out of names.
 struct Mode {
   const char* daemons;
@@ -102,13 +85,14 @@ void PrintTo(const Mode& mode, std::ostream* out) { *out << mode.Name(); }
 class FullDisk : public testing::TestWithParam<Mode> {
  protected:
   void SetUp() override {
-    if (!disk_.mounted()) {
-      GTEST_SKIP() << "needs root and mount(2)";
-    }
-    root_.emplace(disk_);
-    (*root_)->AddUser(user_);
+    if (!disk_.mounted()) GTEST_SKIP() << "needs root and mount(2)";
+    const std::string temp = std::filesystem::temp_directory_path();
+    setenv("TMPDIR", disk_.path().c_str(), 1);
+    root_.emplace();
+    setenv("TMPDIR", temp.c_str(), 1);
+    root_->AddUser(user_);
   }
-  const SampleRoot& root() const { return **root_; }
+  const SampleRoot& root() const { return *root_; }
   void Fill() { GetParam().names ? disk_.FillNames() : disk_.Fill(); }
 
   // What a client asks for, with a result of 0 where there is room.
@@ -202,7 +186,7 @@ class FullDisk : public testing::TestWithParam<Mode> {
 
   const std::string user_ = Kut_get_usrname();
   SmallDisk disk_{"size=3m,nr_inodes=400"};
-  std::optional<DiskRoot> root_;
+  std::optional<SampleRoot> root_;
   std::optional<FifoReader> queueing_;
   int persons_ = 0, done_ = 0, refused_ = 0;
   std::set<std::string> errors_;

@@ -21,6 +21,7 @@ namespace endurance {
 namespace {
 
 using std::chrono::milliseconds;
+using support::ChildrenOf;
 using support::DaemonProcess;
 using support::Eventually;
 using support::Exit;

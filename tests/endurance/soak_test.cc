@@ -21,6 +21,7 @@ namespace {
 namespace fs = std::filesystem;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
+using support::ChildrenOf;
 using support::DaemonProcess;
 using support::Eventually;
 using support::SimulatorProcess;
@@ -151,20 +152,14 @@ std::vector<Kind> MakeKinds(const std::string& user) {
 // What is no command at all, and has no answer.
 std::string Garbage(unsigned n) {
   const std::string whole = support::Command("cmd-noop", 1, 1);
-  switch (n % 6) {
-    case 0:
-      return "";
-    case 1:
-      return "no pairs here\n";
-    case 2:
-      return whole.substr(0, whole.size() / 2);
-    case 3:
-      return std::string(70000, 'x') + "\n";
-    case 4:
-      return "objbeg=obj-cmdrsp\nobjptr=obj-person\nobjbeg=obj-person\n";
-    default:
-      return {"\0\xff=\x80\n\0", 6};
-  }
+  const std::string kinds[] = {
+      "",
+      "no pairs here\n",
+      whole.substr(0, whole.size() / 2),
+      std::string(70000, 'x') + "\n",
+      "objbeg=obj-cmdrsp\nobjptr=obj-person\nobjbeg=obj-person\n",
+      {"\0\xff=\x80\n\0", 6}};
+  return kinds[n % std::size(kinds)];
 }
 
 class Soak : public testing::Test {
@@ -305,10 +300,10 @@ class Soak : public testing::Test {
   // old enough.
   void Sweep() const {
     const std::string spool = root_.spool();
-    EXPECT_EQ(
-        system(("find " + spool + " -type f -exec touch -d '3 days ago' {} +")
-                   .c_str()),
-        0);
+    const auto shell = [](const std::string& line) {
+      EXPECT_EQ(support::RunShell(line).status, 0) << line;
+    };
+    shell("find " + spool + " -type f -exec touch -d '3 days ago' {} +");
     const std::string found =
         support::RunProgram(KRTCTL_PATH,
                             {"--root", root_.path(), "check", "-q"})
@@ -320,10 +315,7 @@ class Soak : public testing::Test {
     }
     EXPECT_EQ(named, client_->forsaken().size() + static_cast<size_t>(lost_));
     for (const std::string ext : {"rsp", "tmp", "new"}) {
-      EXPECT_EQ(
-          system(("find " + spool + " -name '*." + ext + "' -mtime +1 -delete")
-                     .c_str()),
-          0);
+      shell("find " + spool + " -name '*." + ext + "' -mtime +1 -delete");
     }
     EXPECT_EQ(root_.SpoolNames(), (std::vector<std::string>{"efifo", "kfifo"}));
   }

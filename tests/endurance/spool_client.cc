@@ -8,7 +8,6 @@
 
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <memory>
 #include <utility>
 
@@ -68,14 +67,6 @@ std::string Person(const std::string& alias) {
 
 bool IsWhole(const std::string& text, const char* type) {
   return Parse(text, type) != nullptr;
-}
-
-std::vector<pid_t> ChildrenOf(pid_t pid) {
-  const std::string id = std::to_string(pid);
-  std::ifstream file("/proc/" + id + "/task/" + id + "/children");
-  std::vector<pid_t> pids;
-  for (pid_t child; file >> child;) pids.push_back(child);
-  return pids;
 }
 
 SpoolClient::SpoolClient(std::string spool, std::string user)

@@ -33,9 +33,6 @@ std::string Person(const std::string& alias);
 // Whether a text is one whole object of the type, and nothing else.
 bool IsWhole(const std::string& text, const char* type = "obj-cmdrsp");
 
-// The process ids of the children of `pid`.
-std::vector<pid_t> ChildrenOf(pid_t pid);
-
 class SpoolClient {
  public:
   // `user` is the client id of all commands.

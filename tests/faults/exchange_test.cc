@@ -202,9 +202,7 @@ class Exchange
     return answer.find("result=0\n") != answer.npos;
   }
   bool HasWorkers() const {
-    const std::string pid = std::to_string(daemon_->pid());
-    return !support::ReadFile("/proc/" + pid + "/task/" + pid + "/children")
-                .empty();
+    return !support::ChildrenOf(daemon_->pid()).empty();
   }
   // A response without what differs between two exchanges.
   static std::string Body(const std::string& response) {
@@ -323,7 +321,7 @@ class Exchange
   std::optional<DaemonProcess> daemon_;
   int number_ = 1000;
   std::string good_;  // the answer when nothing fails
-  int fds_ = 0;       // of the daemon when it is idle
+  long fds_ = 0;      // of the daemon when it is idle
 };
 
 TEST_P(Exchange, EveryFault) {

@@ -2,7 +2,6 @@
 // fail.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <iostream>
@@ -16,6 +15,7 @@
 #include "faxserver/fstags.h"
 #include "kx/kxtext.h"
 #include "phonebook/pb.h"
+#include "support/child.h"
 #include "support/objects.h"
 #include "support/sample_root.h"
 #include "util/kutio.h"
@@ -252,7 +252,7 @@ class Library : InMemory, public ::testing::TestWithParam<Work> {
     kut_memstats before;
     kut_memstats after;
     Kut_mstats(&before);
-    const int fds = CountDescriptors(getpid());
+    const long fds = CountDescriptors(getpid());
     fault::Arm(page_, row.call, row.error, n, row.lasts);
     const bool done = work.run(root_);
     fault::Disarm(page_);
@@ -339,11 +339,8 @@ class Library : InMemory, public ::testing::TestWithParam<Work> {
 
 TEST_P(Library, EveryFault) {
   for (const FaultRow& row : kFaults) {
-    const pid_t child = fork();
-    if (child == 0) _exit(SweepAlone(row));
-    int status = 0;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0) << "last " << Describe(row, page_->at);
+    EXPECT_EQ(InChild([&] { return SweepAlone(row); }), 0)
+        << "last " << Describe(row, page_->at);
   }
 }
 

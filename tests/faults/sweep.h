@@ -60,16 +60,11 @@ inline std::string Unless(bool right, const std::string& complaint) {
   return right ? "" : complaint;
 }
 
-inline int CountFiles(const std::string& dir) {
-  int count = 0;
+inline long CountFiles(const std::string& dir) {
   std::error_code gone;
-  for (const auto& entry : std::filesystem::directory_iterator(dir, gone)) {
-    static_cast<void>(entry);
-    ++count;
-  }
-  return count;
+  return std::distance(std::filesystem::directory_iterator(dir, gone), {});
 }
-inline int CountDescriptors(pid_t pid) {
+inline long CountDescriptors(pid_t pid) {
   return CountFiles("/proc/" + std::to_string(pid) + "/fd");
 }
 

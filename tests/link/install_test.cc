@@ -11,22 +11,9 @@ using support::RunShell;
 
 constexpr char kSaid[] = "scheduler up: false\n";
 
-TEST(ExampleProgram, AsksTheDaemon) {
-  Server server;
-  Exit end = RunProgram(EXAMPLE_PATH, {}, server.root().path());
-  EXPECT_EQ(end.status, 69);
-  EXPECT_TRUE(end.err.starts_with("state: the daemon is not running"))
-      << end.err;
-  server.Start();
-  end = RunProgram(EXAMPLE_PATH, {}, server.root().path());
-  EXPECT_EQ(end.status, 0) << end.err;
-  EXPECT_EQ(end.out, kSaid);
-}
-
 // What other people do with the development package.
 TEST(ExampleProgram, BuildsAgainstAnInstallation) {
   Server server;
-  server.Start();
   const TempDir dir;
   const std::string prefix = dir / "usr";
   for (const char* component : {"library", "development"}) {
@@ -42,6 +29,11 @@ TEST(ExampleProgram, BuildsAgainstAnInstallation) {
   ASSERT_EQ(end.status, 0) << end.err;
   end = RunProgram(CMAKE_PATH, {"--build", dir / "build"});
   ASSERT_EQ(end.status, 0) << end.out << end.err;
+  end = RunProgram(dir / "build/state", {}, server.root().path());
+  EXPECT_EQ(end.status, 69);
+  EXPECT_TRUE(end.err.starts_with("state: the daemon is not running"))
+      << end.err;
+  server.Start();
   for (const char* program : {"build/state", "build/state_static"}) {
     end = RunProgram(dir / program, {}, server.root().path());
     EXPECT_EQ(end.out, kSaid) << program << end.err;

@@ -4,13 +4,13 @@
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <sys/xattr.h>
 
 #include <thread>
 
 #include "link/exchange.h"
 #include "support/accounts.h"
+#include "support/child.h"
 #include "support/ctl.h"
 
 namespace {
@@ -54,11 +54,8 @@ TEST_F(Strangers, TheirFilesAreNoAnswers) {
   const std::string text = support::Command("cmd-noop", 1, 2);
   const std::string path = server_.root().spool() / "0001-002.rsp";
   // A daemon of a user of its own, registered once it ran.
-  const pid_t daemon = fork();
-  if (daemon == 0) {
-    if (setuid(kRunner) == 0) pause();
-    _exit(1);
-  }
+  const pid_t daemon =
+      BeginChild([] { return setuid(kRunner) == 0 ? pause() : 1; });
   const std::string list = server_.Path("krtnet/krtnet.lck");
   WriteFile(list, std::to_string(daemon) + ":krtcmd\n");
   const struct {
@@ -102,7 +99,7 @@ TEST_F(Strangers, TheirFilesAreNoAnswers) {
     std::filesystem::remove(path + ".2");
   }
   kill(daemon, SIGKILL);
-  waitpid(daemon, nullptr, 0);
+  Reaped(daemon);
 }
 
 TEST_F(Strangers, TheirFilesAreNamedAndTheAnswerIsStillTaken) {

@@ -73,6 +73,14 @@ Exit RunShell(const std::string& line) {
   return RunProgram("/bin/sh", {"-c", line});
 }
 
+std::vector<pid_t> ChildrenOf(pid_t pid) {
+  const std::string id = std::to_string(pid);
+  std::ifstream file("/proc/" + id + "/task/" + id + "/children");
+  std::vector<pid_t> pids;
+  for (pid_t child; file >> child;) pids.push_back(child);
+  return pids;
+}
+
 Process::Process(const std::string& program,
                  const std::vector<std::string>& args,
                  const std::string& kfaxdir, const std::string& err)

@@ -25,6 +25,9 @@ Exit RunProgram(const std::string& program,
 // The same of a line for the shell.
 Exit RunShell(const std::string& line);
 
+// The process ids of the children of `pid`.
+std::vector<pid_t> ChildrenOf(pid_t pid);
+
 // A program that runs beside the test, killed at the end of its life if it
 // still runs.
 class Process {

@@ -112,29 +112,20 @@ int CloseStream(void* cookie) {
 
 // ---- What is to fail ----
 
-int ErrorNumber(const char* name, size_t length) {
-  for (int error = 1; error < 134; ++error) {
-    const char* known = strerrorname_np(error);
-    if (known != nullptr && strncmp(known, name, length) == 0 &&
-        known[length] == '\0') {
-      return error;
-    }
-  }
-  return fault::kShort;
-}
-
 // "write:ENOSPC:3": see the header.
 void ArmByText(const char* text) {
-  const char* error = strchr(text, ':');
-  const char* at = error != nullptr ? strchr(error + 1, ':') : nullptr;
-  if (at == nullptr) return;
+  char name[16], error[32], plus = 0;
+  int at = 0;
+  if (sscanf(text, "%15[^:]:%31[^:]:%d%c", name, error, &at, &plus) < 3) return;
+  int number = 133;  // the last that Linux has
+  for (; number > 0; --number) {
+    const char* known = strerrorname_np(number);
+    if (known != nullptr && strcmp(known, error) == 0) break;
+  }
   for (int call = 1; call < fault::kCalls; ++call) {
-    const char* name = fault::kCallNames[call];
-    const auto length = static_cast<size_t>(error - text);
-    if (strncmp(name, text, length) != 0 || name[length] != '\0') continue;
-    fault::Arm(g_page, call,
-               ErrorNumber(error + 1, static_cast<size_t>(at - error) - 1),
-               atoi(at + 1), strchr(at, '+') != nullptr);
+    if (strcmp(name, fault::kCallNames[call]) != 0) continue;
+    fault::Arm(g_page, call, number > 0 ? number : fault::kShort, at,
+               plus == '+');
   }
 }
 
@@ -171,11 +162,32 @@ void fault::Use(Page* page) { g_page = page; }
   static const auto next = \
       reinterpret_cast<decltype(&name)>(dlsym(RTLD_NEXT, #name))
 
-// A call that fails with -1, or is handed on.
-#define CALL(kind, result, name, parameters, arguments) \
-  result name parameters {                              \
-    NEXT(name);                                         \
-    return Fails(fault::kind) ? -1 : next arguments;    \
+// A call that fails with `failure`, or is handed on; with -1.
+#define CALL_OR(kind, failure, result, name, parameters, arguments) \
+  result name parameters {                                          \
+    NEXT(name);                                                     \
+    return Fails(fault::kind) ? failure : next arguments;           \
+  }
+#define CALL(kind, ...) CALL_OR(kind, -1, __VA_ARGS__)
+
+// An open of `...`, with a mode where a file may be made.
+#define OPEN(name, parameters, ...)                                   \
+  int name parameters {                                               \
+    NEXT(name);                                                       \
+    va_list more;                                                     \
+    va_start(more, flags);                                            \
+    const mode_t mode =                                               \
+        (flags & (O_CREAT | O_TMPFILE)) ? va_arg(more, mode_t) : 0;   \
+    va_end(more);                                                     \
+    return Fails(fault::kOpen) ? -1 : next(__VA_ARGS__, flags, mode); \
+  }
+
+// What is not to fail is not done either: nobody takes the power away here.
+#define SYNC(name)                          \
+  int name(int fd) {                        \
+    NEXT(name);                             \
+    if (g_page == nullptr) return next(fd); \
+    return Fails(fault::kSync) ? -1 : 0;    \
   }
 
 // A call that moves bytes.
@@ -190,26 +202,8 @@ void fault::Use(Page* page) { g_page = page; }
 
 extern "C" {
 
-int open(const char* path, int flags, ...) {
-  NEXT(open);
-  va_list more;
-  va_start(more, flags);
-  const mode_t mode =
-      (flags & (O_CREAT | O_TMPFILE)) ? va_arg(more, mode_t) : 0;
-  va_end(more);
-  return Fails(fault::kOpen) ? -1 : next(path, flags, mode);
-}
-
-int openat(int dir, const char* path, int flags, ...) {
-  NEXT(openat);
-  va_list more;
-  va_start(more, flags);
-  const mode_t mode =
-      (flags & (O_CREAT | O_TMPFILE)) ? va_arg(more, mode_t) : 0;
-  va_end(more);
-  return Fails(fault::kOpen) ? -1 : next(dir, path, flags, mode);
-}
-
+OPEN(open, (const char* path, int flags, ...), path)
+OPEN(openat, (int dir, const char* path, int flags, ...), dir, path)
 CALL(kOpen, int, pipe2, (int* ends, int flags) noexcept, (ends, flags))
 
 MOVE(kRead, read, (int fd, void* buf, size_t size), fd, size, (fd, buf, size))
@@ -220,19 +214,8 @@ MOVE(kWrite, write, (int fd, const void* buf, size_t size), fd, size,
 MOVE(kWrite, pwrite, (int fd, const void* buf, size_t size, off_t at), fd, size,
      (fd, buf, size, at))
 
-// What is not to fail is not done either: nobody takes the power away here.
-int fsync(int fd) {
-  NEXT(fsync);
-  if (g_page == nullptr) return next(fd);
-  return Fails(fault::kSync) ? -1 : 0;
-}
-
-int fdatasync(int fd) {
-  NEXT(fdatasync);
-  if (g_page == nullptr) return next(fd);
-  return Fails(fault::kSync) ? -1 : 0;
-}
-
+SYNC(fsync)
+SYNC(fdatasync)
 CALL(kRename, int, rename, (const char* from, const char* to) noexcept,
      (from, to))
 CALL(kRename, int, renameat,
@@ -256,31 +239,18 @@ CALL(kFork, pid_t, fork, () noexcept, ())
 CALL(kShared, int, shmget, (key_t key, size_t size, int flags) noexcept,
      (key, size, flags))
 
+CALL_OR(kShared, reinterpret_cast<void*>(-1), void*, shmat,
+        (int id, const void* at, int flags) noexcept, (id, at, flags))
+CALL_OR(kMemory, nullptr, void*, malloc, (size_t size) noexcept, (size))
+CALL_OR(kMemory, nullptr, void*, calloc, (size_t count, size_t size) noexcept,
+        (count, size))
+CALL_OR(kMemory, nullptr, void*, realloc, (void* block, size_t size) noexcept,
+        (block, size))
+
 int close(int fd) {
   NEXT(close);
   const int result = next(fd);
   return Fails(fault::kClose) ? -1 : result;
-}
-
-void* shmat(int id, const void* at, int flags) noexcept {
-  NEXT(shmat);
-  if (Fails(fault::kShared)) return reinterpret_cast<void*>(-1);
-  return next(id, at, flags);
-}
-
-void* malloc(size_t size) noexcept {
-  NEXT(malloc);
-  return Fails(fault::kMemory) ? nullptr : next(size);
-}
-
-void* calloc(size_t count, size_t size) noexcept {
-  NEXT(calloc);
-  return Fails(fault::kMemory) ? nullptr : next(count, size);
-}
-
-void* realloc(void* block, size_t size) noexcept {
-  NEXT(realloc);
-  return Fails(fault::kMemory) ? nullptr : next(block, size);
 }
 
 FILE* fdopen(int fd, const char* mode) noexcept {

@@ -11,6 +11,7 @@
 
 #include <string>
 
+#include "support/child.h"
 #include "support/objects.h"
 #include "support/sample_root.h"
 #include "util/kutio.h"
@@ -59,9 +60,8 @@ std::string Text(const Record& record) {
 
 // A process that has ended and been waited for.
 inline pid_t DeadPid() {
-  const pid_t pid = fork();
-  if (pid == 0) _exit(0);
-  waitpid(pid, nullptr, 0);
+  const pid_t pid = BeginChild([] { return 0; });
+  Reaped(pid);
   return pid;
 }
 

@@ -9,6 +9,8 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "support/child.h"
+
 namespace support {
 namespace {
 
@@ -60,10 +62,7 @@ Exit RunProgram(const std::string& program,
   const pid_t pid =
       StartProgram(program, args, kfaxdir, folder / "out", folder / "err");
   Exit result;
-  int status = 0;
-  if (waitpid(pid, &status, 0) == pid && WIFEXITED(status)) {
-    result.status = WEXITSTATUS(status);
-  }
+  result.status = Reaped(pid);
   result.out = ReadFile(folder / "out");
   result.err = ReadFile(folder / "err");
   return result;

@@ -1,31 +1,9 @@
 #include "support/sample_root.h"
 
-#include <algorithm>
 #include <sstream>
 #include <thread>
 
 namespace support {
-namespace {
-
-constexpr const char* kFolders[] = {"Classes",
-                                    "Covers",
-                                    "Formatters",
-                                    "groups",
-                                    "tnp",
-                                    "expired",
-                                    "Grequests",
-                                    "in",
-                                    "logs",
-                                    "requests",
-                                    "temp",
-                                    "faxq",
-                                    "krtnet/netspool",
-                                    "krtnet/filspool",
-                                    "krtnet/sessions",
-                                    "krtnet/requests",
-                                    "krtnet/queued"};
-
-}  // namespace
 
 bool Eventually(const std::function<bool()>& condition,
                 std::chrono::milliseconds deadline) {
@@ -40,8 +18,12 @@ bool Eventually(const std::function<bool()>& condition,
 SampleRoot::SampleRoot() {
   // Other users' processes come by in tests of permissions.
   std::filesystem::permissions(path(), std::filesystem::perms(0755));
-  for (const char* folder : kFolders) {
-    std::filesystem::create_directories(path() / folder);
+  for (const char* folder :
+       {"Classes", "Covers", "Formatters", "groups", "tnp", "expired",
+        "Grequests", "in", "logs", "requests", "temp", "faxq",
+        "krtnet/netspool", "krtnet/filspool", "krtnet/sessions",
+        "krtnet/requests", "krtnet/queued"}) {
+    MakeDir(folder);
   }
 }
 
@@ -58,7 +40,7 @@ void SampleRoot::PutProgram(const std::string& name,
 
 void SampleRoot::AddUser(const std::string& user) const {
   for (const char* folder : {"options", "msgs", "events"}) {
-    std::filesystem::create_directories(path() / "faxq" / user / folder);
+    MakeDir("faxq/" + user + "/" + folder);
   }
 }
 
@@ -81,15 +63,6 @@ std::string SampleRoot::Ask(const std::string& type, const std::string& more) {
   const std::string name = ExchangeName(1, ++reference_);
   Drop(name, Command(type, 1, reference_, more));
   return Response(name);
-}
-
-std::vector<std::string> SampleRoot::SpoolNames() const {
-  std::vector<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator(spool())) {
-    names.push_back(entry.path().filename());
-  }
-  std::sort(names.begin(), names.end());
-  return names;
 }
 
 std::string Outcome(const std::string& response) {

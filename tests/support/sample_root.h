@@ -57,7 +57,7 @@ class SampleRoot {
   // The last reference that Ask used.
   int reference() const { return reference_; }
   // The names in the spool folder, sorted.
-  std::vector<std::string> SpoolNames() const;
+  std::vector<std::string> SpoolNames() const { return NamesIn(spool()); }
 
  private:
   TempDir dir_;

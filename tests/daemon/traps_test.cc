@@ -1,7 +1,5 @@
 // What others lay in the daemon's way: in the spool directory, in the place of
 // responses and of copies. All as root, who can be tricked into most.
-#include <sys/wait.h>
-
 #include <functional>
 #include <tuple>
 
@@ -9,6 +7,7 @@
 #include "daemon/spool/rsp.h"
 #include "daemon/subtask.h"
 #include "spool_files.h"
+#include "support/child.h"
 #include "util/kutident.h"
 
 namespace {
@@ -74,9 +73,9 @@ TEST_F(Traps, NamesThatCannotBeClaimedKeepNobodyOut) {
   for (int i = 0; i < 1000; ++i) claimed.push_back(Claim());
   EXPECT_EQ(std::ranges::count(claimed, "zz"), 1);
   EXPECT_EQ(std::ranges::count(claimed, ""), 1000 - 150 - 250 - 1);
-  const auto names = root_.SpoolNames();
   EXPECT_EQ(std::ranges::count_if(
-                names, [](const auto& name) { return name.ends_with(".cmd"); }),
+                root_.SpoolNames(),
+                [](const auto& name) { return name.ends_with(".cmd"); }),
             200);
   // They stand for no work that waits: an old directory is left alone.
   for (int i = 0; i < 3; ++i) {
@@ -97,7 +96,7 @@ TEST_F(Traps, NamesThatCannotBeClaimedKeepNobodyOut) {
 
 TEST_F(Traps, FloodOfOneKeepsNobodyOut) {
   for (int i = 100; i < 500; ++i) Put(std::to_string(i) + ".cmd", kMallory);
-  for (const char* name : {"a", "b"}) Put(std::string(name) + ".cmd", kAlice);
+  for (const char* name : {"a.cmd", "b.cmd"}) Put(name, kAlice);
   std::vector<std::string> claimed;
   for (int i = 0; i < 12; ++i) claimed.push_back(Claim());
   EXPECT_TRUE(std::ranges::is_sorted(claimed));
@@ -110,16 +109,15 @@ TEST_F(Traps, FloodOfOneKeepsNobodyOut) {
 }
 
 TEST_F(Traps, WhoHasHisShareOfTheWorkersIsPassedOver) {
-  const pid_t child = fork();
-  if (child == 0) {
+  const auto share = [&] {
     subtask_init(5);  // four workers, two for each
-    for (int i = 0; i < 2; ++i) {
-      subtask_add(1000001 + i, -1, kRunning);
-      subtask_set_owner(1000001 + i, kMallory);
-    }
-    for (const char* name : {"a", "b", "d"}) {
-      Put(std::string(name) + ".cmd", kMallory);
-    }
+    const auto add = [](pid_t pid) {
+      subtask_add(pid, -1, kRunning);
+      subtask_set_owner(pid, kMallory);
+    };
+    add(1000001);
+    add(1000002);
+    for (const char* name : {"a.cmd", "b.cmd", "d.cmd"}) Put(name, kMallory);
     Put("c.cmd", 0);  // root has no share to have had
     Put("e.cmd", kAlice);
     std::string order;
@@ -128,10 +126,8 @@ TEST_F(Traps, WhoHasHisShareOfTheWorkersIsPassedOver) {
       order += Claim();
     }
     // The last worker is never one user's who has all the others.
-    subtask_add(1000003, -1, kRunning);
-    subtask_set_owner(1000003, kMallory);
-    subtask_add(1000004, -1, kRunning);
-    subtask_set_owner(1000004, kMallory);
+    add(1000003);
+    add(1000004);
     Put("f.cmd", kMallory);
     order += Claim() + Claim();  // the list before has ended
     if (sx_ready_held()) order += "held";
@@ -140,11 +136,9 @@ TEST_F(Traps, WhoHasHisShareOfTheWorkersIsPassedOver) {
     subtask_del(1000003, 0);
     order += Claim();
     EXPECT_EQ(order, "ceabdheldgf");
-    _exit(HasFailure() ? 1 : 0);
-  }
-  int status;
-  waitpid(child, &status, 0);
-  EXPECT_EQ(status, 0);
+    return HasFailure() ? 1 : 0;
+  };
+  EXPECT_EQ(InChild(share), 0);
 }
 
 TEST_F(Traps, ResponseTakesItsPlace) {
@@ -154,22 +148,19 @@ TEST_F(Traps, ResponseTakesItsPlace) {
   const auto put_dir = [this](const char* name) {
     return [=, this] { PutDir(name, kMallory); };
   };
+  static constexpr char kTmp[] = "0007-001.tmp", kRsp[] = "0007-001.rsp";
   const std::tuple<const char*, std::function<void()>, const char*, long>
       cases[] = {
-          {"directory at .tmp", put_dir("0007-001.tmp"), "0007-001.rsp", 1},
-          {"directory at .rsp", put_dir("0007-001.rsp"), "0007-001.rsp", 1},
-          {"file at .tmp, perhaps an answer", put("0007-001.tmp", kMallory),
-           "0007-001.rsp", 1},
-          {"own file at .tmp", put("0007-001.tmp", kAlice), "0007-001.rsp", 0},
+          {"directory at .tmp", put_dir(kTmp), kRsp, 1},
+          {"directory at .rsp", put_dir(kRsp), kRsp, 1},
+          {"file at .tmp, perhaps an answer", put(kTmp, kMallory), kRsp, 1},
+          {"own file at .tmp", put(kTmp, kAlice), kRsp, 0},
           {"link at .rsp",
-           [this] { symlink("/etc/hosts", Path("0007-001.rsp").c_str()); },
-           "0007-001.rsp", 0},
-          {"fifo at .rsp",
-           [this] { mkfifo(Path("0007-001.rsp").c_str(), 0666); },
-           "0007-001.rsp", 0},
-          {"answer of before", put("0007-001.rsp", kAlice), "0007-001.rsp", 0},
-          {"another's answer", put("0007-001.rsp", kMallory), "0007-001.tmp",
-           1},
+           [this] { symlink("/etc/hosts", Path(kRsp).c_str()); }, kRsp, 0},
+          {"fifo at .rsp", [this] { mkfifo(Path(kRsp).c_str(), 0666); }, kRsp,
+           0},
+          {"answer of before", put(kRsp, kAlice), kRsp, 0},
+          {"another's answer", put(kRsp, kMallory), kTmp, 1},
       };
   for (const auto& [what, lay, name, others] : cases) {
     SCOPED_TRACE(what);
@@ -186,12 +177,11 @@ TEST_F(Traps, ResponseTakesItsPlace) {
   }
   EXPECT_NE(Log().find("that belongs to uid 61001\n"), std::string::npos);
   // Only root can move what is another's there: it is gone around.
-  PutDir("0007-001.tmp", kMallory);
+  PutDir(kTmp, kMallory);
   chmod(dir(), 01777);
   const FileIdentity alice({kAlice, kAlice});
   EXPECT_EQ(sx_rsp_to(dir(), Response(7, 1).get(), 0, 0), 0);
-  EXPECT_EQ(root_.SpoolNames(),
-            (std::vector<std::string>{"0007-001.rsp", "0007-001.tmp"}));
+  EXPECT_EQ(root_.SpoolNames(), (std::vector<std::string>{kRsp, kTmp}));
 }
 
 TEST_F(Traps, LateResponseIsItsReceivers) {

@@ -1,19 +1,16 @@
 #include <gtest/gtest.h>
 
-#include "support/processes.h"
+#include "simulator/sim_root.h"
 
 namespace {
 
 using support::Exit;
-using support::RunProgram;
-using support::RunShell;
 
 TEST(CommandLine, FaultsAreNamedAndExitWith64) {
   const std::pair<std::vector<std::string>, const char*> kCases[] = {
       {{}, "what shall it do?"},
       {{"walk"}, "unknown verb walk"},
       {{"run"}, "the arguments of run are ROOT"},
-      {{"run", "a", "b"}, "the arguments of run are ROOT"},
       {{"receive", "a"}, "the arguments of receive are ROOT USER"},
       {{"receive", "a", "b/c"}, "\"b/c\" is no user name"},
       {{"run", "a", "--speed=3"}, "unknown option --speed"},
@@ -32,26 +29,23 @@ TEST(CommandLine, FaultsAreNamedAndExitWith64) {
       {{"init", "--", "-a", "--pages"}, "the arguments of init are ROOT"},
   };
   for (const auto& [args, fault] : kCases) {
-    const Exit end = RunProgram(KRTSIM_PATH, args);
-    EXPECT_EQ(end.status, 64) << fault;
-    EXPECT_EQ(end.err, std::string("krtsim: ") + fault +
-                           " (krtsim --help tells more)\n");
-    EXPECT_EQ(end.out, "") << fault;
+    EXPECT_EQ(SimRoot::Refusal(64, args), std::string("krtsim: ") + fault +
+                                              " (krtsim --help tells more)\n");
   }
 }
 
 TEST(CommandLine, HelpAndVersionAreAnsweredBesideAnythingElse) {
-  const Exit help = RunProgram(KRTSIM_PATH, {"run", "--help"});
+  const Exit help = SimRoot::Sim({"run", "--help"});
   EXPECT_EQ(help.status, 0);
   for (const char* text : {"init ROOT", "receive ROOT USER", "-o, --outcome",
                            "noanswer", "--exit-when-idle"}) {
     EXPECT_NE(help.out.find(text), std::string::npos) << text;
   }
-  const Exit version = RunProgram(KRTSIM_PATH, {"--version"});
+  const Exit version = SimRoot::Sim({"--version"});
   EXPECT_EQ(version.status, 0);
   EXPECT_EQ(version.out,
             "krtsim: KRT*FAX fax server simulator version 2.1.0\n");
-  EXPECT_EQ(RunShell(KRTSIM_PATH " --version >/dev/full").status, 74);
+  EXPECT_EQ(support::RunShell(KRTSIM_PATH " --version >/dev/full").status, 74);
 }
 
 }  // namespace

@@ -1,8 +1,6 @@
 #include <grp.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 #include "cm/cmtree.h"
 #include "faxserver/fscover.h"
 #include "faxserver/fsdstat.h"
@@ -15,8 +13,6 @@
 #include "simulator/sim_root.h"
 
 namespace {
-
-using support::Exit;
 
 int Count(kx_object* list) {
   const kx::Object owned(list);
@@ -35,9 +31,9 @@ TEST(Init, EverythingAClientAsksForHasASample) {
   EXPECT_EQ(Count(fx_rd_dstat(root.root())), 2);
   EXPECT_EQ(Count(fx_get_cover_tags(root.root(), "standard")), 2);
   const char* user = root.user().c_str();
-  EXPECT_EQ(Count(fx_get_fax_list(root.root(), user, 0)), 1);
-  EXPECT_EQ(Count(fx_get_msg_list(root.root(), user, 0)), 1);
-  EXPECT_EQ(Count(fx_get_srv_list(root.root(), user, 0)), 1);
+  for (const auto list : {fx_get_fax_list, fx_get_msg_list, fx_get_srv_list}) {
+    EXPECT_EQ(Count(list(root.root(), user, 0)), 1);
+  }
   EXPECT_EQ(fx_num_pages(root.Path("faxq/bob/in-2.fax").c_str()), 2);
 }
 
@@ -47,12 +43,11 @@ TEST(Init, TreeIsTheTablesWithItsModes) {
   // For the fax system's group, where there is one.
   const mode_t kept = getgrnam("krtfax") != nullptr ? 07777 : 05757;
   const auto expect = [&](const std::string& path, const cm_tree_entry& entry) {
-    const mode_t expected = entry.kind == cm_kind::kDir    ? S_IFDIR
-                            : entry.kind == cm_kind::kFifo ? S_IFIFO
-                                                           : S_IFREG;
-    const bool dir = entry.kind == cm_kind::kDir;
-    EXPECT_EQ(tree[path], expected | (entry.mode & (dir ? kept : 07777)))
-        << path << std::oct << " has " << tree[path];
+    const mode_t mode = entry.kind == cm_kind::kDir
+                            ? S_IFDIR | (entry.mode & kept)
+                        : entry.kind == cm_kind::kFifo ? S_IFIFO | entry.mode
+                                                       : S_IFREG | entry.mode;
+    EXPECT_EQ(tree[path], mode) << path << std::oct << " has " << tree[path];
   };
   for (const cm_tree_entry& entry : cm_tree()) {
     if (*entry.path != '\0') expect(entry.path, entry);
@@ -64,12 +59,11 @@ TEST(Init, TreeIsTheTablesWithItsModes) {
 
 TEST(Init, SecondRunAddsWhatIsMissingAndKeepsTheRest) {
   const SimRoot root;
-  WriteFile(root.Path("Default"), "fax1\n");
+  root.Put("Default", "fax1\n");
   std::filesystem::remove(root.Path("retrys"));
   std::filesystem::remove(root.Path("faxq/bob/in-2.fax"));
-  const Exit end =
-      SimRoot::Sim({"init", root.path(), "-u", "bob", "-u", "ann"});
-  EXPECT_EQ(end.status, 0) << end.err;
+  EXPECT_EQ(
+      SimRoot::Sim({"init", root.path(), "-u", "bob", "-u", "ann"}).status, 0);
   EXPECT_EQ(ReadFile(root.Path("Default")), "fax1\n");
   EXPECT_TRUE(root.Has("retrys"));
   EXPECT_FALSE(root.Has("faxq/bob/in-2.fax"));
@@ -79,20 +73,18 @@ TEST(Init, SecondRunAddsWhatIsMissingAndKeepsTheRest) {
 TEST(Init, ForeignFolderIsLeftAlone) {
   const support::SampleRoot root;
   const std::string path = root.path();
-  Exit end = SimRoot::Sim({"init", path});
-  EXPECT_EQ(end.status, 73);
-  EXPECT_EQ(end.err, "krtsim: " + path +
-                         " is not empty and was not laid out by krtsim\n");
-  EXPECT_FALSE(std::filesystem::exists(root.path() / "Default"));
-  WriteFile(root.path() / "file", "");
-  end = SimRoot::Sim({"init", path + "/file"});
-  EXPECT_EQ(end.status, 73);
-  EXPECT_EQ(end.err, "krtsim: " + path + "/file is no directory\n");
+  EXPECT_EQ(
+      SimRoot::Refusal(73, {"init", path}),
+      "krtsim: " + path + " is not empty and was not laid out by krtsim\n");
+  EXPECT_FALSE(root.Has("Default"));
+  root.Put("file", "");
+  EXPECT_EQ(SimRoot::Refusal(73, {"init", path + "/file"}),
+            "krtsim: " + path + "/file is no directory\n");
 }
 
 TEST(Receive, FaxLiesInTheQueueWithItsPages) {
   const SimRoot root;
-  const Exit end =
+  const auto end =
       SimRoot::Sim({"receive", root.path(), "bob", "--pages", "7"});
   EXPECT_EQ(end.status, 0) << end.err;
   EXPECT_EQ(end.out, "received in-3.fax for bob, 7 pages\n");

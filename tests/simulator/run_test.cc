@@ -14,7 +14,6 @@
 
 namespace {
 
-using support::Exit;
 using support::SimulatorProcess;
 
 class Run : public testing::Test {
@@ -55,9 +54,8 @@ TEST_F(Run, LiveSchedulerAndDaemonsAreLeftAlone) {
   const std::string self = std::to_string(getpid());
   ASSERT_EQ(fx_creat_stat_shm("another", 1), 0);
   const int id = shmget(kFxShmKey, 0, 0);
-  Exit end = SimRoot::Sim({"run", root.path()});
-  EXPECT_EQ(end.status, 69);
-  EXPECT_EQ(end.err,
+  const std::vector<std::string> run = {"run", root.path()};
+  EXPECT_EQ(SimRoot::Refusal(69, run),
             "krtsim: a scheduler runs on this machine, its segment made by "
             "process " +
                 self + "\n");
@@ -66,31 +64,23 @@ TEST_F(Run, LiveSchedulerAndDaemonsAreLeftAlone) {
 
   fx_add_daemon_list(root.root(), "krtnet.net", getpid());
   const std::string list = ReadFile(register_);
-  end = SimRoot::Sim({"run", root.path()});
-  EXPECT_EQ(end.status, 69);
-  EXPECT_EQ(end.err, "krtsim: krtnet.net runs already, process " + self + "\n");
+  EXPECT_EQ(SimRoot::Refusal(69, run),
+            "krtsim: krtnet.net runs already, process " + self + "\n");
   EXPECT_EQ(ReadFile(register_), list);
   EXPECT_EQ(shmget(kFxShmKey, 0, 0), -1);
   fx_upd_daemon_list(root.root(), "krtnet.net");
 
   const SimulatorProcess first(KRTSIM_PATH, root);
-  end = SimRoot::Sim({"run", root.path()});
-  EXPECT_EQ(end.status, 69);
-  EXPECT_EQ(end.err,
+  EXPECT_EQ(SimRoot::Refusal(69, run),
             "krtsim: another krtsim serves " + root.path().string() + "\n");
-  end = SimRoot::Sim({"run", "/nonexistent"});
-  EXPECT_EQ(end.status, 78);
-  EXPECT_EQ(end.err,
+  EXPECT_EQ(SimRoot::Refusal(78, {"run", "/nonexistent"}),
             "krtsim: /nonexistent/krtnet/filspool is no directory; krtsim "
             "init makes a root\n");
 }
 
 TEST_F(Run, RemainsOfAKilledRunAreReplaced) {
   const auto before = root.Tree();
-  {
-    SimulatorProcess killed(KRTSIM_PATH, root);
-    killed.Stop(SIGKILL);
-  }
+  SimulatorProcess(KRTSIM_PATH, root).Stop(SIGKILL);
   EXPECT_NE(shmget(kFxShmKey, 0, 0), -1);
   SimulatorProcess sim(KRTSIM_PATH, root);
   EXPECT_EQ(sim.Stop(), 0);
@@ -99,13 +89,12 @@ TEST_F(Run, RemainsOfAKilledRunAreReplaced) {
 }
 
 TEST_F(Run, EndsByItselfWhenIdleAfterWork) {
-  WriteFile(root.Path("krtnet/queued/0001-001"),
-            support::Command("cmd-sendfax", 1, 1,
-                             "respond=true\nclientid=bob\n" +
-                                 Argument("obj-senv", "tofnum=1\n")));
+  root.Put("krtnet/queued/0001-001",
+           support::Command("cmd-sendfax", 1, 1,
+                            "respond=true\nclientid=bob\n" +
+                                Argument("obj-senv", "tofnum=1\n")));
   SimulatorProcess sim(KRTSIM_PATH, root, {"--exit-when-idle", "-d", "0.05"});
-  WriteFile(root.Path("krtnet/filspool/kfifo"),
-            "0001-001" + std::string(72, '\0'));
+  root.Put("krtnet/filspool/kfifo", "0001-001" + std::string(72, '\0'));
   EXPECT_EQ(sim.Stop(0), 0);
   EXPECT_NE(sim.Said().find("request 1: over: Normal\n"), std::string::npos);
   EXPECT_NE(root.Response("0001-001"), "");

@@ -29,6 +29,13 @@ class SimRoot : public support::SampleRoot {
   static support::Exit Sim(const std::vector<std::string>& args) {
     return support::RunProgram(KRTSIM_PATH, args);
   }
+  // What krtsim says when it ends with that status and prints nothing.
+  static std::string Refusal(int status, const std::vector<std::string>& args) {
+    const support::Exit end = Sim(args);
+    EXPECT_EQ(end.status, status);
+    EXPECT_EQ(end.out, "");
+    return end.err;
+  }
   std::string Path(const std::string& name) const { return *this / name; }
   // Everything in it: the mode of each path.
   std::map<std::string, mode_t> Tree() const {

@@ -3,15 +3,13 @@
 #include <gtest/gtest.h>
 
 #include "daemon/spool/logfile.h"
+#include "support/objects.h"
 #include "support/sample_root.h"
 
 namespace {
 
-using support::SampleRoot;
-
 class Rsp : public ::testing::Test {
  protected:
-  Rsp() { dmn_log_open((root_.path() / "log").c_str(), 0, 0); }
   ~Rsp() override {
     while (rsp_check(0) != -1) {
     }
@@ -19,36 +17,29 @@ class Rsp : public ::testing::Test {
   }
   // Writes a response into a folder that may be missing.
   int Write(int session) {
-    kx_object* rsp = Kfx_Build_Obj("obj-cmdrsp");
-    kx::SetText(rsp, "clientid", "jsmith");
-    kx::SetEnum(rsp, "cmdtype", kx_cmd_noop);
-    kx::SetNumber(rsp, "sessionid", session);
-    kx::SetNumber(rsp, "reference", 7);
-    return rsp_write(dir_.c_str(), rsp, 0);
+    kx::Object rsp =
+        Parsed("obj-cmdrsp",
+               "clientid=jsmith\ncmdtype=cmd-noop\nreference=7\nsessionid=" +
+                   std::to_string(session) + "\n");
+    return rsp_write(dir_.c_str(), rsp.release(), 0);
   }
   // The log since the last look, without time stamps.
   std::string Log() {
-    const std::string all = ReadFile(root_.path() / "log");
     std::string lines;
-    for (size_t at = seen_; at < all.size();) {
-      const size_t end = all.find('\n', at);
-      lines += all.substr(at + 20, end - at - 19);
-      at = end + 1;
+    for (std::string line; std::getline(log_, line);) {
+      lines += line.substr(20) + "\n";
     }
-    seen_ = all.size();
+    log_.clear();
     return lines;
   }
-  SampleRoot root_;
+  support::SampleRoot root_;
+  const int opened_ = dmn_log_open((root_ / "log").c_str(), 0, 0);
   std::string dir_ = root_.path() / "late";
-  size_t seen_ = 0;
+  std::ifstream log_{root_ / "log"};
 };
 
-TEST_F(Rsp, EmptyQueueSaysNothing) {
-  EXPECT_EQ(rsp_check(3), -1);
-  EXPECT_EQ(Log(), "");
-}
-
 TEST_F(Rsp, WrittenAtOnceOrLater) {
+  EXPECT_EQ(rsp_check(3), -1) << "nothing is queued";
   EXPECT_EQ(Write(42), 1);
   EXPECT_EQ(Log(),
             "Queueing cmd-noop response for jsmith (42-7): No such file or "

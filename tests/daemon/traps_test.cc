@@ -51,6 +51,7 @@ class Traps : public SpoolFiles {
 
 TEST_F(Traps, NamesThatCannotBeClaimedKeepNobodyOut) {
   const std::string pid = "." + std::to_string(getpid());
+  if (pid.size() < 5) GTEST_SKIP() << "no claim is longer than its command";
   const std::string longest(255 - pid.size() - 3, 'x');
   for (int i = 100; i < 300; ++i) {
     const std::string number = std::to_string(i);

@@ -122,7 +122,8 @@ class Model : public BookTest {
     SCOPED_TRACE(testing::PrintToString(command));
     auto due = Select(sort, group, from, to);
     const std::string count = std::to_string(due.size());
-    due.erase(due.begin(), due.begin() + std::min(offset, due.size()));
+    due.erase(due.begin(),
+              due.begin() + static_cast<long>(std::min(offset, due.size())));
     if (max > 0 && due.size() > max) due.resize(max);
     client_.Reset();
     EXPECT_EQ(client_.Send("lstprl", command), 0);

@@ -52,7 +52,7 @@ struct AclEntry {
 std::vector<AclEntry> ReadAcl(const std::string& path) {
   unsigned char bytes[4096];
   const ssize_t size = getxattr(path.c_str(), kAclName, bytes, sizeof bytes);
-  const auto number = [&](size_t at, int count) {
+  const auto number = [&](size_t at, size_t count) {
     unsigned value = 0;
     while (count-- > 0) value = value << 8 | bytes[at + count];
     return value;

@@ -8,11 +8,11 @@
 #include "daemon/spool/sxfile.h"
 #include "kx/object.h"
 
-// Writes `rsp` into `dir` as sx_rsp does, and takes it over. 0 when it was
+// Writes `rsp` into `dir` as sx_rsp_to does, and takes it over. 0 when it was
 // written; 1 when it was queued; -1 when it was dropped, with a log line. `dir`
 // is not copied.
 int rsp_write(const char* dir, kx_object* rsp, int save,
-              sx_files files = sx_files::kEmbedded);
+              sx_files files = sx_files::kStayNames);
 
 // Tries each queued response once more. -1 when the queue was empty or at least
 // one was written, 0 when all failed again. A response that had `maxtrys`

@@ -77,9 +77,10 @@ enum class sx_files { kEmbedded, kStayNames };
 // Where the response cannot take its final name the log says so, and it keeps
 // the temporary one: 0 all the same.
 int sx_rsp(const char* dir, kx_object* rsp, int save);
-// The same, for a receiver that was asked for earlier.
+// The same, for a receiver that was asked for earlier; files stay names unless
+// the caller says that it chose them itself.
 int sx_rsp_to(const char* dir, kx_object* rsp, bool save, uid_t receiver,
-              sx_files files = sx_files::kEmbedded);
+              sx_files files = sx_files::kStayNames);
 // Whose a response is: the owner of the last sx_cmd's command, if it answers
 // that one, else this process's user.
 uid_t sx_receiver(kx_object* rsp);

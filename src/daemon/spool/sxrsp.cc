@@ -244,7 +244,7 @@ void TakeName(int dirfd, const char* temporary, const char* final,
 }  // namespace
 
 int sx_rsp(const char* dir, kx_object* rsp, int save) {
-  return sx_rsp_to(dir, rsp, save != 0, sx_receiver(rsp));
+  return sx_rsp_to(dir, rsp, save != 0, sx_receiver(rsp), sx_files::kEmbedded);
 }
 
 int sx_rsp_to(const char* dir, kx_object* rsp, bool save, uid_t receiver,

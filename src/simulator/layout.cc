@@ -165,7 +165,7 @@ void LayCommon(Placer* place) {
 // A user's queue, which is the user's own where the system knows the name. The
 // first path that could not be made; empty without one.
 std::string LayUser(const std::string& root, const std::string& user) {
-  const std::string queue = cm_get_user_dir(root.c_str(), user.c_str());
+  std::string queue = cm_get_user_dir(root.c_str(), user.c_str());
   const bool is_new = !Exists(queue);
   const int uid = Kut_uname_to_uid(user.c_str());
   Placer place(queue, {uid >= 0 ? uid : cm_get_krt_uid(), cm_get_krt_gid()});

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "cm/cmdaemon.h"
 #include "cm/cmpaths.h"
 #include "faxserver/fsconfig.h"
 #include "faxserver/fsdmnlst.h"
@@ -115,10 +116,10 @@ void ServerMessages(const std::string& content) {
 void Register(const std::string& content) {
   const char* file = cm_get_dmnlist_file(g_root);
   fuzz::Root().Put(file, content);
-  CHECK(fx_chk_daemon_list(g_root, kFxFileDaemon) >= 0);
-  CHECK(fx_add_daemon_list(g_root, kFxNetDaemon, getpid()) == 0);
-  CHECK(fx_upd_daemon_list(g_root, kFxFileDaemon) == 0);
-  CHECK(fx_chk_daemon_list(g_root, kFxFileDaemon) == 0);
+  CHECK(fx_chk_daemon_list(g_root, kCmFileDaemon) >= 0);
+  CHECK(fx_add_daemon_list(g_root, kCmNetDaemon, getpid()) == 0);
+  CHECK(fx_upd_daemon_list(g_root, kCmFileDaemon) == 0);
+  CHECK(fx_chk_daemon_list(g_root, kCmFileDaemon) == 0);
 }
 
 void Status(const std::string& content) {

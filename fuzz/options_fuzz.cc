@@ -68,7 +68,7 @@ void Client(fuzz::Input* in) {
   }
   const bool asks = line.Has("help") || line.Has("version");
   if (line.verb != nullptr && status.ok() && !asks) {
-    CHECK(static_cast<int>(line.args.size()) >= line.verb->min_args);
+    CHECK(static_cast<int>(line.args.size()) >= line.verb->count.least);
   }
 }
 

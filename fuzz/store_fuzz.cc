@@ -194,9 +194,10 @@ Base::Base() {
   // The last names, deleted again, leave free pages behind.
   for (int n = 0; n < kPassing; ++n) {
     Record record = {};
-    std::snprintf(reinterpret_cast<char*>(record.data()) + 4, kAlias, "z%d", n);
-    std::snprintf(reinterpret_cast<char*>(record.data()) + 4 + kAlias, kName,
-                  "z-%d", n);
+    const std::string alias = "z" + std::to_string(n);
+    const std::string name = "z-" + std::to_string(n);
+    alias.copy(reinterpret_cast<char*>(record.data()) + 4, kAlias);
+    name.copy(reinterpret_cast<char*>(record.data()) + 4 + kAlias, kName);
     CHECK(ADDREC(file, record.data()) == 0);
     stored.insert(record);
   }

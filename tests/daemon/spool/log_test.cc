@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <regex>
+#include <cctype>
 
 #include "daemon/spool/logfile.h"
 #include "support/sample_root.h"
@@ -48,13 +48,16 @@ TEST_F(Log, LinesCarryTimeAndInDebugThePid) {
   EXPECT_TRUE(first == expected[0] || first == expected[1]) << first;
 
   // Every digit as a 9: what is left is the form.
-  const std::regex digit("[0-9]");
+  const auto digits = [](std::string text) {
+    for (char& c : text) {
+      if (isdigit(static_cast<unsigned char>(c)) != 0) c = '9';
+    }
+    return text;
+  };
   const std::string form = std::to_string(getpid()) + ":000/00/00 00:00:00: ";
-  EXPECT_EQ(std::regex_replace(ReadFile(path() + "2"), digit, "9"),
-            std::regex_replace(
-                form + "two\\x0alines \\x1b[2J \\xc2\\x9b \\x9b \xc3\xa9\n" +
-                    form + "three 3\n",
-                digit, "9"));
+  EXPECT_EQ(digits(ReadFile(path() + "2")),
+            digits(form + "two\\x0alines \\x1b[2J \\xc2\\x9b \\x9b \xc3\xa9\n" +
+                   form + "three 3\n"));
 }
 
 TEST_F(Log, LongMessageIsCutAndNothingIsWrittenWithoutALog) {
